@@ -1,0 +1,41 @@
+# The language level, the warnings and the libraries that every room may link.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+find_program(CCACHE ccache)
+if(CCACHE)
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_library(sonra_flags INTERFACE)
+target_compile_options(sonra_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fno-omit-frame-pointer)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    target_compile_options(sonra_flags INTERFACE -Wthread-safety)
+endif()
+target_compile_definitions(sonra_flags INTERFACE
+    SONRA_VERSION="${PROJECT_VERSION}"
+    $<$<BOOL:${SONRA_ASSERTIONS}>:SONRA_ASSERTIONS=1>)
+if(SONRA_SANITIZE)
+    add_compile_options(-fsanitize=${SONRA_SANITIZE} -fno-sanitize-recover=all -g1 -O1)
+    add_link_options(-fsanitize=${SONRA_SANITIZE})
+endif()
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(nlohmann_json 3.11 REQUIRED)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
+pkg_check_modules(KISSFFT REQUIRED IMPORTED_TARGET kissfft-float)
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(CRYPTO REQUIRED IMPORTED_TARGET libcrypto)
+if(SONRA_WITH_QT)
+    find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets)
+endif()

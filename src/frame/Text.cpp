@@ -1,0 +1,147 @@
+#include "frame/Text.h"
+
+#include <unicode/brkiter.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/utext.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <memory>
+
+namespace sonra::text {
+namespace {
+
+struct UTextCloser {
+    void operator()(UText* handle) const { utext_close(handle); }
+};
+
+/// Grapheme boundaries of one thread; making an iterator costs far more than using it.
+icu::BreakIterator* characterIterator() {
+    thread_local const std::unique_ptr<icu::BreakIterator> iterator = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        return std::unique_ptr<icu::BreakIterator>(
+            icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    }();
+    return iterator.get();
+}
+
+/// Length of the prefix in which every byte is a character of its own: ASCII, and not part of a CR LF pair, nor
+/// followed by something that could join it.
+std::size_t plainPrefix(std::string_view text, std::size_t limit) {
+    std::size_t length = 0;
+    while (length < text.size() && length <= limit && static_cast<unsigned char>(text[length]) < 0x80 &&
+           text[length] != '\r')
+        ++length;
+    if (length == text.size() || length > limit) return std::min(length, limit);
+    return length == 0 ? 0 : length - 1;
+}
+
+/// Byte length and number of the first characters of `text`, at most `limit` of them.
+struct Extent {
+    std::size_t bytes = 0;
+    std::size_t characters = 0;
+};
+
+Extent measure(std::string_view text, std::size_t limit) {
+    const std::size_t plain = plainPrefix(text, limit);
+    Extent extent{plain, plain};
+    if (plain == text.size() || plain == limit) return extent;
+    const std::string_view rest = text.substr(plain);
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<UText, UTextCloser> handle(
+        utext_openUTF8(nullptr, rest.data(), static_cast<int64_t>(rest.size()), &status));
+    auto* iterator = characterIterator();
+    iterator->setText(handle.get(), status);
+    iterator->first();
+    while (extent.characters < limit) {
+        const int32_t boundary = iterator->next();
+        if (boundary == icu::BreakIterator::DONE) break;
+        extent.bytes = plain + static_cast<std::size_t>(boundary);
+        ++extent.characters;
+    }
+    return extent;
+}
+
+bool isTrimmable(UChar32 c) {
+    return (c >= 0x09 && c <= 0x0D) || c == 0x85 || (U_GET_GC_MASK(c) & U_GC_Z_MASK) != 0;
+}
+bool isHorizontal(UChar32 c) { return c == 0x09 || u_charType(c) == U_SPACE_SEPARATOR; }
+
+template <typename Predicate>
+std::string_view trim(std::string_view text, Predicate drop) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
+    auto end = static_cast<int32_t>(text.size());
+    int32_t start = 0;
+    while (start < end) {
+        int32_t next = start;
+        UChar32 c = 0;
+        U8_NEXT(bytes, next, end, c);
+        if (!drop(c)) break;
+        start = next;
+    }
+    while (end > start) {
+        int32_t previous = end;
+        UChar32 c = 0;
+        U8_PREV(bytes, start, previous, c);
+        if (!drop(c)) break;
+        end = previous;
+    }
+    return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(end - start));
+}
+
+}  // namespace
+
+std::size_t characterCount(std::string_view text) { return measure(text, text.size()).characters; }
+
+std::size_t characterCountUpTo(std::string_view text, std::size_t limit) {
+    return measure(text, limit).characters;
+}
+
+std::string_view prefix(std::string_view text, std::size_t count) {
+    return text.substr(0, measure(text, count).bytes);
+}
+
+std::string_view trimmed(std::string_view text) { return trim(text, isTrimmable); }
+
+std::string_view trimmedHorizontally(std::string_view text) { return trim(text, isHorizontal); }
+
+std::string lowered(std::string_view text) {
+    std::string result;
+    icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
+        .toLower(icu::Locale::getRoot())
+        .toUTF8String(result);
+    return result;
+}
+
+std::size_t utf16Length(std::string_view text) {
+    return static_cast<std::size_t>(
+        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
+            .length());
+}
+
+bool isUtf8(std::string_view bytes) {
+    const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
+    const auto length = static_cast<int64_t>(bytes.size());
+    int64_t at = 0;
+    while (at < length) {
+        UChar32 c = 0;
+        U8_NEXT(data, at, length, c);
+        if (c < 0) return false;
+    }
+    return true;
+}
+
+std::string decimal(double value) {
+    std::array<char, 400> buffer{};
+    const auto [end, error] =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
+    std::string result(buffer.data(), end);
+    if (std::isfinite(value) && result.find('.') == std::string::npos) result += ".0";
+    return result;
+}
+
+}  // namespace sonra::text
