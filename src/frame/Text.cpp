@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cmath>
 #include <memory>
+#include <numeric>
 
 namespace sonra::text {
 namespace {
@@ -40,6 +41,22 @@ std::size_t plainPrefix(std::string_view text, std::size_t limit) {
     return length == 0 ? 0 : length - 1;
 }
 
+/// Calls `visit` with the end of each of the first `limit` characters of `text`.
+template <typename Visit>
+void walkCharacters(std::string_view text, std::size_t limit, Visit visit) {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<UText, UTextCloser> handle(
+        utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status));
+    auto* iterator = characterIterator();
+    iterator->setText(handle.get(), status);
+    iterator->first();
+    for (std::size_t i = 0; i < limit; ++i) {
+        const int32_t boundary = iterator->next();
+        if (boundary == icu::BreakIterator::DONE) break;
+        visit(static_cast<std::size_t>(boundary));
+    }
+}
+
 /// Byte length and number of the first characters of `text`, at most `limit` of them.
 struct Extent {
     std::size_t bytes = 0;
@@ -50,19 +67,10 @@ Extent measure(std::string_view text, std::size_t limit) {
     const std::size_t plain = plainPrefix(text, limit);
     Extent extent{plain, plain};
     if (plain == text.size() || plain == limit) return extent;
-    const std::string_view rest = text.substr(plain);
-    UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<UText, UTextCloser> handle(
-        utext_openUTF8(nullptr, rest.data(), static_cast<int64_t>(rest.size()), &status));
-    auto* iterator = characterIterator();
-    iterator->setText(handle.get(), status);
-    iterator->first();
-    while (extent.characters < limit) {
-        const int32_t boundary = iterator->next();
-        if (boundary == icu::BreakIterator::DONE) break;
-        extent.bytes = plain + static_cast<std::size_t>(boundary);
+    walkCharacters(text.substr(plain), limit - plain, [&](std::size_t end) {
+        extent.bytes = plain + end;
         ++extent.characters;
-    }
+    });
     return extent;
 }
 
@@ -103,6 +111,16 @@ std::size_t characterCountUpTo(std::string_view text, std::size_t limit) {
 
 std::string_view prefix(std::string_view text, std::size_t count) {
     return text.substr(0, measure(text, count).bytes);
+}
+
+std::vector<std::size_t> characterEnds(std::string_view text, std::size_t limit) {
+    const std::size_t plain = plainPrefix(text, limit);
+    std::vector<std::size_t> ends(plain);
+    std::iota(ends.begin(), ends.end(), std::size_t{1});
+    if (plain == text.size() || plain == limit) return ends;
+    walkCharacters(text.substr(plain), limit - plain,
+                   [&](std::size_t end) { ends.push_back(plain + end); });
+    return ends;
 }
 
 std::string_view trimmed(std::string_view text) { return trim(text, isTrimmable); }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sonra::text {
 
@@ -14,6 +15,9 @@ std::size_t characterCountUpTo(std::string_view text, std::size_t limit);
 
 /// The first `count` user-perceived characters.
 std::string_view prefix(std::string_view text, std::size_t count);
+
+/// Where each of the first `limit` user-perceived characters ends, in bytes from the start.
+std::vector<std::size_t> characterEnds(std::string_view text, std::size_t limit);
 
 /// `text` without white space and newlines at both ends (Unicode categories Z*, U+0009 to U+000D, U+0085).
 std::string_view trimmed(std::string_view text);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+
+namespace sonra {
+
+/// A cursor into a transcript: how much of it has been seen, counted as the agent's storage
+/// demands.
+///
+/// A plain value, any thread. Payloads are absolute, never deltas. Only `intValue` is ever stored;
+/// which kind it was is known from the transcript's source.
+class TailOffset {
+  public:
+    enum class Kind : std::uint8_t {
+        byte,          ///< position in an append-only file, always just behind a complete line
+        messageIndex,  ///< elements consumed of a document that is rewritten whole
+        unixMs,  ///< largest modification time consumed of a directory with a file per message
+    };
+
+    static constexpr TailOffset byte(std::int64_t value) { return {Kind::byte, value}; }
+    static constexpr TailOffset messageIndex(std::int64_t value) {
+        return {Kind::messageIndex, value};
+    }
+    static constexpr TailOffset unixMs(std::int64_t value) { return {Kind::unixMs, value}; }
+
+    constexpr Kind kind() const { return kind_; }
+    constexpr std::int64_t intValue() const { return value_; }
+
+    /// The cursor after `other` was reached: `other` itself, except that time never runs backward.
+    constexpr TailOffset advanced(TailOffset other) const {
+        const bool bothTimes = kind_ == Kind::unixMs && other.kind_ == Kind::unixMs;
+        return bothTimes && other.value_ <= value_ ? *this : other;
+    }
+
+    constexpr bool operator==(const TailOffset&) const = default;
+
+  private:
+    constexpr TailOffset(Kind kind, std::int64_t value) : kind_(kind), value_(value) {}
+
+    Kind kind_;
+    std::int64_t value_;
+};
+
+}  // namespace sonra
