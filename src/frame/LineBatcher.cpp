@@ -1,0 +1,111 @@
+#include "frame/LineBatcher.h"
+
+#include <future>
+#include <utility>
+
+#include "frame/Mutex.h"
+#include "frame/SerialQueue.h"
+
+namespace sonra {
+namespace {
+
+// Long enough for hundreds of records at full speed, short against anything that a reader of the
+// log notices.
+constexpr auto gatheringTime = std::chrono::milliseconds(2);
+
+}  // namespace
+
+/// Posted work shares it, so that lines outlive the batcher.
+struct LineBatcher::State : std::enable_shared_from_this<State> {
+    State(std::string name, Consumer consumeBatch)
+        : consume(std::move(consumeBatch)), queue(std::move(name)) {}
+
+    const Consumer consume;
+    Mutex mutex;
+    std::condition_variable hurry;
+    std::string pending SONRA_GUARDED_BY(mutex);
+    std::size_t dropped SONRA_GUARDED_BY(mutex) = 0;
+    bool scheduled SONRA_GUARDED_BY(mutex) = false;
+    bool hurried SONRA_GUARDED_BY(mutex) = false;
+    SerialQueue queue;
+
+    bool append(std::string_view line, std::string_view rest);
+    void schedule();
+    void handOver();
+    bool gatherMore();
+    void stopGathering();
+};
+
+/// True if the queue has to be told.
+bool LineBatcher::State::append(std::string_view line, std::string_view rest) {
+    const std::size_t size = line.size() + rest.size() + 1;
+    const MutexLock lock(mutex);
+    if (!pending.empty() && pending.size() + size > maxPendingBytes) {
+        ++dropped;
+        return false;
+    }
+    pending.append(line).append(rest).push_back('\n');
+    return !std::exchange(scheduled, true);
+}
+
+void LineBatcher::State::schedule() {
+    queue.post([self = shared_from_this()] {
+        self->handOver();
+        if (self->gatherMore()) self->schedule();
+    });
+}
+
+void LineBatcher::State::handOver() {
+    std::string batch;
+    std::size_t lost = 0;
+    {
+        const MutexLock lock(mutex);
+        batch.swap(pending);
+        lost = std::exchange(dropped, 0);
+    }
+    if (!batch.empty()) consume(batch, lost);
+}
+
+/// Where more lines came while a batch was handed over, there is load: lets them gather, and is
+/// true.
+bool LineBatcher::State::gatherMore() {
+    MutexLock lock(mutex);
+    scheduled = !pending.empty();
+    if (!scheduled) return false;
+    const auto until = std::chrono::steady_clock::now() + gatheringTime;
+    while (!hurried && lock.waitUntil(hurry, until) != std::cv_status::timeout) continue;
+    hurried = false;
+    return true;
+}
+
+void LineBatcher::State::stopGathering() {
+    {
+        const MutexLock lock(mutex);
+        hurried = scheduled;
+    }
+    hurry.notify_one();
+}
+
+LineBatcher::LineBatcher(std::string name, Consumer consumer)
+    : state_(std::make_shared<State>(std::move(name), std::move(consumer))) {}
+
+LineBatcher::~LineBatcher() {
+    state_->stopGathering();
+}
+
+void LineBatcher::add(std::string_view line, std::string_view rest) {
+    if (state_->append(line, rest)) state_->schedule();
+}
+
+bool LineBatcher::flush(std::chrono::milliseconds limit) {
+    const auto done = std::make_shared<std::promise<void>>();
+    auto handedOver = done->get_future();
+    state_->queue.post([state = state_, done] {
+        state->handOver();
+        done->set_value();
+    });
+    state_->stopGathering();
+    return handedOver.wait_for(limit) == std::future_status::ready;
+}
+
+}  // namespace sonra
