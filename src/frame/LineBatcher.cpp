@@ -29,7 +29,7 @@ struct LineBatcher::State : std::enable_shared_from_this<State> {
     bool hurried SONRA_GUARDED_BY(mutex) = false;
     SerialQueue queue;
 
-    bool append(std::string_view line, std::string_view rest);
+    bool append(std::string_view line);
     void schedule();
     void handOver();
     bool gatherMore();
@@ -37,14 +37,14 @@ struct LineBatcher::State : std::enable_shared_from_this<State> {
 };
 
 /// True if the queue has to be told.
-bool LineBatcher::State::append(std::string_view line, std::string_view rest) {
-    const std::size_t size = line.size() + rest.size() + 1;
+bool LineBatcher::State::append(std::string_view line) {
+    const std::size_t size = line.size() + 1;
     const MutexLock lock(mutex);
     if (!pending.empty() && pending.size() + size > maxPendingBytes) {
         ++dropped;
         return false;
     }
-    pending.append(line).append(rest).push_back('\n');
+    pending.append(line).push_back('\n');
     return !std::exchange(scheduled, true);
 }
 
@@ -93,8 +93,8 @@ LineBatcher::~LineBatcher() {
     state_->stopGathering();
 }
 
-void LineBatcher::add(std::string_view line, std::string_view rest) {
-    if (state_->append(line, rest)) state_->schedule();
+void LineBatcher::add(std::string_view line) {
+    if (state_->append(line)) state_->schedule();
 }
 
 bool LineBatcher::flush(std::chrono::milliseconds limit) {

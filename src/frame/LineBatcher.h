@@ -29,8 +29,8 @@ class LineBatcher {
     LineBatcher(const LineBatcher&) = delete;
     LineBatcher& operator=(const LineBatcher&) = delete;
 
-    /// The parts, joined, are one line without its newline.
-    void add(std::string_view line, std::string_view rest = {});
+    /// `line` without its newline.
+    void add(std::string_view line);
     /// Waits until all earlier lines have been handed over; false if that takes longer than
     /// `limit`.
     bool flush(std::chrono::milliseconds limit);
