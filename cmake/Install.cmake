@@ -1,4 +1,18 @@
-# The program and its resource directory, laid out under a prefix as in the build tree.
+# The program and its resource directory: below the build tree for development, below a prefix when installed, laid
+# out alike, so that the program finds its resources from its own place.
+set(RESOURCES ${CMAKE_BINARY_DIR}/share/sonra)
+set(SCRIPTS ${PROJECT_SOURCE_DIR}/companion/tts_kokoro.py)
+set(LAUNCHERS ${PROJECT_SOURCE_DIR}/companion/uv)
+
+add_custom_target(resources ALL
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${RESOURCES}/scripts ${RESOURCES}/bin ${RESOURCES}/cli
+    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${SCRIPTS} ${RESOURCES}/scripts
+    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${LAUNCHERS} ${RESOURCES}/bin
+    COMMENT "Laying out share/sonra")
+
 if(SONRA_WITH_QT)
     install(TARGETS sonra RUNTIME DESTINATION bin)
+    install(PROGRAMS ${SCRIPTS} DESTINATION share/sonra/scripts)
+    install(PROGRAMS ${LAUNCHERS} DESTINATION share/sonra/bin)
+    install(DIRECTORY DESTINATION share/sonra/cli)
 endif()

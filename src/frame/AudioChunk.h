@@ -4,7 +4,8 @@
 
 namespace sonra {
 
-/// One finished piece of speech on its way to the loudspeaker: a sound file, the words in it, and whose they are.
+/// One finished piece of speech on its way to the loudspeaker: a sound file, the words in it, and
+/// whose they are.
 struct AudioChunk {
     std::string url;  ///< absolute path of the sound file
     std::string text;

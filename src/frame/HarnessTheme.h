@@ -16,8 +16,8 @@ struct Rgb {
     bool operator==(const Rgb&) const = default;
 };
 
-/// One coding agent: the id that its transcripts carry, the names shown for it, and its colours. The registry is
-/// also the list of sources that a session may have. Immutable, any thread.
+/// One coding agent: the id that its transcripts carry, the names shown for it, and its colours.
+/// The registry is also the list of sources that a session may have. Immutable, any thread.
 struct HarnessTheme {
     std::string_view id;
     std::string_view displayNameText;

@@ -30,12 +30,8 @@ std::string homeDirectory() {
     return home.empty() ? accountHome() : home;
 }
 
-std::string sharedDirectory() { return homeDirectory() + "/.claude/tts"; }
-
-std::string temporaryDirectory() {
-    auto directory = environmentValue("TMPDIR");
-    while (directory.size() > 1 && directory.back() == '/') directory.pop_back();
-    return directory.empty() || directory.front() != '/' ? "/tmp" : directory;
+std::string sharedDirectory() {
+    return homeDirectory() + "/.claude/tts";
 }
 
 }  // namespace sonra

@@ -4,15 +4,12 @@
 
 namespace sonra {
 
-/// The user's home: the environment variable HOME if it is set and not empty, else the account's own. Read anew at
-/// each call.
+/// The user's home: the environment variable HOME if it is set and not empty, else the account's
+/// own. Read anew at each call.
 std::string homeDirectory();
 
 /// `$HOME/.claude/tts`, where the shared documents live.
 std::string sharedDirectory();
-
-/// The directory for temporary files (TMPDIR, else /tmp), without a slash at its end.
-std::string temporaryDirectory();
 
 /// The environment variable's value, empty when it isn't set.
 std::string environmentValue(const char* name);

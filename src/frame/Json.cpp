@@ -20,8 +20,12 @@ int unicodeEscape(std::string_view text, std::size_t at) {
     return value;
 }
 
-bool isHighSurrogate(int unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLowSurrogate(int unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHighSurrogate(int unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(int unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 /// One pass over the raw text: how deep it nests, and where escapes of lone surrogates stand.
 struct Survey {

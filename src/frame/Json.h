@@ -8,16 +8,18 @@
 
 namespace sonra {
 
-/// Every shared document uses this type: objects with sorted keys, one convention for reading typed values.
+/// Every shared document uses this type: objects with sorted keys, one convention for reading typed
+/// values.
 using Json = nlohmann::json;
 
 namespace json {
 
-/// Deepest nesting that `parse` accepts; deeper documents could exhaust the stack of code that walks them.
+/// Deepest nesting that `parse` accepts; deeper documents could exhaust the stack of code that
+/// walks them.
 inline constexpr int maxDepth = 512;
 
-/// Reads one JSON text. Absent for anything that isn't valid JSON, isn't UTF-8, or nests deeper than maxDepth. Of
-/// duplicate keys the last wins; the escape of a lone surrogate becomes U+FFFD.
+/// Reads one JSON text. Absent for anything that isn't valid JSON, isn't UTF-8, or nests deeper
+/// than maxDepth. Of duplicate keys the last wins; the escape of a lone surrogate becomes U+FFFD.
 std::optional<Json> parse(std::string_view text);
 
 /// As `parse`, absent also when the top level isn't an object.
@@ -32,8 +34,8 @@ std::string dumpPretty(const Json& value);
 /// The member `key` of an object, or null if `object` isn't one or has no such key.
 const Json* find(const Json& object, std::string_view key);
 
-/// Typed reads: absent when the value has another type. A boolean is never a number nor a number a boolean; a
-/// number with no fractional part is an integer, however it was written.
+/// Typed reads: absent when the value has another type. A boolean is never a number nor a number a
+/// boolean; a number with no fractional part is an integer, however it was written.
 std::optional<std::string> asString(const Json* value);
 std::optional<bool> asBool(const Json* value);
 std::optional<std::int64_t> asInt(const Json* value);

@@ -15,7 +15,8 @@
 
 namespace sonra {
 
-/// std::mutex that the compiler can check: fields marked SONRA_GUARDED_BY may be touched only under a MutexLock.
+/// std::mutex that the compiler can check: fields marked SONRA_GUARDED_BY may be touched only under
+/// a MutexLock.
 class SONRA_TSA(capability("mutex")) Mutex {
   public:
     void lock() SONRA_TSA(acquire_capability()) { mutex_.lock(); }

@@ -89,7 +89,9 @@ SerialQueue::~SerialQueue() {
     state_->wake.notify_all();
 }
 
-const std::string& SerialQueue::name() const { return state_->name; }
+const std::string& SerialQueue::name() const {
+    return state_->name;
+}
 
 void SerialQueue::post(std::function<void()> work) {
     bool wasEmpty = false;
@@ -110,7 +112,9 @@ void SerialQueue::sync(const std::function<void()>& work) {
     done.get_future().wait();
 }
 
-bool SerialQueue::isCurrent() const { return state_->thread.load() == std::this_thread::get_id(); }
+bool SerialQueue::isCurrent() const {
+    return state_->thread.load() == std::this_thread::get_id();
+}
 
 void SerialQueue::Timer::cancel() {
     if (const auto live = state_.lock()) *live = false;
@@ -123,7 +127,8 @@ SerialQueue::Timer SerialQueue::after(std::chrono::nanoseconds delay, std::funct
     timer.state_ = live;
     {
         MutexLock lock(state_->mutex);
-        state_->delayed.emplace(Clock::now() + delay, State::Delayed{std::move(live), std::move(work)});
+        state_->delayed.emplace(Clock::now() + delay,
+                                State::Delayed{std::move(live), std::move(work)});
     }
     state_->wake.notify_one();
     return timer;

@@ -9,8 +9,8 @@ namespace sonra {
 
 /// One named thread that runs posted work in order.
 ///
-/// Any thread may post. Destroying the queue lets the work that was posted before finish on its thread without
-/// waiting for it; work posted by that work still runs. Work must not throw.
+/// Any thread may post. Destroying the queue lets the work that was posted before finish on its
+/// thread without waiting for it; work posted by that work still runs. Work must not throw.
 class SerialQueue {
   public:
     explicit SerialQueue(std::string name);
@@ -26,8 +26,8 @@ class SerialQueue {
     /// True on the queue's own thread.
     [[nodiscard]] bool isCurrent() const;
 
-    /// A one-shot timer whose work runs on the queue. Cancelling from the queue is final; from elsewhere the work
-    /// may already be under way. Dropping the handle doesn't cancel.
+    /// A one-shot timer whose work runs on the queue. Cancelling from the queue is final; from
+    /// elsewhere the work may already be under way. Dropping the handle doesn't cancel.
     class Timer {
       public:
         Timer() = default;

@@ -30,12 +30,12 @@ icu::BreakIterator* characterIterator() {
     return iterator.get();
 }
 
-/// Length of the prefix in which every byte is a character of its own: ASCII, and not part of a CR LF pair, nor
-/// followed by something that could join it.
+/// Length of the prefix in which every byte is a character of its own: ASCII, and not part of a CR
+/// LF pair, nor followed by something that could join it.
 std::size_t plainPrefix(std::string_view text, std::size_t limit) {
     std::size_t length = 0;
-    while (length < text.size() && length <= limit && static_cast<unsigned char>(text[length]) < 0x80 &&
-           text[length] != '\r')
+    while (length < text.size() && length <= limit &&
+           static_cast<unsigned char>(text[length]) < 0x80 && text[length] != '\r')
         ++length;
     if (length == text.size() || length > limit) return std::min(length, limit);
     return length == 0 ? 0 : length - 1;
@@ -77,7 +77,9 @@ Extent measure(std::string_view text, std::size_t limit) {
 bool isTrimmable(UChar32 c) {
     return (c >= 0x09 && c <= 0x0D) || c == 0x85 || (U_GET_GC_MASK(c) & U_GC_Z_MASK) != 0;
 }
-bool isHorizontal(UChar32 c) { return c == 0x09 || u_charType(c) == U_SPACE_SEPARATOR; }
+bool isHorizontal(UChar32 c) {
+    return c == 0x09 || u_charType(c) == U_SPACE_SEPARATOR;
+}
 
 template <typename Predicate>
 std::string_view trim(std::string_view text, Predicate drop) {
@@ -103,7 +105,9 @@ std::string_view trim(std::string_view text, Predicate drop) {
 
 }  // namespace
 
-std::size_t characterCount(std::string_view text) { return measure(text, text.size()).characters; }
+std::size_t characterCount(std::string_view text) {
+    return measure(text, text.size()).characters;
+}
 
 std::size_t characterCountUpTo(std::string_view text, std::size_t limit) {
     return measure(text, limit).characters;
@@ -123,9 +127,13 @@ std::vector<std::size_t> characterEnds(std::string_view text, std::size_t limit)
     return ends;
 }
 
-std::string_view trimmed(std::string_view text) { return trim(text, isTrimmable); }
+std::string_view trimmed(std::string_view text) {
+    return trim(text, isTrimmable);
+}
 
-std::string_view trimmedHorizontally(std::string_view text) { return trim(text, isHorizontal); }
+std::string_view trimmedHorizontally(std::string_view text) {
+    return trim(text, isHorizontal);
+}
 
 std::string lowered(std::string_view text) {
     std::string result;
@@ -137,7 +145,8 @@ std::string lowered(std::string_view text) {
 
 std::size_t utf16Length(std::string_view text) {
     return static_cast<std::size_t>(
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
+        icu::UnicodeString::fromUTF8(
+            icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
             .length());
 }
 
@@ -155,8 +164,8 @@ bool isUtf8(std::string_view bytes) {
 
 std::string decimal(double value) {
     std::array<char, 400> buffer{};
-    const auto [end, error] =
-        std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
+    const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value,
+                                            std::chars_format::fixed);
     std::string result(buffer.data(), end);
     if (std::isfinite(value) && result.find('.') == std::string::npos) result += ".0";
     return result;

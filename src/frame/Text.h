@@ -19,7 +19,8 @@ std::string_view prefix(std::string_view text, std::size_t count);
 /// Where each of the first `limit` user-perceived characters ends, in bytes from the start.
 std::vector<std::size_t> characterEnds(std::string_view text, std::size_t limit);
 
-/// `text` without white space and newlines at both ends (Unicode categories Z*, U+0009 to U+000D, U+0085).
+/// `text` without white space and newlines at both ends (Unicode categories Z*, U+0009 to U+000D,
+/// U+0085).
 std::string_view trimmed(std::string_view text);
 
 /// `text` without spaces and tabs at both ends: category Zs and U+0009.

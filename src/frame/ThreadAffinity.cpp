@@ -12,7 +12,9 @@ std::atomic<std::thread::id> mainThread;
 
 }  // namespace
 
-void declareMainThread() { mainThread = std::this_thread::get_id(); }
+void declareMainThread() {
+    mainThread = std::this_thread::get_id();
+}
 
 bool onMainThread() {
     const auto declared = mainThread.load();

@@ -13,10 +13,12 @@ bool onMainThread();
 
 }  // namespace sonra
 
-// Entry points of objects that belong to one thread state it with these; they hold in every build that runs tests.
+// Entry points of objects that belong to one thread state it with these; they hold in every build
+// that runs tests.
 #if defined(SONRA_ASSERTIONS)
-#define SONRA_ASSERT_MAIN_THREAD() \
-    (::sonra::onMainThread() ? void() : ::sonra::threadAffinityBroken("main thread", __FILE__, __LINE__))
+#define SONRA_ASSERT_MAIN_THREAD()    \
+    (::sonra::onMainThread() ? void() \
+                             : ::sonra::threadAffinityBroken("main thread", __FILE__, __LINE__))
 #define SONRA_ASSERT_ON(queue) \
     ((queue).isCurrent() ? void() : ::sonra::threadAffinityBroken(#queue, __FILE__, __LINE__))
 #else

@@ -8,9 +8,9 @@ namespace sonra {
 
 /// Threads for work in no order: analysis of a file, waiting for a child process.
 ///
-/// Threads are made as they are needed, up to a limit, and park without waking when there is nothing to do. Any
-/// thread may post. Destroying the pool lets work that was posted before finish without waiting for it. Work must
-/// not throw.
+/// Threads are made as they are needed, up to a limit, and park without waking when there is
+/// nothing to do. Any thread may post. Destroying the pool lets work that was posted before finish
+/// without waiting for it. Work must not throw.
 class WorkerPool {
   public:
     explicit WorkerPool(std::size_t maxThreads = 8);

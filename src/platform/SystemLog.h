@@ -14,7 +14,8 @@ class SystemLog {
     /// `category` names the part of the program that speaks; `line` is one whole record.
     virtual void write(Severity severity, std::string_view category, std::string_view line) = 0;
 
-    /// Gives records that wait inside a short, bounded time to leave: called before the process ends.
+    /// Gives records that wait inside a short, bounded time to leave: called before the process
+    /// ends.
     virtual void flush() {}
 };
 

@@ -16,7 +16,8 @@ namespace {
 /// Everything that was logged in this process, as parsed records.
 class Capture : public SystemLog {
   public:
-    void write(Severity /*severity*/, std::string_view /*category*/, std::string_view line) override {
+    void write(Severity /*severity*/, std::string_view /*category*/,
+               std::string_view line) override {
         auto record = json::parse(line).value_or(Json{{"msg", std::string(line)}, {"level", 50}});
         const std::lock_guard lock(mutex_);
         records_.push_back(std::move(record));
@@ -58,7 +59,8 @@ class Guard : public testing::EmptyTestEventListener {
     void OnTestEnd(const testing::TestInfo& /*info*/) override {
         const auto announced = capture()->takeAnnounced();
         for (const auto& record : capture()->since(start_)) {
-            if (record.value("level", 0) < 40 || announced.contains(record.value("msg", ""))) continue;
+            if (record.value("level", 0) < 40 || announced.contains(record.value("msg", "")))
+                continue;
             ADD_FAILURE() << "unannounced in the log: " << record.dump();
         }
     }
@@ -70,7 +72,8 @@ class Guard : public testing::EmptyTestEventListener {
 LogWatch::LogWatch() : start_(capture()->size()) {}
 
 LogWatch::~LogWatch() {
-    for (const auto& message : expected_) EXPECT_GE(count(message), 1U) << "never logged: " << message;
+    for (const auto& message : expected_)
+        EXPECT_GE(count(message), 1U) << "never logged: " << message;
 }
 
 void LogWatch::expect(const std::string& message) {
@@ -78,7 +81,9 @@ void LogWatch::expect(const std::string& message) {
     expected_.push_back(message);
 }
 
-std::vector<Json> LogWatch::records() const { return capture()->since(start_); }
+std::vector<Json> LogWatch::records() const {
+    return capture()->since(start_);
+}
 
 std::vector<Json> LogWatch::records(const std::string& message) const {
     auto all = records();

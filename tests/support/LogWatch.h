@@ -7,8 +7,9 @@
 
 namespace sonra::test {
 
-/// Records of the shared log during a test. Every test program installs a capturing shared log: a warning or error
-/// that no LogWatch announced with `expect` fails the test in which it was written.
+/// Records of the shared log during a test. Every test program installs a capturing shared log: a
+/// warning or error that no LogWatch announced with `expect` fails the test in which it was
+/// written.
 class LogWatch {
   public:
     LogWatch();

@@ -6,7 +6,9 @@
 
 namespace sonra::test {
 
-ManualLoop::ManualLoop() { declareMainThread(); }
+ManualLoop::ManualLoop() {
+    declareMainThread();
+}
 
 void ManualLoop::post(std::function<void()> work) {
     const std::lock_guard lock(mutex_);
@@ -15,7 +17,8 @@ void ManualLoop::post(std::function<void()> work) {
 
 LoopHandle ManualLoop::arm(Duration delay, Duration interval, std::function<void()> work) {
     const int id = nextId_++;
-    timers_[id] = {now_ + delay, interval, std::make_shared<std::function<void()>>(std::move(work))};
+    timers_[id] = {now_ + delay, interval,
+                   std::make_shared<std::function<void()>>(std::move(work))};
     return LoopHandle([this, id] { timers_.erase(id); });
 }
 

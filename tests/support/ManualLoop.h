@@ -12,8 +12,8 @@ namespace sonra::test {
 
 /// A main loop whose clock the test moves by hand. Declares its thread to be the main thread.
 ///
-/// Posts may come from any thread and run inside `runPosted`, `advance` or `runUntil`. Watches are level-triggered
-/// only by `fire`; descriptors aren't looked at.
+/// Posts may come from any thread and run inside `runPosted`, `advance` or `runUntil`. Watches are
+/// level-triggered only by `fire`; descriptors aren't looked at.
 class ManualLoop : public MainLoop {
   public:
     ManualLoop();
@@ -26,9 +26,11 @@ class ManualLoop : public MainLoop {
 
     /// Runs what has been posted, and what that posts.
     void runPosted();
-    /// Moves the clock, firing each timer at its time, and runs everything that is posted meanwhile.
+    /// Moves the clock, firing each timer at its time, and runs everything that is posted
+    /// meanwhile.
     void advance(Duration by);
-    /// Runs posted work as it arrives from other threads until `done` holds; false after `limit` of real time.
+    /// Runs posted work as it arrives from other threads until `done` holds; false after `limit` of
+    /// real time.
     bool runUntil(const std::function<bool()>& done, Duration limit = std::chrono::seconds(20));
     /// Reports the watched descriptor as ready, once.
     void fire(int fd);

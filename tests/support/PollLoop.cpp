@@ -10,9 +10,13 @@
 
 namespace sonra::test {
 
-PollLoop::PollLoop() : wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) { declareMainThread(); }
+PollLoop::PollLoop() : wakeFd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    declareMainThread();
+}
 
-PollLoop::~PollLoop() { close(wakeFd_); }
+PollLoop::~PollLoop() {
+    close(wakeFd_);
+}
 
 void PollLoop::post(std::function<void()> work) {
     {
@@ -25,7 +29,8 @@ void PollLoop::post(std::function<void()> work) {
 
 LoopHandle PollLoop::arm(Duration delay, Duration interval, std::function<void()> work) {
     const int id = nextId_++;
-    timers_[id] = {now() + delay, interval, std::make_shared<std::function<void()>>(std::move(work))};
+    timers_[id] = {now() + delay, interval,
+                   std::make_shared<std::function<void()>>(std::move(work))};
     return LoopHandle([this, id] { timers_.erase(id); });
 }
 
@@ -73,11 +78,14 @@ void PollLoop::pollOnce(Duration atMost) {
     std::vector<pollfd> fds{{wakeFd_, POLLIN, 0}};
     std::vector<int> ids{0};
     for (const auto& [id, watch] : watches_) {
-        fds.push_back({watch.fd, static_cast<short>(watch.interest == Interest::readable ? POLLIN : POLLOUT), 0});
+        fds.push_back({watch.fd,
+                       static_cast<short>(watch.interest == Interest::readable ? POLLIN : POLLOUT),
+                       0});
         ids.push_back(id);
     }
     for (const auto& [id, timer] : timers_) atMost = std::min<Duration>(atMost, timer.due - now());
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::max(atMost, Duration::zero()));
+    const auto wait =
+        std::chrono::ceil<std::chrono::milliseconds>(std::max(atMost, Duration::zero()));
     if (poll(fds.data(), fds.size(), static_cast<int>(wait.count())) <= 0) return;
     std::uint64_t count = 0;
     if (fds[0].revents != 0) [[maybe_unused]]

@@ -9,7 +9,8 @@
 
 namespace sonra::test {
 
-/// A real main loop over poll(2), for tests of adapters that need no Qt. Declares its thread to be the main thread.
+/// A real main loop over poll(2), for tests of adapters that need no Qt. Declares its thread to be
+/// the main thread.
 class PollLoop : public MainLoop {
   public:
     PollLoop();

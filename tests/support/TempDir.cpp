@@ -30,7 +30,9 @@ ScopedEnv::~ScopedEnv() {
     }
 }
 
-TempHome::TempHome() : home_("HOME", path()) { std::filesystem::create_directories(shared()); }
+TempHome::TempHome() : home_("HOME", path()) {
+    std::filesystem::create_directories(shared());
+}
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "control/CommandTable.h"
+#include "control/IPCServer.h"
+#include "control/NarrationSessions.h"
+#include "control/StateTick.h"
+#include "frame/WorkerPool.h"
+#include "platform/FilePlayer.h"
+#include "platform/FileWatcher.h"
+#include "platform/MainLoop.h"
+#include "platform/NowPlayingCenter.h"
+#include "playback/AudioQueue.h"
+#include "playback/NowPlayingSnapshotWriter.h"
+#include "speech/KokoroWorkerEngine.h"
+#include "speech/MacSynthesizer.h"
+
+namespace sonra {
+
+/// The one object of the service that knows all the others: it owns them, joins their callbacks,
+/// and makes the running process follow the shared document.
+///
+/// Main thread only, made once by the application delegate and started once. The platform's ports
+/// must outlive it. Work that runs elsewhere holds it weakly.
+class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
+  public:
+    struct Platform {
+        MainLoop& loop;
+        FilePlayerFactory& players;
+        FileWatcher& files;
+        WorkerPool& pool;
+        NowPlayingCenter* nowPlaying = nullptr;  ///< null where the desktop has none
+        std::function<void(int status)> exit;    ///< ends the process; not expected to return
+        std::function<double()> wallClockMs;     ///< milliseconds since the epoch
+    };
+    struct Speech {
+        std::shared_ptr<MacSynthesizer> synthesizer;
+        std::shared_ptr<KokoroWorkerEngine> worker;
+    };
+
+    static constexpr std::chrono::milliseconds stateInterval{1500};
+
+    AppCoordinator(std::string socketPath, Platform platform, Speech speech);
+    ~AppCoordinator();
+    AppCoordinator(const AppCoordinator&) = delete;
+    AppCoordinator& operator=(const AppCoordinator&) = delete;
+
+    /// Joins everything, opens the socket and begins to follow the shared document. False if the
+    /// socket can't be had; the reason has then been reported.
+    bool start();
+    /// What every way out of the process must still do: the socket's file goes.
+    void shutDown();
+
+    /// One reading of the shared document, put into effect.
+    void applyState();
+    void handleIPC(const Json& message);
+
+    void attachSession(const std::string& id, const std::string& cwd);
+    void attachSessionLocal(AttachRequest request);
+    void detachSessionLocal(const std::string& id);
+
+    [[nodiscard]] AudioQueue& queue() { return *queue_; }
+    [[nodiscard]] NarrationSessions& sessions() { return *sessions_; }
+
+  private:
+    void wireQueue();
+    void wireSessions();
+    void wireTransport();
+    void wireSessionCommands();
+
+    void onChunkStart(const AudioChunk& chunk);
+    void onNewAttach();
+    void onLastDetach();
+    void applyPauseState(bool paused);
+    void setVolume(std::int64_t percent);
+    void play(const Json& message);
+    void attach(const Json& message);
+    void maybeAutoAttachSoleSession(const StateTick& tick);
+    void prewarmKokoro();
+    NarrationPump::Synth makeSynth();
+
+    const std::string socketPath_;
+    Platform platform_;
+    Speech speech_;
+    std::shared_ptr<NowPlayingSnapshotWriter> nowPlayingSnapshot_;
+    std::unique_ptr<AudioQueue> queue_;
+    std::unique_ptr<NarrationSessions> sessions_;
+    std::unique_ptr<IPCServer> ipc_;
+    CommandTable commands_;
+    std::string lastSnippet_;
+    Log log_;
+    LoopHandle stateTimer_;
+};
+
+}  // namespace sonra

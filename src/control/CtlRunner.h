@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace sonra {
+
+/// Starts the control tool (`ctl.js`) with fixed words such as "stop-daemon" and doesn't wait for
+/// it. Does nothing when TTS_DISABLE_CTL is "1". Main thread; a tool that can't be found or started
+/// is logged and the call dropped. True if a process was started.
+bool runCtl(const std::vector<std::string>& arguments);
+
+}  // namespace sonra

@@ -1,0 +1,227 @@
+#include "control/NarrationSessions.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "control/StateTick.h"
+#include "frame/HarnessTheme.h"
+#include "frame/Home.h"
+#include "frame/ServiceState.h"
+#include "frame/Text.h"
+#include "frame/ThreadAffinity.h"
+#include "ingest/LiveTailReaderRegistry.h"
+#include "ingest/NativeNarration.h"
+
+namespace sonra {
+namespace {
+
+constexpr auto defaultSource = "claude-code";
+
+std::string shortId(const std::string& id) {
+    return std::string(text::prefix(id, 8));
+}
+
+Json knownSources() {
+    std::vector<std::string> ids;
+    for (const auto& theme : HarnessTheme::all()) ids.emplace_back(theme.id);
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+/// The array `sessions` of the document, made if it isn't there.
+Json& sessionArray(Json& document) {
+    Json& sessions = document["sessions"];
+    if (!sessions.is_array()) sessions = Json::array();
+    return sessions;
+}
+
+bool hasId(const Json& row, const std::string& id) {
+    return json::stringAt(row, "id") == id;
+}
+
+Json rowFor(const AttachRequest& request, std::int64_t offset, std::int64_t attachedAt) {
+    Json row{{"id", request.id},         {"cwd", request.cwd}, {"transcript", request.transcript},
+             {"source", request.source}, {"offset", offset},   {"attachedAt", attachedAt}};
+    if (!request.branch.empty()) row["branch"] = request.branch;
+    if (!request.title.empty()) row["title"] = request.title;
+    return row;
+}
+
+}  // namespace
+
+NarrationSessions::NarrationSessions(MainLoop& loop, FileWatcher& watcher, Callbacks callbacks)
+    : loop_(loop),
+      watcher_(watcher),
+      callbacks_(std::move(callbacks)),
+      log_(Log::shared().child({{"class", "AppCoordinator"}})) {}
+
+/// Completes the request with what can be derived; a text if it can't be served.
+std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request,
+                                                          Json& input) const {
+    const auto id = shortId(request.id);
+    if (request.id.empty()) return "attach: empty session id";
+    if (!request.cwd.empty() &&
+        (request.cwd.front() != '/' || request.cwd.find("..") != std::string::npos)) {
+        input = {{"id", id}, {"cwd", request.cwd}};
+        return "attach: invalid cwd, expected absolute path without '..'";
+    }
+    if (request.source.empty()) request.source = defaultSource;
+    if (!HarnessTheme::isKnown(request.source)) {
+        input = {{"id", id}, {"source", request.source}, {"known", knownSources()}};
+        return "attach: unknown source";
+    }
+    if (request.transcript.empty()) {
+        if (request.source != defaultSource || request.cwd.empty()) {
+            input = {{"id", id}, {"source", request.source}};
+            return "attach: no transcript and no cwd to derive one";
+        }
+        request.transcript = homeDirectory() + "/.claude/projects/" +
+                             SessionRows::sanitizeCwd(request.cwd) + "/" + request.id + ".jsonl";
+    }
+    return std::nullopt;
+}
+
+/// True if a row was added; `updated` tells whether the document could be written.
+bool NarrationSessions::addRow(const AttachRequest& request, std::int64_t offset, bool& updated) {
+    bool added = false;
+    const auto now = static_cast<std::int64_t>(callbacks_.wallClockMs());
+    updated = ServiceState::update([&](Json& document) {
+        Json& sessions = sessionArray(document);
+        if (std::any_of(sessions.begin(), sessions.end(),
+                        [&](const Json& row) { return hasId(row, request.id); }))
+            return;
+        sessions.push_back(rowFor(request, offset, now));
+        added = true;
+    });
+    return added;
+}
+
+void NarrationSessions::attach(AttachRequest request) {
+    SONRA_ASSERT_MAIN_THREAD();
+    const auto log = log_.child({{"method", "attachSessionLocal"}});
+    Json input = Json::object();
+    if (const auto problem = problemWith(request, input)) {
+        log.warn(*problem, {{"input", input}});
+        return;
+    }
+    struct stat info {};
+    if (stat(request.transcript.c_str(), &info) != 0) {
+        log.warn("attach: transcript missing on disk",
+                 {{"input", {{"id", shortId(request.id)}, {"transcript", request.transcript}}}});
+        return;
+    }
+    const auto offset = static_cast<std::int64_t>(info.st_size);
+    bool updated = false;
+    const bool newAttach = addRow(request, offset, updated);
+    log.info(
+        "attach",
+        {{"input",
+          {{"sessionId", shortId(request.id)}, {"source", request.source}, {"offset", offset}}},
+         {"result", {{"wrote", updated}, {"newAttach", newAttach}}}});
+    if (!newAttach) return;
+    lastKnownAttachedIds_.insert(request.id);
+    transcripts_[request.id] = request.transcript;
+    callbacks_.onNewAttach();
+    start(request.id, request.source, request.transcript);
+}
+
+bool NarrationSessions::resume(const std::string& id) {
+    SONRA_ASSERT_MAIN_THREAD();
+    const auto rows = StateTick::read().sessions;
+    const auto row = std::find_if(rows.attached.begin(), rows.attached.end(),
+                                  [&](const AttachedSession& session) { return session.id == id; });
+    if (row == rows.attached.end()) return false;
+    transcripts_[id] = row->transcript;
+    start(id, row->source, row->transcript);
+    return true;
+}
+
+/// The transcript that the session's row names now, so that a session which moves to a new file is
+/// followed.
+std::string NarrationSessions::transcriptPath(const std::string& id,
+                                              const std::string& fallback) const {
+    const auto found = transcripts_.find(id);
+    return found == transcripts_.end() || found->second.empty() ? fallback : found->second;
+}
+
+void NarrationSessions::start(const std::string& id, const std::string& source,
+                              const std::string& transcript) {
+    if (tailers_.contains(id)) return;
+    const auto* reader = LiveTailReaderRegistry::reader(source);
+    if (reader == nullptr) {
+        log_.info("no live reader for source; skipping native tailer",
+                  {{"input", {{"sessionId", shortId(id)}, {"source", source}}}});
+        return;
+    }
+    const auto attachBytePos = reader->initialOffset(transcript).intValue();
+    offsets_.seed(id, attachBytePos);
+    NativeNarration::SessionOptions options;
+    options.sessionId = id;
+    options.pathProvider = [this, id, transcript] { return transcriptPath(id, transcript); };
+    options.synth = callbacks_.synth;
+    options.enqueue = callbacks_.enqueue;
+    options.offsetPersist = [this](const std::string& session, const TailOffset& offset) {
+        offsets_.report(session, offset.intValue());
+    };
+    options.onSynthesisStart = callbacks_.onSynthesisStart;
+    options.dispatchToMain = true;
+    auto session = NativeNarration::makeSession(loop_, watcher_, *reader, std::move(options));
+    session->start();
+    tailers_[id] = std::move(session);
+    log_.info(
+        "native tailer started (forward-only)",
+        {{"input",
+          {{"sessionId", shortId(id)}, {"source", source}, {"attachBytePos", attachBytePos}}}});
+}
+
+void NarrationSessions::stop(const std::string& id) {
+    const auto found = tailers_.find(id);
+    if (found != tailers_.end()) {
+        found->second->stop();
+        tailers_.erase(found);
+    }
+    transcripts_.erase(id);
+    offsets_.forget(id);
+}
+
+void NarrationSessions::detach(const std::string& id) {
+    SONRA_ASSERT_MAIN_THREAD();
+    if (id.empty()) return;
+    ServiceState::update([&](Json& document) {
+        Json& sessions = sessionArray(document);
+        sessions.erase(std::remove_if(sessions.begin(), sessions.end(),
+                                      [&](const Json& row) { return hasId(row, id); }),
+                       sessions.end());
+    });
+    log_.child({{"method", "detachSessionLocal"}}).info("detach", {{"input", {{"sessionId", id}}}});
+    stop(id);
+    userDetachedThisRun_ = true;
+    lastKnownAttachedIds_.erase(id);
+    if (StateTick::read().sessions.attached.empty()) callbacks_.onLastDetach();
+}
+
+/// A row that vanished by another's hand is a detach by the user.
+void NarrationSessions::noteVanished(const std::set<std::string>& current) {
+    if (!SessionRows::shouldLatchStateLevelDetach(lastKnownAttachedIds_, current)) return;
+    if (!userDetachedThisRun_) {
+        userDetachedThisRun_ = true;
+        log_.child({{"method", "observeStateLevelDetach"}})
+            .info("state-level detach observed; auto-attach stands down for this run");
+    }
+    if (current.empty()) callbacks_.onLastDetach();
+}
+
+void NarrationSessions::follow(const SessionRows& rows) {
+    SONRA_ASSERT_MAIN_THREAD();
+    const auto current = rows.attachedIds();
+    std::vector<std::string> gone;
+    for (const auto& [id, tailer] : tailers_)
+        if (!current.contains(id)) gone.push_back(id);
+    for (const auto& id : gone) stop(id);
+    for (const auto& session : rows.attached) transcripts_[session.id] = session.transcript;
+    noteVanished(current);
+    lastKnownAttachedIds_ = current;
+}
+
+}  // namespace sonra

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "control/SessionRows.h"
+#include "control/TailOffsetStore.h"
+#include "frame/AudioChunk.h"
+#include "frame/Log.h"
+#include "ingest/NativeNarrationSession.h"
+#include "platform/FileWatcher.h"
+#include "platform/MainLoop.h"
+
+namespace sonra {
+
+/// What a client or the automatic rule asks to be narrated. `source` empty means Claude Code;
+/// `transcript` may be empty when it can be derived from `cwd`.
+struct AttachRequest {
+    std::string id;
+    std::string cwd;
+    std::string transcript;
+    std::string source;
+    std::string branch;
+    std::string title;
+};
+
+/// The sessions that are being narrated: their rows in the shared document, and the tailer of each.
+///
+/// Main thread only; owned by the coordinator, which gives it the voice and the queue as callbacks.
+/// A request that isn't valid is a warning in the log and changes nothing. Writing rows takes the
+/// document's lock, which can keep the caller waiting for as long as another holder keeps it, at
+/// most ten seconds.
+class NarrationSessions {
+  public:
+    struct Callbacks {
+        NarrationPump::Synth synth;
+        std::function<void(const AudioChunk&)> enqueue;
+        std::function<void(const std::string& sessionId, const std::string& messageId)>
+            onSynthesisStart;
+        std::function<void()> onNewAttach;    ///< a row was added; its tailer hasn't started yet
+        std::function<void()> onLastDetach;   ///< no session is attached any more
+        std::function<double()> wallClockMs;  ///< milliseconds since the epoch
+    };
+
+    NarrationSessions(MainLoop& loop, FileWatcher& watcher, Callbacks callbacks);
+
+    /// Adds the row and starts narrating from the end of the transcript; does nothing for a session
+    /// that has a row.
+    void attach(AttachRequest request);
+    /// Starts narrating a session that has a row but no tailer, as after a restart, from the end of
+    /// its transcript. False if it has no row.
+    bool resume(const std::string& id);
+    /// Removes the row and stops narrating. An unknown id changes nothing.
+    void detach(const std::string& id);
+    /// Takes in what the shared document says now: a tailer whose row has gone stops, and a row
+    /// that has moved to another transcript takes its tailer along.
+    void follow(const SessionRows& rows);
+
+    [[nodiscard]] bool isNarrating(const std::string& id) const { return tailers_.contains(id); }
+    /// True once anybody has detached a session while this process lives.
+    [[nodiscard]] bool userDetachedThisRun() const { return userDetachedThisRun_; }
+
+  private:
+    std::optional<std::string> problemWith(AttachRequest& request, Json& input) const;
+    bool addRow(const AttachRequest& request, std::int64_t offset, bool& updated);
+    void start(const std::string& id, const std::string& source, const std::string& transcript);
+    std::string transcriptPath(const std::string& id, const std::string& fallback) const;
+    void stop(const std::string& id);
+    void noteVanished(const std::set<std::string>& current);
+
+    MainLoop& loop_;
+    FileWatcher& watcher_;
+    Callbacks callbacks_;
+    Log log_;
+    TailOffsetStore offsets_;
+    std::map<std::string, std::unique_ptr<NativeNarrationSession>> tailers_;
+    std::map<std::string, std::string> transcripts_;  ///< by id, as the rows have them
+    std::set<std::string> lastKnownAttachedIds_;
+    bool userDetachedThisRun_ = false;
+};
+
+}  // namespace sonra

@@ -1,0 +1,125 @@
+"""A private sound server with a null sink, a recorder on it, and measures of what was heard."""
+import array
+import os
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+RATE = 48_000
+QUIET = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+
+
+def wait_for(what, condition, limit=30.0, pause=0.01):
+    """The first true answer of `condition`; fails after `limit` seconds."""
+    deadline = time.monotonic() + limit
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise AssertionError(f"never came within {limit} s: {what}")
+        time.sleep(pause)
+
+
+def end(process, limit=10):
+    if process.poll() is None:
+        process.send_signal(signal.SIGTERM)
+    try:
+        process.wait(limit)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+
+
+class PrivateSound:
+    """Started by `start`, so that a test can also have it appear late or die in the middle."""
+
+    def __init__(self, folder):
+        self.folder = Path(folder)
+        self.runtime = self.folder / "snd"
+        self.runtime.mkdir(mode=0o700)
+        self.address = self.runtime / "pulse.sock"
+        self.environment = {"PULSE_SERVER": f"unix:{self.address}"}
+        self.server = None
+        self.recorder = None
+        self.raw = self.folder / "played.raw"
+
+    def start(self):
+        script = self.folder / "sound.pa"
+        script.write_text(
+            f"load-module module-native-protocol-unix socket={self.address} auth-anonymous=1\n"
+            f"load-module module-null-sink sink_name=speaker norewinds=1 rate={RATE} channels=1\n"
+            "set-default-sink speaker\n")
+        self.server = subprocess.Popen(
+            ["pulseaudio", "-n", "-F", str(script), "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
+             "--disable-shm=yes", "--realtime=no", "--high-priority=no"],
+            env=os.environ | {"XDG_RUNTIME_DIR": str(self.runtime), "HOME": str(self.folder)}, **QUIET)
+        wait_for("the sound server", self._answers)
+
+    def _answers(self):
+        with socket.socket(socket.AF_UNIX) as probe:
+            try:
+                probe.connect(str(self.address))
+                return True
+            except OSError:
+                return False
+
+    def record(self):
+        """Starts a recording of its own file; what was recorded before is dropped."""
+        if self.recorder:
+            end(self.recorder)
+        self.raw.unlink(missing_ok=True)
+        self.recorder = subprocess.Popen(
+            ["parec", "-d", "speaker.monitor", "--raw", f"--rate={RATE}", "--channels=1", "--format=s16le",
+             "--latency-msec=5", str(self.raw)], env=os.environ | self.environment, **QUIET)
+        wait_for("the recorder", lambda: self.raw.exists() and self.raw.stat().st_size > 0)
+
+    def samples(self):
+        data = self.raw.read_bytes()
+        result = array.array("h")
+        result.frombytes(data[: len(data) // 2 * 2])
+        return result
+
+    def seconds(self):
+        return self.raw.stat().st_size / 2 / RATE
+
+    def kill_server(self):
+        self.server.kill()
+        self.server.wait()
+        self.address.unlink(missing_ok=True)
+
+    def sink_inputs(self):
+        return subprocess.run(["pactl", "list", "short", "sink-inputs"], env=os.environ | self.environment,
+                              capture_output=True, text=True, timeout=10, check=True).stdout.strip()
+
+    def stop(self):
+        for process in (self.recorder, self.server):
+            if process:
+                end(process)
+
+
+def loudness(samples, block=RATE // 100):
+    """Peak of each block of 10 ms."""
+    return [max(map(abs, samples[at:at + block])) for at in range(0, len(samples), block)]
+
+
+def utterances(samples, gap=0.35, floor=40):
+    """Runs of sound that at least `gap` seconds of silence separate, as (start, end) in seconds."""
+    runs = []
+    for index, peak in enumerate(loudness(samples)):
+        if peak < floor:
+            continue
+        at = index / 100
+        if runs and at - runs[-1][1] <= gap:
+            runs[-1][1] = at
+        else:
+            runs.append([at, at])
+    return [(start, stop + 0.01) for start, stop in runs]
+
+
+def short_folder():
+    """A folder with a path short enough for sockets in it."""
+    return tempfile.TemporaryDirectory(prefix="sn-", dir="/tmp")
