@@ -30,7 +30,6 @@ TTS_WARMUP=1 loads what speaks and ends.
 
 import array
 import ctypes
-import ctypes.util
 import json
 import math
 import os
@@ -171,7 +170,7 @@ ESPEAK_VOICES = {
     "af_bella": "en-us+f3",
     "af_nicole": "en-us+f5",
     "af_sarah": "en-us+f1",
-    "af_jessica": "en-us+f4",
+    "af_jessica": "en-us+linda",
     "af_sky": "en-us+Annie",
     "am_adam": "en-us+m3",
     "am_michael": "en-us+m2",
@@ -181,7 +180,7 @@ ESPEAK_VOICES = {
     "bf_emma": "en+f2",
     "bf_isabella": "en+f3",
     "bf_alice": "en+f4",
-    "bf_lily": "en+f1",
+    "bf_lily": "en+linda",
     "bm_george": "en+m1",
     "bm_lewis": "en+m4",
     "bm_daniel": "en+m3",
@@ -233,11 +232,8 @@ class EspeakBackend:
     def _load() -> ctypes.CDLL:
         try:
             return ctypes.CDLL("libespeak-ng.so.1")
-        except OSError:
-            name = ctypes.util.find_library("espeak-ng")
-        if name is None:
-            raise SpeechError("eSpeak NG isn't installed (package libespeak-ng1)")
-        return ctypes.CDLL(name)
+        except OSError as error:
+            raise SpeechError(f"eSpeak NG can't be loaded: {reason(error)}") from error
 
     def _choose(self, voice: str, speed: float) -> None:
         if self._library.espeak_SetVoiceByName(ESPEAK_VOICES[voice].encode()) != 0:
