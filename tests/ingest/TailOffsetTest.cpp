@@ -1,0 +1,45 @@
+#include "ingest/TailOffset.h"
+
+#include <gtest/gtest.h>
+
+namespace sonra {
+namespace {
+
+TEST(TailOffset, AdvancesBytesByReplacement) {
+    EXPECT_EQ(TailOffset::byte(10).advanced(TailOffset::byte(5)), TailOffset::byte(5));
+    EXPECT_EQ(TailOffset::byte(10).advanced(TailOffset::byte(15)), TailOffset::byte(15));
+}
+
+TEST(TailOffset, AdvancesMessageIndexesByReplacement) {
+    EXPECT_EQ(TailOffset::messageIndex(10).advanced(TailOffset::messageIndex(5)),
+              TailOffset::messageIndex(5));
+}
+
+TEST(TailOffset, NeverMovesTimeBackward) {
+    EXPECT_EQ(TailOffset::unixMs(5000).advanced(TailOffset::unixMs(3000)),
+              TailOffset::unixMs(5000));
+    EXPECT_EQ(TailOffset::unixMs(3000).advanced(TailOffset::unixMs(5000)),
+              TailOffset::unixMs(5000));
+}
+
+TEST(TailOffset, TakesTheOtherWhenKindsDiffer) {
+    EXPECT_EQ(TailOffset::unixMs(5000).advanced(TailOffset::byte(3)), TailOffset::byte(3));
+    EXPECT_EQ(TailOffset::byte(9).advanced(TailOffset::unixMs(3)), TailOffset::unixMs(3));
+    EXPECT_EQ(TailOffset::byte(9).advanced(TailOffset::messageIndex(3)),
+              TailOffset::messageIndex(3));
+}
+
+TEST(TailOffset, ComparesByKindAndPayload) {
+    EXPECT_NE(TailOffset::byte(7), TailOffset::messageIndex(7));
+    EXPECT_NE(TailOffset::byte(7), TailOffset::byte(8));
+    EXPECT_EQ(TailOffset::unixMs(7), TailOffset::unixMs(7));
+}
+
+TEST(TailOffset, GivesItsPayloadWhateverTheKind) {
+    EXPECT_EQ(TailOffset::byte(7).intValue(), 7);
+    EXPECT_EQ(TailOffset::messageIndex(8).intValue(), 8);
+    EXPECT_EQ(TailOffset::unixMs(9).intValue(), 9);
+}
+
+}  // namespace
+}  // namespace sonra
