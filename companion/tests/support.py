@@ -5,6 +5,7 @@ import math
 import os
 import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -68,7 +69,14 @@ class Worker:
         self.dir = directory
         self._errors = tempfile.TemporaryFile()
         self.process = subprocess.Popen(
-            command, env=env, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self._errors, bufsize=0
+            command,
+            env=env,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=self._errors,
+            bufsize=0,
+            # A shell's background job ignores it, and its children with it.
+            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
         )
         self._buffer = b""
 

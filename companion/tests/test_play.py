@@ -143,7 +143,9 @@ class NowPlaying(HelperTest):
         self.assertTrue(service.closed.wait(LIMIT))
         played = {os.path.basename(line["wav"]) for line in service.lines}
         left = {name for name in self.files() if name != "text"}
-        self.assertLessEqual(left - played, set())
+        self.assertEqual(left - played, set())
+        for line in service.lines[:2]:
+            self.assertTrue(os.path.exists(line["wav"]))
 
     def test_no_service(self) -> None:
         done = self.once(self.text_file(REPLY), self.out, "--play")

@@ -12,7 +12,7 @@ import onnx
 from onnx import TensorProto, helper, numpy_helper
 
 SAMPLES_PER_TOKEN = 600
-LOUDNESS = {"af_heart": 0.5, "am_adam": 0.5, "bf_emma": 0.25}
+LOUDNESS = {"af_heart": 0.5, "am_adam": 0.5, "bm_george": 0.5, "bf_emma": 0.25}
 
 
 def constants() -> list[TensorProto]:
