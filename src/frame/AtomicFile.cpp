@@ -41,7 +41,11 @@ bool isRegular(int fd, std::size_t& size) {
 }  // namespace
 
 bool AtomicFile::write(const std::string& path, std::string_view bytes) {
-    const std::string temporary = path + ".tmp";
+    return writeThrough(path + ".tmp", path, bytes);
+}
+
+bool AtomicFile::writeThrough(const std::string& temporary, const std::string& path,
+                              std::string_view bytes) {
     if (writeWhole(temporary, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
     ::unlink(temporary.c_str());
     return false;

@@ -13,6 +13,9 @@ struct AtomicFile {
     /// Writes `<path>.tmp` (mode 0600) and renames it over `path`. False if anything fails; `path`
     /// is then untouched.
     static bool write(const std::string& path, std::string_view bytes);
+    /// As `write`, through a temporary file of this name in the same directory.
+    static bool writeThrough(const std::string& temporary, const std::string& path,
+                             std::string_view bytes);
 
     /// The content of a regular file; absent if there is none or it can't be read.
     static std::optional<std::string> read(const std::string& path);
