@@ -55,7 +55,7 @@ std::string defaultServiceSocketPath();
 
 /// Tells a service at the default socket that it was started again; true if one answered the
 /// connection. The line carries no protocol version on purpose: the service notes it in its log and
-/// does nothing, so that a second launch shows nothing. Takes at most about four seconds.
+/// does nothing, so that a second launch shows nothing. Takes at most about two seconds.
 bool tryNotifyExistingService();
 
 }  // namespace sonra

@@ -13,7 +13,7 @@ namespace sonra {
 namespace {
 
 constexpr int listenBacklog = 8;
-constexpr timeval sendLimit{2, 0};
+constexpr timeval sendLimit{1, 0};
 
 static_assert(sunAddressLength == offsetof(sockaddr_un, sun_path) + maxSunPathBytes);
 static_assert(sunAddressLength <= sizeof(sockaddr_un));

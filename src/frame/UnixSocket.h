@@ -24,7 +24,7 @@ bool packSunPath(sockaddr_un& address, std::string_view path);
 int bindUnixSocket(const std::string& path);
 
 /// A connected stream socket, close-on-exec; -1 on failure. Connecting and each later send on it
-/// take at most two seconds. Senders pass MSG_NOSIGNAL.
+/// take at most one second. Senders pass MSG_NOSIGNAL.
 int connectUnixSocket(const std::string& path);
 
 }  // namespace sonra
