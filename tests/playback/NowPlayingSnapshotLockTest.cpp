@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <thread>
+
+#include "frame/AtomicFile.h"
+#include "frame/Json.h"
+#include "frame/StateLock.h"
+#include "playback/NowPlayingSnapshotWriter.h"
+#include "support/TempDir.h"
+
+extern char** environ;
+
+namespace sonra {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Writer = NowPlayingSnapshotWriter;
+
+Writer::Playback playing(double elapsed) {
+    return {Writer::State::playing, "m1", elapsed, 20, 0, 1};
+}
+
+/// A process that takes the document's lock, as any program that follows its rules may, and keeps
+/// it.
+class LockHolder {
+  public:
+    explicit LockHolder(const std::string& lockPath) {
+        std::string script = "set -C; printf %s $$ > \"$0\"; exec sleep 60";
+        std::string path = lockPath, shell = "sh", option = "-c";
+        char* arguments[] = {shell.data(), option.data(), script.data(), path.data(), nullptr};
+        if (posix_spawn(&pid_, "/bin/sh", nullptr, nullptr, arguments, environ) != 0) return;
+        const auto limit = Clock::now() + 10s;
+        while (AtomicFile::read(lockPath) != std::to_string(pid_) && Clock::now() < limit)
+            std::this_thread::sleep_for(1ms);
+    }
+    ~LockHolder() { end(); }
+    LockHolder(const LockHolder&) = delete;
+    LockHolder& operator=(const LockHolder&) = delete;
+    void end() {
+        if (pid_ <= 0) return;
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        pid_ = 0;
+    }
+
+  private:
+    pid_t pid_ = 0;
+};
+
+class NowPlayingSnapshotLockTest : public testing::Test {
+  protected:
+    Json document() const { return json::parseObject(test::readFile(path_)).value_or(Json()); }
+
+    test::TempDir dir_;
+    const std::string path_ = dir_ / "now-playing.json";
+    Writer writer_{path_};
+};
+
+TEST_F(NowPlayingSnapshotLockTest, WaitsForALockThatAnotherThreadHolds) {
+    ASSERT_TRUE(StateLock::tryAcquire(path_));
+    std::thread writing([this] { writer_.updatePlayback(playing(1)); });
+    std::this_thread::sleep_for(150ms);
+    EXPECT_EQ(writer_.rev(), 0);
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    StateLock::release(path_);
+    writing.join();
+    EXPECT_EQ(document()["rev"], 1);
+    EXPECT_FALSE(std::filesystem::exists(StateLock::lockPath(path_)));
+}
+
+TEST_F(NowPlayingSnapshotLockTest, WritesUnlockedAfterASecondOfAnotherProcessHoldingIt) {
+    const LockHolder other(StateLock::lockPath(path_));
+    const auto start = Clock::now();
+    writer_.updatePlayback(playing(1));
+    const auto waited = Clock::now() - start;
+    EXPECT_GE(waited, 1s);
+    EXPECT_LT(waited, 3s);
+    EXPECT_EQ(document()["rev"], 1);
+    EXPECT_TRUE(std::filesystem::exists(StateLock::lockPath(path_)));  // still the other's
+}
+
+TEST_F(NowPlayingSnapshotLockTest, TakesOverFromAProcessThatWasKilledHoldingIt) {
+    LockHolder other(StateLock::lockPath(path_));
+    other.end();
+    const auto start = Clock::now();
+    writer_.updatePlayback(playing(1));
+    EXPECT_LT(Clock::now() - start, 800ms);
+    EXPECT_EQ(document()["rev"], 1);
+    EXPECT_FALSE(std::filesystem::exists(StateLock::lockPath(path_)));
+}
+
+TEST_F(NowPlayingSnapshotLockTest, ConcurrentUpdatesRaiseRevByExactlyTheirNumber) {
+    constexpr int threads = 8;
+    constexpr int updates = 5;
+    std::vector<std::thread> writing;
+    for (int t = 0; t < threads; ++t)
+        writing.emplace_back([this] {
+            for (int i = 0; i < updates; ++i) writer_.updateCursor({"s", Writer::Live{}, 0, 0, 0});
+        });
+    for (auto& thread : writing) thread.join();
+    EXPECT_EQ(writer_.rev(), threads * updates);
+    EXPECT_EQ(document()["rev"], threads * updates);
+}
+
+TEST_F(NowPlayingSnapshotLockTest, ReadersNeverSeeATornDocument) {
+    writer_.updateCursor({std::string(1, 'a'), Writer::Live{}, 0, 0, 0});
+    std::atomic<bool> done = false;
+    std::atomic<int> torn = 0;
+    std::atomic<int> seen = 0;
+    std::thread reading([&] {
+        while (!done) {
+            const auto read = json::parseObject(AtomicFile::read(path_).value_or(""));
+            if (!read || read->size() != 12) ++torn;
+            ++seen;
+        }
+    });
+    for (std::size_t i = 0; i < 300; ++i)
+        writer_.updateCursor({std::string(i % 2 == 0 ? 20'000 : 1, 'a'), Writer::Live{}, 0, 0, 0});
+    done = true;
+    reading.join();
+    EXPECT_EQ(torn, 0);
+    EXPECT_GT(seen, 10);
+}
+
+}  // namespace
+}  // namespace sonra
