@@ -217,7 +217,8 @@ Lexicon::Entries Lexicon::save(const std::string& dir, const Entries& entries) {
     Entries sanitised = sanitize(entries);
     if (!makeDirectory(dir)) return sanitised;
     try {
-        StateLock::withLock(profilePath(dir), [&] { return replaceProfile(dir, sanitised); });
+        StateLock::withLock(profilePath(dir), lockTimeout,
+                            [&] { return replaceProfile(dir, sanitised); });
     } catch (const StateLockError&) {
         // As any failure to write: the caller has its entries, and a later load shows what is on
         // disk.
@@ -231,7 +232,7 @@ std::optional<std::string> Lexicon::addEntry(std::string_view match, std::string
     if (auto rejected = validateEntry(match, say)) return rejected;
     if (!makeDirectory(dir)) return "couldn't write " + profilePath(dir);
     try {
-        return StateLock::withLock(profilePath(dir), [&] {
+        return StateLock::withLock(profilePath(dir), lockTimeout, [&] {
             return addUnderLock({std::string(match), std::string(say)}, dir);
         });
     } catch (const StateLockError& error) {
@@ -242,7 +243,7 @@ std::optional<std::string> Lexicon::addEntry(std::string_view match, std::string
 bool Lexicon::removeEntry(std::string_view match, const std::string& dir) {
     if (load(dir).empty()) return false;
     try {
-        return StateLock::withLock(profilePath(dir),
+        return StateLock::withLock(profilePath(dir), lockTimeout,
                                    [&] { return removeUnderLock(text::lowered(match), dir); });
     } catch (const StateLockError&) {
         return false;

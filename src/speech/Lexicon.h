@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -24,6 +25,8 @@ class Lexicon {
     static constexpr std::size_t maxEntries = 500;
     static constexpr std::size_t maxMatchChars = 64;  ///< UTF-16 code units
     static constexpr std::size_t maxSayChars = 256;   ///< UTF-16 code units
+    /// Longest wait for another writer of the profile; writing one takes milliseconds.
+    static constexpr std::chrono::milliseconds lockTimeout{2'000};
 
     struct Entry {
         std::string match;
