@@ -32,15 +32,24 @@ def say(text):
     print(f"demo: {text}", flush=True)
 
 
+class DemoFailed(Exception):
+    """What went wrong, as a sentence for the person who started the demo."""
+
+
+SERVICE = []
+
+
 def wait_for(what, condition, limit=30.0):
-    """Polls until `condition` gives something true; ends the demo with a plain sentence if it never does."""
+    """The first true answer of `condition`, asked over and over while the service runs."""
     deadline = time.monotonic() + limit
     while time.monotonic() < deadline:
         result = condition()
         if result:
             return result
+        if SERVICE and SERVICE[0].poll() is not None:
+            raise DemoFailed(f"the service ended with status {SERVICE[0].returncode} before {what}")
         time.sleep(0.05)
-    raise SystemExit(f"demo: gave up waiting for {what}; the service's log is below {Path.home()}/Library/Logs/Sonra")
+    raise DemoFailed(f"gave up waiting for {what}")
 
 
 def read_json(path):
@@ -179,6 +188,7 @@ def run(folder):
 
     say("starting the service")
     service = subprocess.Popen([str(PROGRAM)], env=environment)
+    SERVICE.append(service)
     try:
         wait_for("the service's socket", (shared / "service.sock").exists)
         say("announcing the session; the service attaches it by itself")
@@ -192,7 +202,7 @@ def run(folder):
         if sound:
             sound.finish()
     if service.returncode != 0:
-        raise SystemExit(f"demo: the service ended with status {service.returncode}")
+        raise DemoFailed(f"the service ended with status {service.returncode}")
     if sound:
         seconds = sound.save(RECORDING)
         say(f"recorded {RECORDING} ({seconds:.1f} seconds)")
@@ -204,8 +214,9 @@ def main():
     folder = Path(tempfile.mkdtemp(prefix="sonra-demo-"))
     try:
         run(folder)
-    finally:
-        shutil.rmtree(folder, ignore_errors=True)
+    except DemoFailed as failure:
+        raise SystemExit(f"demo: {failure}; the service's log is in {folder}/Library/Logs/Sonra") from None
+    shutil.rmtree(folder, ignore_errors=True)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -8,13 +9,10 @@
 
 namespace sonra {
 
-class InotifyFileWatcher;
-class PulseConnection;
-
 /// Brings up what the process's mode asks for, once the event loop can run.
 ///
-/// Main thread only; owned by main for the life of the process. Ways to end it come in as a
-/// callback.
+/// Main thread only; owned by main for the life of the process. The loop must outlive it. What
+/// can't be brought up ends the process through `exit`, with the reason on standard error.
 class AppDelegate {
   public:
     using Exit = std::function<void(int status)>;
@@ -24,14 +22,13 @@ class AppDelegate {
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
 
-    /// Takes the service's lock and starts the coordinator; ends the process where that isn't
-    /// possible.
     void applicationDidFinishLaunching();
     /// What must happen before the process ends, whichever way it ends.
     void shutDown();
 
   private:
     void startService(const std::string& socketPath);
+    AppCoordinator::Platform platform();
 
     Mode mode_;
     MainLoop& loop_;

@@ -53,20 +53,20 @@ AppCoordinator::~AppCoordinator() = default;
 
 bool AppCoordinator::start() {
     SONRA_ASSERT_MAIN_THREAD();
-    speech_.synthesizer->kokoro().warmup();
+    speech_.synthesizer->kokoro()->warmup();
     wireQueue();
     wireSessions();
     wireTransport();
     wireSessionCommands();
     applyState();
-    ipc_->setOnCommand([weak = weak_from_this()](const Json& message) {
+    ipc_->onCommand = [weak = weak_from_this()](const Json& message) {
         if (const auto self = weak.lock()) self->handleIPC(message);
-    });
+    };
     if (!ipc_->start()) return false;
     stateTimer_ = platform_.loop.every(stateInterval, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->applyState();
     });
-    if (!ctlSpawnDisabled()) prewarmKokoro();
+    if (!CtlInvocation::ctlSpawnDisabled()) prewarmKokoro();
     return true;
 }
 
@@ -102,9 +102,8 @@ void AppCoordinator::wireSessions() {
 /// The voice for the sessions; behind each message the snapshot says that no more speech is being
 /// made.
 NarrationPump::Synth AppCoordinator::makeSynth() {
-    auto speak = NativeNarration::makeKokoroSynth(
-        std::shared_ptr<SpeechEngine>(speech_.synthesizer, &speech_.synthesizer->kokoro()),
-        speech_.worker, [] { return configOf(ServiceState::read()); });
+    auto speak = NativeNarration::makeKokoroSynth(speech_.synthesizer->kokoro(), speech_.worker,
+                                                  [] { return configOf(ServiceState::read()); });
     return [snapshot = nowPlayingSnapshot_, &loop = platform_.loop, speak = std::move(speak)](
                const std::string& text, const std::string& sessionId, const std::string& messageId,
                const NarrationPump::OnChunk& onChunk) {
@@ -156,7 +155,7 @@ void AppCoordinator::onNewAttach() {
 
 /// The queue plays out what it holds; the worker is no longer needed.
 void AppCoordinator::onLastDetach() {
-    speech_.synthesizer->kokoro().cancelCurrent();
+    speech_.synthesizer->kokoro()->cancelCurrent();
     platform_.pool.post([worker = speech_.worker] { worker->stop(); });
 }
 
@@ -218,9 +217,9 @@ void AppCoordinator::maybeAutoAttachSoleSession(const StateTick& tick) {
 
 /// Brings the voice up ahead of need, off the main thread.
 void AppCoordinator::prewarmKokoro() {
-    if (ctlSpawnDisabled()) return;
+    if (CtlInvocation::ctlSpawnDisabled()) return;
     platform_.pool.post([worker = speech_.worker] { worker->startAndWaitReady(); });
-    speech_.synthesizer->kokoro().warmup();
+    speech_.synthesizer->kokoro()->warmup();
 }
 
 }  // namespace sonra

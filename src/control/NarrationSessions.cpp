@@ -160,6 +160,8 @@ void NarrationSessions::start(const std::string& id, const std::string& source,
     options.sessionId = id;
     options.pathProvider = [this, id, transcript] { return transcriptPath(id, transcript); };
     options.synth = callbacks_.synth;
+    // What was said isn't kept: chunks are only played.
+    options.recordLive = [](const AudioChunk&) {};
     options.enqueue = callbacks_.enqueue;
     options.offsetPersist = [this](const std::string& session, const TailOffset& offset) {
         offsets_.report(session, offset.intValue());

@@ -19,12 +19,12 @@ namespace sonra {
 /// What a client or the automatic rule asks to be narrated. `source` empty means Claude Code;
 /// `transcript` may be empty when it can be derived from `cwd`.
 struct AttachRequest {
-    std::string id;
-    std::string cwd;
-    std::string transcript;
-    std::string source;
-    std::string branch;
-    std::string title;
+    std::string id = {};
+    std::string cwd = {};
+    std::string transcript = {};
+    std::string source = {};
+    std::string branch = {};
+    std::string title = {};
 };
 
 /// The sessions that are being narrated: their rows in the shared document, and the tailer of each.

@@ -12,10 +12,14 @@ struct WorkerMessage {
     enum class Type { ready, result };
 
     Type type = Type::ready;
-    std::optional<std::int32_t> pid{};  ///< of `ready`; at least 1
-    std::optional<std::int64_t>
-        id{};         ///< of `result`; absent if the worker gave none or no integer
-    bool ok = false;  ///< of `result`; only a true boolean is true
+    /// Of `ready`: at least 1.
+    std::optional<std::int32_t> pid{};
+    /// Of `ready`: what speaks; empty if the worker doesn't say.
+    std::string backend{};
+    /// Of `result`: absent if the worker gave none, or no integer.
+    std::optional<std::int64_t> id{};
+    /// Of `result`: only a true boolean is true.
+    bool ok = false;
 
     bool operator==(const WorkerMessage&) const = default;
 

@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(
         CandidateCase{"BesideStaleRowOfAnother", {}, {row("c", stale, "codex"), row("a", 0)}, "a"},
         CandidateCase{"BesideStaleRowOfItsOwn", {}, {row("b", stale), row("a", 0)}, "a"},
         CandidateCase{"NoRows", {}, {}, ""}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& which) { return which.param.name; });
 
 TEST(SessionRows, LatchWhenAnIdVanished) {
     const auto latch = SessionRows::shouldLatchStateLevelDetach;

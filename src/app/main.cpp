@@ -1,0 +1,114 @@
+#include <malloc.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <QApplication>
+#include <cstdio>
+#include <memory>
+
+#include "app/AppDelegate.h"
+#include "app/SignalWatch.h"
+#include "frame/Home.h"
+#include "frame/Log.h"
+#include "frame/TemporaryDirectory.h"
+#include "linux/JournalLog.h"
+#include "linux/QtMainLoop.h"
+
+namespace {
+
+constexpr auto usage =
+    "Reads the replies of AI coding agents aloud as they are written.\n"
+    "\n"
+    "Usage:\n"
+    "  sonra                              start the service; a second start leaves the first "
+    "alone\n"
+    "  sonra --service --socket <path>    start it with its socket at a path of choice\n"
+    "  sonra --help                       print this text\n"
+    "  sonra --version                    print the version\n"
+    "\n"
+    "The service listens on $HOME/.claude/tts/service.sock and follows "
+    "$HOME/.claude/tts/state.json;\n"
+    "it writes its log to $HOME/Library/Logs/Sonra/sonra.ndjson.\n";
+
+/// Answers the two questions that need no service; false for any other command line.
+bool answered(const std::vector<std::string>& args) {
+    if (args.size() != 2) return false;
+    if (args[1] == "--help") return std::fputs(usage, stdout) >= 0;
+    if (args[1] == "--version") return std::puts("sonra " SONRA_VERSION) >= 0;
+    return false;
+}
+
+/// Without a display the windows have nowhere to go; narration goes on. Floating windows need X11,
+/// through Xwayland where the session is Wayland's. A choice of the user's own wins.
+void choosePlatform() {
+    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) return;
+    qputenv("QT_QPA_PLATFORM",
+            qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+                ? "offscreen"
+                : "xcb;wayland;offscreen");
+}
+
+/// Every way out comes through here. No destructor runs behind it, so none can hang.
+[[noreturn]] void endProcess(sonra::AppDelegate& delegate, int status) {
+    delegate.shutDown();
+    sonra::removeTemporaryDirectory();
+    sonra::Log::shared().flush();
+    _exit(status);
+}
+
+/// Qt's own remarks go where the program's go, not to the terminal of whoever started it.
+void logQtMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
+    const auto log = sonra::Log::shared().child({{"module", "qt"}});
+    const auto text = message.toStdString();
+    if (type == QtCriticalMsg || type == QtFatalMsg) {
+        log.error(text);
+    } else {
+        log.debug(text);
+    }
+}
+
+int runApplication(const sonra::Mode& mode, int& argc, char** argv) {
+    choosePlatform();
+    qInstallMessageHandler(logQtMessage);
+    QApplication application(argc, argv);
+    QApplication::setApplicationName("sonra");
+    QApplication::setDesktopFileName("dev.trelnivorn.sonra");
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    sonra::QtMainLoop loop;
+    std::unique_ptr<sonra::AppDelegate> delegate;
+    const auto exit = [&delegate](int status) { endProcess(*delegate, status); };
+    const sonra::SignalWatch signals(loop, [&exit](int number) {
+        sonra::Log::shared()
+            .child({{"module", "main"}})
+            .info("sonra shutdown",
+                  {{"input", {{"signal", number == SIGTERM ? "SIGTERM" : "SIGINT"}}}});
+        exit(0);
+    });
+    delegate = std::make_unique<sonra::AppDelegate>(mode, loop, exit);
+    delegate->applicationDidFinishLaunching();
+    endProcess(*delegate, QApplication::exec());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> args(argv, argv + argc);
+    if (answered(args)) return 0;
+    // Each thread that allocates would get an arena of its own; few are enough, and memory at rest
+    // stays small.
+    mallopt(M_ARENA_MAX, 2);
+    sonra::SignalWatch::block();
+
+    const auto decision = sonra::parseMode(args);
+    if (const auto* early = std::get_if<sonra::EarlyExit>(&decision)) {
+        std::fputs(early->standardError.c_str(), stderr);
+        return early->status;
+    }
+    sonra::Log::setShared(
+        sonra::Log(sonra::Log::sharedOptions(std::make_shared<sonra::JournalLog>())));
+    sonra::Log::shared()
+        .child({{"module", "main"}})
+        .info("sonra up", {{"input", {{"pid", getpid()}, {"argv", args}}}});
+    return runApplication(std::get<sonra::Mode>(decision), argc, argv);
+}

@@ -1,0 +1,253 @@
+#include "control/Fixture.h"
+
+namespace sonra {
+namespace {
+
+class Attach : public test::CoordinatorTest {
+  protected:
+    void SetUp() override {
+        transcript = makeTranscript("s1", "/p");
+        start();
+    }
+    std::size_t tailersStarted() const { return log.count("native tailer started (forward-only)"); }
+
+    std::string transcript;
+};
+
+TEST_F(Attach, LandsOneRowStampsItAndStartsOneTailer) {
+    coordinator->attachSessionLocal({"s1", "/p", "", "", "main", "Title"});
+    ASSERT_EQ(rows().size(), 1U);
+    const Json expected{{"id", "s1"},
+                        {"cwd", "/p"},
+                        {"transcript", transcript},
+                        {"source", "claude-code"},
+                        {"offset", 16},
+                        {"attachedAt", 1'800'000'000'000},
+                        {"branch", "main"},
+                        {"title", "Title"}};
+    EXPECT_EQ(rows()[0], expected);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_EQ(tailersStarted(), 1U);
+}
+
+TEST_F(Attach, TwiceAddsNoSecondRowAndNoSecondTailer) {
+    coordinator->attachSession("s1", "/p");
+    const auto before = document();
+    coordinator->attachSession("s1", "/p");
+    EXPECT_EQ(document(), before);
+    EXPECT_EQ(tailersStarted(), 1U);
+    EXPECT_EQ(log.records("attach").back()["result"],
+              (Json{{"wrote", true}, {"newAttach", false}}));
+}
+
+struct RefusedCase {
+    const char* name;
+    AttachRequest request;
+    std::string message;
+};
+
+class RefusedAttach : public test::CoordinatorTest,
+                      public testing::WithParamInterface<RefusedCase> {};
+
+TEST_P(RefusedAttach, IsAWarningAndChangesNothing) {
+    const auto& [name, request, message] = GetParam();
+    makeTranscript("s1", "/p");
+    start();
+    log.expect(message);
+    coordinator->attachSessionLocal(request);
+    EXPECT_EQ(document(), Json::object());
+    EXPECT_EQ(log.records(message).back()["method"], "attachSessionLocal");
+    EXPECT_EQ(log.count("attach"), 0U);
+}
+
+const std::string badCwd = "attach: invalid cwd, expected absolute path without '..'";
+const std::string noTranscript = "attach: no transcript and no cwd to derive one";
+
+INSTANTIATE_TEST_SUITE_P(
+    Attach, RefusedAttach,
+    testing::Values(
+        RefusedCase{"EmptyId", {"", "/p"}, "attach: empty session id"},
+        RefusedCase{"RelativeCwd", {"s1", "relative/path"}, badCwd},
+        RefusedCase{"CwdWithDots", {"s1", "/a/../b"}, badCwd},
+        RefusedCase{"UnknownSource", {"s1", "/p", "", "garbage"}, "attach: unknown source"},
+        RefusedCase{"NothingToDeriveFrom", {"s1", ""}, noTranscript},
+        RefusedCase{"OtherSourceWithoutTranscript", {"s1", "/p", "", "codex"}, noTranscript},
+        RefusedCase{"MissingTranscript",
+                    {"s1", "/p", "/nowhere/x.jsonl"},
+                    "attach: transcript missing on disk"}),
+    [](const auto& which) { return which.param.name; });
+
+TEST_F(Attach, ShortFormIsOfClaudeCodeAndHonoursTheGuards) {
+    log.expect("attach: invalid cwd, expected absolute path without '..'");
+    coordinator->attachSession("s1", "p");
+    EXPECT_EQ(rows(), Json());
+    coordinator->attachSession("s1", "/p");
+    EXPECT_EQ(rows()[0]["source"], "claude-code");
+}
+
+TEST_F(Attach, UnknownSourceNamesTheKnownOnesSorted) {
+    log.expect("attach: unknown source");
+    coordinator->attachSessionLocal({"s1-long-name", "/p", "", "garbage"});
+    EXPECT_EQ(
+        log.records("attach: unknown source")[0]["input"],
+        (Json{{"id", "s1-long-"},
+              {"source", "garbage"},
+              {"known", {"aider", "claude-code", "cline", "codex", "gemini", "opencode", "pi"}}}));
+}
+
+TEST_F(Attach, SourceWithoutAReaderKeepsItsRowButNarratesNothing) {
+    coordinator->attachSessionLocal({"c1", "/p", transcript, "codex"});
+    EXPECT_EQ(rows()[0]["source"], "codex");
+    EXPECT_FALSE(coordinator->sessions().isNarrating("c1"));
+    EXPECT_EQ(log.count("no live reader for source; skipping native tailer"), 1U);
+}
+
+TEST_F(Attach, ClearsAStalePause) {
+    writeDocument({{"paused", true}});
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->queue().paused());
+    coordinator->attachSession("s1", "/p");
+    EXPECT_FALSE(coordinator->queue().paused());
+    EXPECT_EQ(document()["paused"], false);
+}
+
+TEST_F(Attach, KeepsWhatOthersWroteIntoTheDocument) {
+    writeDocument(
+        {{"theirs", {1, 2}}, {"sessions", {{{"id", "other"}, {"cwd", "/o"}, {"extra", true}}}}});
+    coordinator->attachSession("s1", "/p");
+    EXPECT_EQ(document()["theirs"], (Json{1, 2}));
+    ASSERT_EQ(rows().size(), 2U);
+    EXPECT_EQ(rows()[0]["extra"], true);
+}
+
+TEST_F(Attach, SpeaksOnlyWhatIsWrittenAfterwards) {
+    test::appendFile(transcript, "");
+    coordinator->attachSession("s1", "/p");
+    reply(transcript, "m1", "This is spoken because it came later");
+    EXPECT_TRUE(waitForPlays(1));
+    ASSERT_TRUE(coordinator->queue().currentChunk());
+    EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
+    EXPECT_EQ(coordinator->queue().currentChunk()->text, "This is spoken because it came later");
+}
+
+TEST_F(Attach, FollowsARowThatMovesToAnotherTranscript) {
+    coordinator->attachSession("s1", "/p");
+    const auto moved = makeTranscript("moved", "/p");
+    auto changed = document();
+    changed["sessions"][0]["transcript"] = moved;
+    writeDocument(changed);
+    loop.advance(stateTick);
+    EXPECT_EQ(files.armed(), std::vector<std::string>{moved});
+}
+
+TEST_F(Attach, CursorIsWrittenToTheRowWhenItChanges) {
+    coordinator->attachSession("s1", "/p");
+    test::appendFile(transcript, "{\"type\":\"user\",\"n\":1}\n");
+    files.fire(transcript, {.written = true});
+    EXPECT_TRUE(loop.runUntil([&] { return rows()[0]["offset"] == 38; }));
+    std::filesystem::remove(ServiceState::path());
+    loop.advance(std::chrono::seconds(1));
+    EXPECT_FALSE(std::filesystem::exists(ServiceState::path()))
+        << "an unchanged cursor was written";
+}
+
+TEST_F(Attach, DetachStopsAndDropsTheTailer) {
+    coordinator->attachSession("s1", "/p");
+    coordinator->detachSessionLocal("s1");
+    EXPECT_EQ(rows(), Json::array());
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_TRUE(files.armed().empty());
+    EXPECT_TRUE(coordinator->sessions().userDetachedThisRun());
+}
+
+TEST_F(Attach, DetachOfAnUnknownOrEmptyIdChangesNoRow) {
+    coordinator->attachSession("s1", "/p");
+    const auto before = rows();
+    coordinator->detachSessionLocal("nobody");
+    coordinator->detachSessionLocal("");
+    EXPECT_EQ(rows(), before);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_EQ(log.count("detach"), 1U);
+}
+
+TEST_F(Attach, ResumeStartsATailerForARowThatHasNone) {
+    writeDocument({{"sessions", {{{"id", "s1"}, {"cwd", "/p"}, {"transcript", transcript}}}}});
+    loop.advance(stateTick);
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+    const auto before = rows();
+    coordinator->handleIPC({{"cmd", "attach"}, {"id", "s1"}, {"resume", true}});
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_EQ(rows(), before);
+    coordinator->handleIPC({{"cmd", "attach"}, {"id", "s1"}, {"resume", true}});
+    EXPECT_EQ(tailersStarted(), 1U);
+}
+
+TEST_F(Attach, ResumeOfASessionWithoutARowAttachesIt) {
+    coordinator->handleIPC({{"cmd", "attach"}, {"id", "s1"}, {"cwd", "/p"}, {"resume", true}});
+    EXPECT_EQ(rows().size(), 1U);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+}
+
+class AutoAttach : public test::CoordinatorTest {
+  protected:
+    void SetUp() override {
+        transcript = makeTranscript("s1", "/p");
+        start();
+    }
+    std::string transcript;
+};
+
+TEST_F(AutoAttach, TakesTheSoleFreshSessionAtTheNextTick) {
+    writeDocument({{"discoveredSessions", {discovered("s1", transcript)}}});
+    loop.advance(stateTick);
+    ASSERT_EQ(rows().size(), 1U);
+    EXPECT_EQ(rows()[0]["id"], "s1");
+    EXPECT_EQ(log.count("auto-attach sole session"), 1U);
+    loop.advance(stateTick * 3);
+    EXPECT_EQ(log.count("auto-attach sole session"), 1U);
+}
+
+TEST_F(AutoAttach, StandsDownAfterADetachThoughTheCandidateWouldStillQualify) {
+    writeDocument({{"discoveredSessions", {discovered("s1", transcript)}}});
+    loop.advance(stateTick);
+    coordinator->detachSessionLocal("s1");
+    loop.advance(stateTick * 3);
+    EXPECT_EQ(rows(), Json::array());
+}
+
+TEST_F(AutoAttach, StandsDownAfterADetachFromOutside) {
+    writeDocument({{"discoveredSessions", {discovered("s1", transcript)}}});
+    loop.advance(stateTick);
+    auto changed = document();
+    changed["sessions"] = Json::array();
+    writeDocument(changed);
+    loop.advance(stateTick * 3);
+    EXPECT_EQ(rows(), Json::array());
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_EQ(log.count("state-level detach observed; auto-attach stands down for this run"), 1U);
+}
+
+TEST_F(AutoAttach, OneOfTwoThatVanishesCountsAndTheOtherGoesOn) {
+    const auto second = makeTranscript("s2", "/p");
+    coordinator->attachSession("s1", "/p");
+    coordinator->attachSession("s2", "/p");
+    loop.advance(stateTick);
+    auto changed = document();
+    changed["sessions"].erase(0);
+    writeDocument(changed);
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->sessions().userDetachedThisRun());
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s2"));
+}
+
+TEST_F(AutoAttach, AnAddedRowAloneLatchesNothing) {
+    writeDocument({{"sessions", {{{"id", "x"}, {"cwd", "/p"}}}}});
+    loop.advance(stateTick);
+    writeDocument({{"sessions", {{{"id", "x"}, {"cwd", "/p"}}, {{"id", "y"}, {"cwd", "/p"}}}}});
+    loop.advance(stateTick);
+    EXPECT_FALSE(coordinator->sessions().userDetachedThisRun());
+}
+
+}  // namespace
+}  // namespace sonra

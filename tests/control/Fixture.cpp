@@ -1,0 +1,86 @@
+#include "control/Fixture.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "frame/ScriptResolver.h"
+#include "support/TranscriptLines.h"
+
+namespace sonra::test {
+
+CoordinatorTest::CoordinatorTest() : voiceLauncher(home / "voice") {
+    writeFile(voiceLauncher, "#!/bin/sh\n[ -z \"$5\" ] || cp \"$4\" \"$5\"\n");
+    chmod(voiceLauncher.c_str(), 0700);
+    log.expect("tts_kokoro.py not found; worker disabled (per-spawn fallback)");
+}
+
+void CoordinatorTest::start() {
+    const auto launcher = [path = voiceLauncher] { return std::optional<std::string>(path); };
+    KokoroProcessEngine::Options spawned;
+    spawned.scriptOverride = voiceLauncher;
+    spawned.uvResolver = launcher;
+    KokoroWorkerEngine::Options resident;
+    resident.scriptLocator = []() -> std::string {
+        throw ScriptResolverError("tts_kokoro.py", {});
+    };
+    AppCoordinator::Speech speech{
+        std::make_shared<MacSynthesizer>(KokoroProcessEngine::make(pool, spawned),
+                                         GeminiEngine::make(pool)),
+        std::make_shared<KokoroWorkerEngine>(resident)};
+    // Brings the announced warning about in every test.
+    speech.worker->startAndWaitReady();
+    AppCoordinator::Platform platform{loop,
+                                      players,
+                                      files,
+                                      pool,
+                                      nullptr,
+                                      [this](int status) { exits.push_back(status); },
+                                      [] { return wallClockMs; }};
+    coordinator =
+        std::make_shared<AppCoordinator>(home.shared() + "/service.sock", platform, speech);
+    ASSERT_TRUE(coordinator->start());
+    loop.runPosted();
+}
+
+Json CoordinatorTest::document() const {
+    return json::parse(readFile(ServiceState::path())).value_or(Json::object());
+}
+
+void CoordinatorTest::writeDocument(const Json& document) const {
+    writeFile(ServiceState::path(), document.dump());
+}
+
+Json CoordinatorTest::rows() const {
+    return document().value("sessions", Json());
+}
+
+std::string CoordinatorTest::makeTranscript(const std::string& id, const std::string& cwd) const {
+    const auto directory = home / (".claude/projects/" + SessionRows::sanitizeCwd(cwd));
+    std::filesystem::create_directories(directory);
+    writeFile(directory + "/" + id + ".jsonl", "{\"type\":\"user\"}\n");
+    return directory + "/" + id + ".jsonl";
+}
+
+Json CoordinatorTest::discovered(const std::string& id, const std::string& transcript) const {
+    return {{"sessionId", id},
+            {"cwd", "/p"},
+            {"transcript", transcript},
+            {"mtimeMs", wallClockMs - 1000}};
+}
+
+void CoordinatorTest::reply(const std::string& transcript, const std::string& messageId,
+                            const std::string& text) {
+    appendFile(transcript, assistantLine(messageId, text));
+    files.fire(transcript, {.written = true});
+}
+
+bool CoordinatorTest::waitForPlays(std::size_t count) {
+    return loop.runUntil([&] {
+        return static_cast<std::size_t>(std::count_if(
+                   players.calls().begin(), players.calls().end(),
+                   [](const auto& call) { return call.starts_with("play "); })) >= count;
+    });
+}
+
+}  // namespace sonra::test

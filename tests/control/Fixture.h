@@ -1,0 +1,55 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "control/AppCoordinator.h"
+#include "support/FakeFileWatcher.h"
+#include "support/FakePlayer.h"
+#include "support/LogWatch.h"
+#include "support/ManualLoop.h"
+#include "support/TempDir.h"
+
+namespace sonra::test {
+
+/// A coordinator on a loop whose clock stands still, with a home of its own, silent players, and a
+/// voice that is a tiny script of the test's own: it "speaks" by copying the text to the sound
+/// file.
+class CoordinatorTest : public testing::Test {
+  protected:
+    static constexpr double wallClockMs = 1'800'000'000'000;
+    static constexpr auto stateTick = AppCoordinator::stateInterval;
+
+    CoordinatorTest();
+
+    /// Starts the coordinator on what the shared document says now.
+    void start();
+    Json document() const;
+    void writeDocument(const Json& document) const;
+    /// The rows of `sessions`, null if there is no such key.
+    Json rows() const;
+    /// A transcript of Claude Code's at the place where the session's is looked for.
+    std::string makeTranscript(const std::string& id, const std::string& cwd) const;
+    /// A fresh row of `discoveredSessions`.
+    Json discovered(const std::string& id, const std::string& transcript) const;
+    /// Appends a reply and lets the tailer see it.
+    void reply(const std::string& transcript, const std::string& messageId,
+               const std::string& text);
+    bool waitForPlays(std::size_t count);
+
+    TempHome home;
+    ScopedEnv noCtl{"TTS_DISABLE_CTL", "1"};
+    ManualLoop loop;
+    FakePlayerFactory players{loop};
+    FakeFileWatcher files;
+    WorkerPool pool;
+    std::vector<int> exits;
+    std::string voiceLauncher;
+    std::shared_ptr<AppCoordinator> coordinator;
+    LogWatch log;
+};
+
+}  // namespace sonra::test

@@ -1,0 +1,187 @@
+"""Starts, ends and bad input of the whole program."""
+import json
+import os
+import random
+import socket
+import subprocess
+import time
+import unittest
+
+from service import PROGRAM, Home, Service, assistant_line
+from soundlab import short_folder, wait_for
+
+
+class LifecycleCase(unittest.TestCase):
+    def setUp(self):
+        folder = short_folder()
+        self.addCleanup(folder.cleanup)
+        self.home = Home(folder.name)
+        # No sound is needed here, and none of the machine's own is to be touched.
+        self.environment = {"PULSE_SERVER": f"unix:{folder.name}/none"}
+
+    def start(self, arguments=()):
+        service = Service(self.home, self.environment, arguments)
+        self.addCleanup(service.stop)
+        return service
+
+    def run_program(self, *arguments):
+        return subprocess.run([str(PROGRAM), *arguments], env=os.environ | {"HOME": str(self.home.path)} | self.environment,
+                              capture_output=True, text=True, timeout=20, check=False)
+
+
+class CommandLine(LifecycleCase):
+    def test_help_and_version_answer_at_once(self):
+        version = self.run_program("--version")
+        self.assertEqual((version.returncode, version.stderr), (0, ""))
+        self.assertRegex(version.stdout, r"^sonra \d+\.\d+\.\d+\n$")
+        helped = self.run_program("--help")
+        self.assertEqual((helped.returncode, helped.stderr), (0, ""))
+        for word in ("--service", "--socket", "--help", "--version"):
+            self.assertIn(word, helped.stdout)
+
+    def test_service_without_a_socket_ends_with_two(self):
+        for arguments in (["--service"], ["--service", "--socket"]):
+            result = self.run_program(*arguments)
+            self.assertEqual((result.returncode, result.stderr), (2, "--service requires --socket <path>\n"))
+
+    def test_modes_that_are_not_there_say_so(self):
+        for arguments in (["some.wav"], ["--captions-serve", "--socket", "/tmp/x.sock"]):
+            result = self.run_program(*arguments)
+            self.assertEqual(result.returncode, 1)
+            self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
+
+    def test_service_at_a_socket_of_choice(self):
+        self.home.socket_path = self.home.path / "other.sock"
+        self.start(["--service", "--socket", str(self.home.socket_path)]).wait_ready()
+
+    def test_a_socket_path_too_long_is_refused_with_a_reason(self):
+        result = self.run_program("--service", "--socket", "/tmp/" + "x" * 120)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("tts: socket path too long (126 bytes, max 104)", result.stderr)
+        self.assertIn("ipc: bind/listen failed for ", result.stderr)
+
+
+class OneServiceOnly(LifecycleCase):
+    def test_a_second_plain_launch_ends_quietly(self):
+        self.start().wait_ready()
+        second = self.run_program()
+        self.assertEqual((second.returncode, second.stderr), (0, ""))
+        mismatch = wait_for("the mismatch", lambda: self.home.log("ipc proto mismatch, ignoring"))
+        self.assertEqual([r["input"]["cmd"] for r in mismatch], ["search"])
+        self.assertEqual(self.home.log("ipc message"), [])
+
+    def test_four_starts_at_once_leave_one_service_with_its_socket(self):
+        starts = [self.start() for _ in range(4)]
+        wait_for("three to end", lambda: sum(s.process.poll() is not None for s in starts) == 3)
+        winner = next(s for s in starts if s.process.poll() is None)
+        winner.wait_ready()
+        self.assertEqual([s.process.returncode for s in starts if s is not winner], [0, 0, 0])
+        self.assertEqual((self.home.shared / "sonra.lock").read_text(), f"{winner.process.pid}\n")
+        winner.send({"cmd": "toggle"})
+        wait_for("its answer", lambda: self.home.state().get("paused"))
+
+    def test_a_stale_socket_is_replaced(self):
+        with socket.socket(socket.AF_UNIX) as stale:
+            stale.bind(str(self.home.socket_path))
+        self.start().wait_ready()
+
+
+class Ends(LifecycleCase):
+    def test_signals_end_with_zero_and_take_the_socket_along(self):
+        for number, name in ((15, "SIGTERM"), (2, "SIGINT")):
+            with self.subTest(name):
+                service = self.start().wait_ready()
+                service.process.send_signal(number)
+                self.assertEqual(service.process.wait(10), 0)
+                self.assertFalse(self.home.socket_path.exists())
+                self.assertEqual(self.home.log("sonra shutdown")[-1]["input"], {"signal": name})
+
+    def test_quit_ends_with_zero_and_takes_the_socket_along(self):
+        service = self.start().wait_ready()
+        service.send({"cmd": "quit"})
+        self.assertEqual(service.process.wait(10), 0)
+        self.assertFalse(self.home.socket_path.exists())
+
+    def test_no_child_outlives_the_service(self):
+        service = self.start().wait_ready()
+        service.wait_warm()
+        worker = self.home.log("kokoro worker ready")[0]["input"]["pid"]
+        service.process.kill()
+        service.process.wait()
+        wait_for("the worker's end", lambda: not os.path.exists(f"/proc/{worker}"))
+
+    def test_killed_at_any_moment_the_documents_stay_whole_and_the_next_start_works(self):
+        chance = random.Random(7)
+        for _ in range(6):
+            service = self.start().wait_ready()
+            with socket.socket(socket.AF_UNIX) as client:
+                client.connect(str(self.home.socket_path))
+                deadline = time.monotonic() + chance.uniform(0.02, 0.3)
+                value = 0
+                while time.monotonic() < deadline:
+                    value = (value + 1) % 100
+                    client.sendall(json.dumps({"proto": 1, "cmd": "volume", "value": value}).encode() + b"\n")
+            service.process.kill()
+            service.process.wait()
+            for name in ("state.json", "now-playing.json"):
+                path = self.home.shared / name
+                if path.exists():
+                    json.loads(path.read_text())
+        self.start().wait_ready()
+
+
+class BadInput(LifecycleCase):
+    GARBAGE = (b"not json\n", b"\xff\xfe\x00\n", b"[]\n", b"{}\n", b'{"proto":true,"cmd":"skip"}\n',
+               b'{"proto":1,"cmd":7}\n', b'{"proto":1,"cmd":"nothing-of-ours"}\n', b"[" * 100_000 + b"\n",
+               b'{"proto":1,"cmd":"volume","value":"loud"}\n', b'{"proto":1,"cmd":"volume","value":1e300}\n',
+               b'{"proto":1,"cmd":"attach","id":{}}\n', b'{"proto":1,"cmd":"attach","id":"x","cwd":"../y"}\n',
+               b'{"proto":1,"cmd":"detach"}\n', b'{"proto":1,"cmd":"play","wav":"/nowhere.wav","text":"\\ud800"}\n', b"\n")
+
+    def test_garbage_on_the_socket_changes_nothing(self):
+        service = self.start().wait_ready()
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(self.home.socket_path))
+            for line in self.GARBAGE:
+                client.sendall(line)
+            client.sendall(b'{"proto":1,"cmd":"toggle"}\n')
+        wait_for("the last line's effect", lambda: self.home.state().get("paused"))
+        self.assertIsNone(service.process.poll())
+        self.assertEqual(self.home.state().get("sessions", []), [])
+
+    def test_whatever_the_document_holds_the_service_stays_up_and_keeps_unknown_keys(self):
+        odd = {"voice": 7, "speed": "fast", "volume": 50.5, "paused": "no", "sessions": [1, {"id": 3}, {"id": "a"}],
+               "discoveredSessions": {"a": 1}, "daemonKey": {"kept": [1.0, None, "ü"]}}
+        self.home.write_state(**odd)
+        service = self.start().wait_ready()
+        service.send({"cmd": "pause"})
+        wait_for("the pause", lambda: self.home.state().get("paused") is True)
+        self.assertEqual(self.home.state()["daemonKey"], odd["daemonKey"])
+        self.assertEqual(self.home.state()["discoveredSessions"], odd["discoveredSessions"])
+        self.home.state_path.write_text("{ this is not json")
+        service.send({"cmd": "resume"})
+        wait_for("a whole document", lambda: self.home.state().get("paused") is False)
+
+    def test_transcripts_that_are_replaced_cut_and_deleted(self):
+        service = self.start().wait_ready()
+        service.attach()
+        path = self.home.transcript
+        self.home.append(assistant_line(1, "The first of several replies"))
+        self.wait_narrated(1)
+        path.write_text(assistant_line(2, "Cut"))
+        path.write_text(assistant_line(3, "A shorter file is new"))
+        self.wait_narrated(2)
+        path.rename(path.with_suffix(".old"))
+        path.write_text(assistant_line(4, "A file of the same name after a rename"))
+        self.wait_narrated(3)
+        path.unlink()
+        time_of_absence = wait_for("a tick without the file", lambda: not path.exists())
+        self.assertTrue(time_of_absence)
+        path.write_text(assistant_line(5, "And one that was made anew"))
+        self.wait_narrated(4)
+
+    def wait_narrated(self, count):
+        wait_for(f"{count} chunks", lambda: len(self.home.log("chunk enqueued")) >= count)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,161 @@
+"""A reply is heard: lines are appended as an agent appends them, and the recording of the sink is the judge."""
+import json
+import os
+import subprocess
+import unittest
+import wave
+from pathlib import Path
+
+from service import Home, Service, assistant_line
+from soundlab import RATE, PrivateSound, loudness, short_folder, utterances, wait_for
+
+ROOT = Path(os.environ["SONRA_SOURCE"])
+
+
+class NarrationCase(unittest.TestCase):
+    """A home, a sound server and a service with the session attached and the voice warm."""
+
+    def setUp(self):
+        folder = short_folder()
+        self.addCleanup(folder.cleanup)
+        self.home = Home(folder.name)
+        self.sound = PrivateSound(folder.name)
+        self.sound.start()
+        self.addCleanup(self.sound.stop)
+        self.home.write_state(speed=1.0)
+        self.service = Service(self.home, self.sound.environment).wait_ready()
+        self.addCleanup(self.service.stop)
+        self.service.wait_warm()
+
+    def listen(self):
+        self.service.attach()
+        self.sound.record()
+
+    def wait_heard(self, count):
+        """Until `count` utterances have been recorded, and half a second of silence behind the last."""
+
+        def done():
+            samples = self.sound.samples()
+            heard = utterances(samples)
+            return len(heard) >= count and len(samples) / RATE - heard[-1][1] > 0.5
+
+        wait_for(f"{count} utterances", done, 40, 0.1)
+
+    def heard(self):
+        return len(utterances(self.sound.samples()))
+
+
+class ReplyIsHeard(NarrationCase):
+    def test_each_reply_is_spoken_once_and_nothing_else(self):
+        self.listen()
+        self.home.append(assistant_line(1, "This reply stands on a single line"))
+        self.wait_heard(1)
+        second = assistant_line(2, "This one arrives in two halves")
+        self.home.append(second[:40])
+        self.home.append(second[40:])
+        self.wait_heard(2)
+        self.home.append(assistant_line(3, "A helper agent is never heard", isSidechain=True))
+        self.home.append(second)
+        self.home.append(json.dumps({"type": "user", "message": {"content": "not for the ears"}}) + "\n")
+        self.home.append(assistant_line(4, "Too short"))
+        self.home.append("this is not json\n")
+        self.home.append(assistant_line(5, "The last reply comes after all that"))
+        self.wait_heard(3)
+        self.assertEqual(self.heard(), 3)
+        self.assertEqual(self.home.problems(), [])
+
+    def test_what_was_said_before_the_attach_stays_silent(self):
+        self.home.append(assistant_line(1, "Said long before anybody listened"))
+        self.listen()
+        self.home.append(assistant_line(2, "Said while somebody listens"))
+        self.wait_heard(1)
+        self.assertEqual(self.heard(), 1)
+
+    def test_lines_of_a_reply_are_spoken_in_order_without_a_word_lost(self):
+        self.listen()
+        self.home.append(assistant_line(1, "\n".join(f"This is line number {n} of the reply" for n in range(1, 6))))
+        wait_for("all five chunks", lambda: len(self.home.log("chunk finished")) == 5, 40)
+        started = [r["result"]["duration"] for r in self.home.log("playback started")]
+        self.assertEqual(len(started), 5)
+        sound = sum(peak > 40 for peak in loudness(self.sound.samples())) / 100
+        self.assertGreater(sound, 0.8 * sum(started))
+
+    def test_files_of_spoken_chunks_are_removed(self):
+        self.listen()
+        self.home.append(assistant_line(1, "Nothing of this remains on the disk"))
+        self.wait_heard(1)
+        left = [p for p in Path("/tmp").glob(f"sonra-*-{self.service.process.pid}-*/*") if p.suffix == ".wav"]
+        self.assertEqual(left, [])
+
+    def test_cursor_reaches_the_row(self):
+        self.listen()
+        self.home.append(assistant_line(1, "The cursor moves behind this line"))
+        size = self.home.transcript.stat().st_size
+        wait_for("the row's offset", lambda: self.home.state()["sessions"][0]["offset"] == size)
+
+    def test_detach_ends_narration_and_removes_the_row(self):
+        self.listen()
+        self.service.send({"cmd": "detach", "id": self.home.session})
+        wait_for("the row to go", lambda: self.home.state()["sessions"] == [])
+        self.home.append(assistant_line(1, "Nobody is there to hear this"))
+        self.service.send({"cmd": "attach", "id": self.home.session, "cwd": self.home.cwd})
+        wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
+        self.home.append(assistant_line(2, "But this one is heard again"))
+        self.wait_heard(1)
+        self.assertEqual(self.heard(), 1)
+
+    def test_row_removed_by_another_ends_narration(self):
+        self.listen()
+        self.home.write_state(sessions=[])
+        wait_for("the detach to be seen", lambda: self.home.log("state-level detach observed; auto-attach stands down for this run"))
+        self.home.append(assistant_line(1, "The user has detached from outside"))
+        self.service.send({"cmd": "attach", "id": self.home.session, "cwd": self.home.cwd})
+        wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
+        self.home.append(assistant_line(2, "And has come back to listen"))
+        self.wait_heard(1)
+        self.assertEqual(self.heard(), 1)
+
+
+class SessionsAcrossStarts(NarrationCase):
+    def test_a_row_found_at_start_is_resumed_on_demand(self):
+        self.listen()
+        self.service.stop()
+        self.home.append(assistant_line(1, "Written while the service was away"))
+        self.service = Service(self.home, self.sound.environment).wait_ready()
+        self.addCleanup(self.service.stop)
+        wait_for("the second worker", lambda: len(self.home.log("kokoro worker ready")) == 2)
+        self.service.send({"cmd": "attach", "id": self.home.session, "resume": True})
+        wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
+        self.home.append(assistant_line(2, "Written after the service came back"))
+        self.wait_heard(1)
+        self.assertEqual(self.heard(), 1)
+        self.assertEqual(len(self.home.state()["sessions"]), 1)
+
+    def test_a_sole_fresh_session_is_attached_by_itself(self):
+        self.home.write_state(discoveredSessions=[self.home.discovered_row()])
+        wait_for("the row", lambda: self.home.state().get("sessions"))
+        self.sound.record()
+        wait_for("its tailer", lambda: self.home.log("native tailer started (forward-only)"))
+        self.home.append(assistant_line(1, "Nobody had to ask for this"))
+        self.wait_heard(1)
+        row = self.home.state()["sessions"][0]
+        self.assertEqual((row["id"], row["source"]), (self.home.session, "claude-code"))
+
+
+class Demo(unittest.TestCase):
+    def test_demo_on_a_machine_without_sound_records_what_is_spoken(self):
+        with short_folder() as nowhere:
+            environment = os.environ | {"XDG_RUNTIME_DIR": nowhere, "PULSE_SERVER": f"unix:{nowhere}/none"}
+            environment.pop("DISPLAY", None)
+            run = subprocess.run(["/usr/bin/python3", str(ROOT / "script/demo.py")], env=environment,
+                                 capture_output=True, text=True, timeout=110, check=False)
+        self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+        self.assertIn("demo.wav", run.stdout.splitlines()[-1])
+        with wave.open(str(ROOT / "build/demo.wav")) as recording:
+            seconds = recording.getnframes() / recording.getframerate()
+        self.assertRegex(run.stdout.splitlines()[-1], rf"{seconds:.1f} seconds")
+        self.assertGreater(seconds, 8)
+
+
+if __name__ == "__main__":
+    unittest.main()
