@@ -1,0 +1,150 @@
+#include "linux/PulseFilePlayer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "frame/Log.h"
+#include "frame/ThreadAffinity.h"
+
+namespace sonra {
+namespace {
+
+constexpr auto streamName = "Speech";
+
+Log logger() {
+    return Log::shared().child({{"class", "PulseFilePlayer"}});
+}
+
+}  // namespace
+
+PulseFilePlayer::PulseFilePlayer(MainLoop& loop, std::shared_ptr<PulseConnection> connection,
+                                 std::shared_ptr<SoundFileReader> reader,
+                                 FilePlayerFactory::FinishedCallback onFinished)
+    : loop_(loop),
+      connection_(std::move(connection)),
+      reader_(std::move(reader)),
+      onFinished_(std::move(onFinished)),
+      self_(std::make_shared<PulseFilePlayer*>(this)) {}
+
+PulseFilePlayer::~PulseFilePlayer() {
+    stop();
+}
+
+std::optional<std::string> PulseFilePlayer::prepare() {
+    SONRA_ASSERT_MAIN_THREAD();
+    if (stream_ || nothingLeft()) return std::nullopt;
+    const auto deadline = std::chrono::steady_clock::now() + serverLimit;
+    reader_->seek(std::llround(position_ * reader_->rate()));
+    stream_ = std::make_unique<PulsePlaybackStream>(connection_, reader_, endReport());
+    auto error = stream_->open(streamName, volume_, deadline);
+    if (error) dropStream();
+    return error;
+}
+
+PulsePlaybackStream::EndCallback PulseFilePlayer::endReport() {
+    return [&loop = loop_, weak = std::weak_ptr(self_), number = ++streamNumber_](
+               End end, const std::string& reason) {
+        loop.post([weak, number, end, reason] {
+            if (const auto self = weak.lock()) (*self)->ended(number, end, reason);
+        });
+    };
+}
+
+void PulseFilePlayer::postEnd(End end, const std::string& reason) {
+    endReport()(end, reason);
+}
+
+bool PulseFilePlayer::play() {
+    SONRA_ASSERT_MAIN_THREAD();
+    if (over_) return false;
+    return running_ || start();
+}
+
+bool PulseFilePlayer::start() {
+    running_ = true;
+    letGo_.cancel();
+    if (nothingLeft()) {
+        postEnd(End::heard, {});
+        return true;
+    }
+    if (const auto error = prepare()) {
+        running_ = false;
+        postEnd(End::broken, *error);
+        return false;
+    }
+    stream_->run();
+    return true;
+}
+
+void PulseFilePlayer::pause() {
+    SONRA_ASSERT_MAIN_THREAD();
+    if (!std::exchange(running_, false) || !stream_) return;
+    stream_->stand();
+    letGo_ = loop_.after(streamHeldFor, [this] { dropStream(); });
+}
+
+void PulseFilePlayer::stop() {
+    SONRA_ASSERT_MAIN_THREAD();
+    over_ = true;
+    running_ = false;
+    self_.reset();
+    dropStream();
+}
+
+/// Silences at once and keeps the position.
+void PulseFilePlayer::dropStream() {
+    position_ = currentTime();
+    stream_.reset();
+    letGo_.cancel();
+    ++streamNumber_;
+}
+
+double PulseFilePlayer::currentTime() const {
+    SONRA_ASSERT_MAIN_THREAD();
+    return stream_ ? std::min(position_ + stream_->heard(), duration()) : position_;
+}
+
+void PulseFilePlayer::setCurrentTime(double seconds) {
+    SONRA_ASSERT_MAIN_THREAD();
+    if (over_) return;
+    dropStream();
+    position_ = std::clamp(seconds, 0.0, duration());
+    if (running_) start();
+}
+
+void PulseFilePlayer::setVolume(float volume) {
+    SONRA_ASSERT_MAIN_THREAD();
+    const float wanted = std::clamp(volume, 0.0F, 1.0F);
+    if (std::exchange(volume_, wanted) != wanted && stream_) stream_->setVolume(wanted);
+}
+
+double PulseFilePlayer::duration() const {
+    return static_cast<double>(reader_->frames()) / reader_->rate();
+}
+
+bool PulseFilePlayer::nothingLeft() const {
+    return std::llround(position_ * reader_->rate()) >= reader_->frames();
+}
+
+void PulseFilePlayer::ended(int streamNumber, End end, const std::string& reason) {
+    if (over_ || streamNumber != streamNumber_) return;
+    const bool silentLoss = end == End::broken && stream_ && !running_;
+    if (silentLoss) {
+        dropStream();
+        return;
+    }
+    if (end != End::heard) logger().warn("sound broke off", {{"result", {{"reason", reason}}}});
+    finish(end == End::heard);
+}
+
+/// The callback may destroy the player.
+void PulseFilePlayer::finish(bool successfully) {
+    over_ = true;
+    running_ = false;
+    dropStream();
+    if (successfully) position_ = duration();
+    if (const auto onFinished = std::exchange(onFinished_, nullptr)) onFinished(successfully);
+}
+
+}  // namespace sonra
