@@ -8,7 +8,8 @@ from pathlib import Path
 
 from soundlab import end, wait_for
 
-PROGRAM = Path(os.environ["SONRA_PROGRAM"])
+ROOT = Path(__file__).resolve().parents[2]
+PROGRAM = Path(os.environ.get("SONRA_PROGRAM", ROOT / "build/bin/sonra"))
 
 
 def assistant_line(number, text, **extra):

@@ -165,18 +165,16 @@ class BadInput(LifecycleCase):
         service = self.start().wait_ready()
         service.attach()
         path = self.home.transcript
-        self.home.append(assistant_line(1, "The first of several replies"))
+        self.home.append(assistant_line(1, "The first of several replies is the longest by far"))
         self.wait_narrated(1)
-        path.write_text(assistant_line(2, "Cut"))
-        path.write_text(assistant_line(3, "A shorter file is new"))
+        path.write_text(assistant_line(2, "A shorter file is new as a whole"))
         self.wait_narrated(2)
         path.rename(path.with_suffix(".old"))
-        path.write_text(assistant_line(4, "A file of the same name after a rename"))
+        path.write_text(assistant_line(3, "So is one after a rename"))
         self.wait_narrated(3)
         path.unlink()
-        time_of_absence = wait_for("a tick without the file", lambda: not path.exists())
-        self.assertTrue(time_of_absence)
-        path.write_text(assistant_line(5, "And one that was made anew"))
+        wait_for("the absence to be seen", lambda: self.home.state()["sessions"][0]["offset"] == 0)
+        path.write_text(assistant_line(4, "And one that was made anew, of whatever length it may be"))
         self.wait_narrated(4)
 
     def wait_narrated(self, count):

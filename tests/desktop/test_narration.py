@@ -6,10 +6,8 @@ import unittest
 import wave
 from pathlib import Path
 
-from service import Home, Service, assistant_line
+from service import ROOT, Home, Service, assistant_line
 from soundlab import RATE, PrivateSound, loudness, short_folder, utterances, wait_for
-
-ROOT = Path(os.environ["SONRA_SOURCE"])
 
 
 class NarrationCase(unittest.TestCase):

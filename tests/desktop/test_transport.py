@@ -29,7 +29,7 @@ class Transport(NarrationCase):
         self.service.send({"cmd": "pause"})
         self.wait_silent()
         self.assertTrue(wait_for("the document", lambda: self.home.state().get("paused")))
-        self.assertEqual(self.home.now_playing()["state"], "paused")
+        wait_for("the snapshot", lambda: self.home.now_playing()["state"] == "paused", 5)
         self.service.send({"cmd": "resume"})
         self.wait_loud()
         self.assertEqual(len(self.home.log("playback started")), 1)
