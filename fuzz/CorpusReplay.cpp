@@ -1,4 +1,4 @@
-// Runs a fuzz target's entry point over the files of the directories named on the command line.
+// Runs a fuzz target's entry point over the files, and the files of the directories, named on the command line.
 
 #include <algorithm>
 #include <cstddef>
@@ -14,10 +14,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
-std::vector<std::filesystem::path> filesOf(const char* directory) {
+std::vector<std::filesystem::path> filesOf(const char* argument) {
     std::vector<std::filesystem::path> files;
+    if (std::filesystem::is_regular_file(argument)) return {argument};
     std::error_code error;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory, error))
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(argument, error))
         if (entry.is_regular_file()) files.push_back(entry.path());
     std::ranges::sort(files);
     return files;
@@ -41,6 +42,7 @@ int main(int argc, char** argv) {
             ++count;
         }
     }
+    std::cout << count << " inputs replayed\n";
     if (count == 0) std::cerr << "no corpus to replay\n";
     return count == 0 ? 1 : 0;
 }
