@@ -31,9 +31,9 @@ class ChildProcess {
     enum class Stream { null, inherit, pipe };
     enum class ErrorStream { null, inherit, likeOutput };
     struct Request {
-        std::string executable;              ///< a path: PATH isn't searched
-        std::vector<std::string> arguments;  ///< without the program's own name
-        Environment environment;             ///< all of it
+        std::string executable;                ///< a path: PATH isn't searched
+        std::vector<std::string> arguments{};  ///< without the program's own name
+        Environment environment{};             ///< all of it
         Stream input = Stream::null;
         Stream output = Stream::null;
         ErrorStream error = ErrorStream::inherit;

@@ -1,9 +1,11 @@
 #include "speech/KokoroWorkerCore.h"
 
 #include <atomic>
+#include <stdexcept>
 #include <utility>
 
 #include "frame/ScriptResolver.h"
+#include "frame/Text.h"
 #include "frame/ThreadAffinity.h"
 
 namespace sonra {
@@ -60,7 +62,8 @@ void KokoroWorkerEngine::Core::spawn() {
     try {
         settled = plan();
     } catch (const ScriptResolverError&) {
-        disable("tts_kokoro.py not found; worker disabled (per-spawn fallback)");
+        log_.warn("tts_kokoro.py not found; worker disabled (per-spawn fallback)");
+        disabled_ = true;
         return;
     }
     auto [process, error] = ChildProcess::spawn({.executable = settled.executablePath,
@@ -69,7 +72,8 @@ void KokoroWorkerEngine::Core::spawn() {
                                                  .input = ChildProcess::Stream::pipe,
                                                  .output = ChildProcess::Stream::pipe});
     if (!process) {
-        disable("worker spawn failed; disabled (per-spawn fallback)", {{"cause", error}});
+        log_.warn("worker spawn failed; disabled (per-spawn fallback)", std::runtime_error(error));
+        disabled_ = true;
         return;
     }
     adopt(std::move(process));
@@ -137,7 +141,9 @@ void KokoroWorkerEngine::Core::becameReady(const WorkerMessage& message) {
     ready_ = true;
     readyTimer_.cancel();
     if (message.pid) workerPid_ = *message.pid;
-    log_.info("kokoro worker ready", input({{"pid", message.pid.value_or(-1)}}));
+    Json fields{{"pid", message.pid.value_or(-1)}};
+    if (!message.backend.empty()) fields["backend"] = text::prefix(message.backend, 64);
+    log_.info("kokoro worker ready", input(std::move(fields)));
     failReadyWaiters();
 }
 
@@ -170,7 +176,7 @@ std::shared_ptr<KokoroWorkerEngine::Core::Pending> KokoroWorkerEngine::Core::sub
     const auto failure = proc_->writeStdin(request.line(), options_.limits.write);
     if (!failure) return pending;
     pending_ = nullptr;
-    log_.warn("worker stdin write failed; falling back", {{"cause", *failure}});
+    log_.warn("worker stdin write failed; falling back", std::runtime_error(*failure));
     // Part of a line may be in the pipe, and would spoil the next one: this process is of no more
     // use.
     stop();
@@ -186,13 +192,9 @@ void KokoroWorkerEngine::Core::abandon(const std::shared_ptr<Pending>& pending) 
 void KokoroWorkerEngine::Core::readyTimedOut(std::uint64_t generation) {
     SONRA_ASSERT_ON(ioQueue_);
     if (generation != generation_ || ready_) return;
-    disable("worker ready timeout; disabling (per-spawn fallback)");
-    stop();
-}
-
-void KokoroWorkerEngine::Core::disable(std::string_view message, Json extra) {
-    log_.warn(message, std::move(extra));
+    log_.warn("worker ready timeout; disabling (per-spawn fallback)");
     disabled_ = true;
+    stop();
 }
 
 void KokoroWorkerEngine::Core::stop() {

@@ -72,7 +72,6 @@ class KokoroWorkerEngine::Core : public std::enable_shared_from_this<Core> {
     void forgetProcess();
     void settlePending(const WorkerMessage& result);
     void failReadyWaiters();
-    void disable(std::string_view message, Json extra = Json::object());
 
     const Options options_;
     const Log log_;

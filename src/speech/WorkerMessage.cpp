@@ -19,7 +19,10 @@ std::optional<WorkerMessage> WorkerMessage::parse(std::string_view line) {
     const auto object = json::parseObject(line);
     if (!object) return std::nullopt;
     const auto type = json::stringAt(*object, "type");
-    if (type == "ready") return WorkerMessage{.type = Type::ready, .pid = pidOf(*object)};
+    if (type == "ready")
+        return WorkerMessage{.type = Type::ready,
+                             .pid = pidOf(*object),
+                             .backend = json::stringAt(*object, "backend").value_or("")};
     if (type != "result") return std::nullopt;
     return WorkerMessage{.type = Type::result,
                          .id = json::intAt(*object, "id"),
