@@ -150,7 +150,7 @@ bool PulsePlaybackStream::connect(const std::string& name, float volume) {
 void PulsePlaybackStream::run() {
     SONRA_ASSERT_MAIN_THREAD();
     const PulseLock lock(connection_->loop());
-    running_ = true;
+    begun_ = running_ = true;
     cork(false);
     if (allWritten_) beginDrain();
 }
@@ -178,7 +178,7 @@ void PulsePlaybackStream::setVolume(float volume) {
 double PulsePlaybackStream::heard() {
     const PulseLock lock(connection_->loop());
     pa_usec_t time = 0;
-    if (stream_ != nullptr && pa_stream_get_time(stream_, &time) >= 0)
+    if (begun_ && pa_stream_get_time(stream_, &time) >= 0)
         heard_ = static_cast<double>(time) / PA_USEC_PER_SEC;
     return heard_;
 }

@@ -61,6 +61,8 @@ class PulsePlaybackStream {
     pa_stream* stream_ SONRA_GUARDED_BY(connection_->loop()) = nullptr;
     pa_operation* drain_ SONRA_GUARDED_BY(connection_->loop()) = nullptr;
     bool opened_ SONRA_GUARDED_BY(connection_->loop()) = false;
+    /// Before the first run, libpulse's clock counts though nothing sounds.
+    bool begun_ SONRA_GUARDED_BY(connection_->loop()) = false;
     bool running_ SONRA_GUARDED_BY(connection_->loop()) = false;
     bool allWritten_ SONRA_GUARDED_BY(connection_->loop()) = false;
     double heard_ SONRA_GUARDED_BY(connection_->loop()) = 0;

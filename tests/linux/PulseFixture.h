@@ -1,0 +1,83 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "linux/PulseConnection.h"
+#include "linux/PulseFilePlayerFactory.h"
+#include "support/PollLoop.h"
+#include "support/PrivatePulse.h"
+#include "support/SinkRecorder.h"
+#include "support/SoundFile.h"
+#include "support/TempDir.h"
+
+namespace sonra {
+
+using namespace std::chrono_literals;
+
+constexpr test::SoundFormat fullRate{.sampleRate = test::Recording::rate};
+
+/// Samples of which none is near silence and no two stretches are alike, so that every one can be
+/// found again.
+inline std::vector<float> marked(double seconds, std::uint32_t seed = 1) {
+    std::vector<float> samples(static_cast<std::size_t>(seconds * test::Recording::rate));
+    for (auto& sample : samples) {
+        seed = seed * 1'664'525U + 1'013'904'223U;
+        const float loud = 0.1F + 0.4F * static_cast<float>(seed >> 9U & 0x3FFFU) / 0x4000;
+        sample = (seed >> 31U) != 0 ? loud : -loud;
+    }
+    return samples;
+}
+
+/// A player's surroundings: a sound server of the test's own whose loudspeaker is recorded.
+class PulseFixture : public testing::Test {
+  protected:
+    std::string wav(const std::vector<float>& samples, test::SoundFormat format = fullRate) {
+        const auto path = dir / (std::to_string(++files) + ".wav");
+        test::writeWav(path, samples, format);
+        return path;
+    }
+    FilePlayerFactory::Opened tryOpen(const std::string& path) {
+        return factory.open(path, [this](bool successfully) { finished.push_back(successfully); });
+    }
+    std::unique_ptr<FilePlayer> open(const std::string& path) {
+        auto opened = tryOpen(path);
+        EXPECT_EQ(opened.error, "");
+        return std::move(opened.player);
+    }
+    bool untilFinished(std::size_t count = 1) {
+        return loop.runUntil([&] { return finished.size() >= count; });
+    }
+    bool untilHeard(std::size_t from = 0) {
+        return loop.runUntil([&] { return recorder.heardSince(from); });
+    }
+    bool untilSilent(std::chrono::milliseconds gap = 100ms) {
+        return loop.runUntil([&] { return recorder.silentFor(gap); });
+    }
+    bool untilPosition(const FilePlayer& player, double seconds) {
+        return loop.runUntil([&] { return player.currentTime() >= seconds; });
+    }
+    void runFor(std::chrono::milliseconds time) {
+        loop.runUntil([] { return false; }, time);
+    }
+    /// The recording once everything that was played has come in.
+    test::Recording heard() {
+        untilSilent();
+        return recorder.recording();
+    }
+
+    test::PrivatePulse server;
+    test::PollLoop loop;
+    std::shared_ptr<PulseConnection> connection = std::make_shared<PulseConnection>();
+    PulseFilePlayerFactory factory{loop, connection};
+    test::SinkRecorder recorder;
+    test::TempDir dir;
+    std::vector<bool> finished;
+    int files = 0;
+};
+
+}  // namespace sonra
