@@ -1,0 +1,373 @@
+#include "frame/StateLock.h"
+
+#include "frame/AtomicFile.h"
+#include "frame/ChildProcess.h"
+#include "frame/Json.h"
+#include "support/ForkedProcess.h"
+#include "support/TempDir.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+namespace sonra {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ForkedProcess;
+using test::TempDir;
+
+class StateLockTest : public testing::Test {
+  protected:
+    bool isLocked() const {
+        return std::filesystem::exists(std::filesystem::symlink_status(lock_));
+    }
+    /// Leaves a lock file as another party would have.
+    void leaveLock(std::string_view content, std::chrono::seconds age) const {
+        test::writeFile(lock_, content);
+        const auto modified = std::chrono::system_clock::now() - age;
+        const timespec when{std::chrono::system_clock::to_time_t(modified), 0};
+        const timespec both[2] = {when, when};
+        ASSERT_EQ(utimensat(AT_FDCWD, lock_.c_str(), both, 0), 0);
+    }
+    int count() const {
+        return json::parseObject(test::readFile(path_))
+            .value_or(Json{{"count", -1}})
+            .value("count", -1);
+    }
+
+    TempDir directory_;
+    std::string path_ = directory_ / "state.json";
+    std::string lock_ = path_ + ".lock";
+};
+
+/// A process that is gone.
+pid_t deadPid() {
+    ForkedProcess child([] {});
+    child.finished();
+    return child.pid();
+}
+
+void increment(const std::string& path) {
+    StateLock::withLock(path, 60s, [&] {
+        auto document = json::parseObject(AtomicFile::read(path).value()).value();
+        document["count"] = document["count"].get<int>() + 1;
+        AtomicFile::write(path, json::dumpPretty(document));
+    });
+}
+
+TEST(StateLock, TheLockForADocumentStandsBesideIt) {
+    EXPECT_EQ(StateLock::lockPath("x/state.json"), "x/state.json.lock");
+}
+
+TEST(StateLock, HasTheConstantsThatAllPartiesShare) {
+    EXPECT_EQ(StateLock::staleAfter, 30s);
+    EXPECT_EQ(StateLock::retryInterval, 25ms);
+    EXPECT_EQ(StateLock::defaultTimeout, 10s);
+}
+
+TEST_F(StateLockTest, FirstAcquireCreatesTheFileAndBlocksTheSecondUntilRelease) {
+    EXPECT_TRUE(StateLock::tryAcquire(path_));
+    EXPECT_EQ(test::readFile(lock_), std::to_string(getpid()));
+    struct stat status {};
+    ASSERT_EQ(stat(lock_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+    StateLock::release(path_);
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, ReclaimsALockWhoseHolderIsDeadHoweverYoung) {
+    leaveLock(std::to_string(deadPid()), 0s);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_FALSE(isLocked());
+    EXPECT_TRUE(StateLock::tryAcquire(path_));
+}
+
+TEST_F(StateLockTest, ALiveHoldersLockIsReclaimedOnlyWhenOlderThanThirtySeconds) {
+    leaveLock(std::to_string(getppid()), 29s);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+    leaveLock(std::to_string(getppid()), 31s);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, ALockThatNamesNobodyHoldsUntilItIsOld) {
+    for (const auto* content : {"", "0", "-5", "garbage", "12 34", "99999999999", "\xff", "1.0"}) {
+        leaveLock(content, 1s);
+        EXPECT_FALSE(StateLock::tryAcquire(path_));
+        EXPECT_TRUE(isLocked()) << content;
+        leaveLock(content, 31s);
+        EXPECT_FALSE(StateLock::tryAcquire(path_));
+        EXPECT_FALSE(isLocked()) << content;
+    }
+}
+
+TEST_F(StateLockTest, ALockFromTheFutureHolds) {
+    leaveLock("", -3600s);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+}
+
+TEST(StateLock, ReadsTheHolderAsAnyPartyMayHaveWrittenIt) {
+    const std::pair<std::string_view, std::int32_t> rows[] = {{"123", 123},
+                                                              {" 123\n", 123},
+                                                              {"\u00a0\t123\u2028", 123},
+                                                              {"+7", 7},
+                                                              {"-7", -7},
+                                                              {"007", 7},
+                                                              {"2147483647", 2147483647},
+                                                              {"2147483648", 0},
+                                                              {"-2147483648", INT32_MIN},
+                                                              {"+-7", 0},
+                                                              {"-+7", 0},
+                                                              {"+", 0},
+                                                              {"", 0},
+                                                              {"12a", 0},
+                                                              {"1 2", 0},
+                                                              {"0x10", 0},
+                                                              {"1e3", 0},
+                                                              {"\xff"
+                                                               "123",
+                                                               0},
+                                                              {"\u0661", 0},
+                                                              {std::string_view("12\0", 3), 0}};
+    for (const auto& [content, pid] : rows) EXPECT_EQ(StateLock::holderOf(content), pid) << content;
+}
+
+TEST(StateLock, JudgesTheAgeAtThirtySeconds) {
+    const auto self = std::to_string(getpid());
+    EXPECT_FALSE(StateLock::isStale(self, 30'000ms));
+    EXPECT_TRUE(StateLock::isStale(self, 30'001ms));
+    EXPECT_FALSE(StateLock::isStale("", 30'000ms));
+    EXPECT_TRUE(StateLock::isStale("", 30'001ms));
+    EXPECT_TRUE(StateLock::isStale(std::to_string(deadPid()), 0ms));
+    EXPECT_FALSE(StateLock::isStale("1", 0ms));
+}
+
+TEST_F(StateLockTest, AnOverlongLockFileNamesNobody) {
+    leaveLock(std::string(1 << 20, ' ') + std::to_string(deadPid()), 0s);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+}
+
+TEST_F(StateLockTest, ADirectoryInTheLocksPlaceHoldsAndHarmsNobody) {
+    std::filesystem::create_directory(lock_);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+}
+
+TEST_F(StateLockTest, AFifoInTheLocksPlaceDoesNotHangTheAttempt) {
+    ASSERT_EQ(mkfifo(lock_.c_str(), 0600), 0);
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+}
+
+TEST_F(StateLockTest, FailsWhereTheDirectoryIsMissing) {
+    EXPECT_FALSE(StateLock::tryAcquire(directory_ / "missing/state.json"));
+    EXPECT_THROW(StateLock::acquireBlocking(directory_ / "missing/state.json", 0ms),
+                 StateLockError);
+}
+
+TEST_F(StateLockTest, TimesOutWithTheErrorAndNoEarlier) {
+    ASSERT_TRUE(StateLock::tryAcquire(path_));
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        StateLock::acquireBlocking(path_, 120ms);
+        ADD_FAILURE() << "acquired a held lock";
+    } catch (const StateLockError& error) {
+        EXPECT_EQ(error.lockPath(), lock_);
+        EXPECT_EQ(std::string(error.what()), "state-lock: lock timeout (" + lock_ + ")");
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 120ms);
+}
+
+TEST_F(StateLockTest, ATimeoutOfZeroStillAttemptsOnce) {
+    StateLock::acquireBlocking(path_, 0ms);
+    EXPECT_TRUE(isLocked());
+    EXPECT_THROW(StateLock::acquireBlocking(path_, 0ms), StateLockError);
+}
+
+TEST_F(StateLockTest, WaitsUntilTheHolderReleases) {
+    ASSERT_TRUE(StateLock::tryAcquire(path_));
+    std::thread waiter([&] { StateLock::acquireBlocking(path_, 20s); });
+    StateLock::release(path_);
+    waiter.join();
+    EXPECT_TRUE(isLocked());
+}
+
+TEST_F(StateLockTest, WithLockReturnsWhatItsBodyReturns) {
+    const int result = StateLock::withLock(path_, [&] {
+        EXPECT_TRUE(isLocked());
+        return 7;
+    });
+    EXPECT_EQ(result, 7);
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, AFailingBodyReleasesTheLockAndReachesTheCaller) {
+    const auto failing = [] { throw std::runtime_error("body"); };
+    EXPECT_THROW(StateLock::withLock(path_, failing), std::runtime_error);
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, IsNotReentrant) {
+    StateLock::withLock(
+        path_, [&] { EXPECT_THROW(StateLock::withLock(path_, 30ms, [] {}), StateLockError); });
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, LocksOfDifferentDocumentsAreIndependent) {
+    ASSERT_TRUE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(StateLock::tryAcquire(directory_ / "now-playing.json"));
+}
+
+TEST_F(StateLockTest, ThreadsLoseNoIncrement) {
+    test::writeFile(path_, R"({"count":0})");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([this] {
+            for (int i = 0; i < 25; ++i) increment(path_);
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(count(), 8 * 25);
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, ReclaimersInCompetitionLoseNoIncrement) {
+    test::writeFile(path_, R"({"count":0})");
+    for (int round = 0; round < 20; ++round) {
+        leaveLock(std::to_string(deadPid()), 0s);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) threads.emplace_back([this] { increment(path_); });
+        for (auto& thread : threads) thread.join();
+    }
+    EXPECT_EQ(count(), 80);
+}
+
+TEST_F(StateLockTest, AHolderThatIsKilledGivesTheLockUpAtOnce) {
+    ForkedProcess holder([&] {
+        StateLock::acquireBlocking(path_, 0ms);
+        for (;;) pause();
+    });
+    while (test::readFile(lock_) != std::to_string(holder.pid())) std::this_thread::yield();
+    EXPECT_FALSE(StateLock::tryAcquire(path_));
+    EXPECT_TRUE(isLocked());
+    holder.killNow();
+    StateLock::acquireBlocking(path_, 10s);
+    EXPECT_EQ(test::readFile(lock_), std::to_string(getpid()));
+}
+
+/// The absolute path of a program on PATH; empty if there is none.
+std::string onPath(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::istringstream directories(path == nullptr ? "" : path);
+    for (std::string directory; std::getline(directories, directory, ':');)
+        if (access((directory + "/" + name).c_str(), X_OK) == 0) return directory + "/" + name;
+    return {};
+}
+
+/// Parties of several kinds that increment one document, all begun at the same moment.
+class Crowd {
+  public:
+    Crowd(std::string path, int times) : path_(std::move(path)), times_(times) {}
+
+    void addNode(const std::string& node) {
+        auto [process, error] =
+            ChildProcess::spawn({.executable = node,
+                                 .arguments = {SONRA_SOURCE_DIR "/tests/frame/state_lock_peer.mjs",
+                                               path_, std::to_string(times_)},
+                                 .environment = {{"PATH", "/usr/bin:/bin"}}});
+        ASSERT_NE(process, nullptr) << error;
+        nodes_.push_back(std::move(process));
+    }
+    void addProcess() {
+        processes_.push_back(std::make_unique<ForkedProcess>([this] {
+            test::writeFile(path_ + ".ready." + std::to_string(getpid()), "");
+            takePart();
+        }));
+    }
+    void addThread() {
+        threads_.emplace_back([this] { takePart(); });
+    }
+
+    /// The number of increments that should be there in the end.
+    int run() {
+        const auto parties = nodes_.size() + processes_.size();
+        while (ready() < parties) std::this_thread::sleep_for(1ms);
+        test::writeFile(path_ + ".go", "");
+        for (auto& thread : threads_) thread.join();
+        for (auto& process : processes_) EXPECT_TRUE(process->finished());
+        for (auto& node : nodes_) EXPECT_EQ(node->waitForExit(60s), 0);
+        return static_cast<int>(parties + threads_.size()) * times_;
+    }
+
+  private:
+    void takePart() const {
+        while (!std::filesystem::exists(path_ + ".go")) std::this_thread::sleep_for(1ms);
+        for (int i = 0; i < times_; ++i, std::this_thread::sleep_for(1ms)) increment(path_);
+    }
+    std::size_t ready() const {
+        std::size_t count = 0;
+        const auto directory = std::filesystem::path(path_).parent_path();
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            if (entry.path().string().find(".ready.") != std::string::npos) ++count;
+        // One that died before it was ready would never be.
+        for (const auto& node : nodes_) EXPECT_TRUE(node->isRunning());
+        return testing::Test::HasFailure() ? SIZE_MAX : count;
+    }
+
+    const std::string path_;
+    const int times_;
+    std::vector<std::unique_ptr<ChildProcess>> nodes_;
+    std::vector<std::unique_ptr<ForkedProcess>> processes_;
+    std::vector<std::thread> threads_;
+};
+
+TEST_F(StateLockTest, ProcessesAndNodePeersLoseNoIncrement) {
+    const std::string node = onPath("node");
+    ASSERT_FALSE(node.empty()) << "this test needs Node.js on PATH";
+    test::writeFile(path_, R"({"count":0,"daemonKey":{"kept":[1,2.5,"x"]}})");
+    Crowd crowd(path_, 30);
+    crowd.addNode(node);
+    crowd.addNode(node);
+    crowd.addProcess();
+    crowd.addProcess();
+    crowd.addThread();
+    crowd.addThread();
+    const int expected = crowd.run();
+    EXPECT_EQ(count(), expected);
+    const auto document = json::parseObject(test::readFile(path_)).value();
+    EXPECT_EQ(document["daemonKey"], Json::parse(R"({"kept":[1,2.5,"x"]})"));
+    EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, KilledHoldersAmongManyLoseNoFinishedIncrement) {
+    test::writeFile(path_, R"({"count":0})");
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([this] {
+            for (int i = 0; i < 20; ++i, std::this_thread::sleep_for(1ms)) increment(path_);
+        });
+    for (int i = 0; i < 10; ++i) {
+        // Dies with the lock in its hands and nothing written.
+        ForkedProcess victim([this] {
+            StateLock::acquireBlocking(path_, 60s);
+            ::_exit(0);
+        });
+        EXPECT_TRUE(victim.finished());
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(count(), 60);
+}
+
+}  // namespace
+}  // namespace sonra
