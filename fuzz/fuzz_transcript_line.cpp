@@ -74,7 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string input(reinterpret_cast<const char*>(data), size);
     parse(TranscriptRecord::jsonl(input));
     speak(input);
-    if (size > 0) readInTwoSteps(input, data[size / 2] % (size + 1));
+    // Files are slow: an eighth of the inputs is enough.
+    if (size > 0 && data[0] % 8 == '{' % 8) readInTwoSteps(input, data[size / 2] % (size + 1));
     const Json text = input;
     parseTimestamp(&text);
     return 0;

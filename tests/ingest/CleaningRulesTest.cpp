@@ -4,8 +4,10 @@
 #include <unicode/regex.h>
 
 #include <array>
+#include <map>
 #include <memory>
 #include <random>
+#include <span>
 
 #include "Transcripts.h"
 #include "frame/Text.h"
@@ -36,10 +38,23 @@ constexpr std::array<Reference, 10> references{{
     {CleaningRules::reExtraNewlines, uR"(\n{3,})", 0, u"\n\n"},
 }};
 
+/// Compiled once; compiling costs more than a short text does.
+icu::RegexMatcher& matcherOf(const Reference& rule) {
+    static std::map<const Reference*, std::unique_ptr<icu::RegexMatcher>> matchers;
+    auto& matcher = matchers[&rule];
+    if (!matcher) {
+        UErrorCode status = U_ZERO_ERROR;
+        matcher = std::make_unique<icu::RegexMatcher>(icu::UnicodeString(rule.pattern), rule.flags,
+                                                      status);
+        EXPECT_TRUE(U_SUCCESS(status)) << u_errorName(status);
+    }
+    return *matcher;
+}
+
 std::string byIcu(const Reference& rule, const std::string& text) {
     UErrorCode status = U_ZERO_ERROR;
-    icu::RegexMatcher matcher(icu::UnicodeString(rule.pattern), rule.flags, status);
     const auto subject = icu::UnicodeString::fromUTF8(text);
+    auto& matcher = matcherOf(rule);
     matcher.reset(subject);
     std::string result;
     matcher.replaceAll(icu::UnicodeString(rule.replacement), status).toUTF8String(result);
