@@ -339,6 +339,14 @@ void ChildProcess::terminate() {
     state_->signalGroup(SIGTERM);
 }
 
+void ChildProcess::terminateWithin(Duration grace) {
+    terminate();
+    if (state_->reap()) return;
+    std::thread([state = state_, deadline = deadlineAfter(grace)] {
+        if (!state->waitForExit(deadline)) state->signalGroup(SIGKILL);
+    }).detach();
+}
+
 void ChildProcess::kill() {
     state_->signalGroup(SIGKILL);
 }

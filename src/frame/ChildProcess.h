@@ -59,9 +59,13 @@ class ChildProcess {
     std::optional<std::string> writeStdin(std::string_view bytes, Duration limit);
     void closeStdin();
 
-    /// Signals 15 and 9 to the child and to the processes of its group. Nothing once the child has
-    /// been reaped.
+    /// Signal 15 to the child and to the processes of its group; nothing once the child has been
+    /// reaped.
     void terminate();
+    /// As `terminate`, and `kill` if the child still runs after `grace`. Doesn't wait, and holds
+    /// for a child whose object is gone by then.
+    void terminateWithin(Duration grace);
+    /// Signal 9, as `terminate`.
     void kill();
     /// Signal 15 to a process that the child started in its session, but outside its group. Nothing
     /// for any other.

@@ -199,10 +199,7 @@ void KokoroWorkerEngine::Core::readyTimedOut(std::uint64_t generation) {
 
 void KokoroWorkerEngine::Core::stop() {
     SONRA_ASSERT_ON(ioQueue_);
-    if (proc_) {
-        endProcess();
-        ioQueue_.after(options_.limits.ending, [process = proc_] { process->kill(); });
-    }
+    if (proc_) endProcess();
     forgetProcess();
 }
 
@@ -210,7 +207,7 @@ void KokoroWorkerEngine::Core::endProcess() {
     // A worker that doesn't read isn't waited for: the signal reaches it anyway.
     proc_->writeStdin(quitLine, Duration::zero());
     proc_->closeStdin();
-    proc_->terminate();
+    proc_->terminateWithin(options_.limits.ending);
     if (workerPid_ >= 1) proc_->terminateMember(workerPid_);
 }
 

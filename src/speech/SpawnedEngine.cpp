@@ -47,12 +47,6 @@ std::string failureDetail(int status, const std::string& output) {
     return "exit " + std::to_string(status) + ": " + output;
 }
 
-void endProcess(ChildProcess& process) {
-    process.terminate();
-    if (process.waitForExit(graceToEnd)) return;
-    process.kill();
-}
-
 }  // namespace
 
 SpawnedEngine::SpawnedEngine(WorkerPool& pool, Names names, Limits limits)
@@ -126,7 +120,7 @@ void SpawnedEngine::finish(ChildProcess& process, const std::string& outURL,
     const auto output = process.readToEnd(limit);
     const auto status = output.atEnd ? process.waitForExit(deadline - Clock::now()) : std::nullopt;
     if (!status) {
-        endProcess(process);
+        process.terminateWithin(graceToEnd);
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
         throw SynthError::synthesisFailed("no end after " + std::to_string(seconds) + " seconds");
     }

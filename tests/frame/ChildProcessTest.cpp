@@ -203,6 +203,23 @@ TEST(ChildProcess, TerminatesTheWholeGroup) {
     }));
 }
 
+TEST(ChildProcess, KillsAChildThatIgnoresTermination) {
+    auto process = start(shell("trap '' TERM; echo ready; while :; do sleep 0.01; done"));
+    const auto watched = Watched::of(*process);
+    ASSERT_TRUE(watched->hasLine());
+    process->terminateWithin(100ms);
+    process.reset();
+    EXPECT_EQ(watched->exitStatus(), 128 + SIGKILL);
+}
+
+TEST(ChildProcess, LeavesAChildTimeToEnd) {
+    auto process = start(shell("trap 'exit 6' TERM; echo ready; while :; do sleep 0.01; done"));
+    const auto watched = Watched::of(*process);
+    ASSERT_TRUE(watched->hasLine());
+    process->terminateWithin(20s);
+    EXPECT_EQ(watched->exitStatus(), 6);
+}
+
 TEST(ChildProcess, SignalsOnlyMembersOfItsSession) {
     const auto stranger = start(shell("exec sleep 60"));
     const auto process = start(shell("exec sleep 60"));

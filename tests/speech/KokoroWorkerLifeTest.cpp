@@ -80,7 +80,7 @@ TEST_F(KokoroWorkerLifeTest, LateExitOfAStoppedWorkerLeavesItsSuccessorAlone) {
 
 TEST_F(KokoroWorkerLifeTest, SendsTheQuitLineOnStop) {
     auto with = options("ignore-term");
-    with.limits.ending = 2s;
+    with.limits.ending = 1s;
     make(with);
     ASSERT_TRUE(engine->startAndWaitReady());
     engine->stop();
@@ -97,17 +97,25 @@ TEST_F(KokoroWorkerLifeTest, DestructionEndsTheWorker) {
     EXPECT_TRUE(gone(pid));
 }
 
+TEST_F(KokoroWorkerLifeTest, DestructionEndsAWorkerThatIgnoresTermination) {
+    auto with = options("ignore-term");
+    with.limits.ending = 100ms;
+    make(with);
+    ASSERT_TRUE(engine->startAndWaitReady());
+    const auto pid = *engine->currentPid();
+    engine.reset();
+    EXPECT_TRUE(gone(pid));
+}
+
 TEST_F(KokoroWorkerLifeTest, DestructionReleasesTheRequestInFlight) {
-    const auto shared = std::make_shared<KokoroWorkerEngine>(options());
-    auto owner = shared;
-    ASSERT_TRUE(owner->startAndWaitReady());
-    const auto out = directory / "out.wav";
-    auto request = std::async(std::launch::async, [raw = shared.get(), out] {
-        return raw->synthCombinedToFile("silent", "af_heart", 1.0, out);
-    });
+    make(options());
+    ASSERT_TRUE(engine->startAndWaitReady());
+    auto request =
+        std::async(std::launch::async, [raw = engine.get(), out = directory / "out.wav"] {
+            return raw->synthCombinedToFile("silent", "af_heart", 1.0, out);
+        });
     ASSERT_TRUE(noted("silent"));
-    owner.reset();
-    const_cast<std::shared_ptr<KokoroWorkerEngine>&>(shared).reset();
+    engine.reset();
     ASSERT_EQ(request.wait_for(10s), std::future_status::ready);
     EXPECT_FALSE(request.get());
 }
