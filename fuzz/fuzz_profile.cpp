@@ -13,16 +13,17 @@
 namespace {
 
 /// One directory for the process, kept in memory where the system has a place for that.
-const std::string& directory() {
-    static const std::string path = [] {
-        std::string name = std::filesystem::is_directory("/dev/shm") ? "/dev/shm/profileXXXXXX"
-                                                                     : "/tmp/profileXXXXXX";
-        if (::mkdtemp(name.data()) == nullptr) std::abort();
-        std::atexit([] { std::filesystem::remove_all(directory()); });
-        return name;
-    }();
-    return path;
-}
+struct Scratch {
+    std::string path =
+        std::filesystem::is_directory("/dev/shm") ? "/dev/shm/profileXXXXXX" : "/tmp/profileXXXXXX";
+
+    Scratch() {
+        if (::mkdtemp(path.data()) == nullptr) std::abort();
+    }
+    ~Scratch() { std::filesystem::remove_all(path); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+};
 
 void require(bool holds) {
     if (!holds) std::abort();
@@ -33,9 +34,11 @@ void require(bool holds) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using sonra::Lexicon;
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    std::ofstream(Lexicon::profilePath(directory()), std::ios::binary) << bytes;
+    static const Scratch scratch;
+    const std::string& dir = scratch.path;
+    std::ofstream(Lexicon::profilePath(dir), std::ios::binary) << bytes;
 
-    const auto entries = Lexicon::load(directory());
+    const auto entries = Lexicon::load(dir);
     require(entries.size() <= Lexicon::maxEntries && Lexicon::sanitize(entries) == entries);
     const auto compiled = Lexicon::compile(entries);
     require(compiled.has_value() == !entries.empty());
