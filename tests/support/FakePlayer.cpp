@@ -114,6 +114,7 @@ void FakePlayerFactory::breakOff() {
 
 void FakePlayerFactory::record(const std::string& call, const std::string& path) {
     calls_.push_back(call + " " + std::filesystem::path(path).filename().string());
+    if (observer_) observer_(calls_.back());
 }
 
 }  // namespace sonra::test

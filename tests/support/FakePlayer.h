@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -38,6 +39,11 @@ class FakePlayerFactory : public FilePlayerFactory {
     /// `play` reports failure from now on.
     void failToPlay(bool fails) { failsToPlay_ = fails; }
 
+    /// Runs at each call, before it takes effect, with its text as in `calls`.
+    void observe(std::function<void(const std::string&)> observer) {
+        observer_ = std::move(observer);
+    }
+
     /// The sound that was opened last; null before the first.
     [[nodiscard]] const std::shared_ptr<FakeSound>& sound() const { return sound_; }
     [[nodiscard]] const std::vector<std::string>& calls() const { return calls_; }
@@ -56,6 +62,7 @@ class FakePlayerFactory : public FilePlayerFactory {
     std::map<std::string, std::string> failures_;
     std::shared_ptr<FakeSound> sound_;
     std::vector<std::string> calls_;
+    std::function<void(const std::string&)> observer_;
 };
 
 }  // namespace sonra::test
