@@ -1,0 +1,232 @@
+#!/usr/bin/env python3
+"""Measures what the program promises and prints it beside the targets and beside other programs.
+
+    bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning
+"""
+import json
+import os
+import subprocess
+import sys
+import time
+
+import peers
+from lab import (BIN, ROOT, Home, Monitor, PrivateSound, Relay, Service, accept_ms, assistant_line, connect, end, median_p90,
+                 prefix_with_instant_worker, pss_kb, short_folder, wait_for, wakeups)
+
+ROUNDS = 50
+SENTENCE = "The parser now reads each line once and hands over whole messages, which makes it a good deal faster"
+assert len(SENTENCE) == 100
+rows = []
+
+
+def row(figure, value, target, unit, peer=None, reference=""):
+    """`peer` is (name, value measured now), or None; more is worse unless the target begins with '>'."""
+    wanted = float(target.lstrip("<>= "))
+    fits = value >= wanted if target.startswith(">") else value <= wanted
+    rows.append({"figure": figure, "value": value, "unit": unit, "target": target, "ok": fits,
+                 "peer": peer[0] if peer else None, "peerValue": peer[1] if peer else None, "reference": reference})
+    mark = "ok" if fits else "OVER"
+    beside = f"{peer[0]} {peer[1]:.1f} ({value / peer[1]:.2f} of it)" if peer and peer[1] else "-"
+    print(f"{figure:<58} {value:>10.1f} {unit:<4} {target:>9} {mark:<5} {beside:<38} {reference}", flush=True)
+
+
+class Bench:
+    """A service with one session attached, on a private sound server with the monitor held open."""
+
+    def __init__(self, folder, instant=None, relay=False, monitor=True):
+        self.home = Home(folder)
+        self.home.write_state(speed=1.0)
+        self.sound = PrivateSound(folder)
+        self.sound.start()
+        self.monitor = Monitor(self.sound) if monitor else None
+        environment = dict(self.sound.environment)
+        self.relay = None
+        if relay:
+            self.relay = Relay(folder, self.sound.address)
+            environment["PULSE_SERVER"] = f"unix:{self.relay.address}"
+        program = prefix_with_instant_worker(folder, instant) if instant else None
+        self.service = Service(self.home, environment, program=program).wait_ready()
+        self.service.wait_warm()
+        self.service.attach()
+
+    @property
+    def pid(self):
+        return self.service.process.pid
+
+    def append(self, number, text=SENTENCE):
+        line = assistant_line(number, text).encode()
+        descriptor = os.open(self.home.transcript, os.O_WRONLY | os.O_APPEND)
+        began = time.monotonic_ns()
+        os.write(descriptor, line)
+        os.close(descriptor)
+        return began
+
+    def wait_idle(self, number):
+        wait_for("the end of the chunk", lambda: len(self.home.log("chunk finished")) >= number)
+        wait_for("an idle server", lambda: not self.sound.sink_inputs())
+        time.sleep(0.15)  # the monitor tells two sounds apart by the silence between them
+
+    def close(self):
+        self.service.stop()
+        if self.monitor:
+            self.monitor.stop()
+        self.sound.stop()
+
+
+def latencies(bench, rounds):
+    values = []
+    for number in range(1, rounds + 1):
+        bench.monitor.drain()
+        began = bench.append(number)
+        values.append((bench.monitor.next("on") - began) / 1e6)
+        bench.wait_idle(number)
+    return median_p90(values)
+
+
+def speech():
+    with short_folder() as folder:
+        bench = Bench(folder, instant=0.2)
+        median, p90 = latencies(bench, ROUNDS)
+        bench.close()
+    tail = peers.tail_into_paplay()
+    row("appended line to first sound, instant worker: median", median, "<= 8", "ms", tail, "mpd 4.3, tail|paplay 6.8, mpv 12.2")
+    row("  the same, p90", p90, "<= 12", "ms", peers.mpd_play())
+    with short_folder() as folder:
+        bench = Bench(folder, instant=0.2, relay=True)
+        values = []
+        for number in range(1, ROUNDS + 1):
+            bench.relay.arm()
+            began = bench.append(number)
+            values.append((bench.relay.first.get(timeout=20) - began) / 1e6)
+            bench.wait_idle(number)
+        bench.close()
+    row("  of that, append to first samples written: median", median_p90(values)[0], "<= 3", "ms")
+    with short_folder() as folder:
+        bench = Bench(folder)
+        median, _ = latencies(bench, ROUNDS)
+        bench.close()
+    row("  with the embedded voice, 100 characters: median", median, "<= 25", "ms", peers.tail_into_espeak(), "tail|espeak-ng|paplay 14.4")
+
+
+def transport():
+    results = {}
+    with short_folder() as folder:
+        bench = Bench(folder, instant=3)
+        number = 0
+        for command in ("pause", "skip", "clear"):
+            values = []
+            for _ in range(20):
+                number += 1
+                bench.monitor.drain()
+                bench.append(f"{command}-{number}")
+                bench.monitor.next("on")
+                with connect(bench.home.socket_path) as client:
+                    began = time.monotonic_ns()
+                    client.sendall(b'{"proto":1,"cmd":"%s"}\n' % command.encode())
+                    values.append((bench.monitor.next("off") - began) / 1e6)
+                bench.service.send({"cmd": "clear"}, {"cmd": "resume"})
+                wait_for("an idle server", lambda: not bench.sound.sink_inputs())
+            results[command] = median_p90(values)
+        bench.close()
+    mpv = peers.mpv_pause()
+    for command, (median, p90) in results.items():
+        row(f"{command} to silence: median", median, "<= 10", "ms", mpv, "mpv 5, speech-dispatcher 32")
+        row("  the same, p90", p90, "<= 10", "ms")
+
+
+def start():
+    values = []
+    for _ in range(10):
+        with short_folder() as folder:
+            home = Home(folder)
+            environment = os.environ | {"HOME": folder, "PULSE_SERVER": f"unix:{folder}/none"}
+            took, process = accept_ms(lambda env=environment: subprocess.Popen([str(BIN / "sonra")], env=env, stderr=subprocess.DEVNULL),
+                                      home.socket_path)
+            values.append(took)
+            end(process)
+    row("start to the socket accepting: median", median_p90(values)[0], "<= 60", "ms", peers.mpv_start(), "mpv 96, mpd 136")
+
+
+def rest():
+    with short_folder() as folder:
+        bench = Bench(folder)
+        time.sleep(3)
+        memory = pss_kb(bench.pid) / 1024
+        quiet = wakeups(bench.pid, 20)
+        bench.close()
+    row("memory at rest, one session attached (PSS)", memory, "<= 25", "MB", peers.mpv_memory(), "empty Qt tray program 14, mpd 41, mpv 48")
+    row("wake-ups at rest, one session attached", quiet, "<= 2.5", "/s")
+
+
+def sound():
+    with short_folder() as folder:
+        bench = Bench(folder, monitor=False)
+        server = bench.sound.server.pid
+        before = wakeups(server, 3)
+        bench.append(1)
+        bench.wait_idle(1)
+        time.sleep(2)
+        after = wakeups(server, 5)
+        bench.close()
+    row(f"the sound server's wake-ups after the last word (before: {before:.1f})", after, "<= 1", "/s", None, "speech-dispatcher leaves it at 408")
+
+
+def commands():
+    count = 200_000
+    with short_folder() as folder:
+        bench = Bench(folder, instant=0.2, monitor=False)
+        batch = b'{"cmd":"skip","proto":1}\n' * count + b'{"cmd":"pause","proto":1}\n'
+        state = bench.home.state_path
+        before = state.stat().st_mtime_ns
+        with connect(bench.home.socket_path) as client:
+            began = time.monotonic()
+            client.sendall(batch)
+            wait_for("the last command", lambda: state.stat().st_mtime_ns != before and bench.home.state().get("paused"), 120, 0.001)
+            took = time.monotonic() - began
+        bench.close()
+    row("socket commands a second, log at info", count / took, ">= 60000", "/s", peers.mpv_commands(), "mpv 75,000 without a log")
+
+
+def flood():
+    with short_folder() as folder:
+        bench = Bench(folder, instant=0.2, monitor=False)
+        time.sleep(1)
+        before = pss_kb(bench.pid)
+        block = b"x" * 65536
+        sent = 0
+        while sent < 200_000_000:
+            try:
+                with connect(bench.home.socket_path) as client:
+                    while sent < 200_000_000:
+                        sent += client.send(block)
+            except OSError:
+                continue
+        bench.service.send({"cmd": "pause"})
+        wait_for("the flood to be through", lambda: bench.home.state().get("paused"))
+        gained = (pss_kb(bench.pid) - before) / 1024
+        bench.close()
+    row("memory gained by 200 MB without a newline", gained, "<= 2", "MB", None, "a plain Qt socket server 215")
+
+
+def cleaning():
+    done = subprocess.run([str(BIN / "bench_cleaning"), "--benchmark_format=json"], capture_output=True, text=True, check=True)
+    row("cleaning 1 MB of Markdown", json.loads(done.stdout)["benchmarks"][0]["real_time"], "<= 60", "ms")
+
+
+GROUPS = {f.__name__: f for f in (speech, transport, start, rest, sound, commands, flood, cleaning)}
+
+
+def main(names):
+    unknown = [name for name in names if name not in GROUPS]
+    if unknown:
+        raise SystemExit(f"bench: no such group: {' '.join(unknown)}; there are {' '.join(GROUPS)}")
+    load = os.getloadavg()[0]
+    print(f"load at the start: {load:.2f}" + (" (figures of a busy machine are worth little)" if load > 1 else ""))
+    print(f"{'figure':<58} {'measured':>15} {'target':>9}       {'peer, measured now':<38} peers (reference)")
+    for name in names or GROUPS:
+        GROUPS[name]()
+    (ROOT / "build/bench.json").write_text(json.dumps(rows, indent=2) + "\n")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

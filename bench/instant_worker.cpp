@@ -1,0 +1,28 @@
+// A speech worker that takes no time: every request is answered at once with a sound file that was
+// ready before. It stands in for the speech helper where the service's own share of a delay is
+// measured.
+//   instant_worker READY.wav        (the protocol is on standard input and output)
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include "frame/Json.h"
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 2;
+    std::cout << sonra::Json{{"type", "ready"}, {"pid", getpid()}, {"backend", "instant"}}.dump()
+              << std::endl;
+    std::string line;
+    while (std::getline(std::cin, line)) {
+        const auto request = sonra::json::parseObject(line);
+        if (!request) continue;
+        if (sonra::json::stringAt(*request, "type") == "quit") return 0;
+        const auto out = sonra::json::stringAt(*request, "outWav").value_or("");
+        const bool ok = link(argv[1], out.c_str()) == 0;
+        std::cout << sonra::Json{{"type", "result"}, {"id", (*request)["id"]}, {"ok", ok}}.dump()
+                  << std::endl;
+    }
+}
