@@ -444,8 +444,8 @@ def temporary_wav(sound: Sound) -> str:
     """A file of its own for a piece of speech; until it is taken off `unfinished`, it goes with this process."""
     directory = os.path.abspath(os.environ.get("TMPDIR") or "/tmp")
     path = os.path.join(directory, f"sonra-play-{os.urandom(8).hex()}.wav")
-    write_whole(path, wav(sound))
     unfinished.files.add(path)
+    write_whole(path, wav(sound))
     return path
 
 
