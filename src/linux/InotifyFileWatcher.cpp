@@ -26,21 +26,18 @@ constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT;
 // again.
 constexpr std::uint32_t watchedMask = writtenMask | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
 
-/// What tells the file at a path from another one that took its place, and its length.
+/// What tells the file at a path from another one that took its place.
 struct FileIdentity {
     dev_t device;
     ino_t inode;
-    off_t size;
 
-    bool sameFile(const FileIdentity& other) const {
-        return device == other.device && inode == other.inode;
-    }
+    bool operator==(const FileIdentity&) const = default;
 };
 
 std::optional<FileIdentity> identify(const std::string& path) {
     struct stat info {};
     if (stat(path.c_str(), &info) != 0) return std::nullopt;
-    return FileIdentity{info.st_dev, info.st_ino, info.st_size};
+    return FileIdentity{info.st_dev, info.st_ino};
 }
 
 }  // namespace
@@ -49,7 +46,7 @@ std::optional<FileIdentity> identify(const std::string& path) {
 struct InotifyFileWatcher::Target {
     const std::string path;
     const Callback onEvents;
-    FileIdentity identity;
+    const FileIdentity identity;
     int wd = -1;
     FileEvents pending;
     bool live = true;
@@ -61,16 +58,14 @@ struct InotifyFileWatcher::Target {
     }
 };
 
-/// An unlinked file that somebody still holds open sends nothing but a change of its attributes.
+/// An unlinked file that somebody still holds open sends nothing but a change of its attributes. (A
+/// change of size always comes as a modification as well.)
 void InotifyFileWatcher::Target::lookAgain() {
     const auto now = identify(path);
     if (!now) {
         pending.removed = true;
-    } else if (!now->sameFile(identity)) {
+    } else if (*now != identity) {
         pending.renamed = true;
-    } else if (now->size != identity.size) {
-        identity.size = now->size;
-        pending.written = true;
     }
 }
 

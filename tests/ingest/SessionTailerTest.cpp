@@ -37,7 +37,7 @@ class SessionTailerTest : public testing::Test {
                         return path;
                     },
                 .sink =
-                    [this](const std::string& session, HistoryMessage message) {
+                    [this](const std::string& session, const HistoryMessage& message) {
                         sessions.push_back(session);
                         heard.push_back(message.messageId + ": " + message.text);
                         onSink();
@@ -390,6 +390,25 @@ TEST_F(SessionTailerTest, StoppedInItsSinkItDeliversNoMore) {
     EXPECT_EQ(heard, Texts{"u-1: One."});
     EXPECT_TRUE(watcher.armed().empty());
     EXPECT_EQ(loop.armedTimers(), 0U);
+}
+
+TEST_F(SessionTailerTest, StoppedWhileItAsksForThePathItArmsNothing) {
+    writeFile(path, "");
+    // The first question comes from start, the second from a step, the third from arming anew.
+    for (int stopAt = 1; stopAt <= 3; ++stopAt) {
+        int asked = 0;
+        auto& followed = make();
+        onPath = [&] {
+            if (++asked == stopAt) followed.stop();
+        };
+        followed.start();
+        watcher.fire(path, renamed);
+        EXPECT_EQ(asked, stopAt);
+        EXPECT_FALSE(followed.started());
+        EXPECT_TRUE(watcher.armed().empty()) << stopAt;
+        EXPECT_EQ(loop.armedTimers(), 0U) << stopAt;
+        EXPECT_TRUE(stopAt == 3 || persisted.empty()) << stopAt;
+    }
 }
 
 TEST_F(SessionTailerTest, MayBeDestroyedInAnyCallback) {

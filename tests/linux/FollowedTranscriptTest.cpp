@@ -31,8 +31,9 @@ class FollowedTranscript : public testing::Test {
                 .sessionId = "session-1",
                 .startOffset = std::nullopt,
                 .pathProvider = [this] { return path; },
-                .sink = [this](const std::string&,
-                               HistoryMessage message) { heard.push_back(message.messageId); },
+                .sink = [this](
+                            const std::string&,
+                            const HistoryMessage& message) { heard.push_back(message.messageId); },
                 .offsetPersist = [this](const std::string&, TailOffset) { ++ticks; },
                 .pollInterval = pollInterval});
         tailer->start();
