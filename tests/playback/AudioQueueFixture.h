@@ -63,6 +63,7 @@ class AudioQueueFixture : public testing::Test {
     }
     std::vector<AudioChunk> chunks(const std::vector<std::string>& names) const {
         std::vector<AudioChunk> made;
+        made.reserve(names.size());
         for (const auto& name : names) made.push_back(chunk(name));
         return made;
     }

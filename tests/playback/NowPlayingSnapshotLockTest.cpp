@@ -98,6 +98,7 @@ TEST_F(NowPlayingSnapshotLockTest, ConcurrentUpdatesRaiseRevByExactlyTheirNumber
     constexpr int threads = 8;
     constexpr int updates = 5;
     std::vector<std::thread> writing;
+    writing.reserve(threads);
     for (int t = 0; t < threads; ++t)
         writing.emplace_back([this] {
             for (int i = 0; i < updates; ++i) writer_.updateCursor({"s", Writer::Live{}, 0, 0, 0});

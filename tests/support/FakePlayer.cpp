@@ -19,7 +19,7 @@ void postEnd(MainLoop& loop, const std::shared_ptr<FakeSound>& sound, bool succe
 
 }  // namespace
 
-class FakePlayer : public FilePlayer {
+class FakePlayer final : public FilePlayer {
   public:
     FakePlayer(FakePlayerFactory& factory, std::shared_ptr<FakeSound> sound)
         : factory_(factory), sound_(std::move(sound)) {}
