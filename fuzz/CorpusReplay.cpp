@@ -1,4 +1,5 @@
-// Runs a fuzz target's entry point over the files, and the files of the directories, named on the command line.
+// Runs a fuzz target's entry point over the files, and the files of the directories, named on the
+// command line.
 
 #include <algorithm>
 #include <cstddef>
