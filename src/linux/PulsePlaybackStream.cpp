@@ -3,15 +3,13 @@
 #include <pulse/channelmap.h>
 #include <pulse/context.h>
 #include <pulse/error.h>
-#include <pulse/introspect.h>
 #include <pulse/operation.h>
-#include <pulse/proplist.h>
 #include <pulse/sample.h>
 #include <pulse/stream.h>
 #include <pulse/timeval.h>
-#include <pulse/volume.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "frame/ThreadAffinity.h"
@@ -24,15 +22,6 @@ namespace {
 constexpr pa_usec_t bufferAhead = 400 * PA_USEC_PER_MSEC;
 constexpr pa_usec_t enoughToStart = 20 * PA_USEC_PER_MSEC;
 constexpr pa_usec_t refillStep = 100 * PA_USEC_PER_MSEC;
-
-// The volume is ours, told with each stream: one that the server remembers for the role must
-// neither reach us nor, as it may be 0, come from us to other speaking programs. The first key is
-// PulseAudio's, the second PipeWire's.
-constexpr std::pair<const char*, const char*> streamProperties[] = {
-    {PA_PROP_MEDIA_ROLE, "a11y"},
-    {"module-stream-restore.id", "sink-input-by-application-id:dev.trelnivorn.sonra"},
-    {"state.restore-props", "false"},
-};
 
 pa_sample_spec specOf(const SoundFileReader& reader) {
     return {PA_SAMPLE_FLOAT32NE, static_cast<std::uint32_t>(reader.rate()),
@@ -52,21 +41,10 @@ pa_buffer_attr attributesFor(const pa_sample_spec& spec) {
             serversChoice};
 }
 
-pa_cvolume volumeFor(int channels, float linear) {
-    pa_cvolume volume;
-    pa_cvolume_set(&volume, static_cast<unsigned>(channels),
-                   pa_sw_volume_from_linear(static_cast<double>(linear)));
-    return volume;
-}
-
 pa_stream* newStream(pa_context* context, const std::string& name, const pa_sample_spec& spec) {
     pa_channel_map map;
     pa_channel_map_init_extend(&map, spec.channels, PA_CHANNEL_MAP_WAVEEX);
-    pa_proplist* properties = pa_proplist_new();
-    for (const auto& [key, value] : streamProperties) pa_proplist_sets(properties, key, value);
-    pa_stream* stream = pa_stream_new_with_proplist(context, name.c_str(), &spec, &map, properties);
-    pa_proplist_free(properties);
-    return stream;
+    return pa_stream_new(context, name.c_str(), &spec, &map);
 }
 
 void forget(pa_operation* operation) {
@@ -102,7 +80,9 @@ std::optional<std::string> PulsePlaybackStream::open(const std::string& name, fl
     SONRA_ASSERT_MAIN_THREAD();
     if (auto error = connection_->reach(deadline)) return error;
     const PulseLock lock(connection_->loop());
-    if (!connect(name, volume)) return connection_->errorText();
+    gain_ = volume;
+    firstFrame_ = reader_->position();
+    if (!connect(name)) return connection_->errorText();
     const bool answered = connection_->waitFor(
         [stream = stream_] {
             const auto state = pa_stream_get_state(stream);
@@ -117,7 +97,7 @@ std::optional<std::string> PulsePlaybackStream::open(const std::string& name, fl
     return pa_strerror(PA_ERR_TIMEOUT);
 }
 
-bool PulsePlaybackStream::connect(const std::string& name, float volume) {
+bool PulsePlaybackStream::connect(const std::string& name) {
     pa_context* const context = connection_->context();
     const auto spec = specOf(*reader_);
     stream_ = context == nullptr ? nullptr : newStream(context, name, spec);
@@ -139,12 +119,10 @@ bool PulsePlaybackStream::connect(const std::string& name, float volume) {
         },
         this);
     const auto attributes = attributesFor(spec);
-    const auto initial = volumeFor(spec.channels, volume);
-    const int flags = PA_STREAM_START_CORKED | PA_STREAM_INTERPOLATE_TIMING |
-                      PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_RELATIVE_VOLUME;
+    const int flags =
+        PA_STREAM_START_CORKED | PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE;
     return pa_stream_connect_playback(stream_, nullptr, &attributes,
-                                      static_cast<pa_stream_flags_t>(flags), &initial,
-                                      nullptr) >= 0;
+                                      static_cast<pa_stream_flags_t>(flags), nullptr, nullptr) >= 0;
 }
 
 void PulsePlaybackStream::run() {
@@ -169,44 +147,69 @@ void PulsePlaybackStream::cork(bool corked) {
 void PulsePlaybackStream::setVolume(float volume) {
     SONRA_ASSERT_MAIN_THREAD();
     const PulseLock lock(connection_->loop());
-    if (pa_stream_get_state(stream_) != PA_STREAM_READY) return;
-    const auto wanted = volumeFor(reader_->channels(), volume);
-    forget(pa_context_set_sink_input_volume(connection_->context(), pa_stream_get_index(stream_),
-                                            &wanted, nullptr, nullptr));
+    gain_ = volume;
+    if (pa_stream_get_state(stream_) == PA_STREAM_READY) rewriteUnheard();
 }
 
 double PulsePlaybackStream::heard() {
+    SONRA_ASSERT_MAIN_THREAD();
     const PulseLock lock(connection_->loop());
-    pa_usec_t time = 0;
-    if (begun_ && pa_stream_get_time(stream_, &time) >= 0)
-        heard_ = static_cast<double>(time) / PA_USEC_PER_SEC;
+    readTime();
     return heard_;
 }
 
+void PulsePlaybackStream::readTime() {
+    pa_usec_t time = 0;
+    if (begun_ && pa_stream_get_time(stream_, &time) >= 0)
+        heard_ = static_cast<double>(time) / PA_USEC_PER_SEC;
+}
+
 void PulsePlaybackStream::feed(std::size_t bytes) {
-    std::size_t frames = bytes / frameBytes(*reader_);
+    auto frames = static_cast<std::int64_t>(bytes / frameBytes(*reader_));
     while (!allWritten_ && frames > 0) {
-        const std::size_t written = writeBlock(frames);
-        allWritten_ = written == 0 || reader_->atEnd();
-        frames -= std::min(written, frames);
+        const std::int64_t count = writeBlock(frames, 0);
+        allWritten_ = count == 0 || reader_->atEnd();
+        written_ += count;
+        frames -= count;
     }
     if (allWritten_ && running_) beginDrain();
 }
 
-/// Decodes straight into libpulse's memory. Returns the frames written, 0 when there is nothing
-/// left to decode or nobody to write to.
-std::size_t PulsePlaybackStream::writeBlock(std::size_t frames) {
+/// Replaces what the server holds from the sample that is being heard on. What it has passed on
+/// already it takes back from the device if that can be done, and else ignores.
+void PulsePlaybackStream::rewriteUnheard() {
+    readTime();
+    const auto heardFrames = static_cast<std::int64_t>(heard_ * reader_->rate());
+    std::int64_t back = std::max<std::int64_t>(written_ - heardFrames, 0);
+    if (back == 0) return;
+    reader_->seek(firstFrame_ + heardFrames);
+    for (std::int64_t left = back; left > 0; back = 0) {
+        const std::int64_t count = writeBlock(left, back);
+        if (count == 0) break;
+        left -= count;
+    }
+}
+
+/// Decodes straight into libpulse's memory, and sends it to stand `framesBack` before the end of
+/// what was written. Returns the frames written, 0 when there is nothing left to decode or nobody
+/// to write to.
+std::int64_t PulsePlaybackStream::writeBlock(std::int64_t frames, std::int64_t framesBack) {
     void* memory = nullptr;
-    std::size_t bytes = frames * frameBytes(*reader_);
+    const std::size_t frameSize = frameBytes(*reader_);
+    std::size_t bytes = static_cast<std::size_t>(frames) * frameSize;
     if (pa_stream_begin_write(stream_, &memory, &bytes) < 0) return 0;
-    const auto got = reader_->read({static_cast<float*>(memory), bytes / sizeof(float)});
+    const std::span samples(static_cast<float*>(memory), bytes / sizeof(float));
+    const std::int64_t got = reader_->read(samples);
     if (got == 0) {
         pa_stream_cancel_write(stream_);
         return 0;
     }
-    const auto filled = static_cast<std::size_t>(got) * frameBytes(*reader_);
-    if (pa_stream_write(stream_, memory, filled, nullptr, 0, PA_SEEK_RELATIVE) < 0) return 0;
-    return static_cast<std::size_t>(got);
+    for (float& sample : samples.first(static_cast<std::size_t>(got * reader_->channels())))
+        sample *= gain_;
+    const auto filled = static_cast<std::size_t>(got) * frameSize;
+    const auto offset = -framesBack * static_cast<std::int64_t>(frameSize);
+    if (pa_stream_write(stream_, memory, filled, nullptr, offset, PA_SEEK_RELATIVE) < 0) return 0;
+    return got;
 }
 
 /// Asks to be told when the last sample has been heard. Only while running: a drain would set a

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,15 +44,17 @@ class PulsePlaybackStream {
     [[nodiscard]] double heard();
 
   private:
-    [[nodiscard]] bool connect(const std::string& name, float volume)
-        SONRA_REQUIRES(connection_->loop());
+    [[nodiscard]] bool connect(const std::string& name) SONRA_REQUIRES(connection_->loop());
     void disconnect() SONRA_REQUIRES(connection_->loop());
     void cork(bool corked) SONRA_REQUIRES(connection_->loop());
     void feed(std::size_t bytes) SONRA_REQUIRES(connection_->loop());
-    [[nodiscard]] std::size_t writeBlock(std::size_t frames) SONRA_REQUIRES(connection_->loop());
+    void rewriteUnheard() SONRA_REQUIRES(connection_->loop());
+    [[nodiscard]] std::int64_t writeBlock(std::int64_t frames, std::int64_t framesBack)
+        SONRA_REQUIRES(connection_->loop());
     void beginDrain() SONRA_REQUIRES(connection_->loop());
     void drained(bool success) SONRA_REQUIRES(connection_->loop());
     void stateChanged() SONRA_REQUIRES(connection_->loop());
+    void readTime() SONRA_REQUIRES(connection_->loop());
     void end(End how, const std::string& reason) SONRA_REQUIRES(connection_->loop());
 
     const std::shared_ptr<PulseConnection> connection_;
@@ -65,6 +67,10 @@ class PulsePlaybackStream {
     bool begun_ SONRA_GUARDED_BY(connection_->loop()) = false;
     bool running_ SONRA_GUARDED_BY(connection_->loop()) = false;
     bool allWritten_ SONRA_GUARDED_BY(connection_->loop()) = false;
+    std::int64_t firstFrame_ SONRA_GUARDED_BY(connection_->loop()) = 0;  ///< of the file
+    std::int64_t written_ SONRA_GUARDED_BY(connection_->loop()) = 0;     ///< frames since then
+    float gain_ SONRA_GUARDED_BY(connection_->loop()) = 1;
+    /// Seconds; the last known value.
     double heard_ SONRA_GUARDED_BY(connection_->loop()) = 0;
 };
 

@@ -31,6 +31,8 @@ class SoundFileReader {
 
     /// The next read starts at `frame`, within 0 and frames().
     void seek(std::int64_t frame);
+    /// The frame that comes next.
+    [[nodiscard]] std::int64_t position() const { return position_; }
     /// Fills `samples`, whose size is a multiple of channels(); returns the frames read, fewer only
     /// at the end or where the file can't be decoded any further.
     std::int64_t read(std::span<float> samples);

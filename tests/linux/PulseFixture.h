@@ -33,8 +33,21 @@ inline std::vector<float> marked(double seconds, std::uint32_t seed = 1) {
     return samples;
 }
 
+/// What was heard is `samples` and nothing else, however often it was interrupted.
+inline void expectWhole(const test::Recording& recording, const std::vector<float>& samples) {
+    const auto sound = recording.sound();
+    EXPECT_EQ(sound.size(), samples.size());
+    EXPECT_TRUE((test::Recording{sound, {}}.find(samples)));
+}
+
+inline std::vector<float> from(const std::vector<float>& samples, double seconds) {
+    return {samples.begin() + static_cast<std::ptrdiff_t>(seconds * test::Recording::rate),
+            samples.end()};
+}
+
 /// A player's surroundings: a sound server of the test's own whose loudspeaker is recorded.
-class PulseFixture : public testing::Test {
+template <typename Server>
+class PlayerFixture : public testing::Test {
   protected:
     std::string wav(const std::vector<float>& samples, test::SoundFormat format = fullRate) {
         const auto path = dir / (std::to_string(++files) + ".wav");
@@ -70,7 +83,15 @@ class PulseFixture : public testing::Test {
         return recorder.recording();
     }
 
-    test::PrivatePulse server;
+    /// What was heard ends soon after the recording's sample `mark`; far less than the 400 ms that
+    /// the server holds.
+    void expectQuietSoonAfter(std::size_t mark) {
+        const auto utterances = recorder.recording().utterances();
+        ASSERT_FALSE(utterances.empty());
+        EXPECT_LT(utterances.back().end, mark + test::Recording::rate / 4);
+    }
+
+    Server server;
     test::PollLoop loop;
     std::shared_ptr<PulseConnection> connection = std::make_shared<PulseConnection>();
     PulseFilePlayerFactory factory{loop, connection};
@@ -79,5 +100,7 @@ class PulseFixture : public testing::Test {
     std::vector<bool> finished;
     int files = 0;
 };
+
+using PulseFixture = PlayerFixture<test::PrivatePulse>;
 
 }  // namespace sonra

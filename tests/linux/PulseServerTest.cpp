@@ -14,7 +14,7 @@ namespace {
 using test::Recording;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto aboutTheLimit = PulseFilePlayer::serverLimit + 700ms;
+constexpr auto aboutTheLimit = PulseFilePlayer::serverLimit + 1500ms;
 
 /// A server that accepts connections and never says a word.
 class MuteServer {
@@ -163,7 +163,7 @@ TEST_F(PulseServerTest, ConnectingAheadWaitsForNobody) {
     server.freeze();
     const auto began = Clock::now();
     connection->connectAhead();
-    EXPECT_LT(Clock::now() - began, 300ms);
+    EXPECT_LT(Clock::now() - began, 500ms);
     server.thaw();
     expectHeard();
 }
@@ -202,17 +202,20 @@ TEST_F(PulseServerTest, ConnectionAtRestDoesNotWakeUp) {
     const auto player = open(wav(marked(0.1)));
     ASSERT_TRUE(player->play());
     ASSERT_TRUE(untilFinished());
-    runFor(500ms);  // the server's last words
-    const auto before = sleepsOfThePulseThread();
-    runFor(2000ms);
-    EXPECT_EQ(sleepsOfThePulseThread() - before, 0U);
+    // The server's last words may come late; whatever wakes by a clock spoils every second.
+    const bool slept = loop.runUntil([this] {
+        const auto before = sleepsOfThePulseThread();
+        runFor(1000ms);
+        return sleepsOfThePulseThread() == before;
+    });
+    EXPECT_TRUE(slept);
 }
 
 TEST_F(PulseServerTest, ServerSeesWhoSpeaks) {
     const auto player = open(wav(marked(0.2)));
     const auto list = server.pactl({"list", "sink-inputs"});
     EXPECT_NE(list.find("media.name = \"Speech\""), std::string::npos);
-    EXPECT_NE(list.find("media.role = \"a11y\""), std::string::npos);
+    EXPECT_NE(list.find("application.id = \"dev.trelnivorn.sonra\""), std::string::npos);
     EXPECT_NE(list.find("application.name = \"Sonra\""), std::string::npos);
 }
 

@@ -23,7 +23,8 @@ SinkRecorder::SinkRecorder(const std::string& sink)
               "--channels=1", "--rate=" + std::to_string(Recording::rate)}),
       thread_([this] { listen(); }) {
     const auto deadline = Recording::Clock::now() + 20s;
-    while (size() == 0 && Recording::Clock::now() < deadline) std::this_thread::sleep_for(1ms);
+    while (size() == 0 && !deaf_ && Recording::Clock::now() < deadline)
+        std::this_thread::sleep_for(1ms);
 }
 
 SinkRecorder::~SinkRecorder() {
@@ -36,7 +37,7 @@ void SinkRecorder::listen() {
     std::size_t held = 0;  // bytes of a sample that came in two parts
     for (;;) {
         const auto got = read(parec_.output(), block.data() + held, block.size() - held);
-        if (got <= 0) return;
+        if (got <= 0) break;
         held += static_cast<std::size_t>(got);
         const std::size_t count = held / sizeof(float);
         const auto* samples = reinterpret_cast<const float*>(block.data());
@@ -47,6 +48,7 @@ void SinkRecorder::listen() {
                   block.begin() + static_cast<std::ptrdiff_t>(held), block.begin());
         held -= count * sizeof(float);
     }
+    deaf_ = true;
 }
 
 Recording SinkRecorder::recording() const {

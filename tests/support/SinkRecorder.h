@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <thread>
 
@@ -32,6 +33,7 @@ class SinkRecorder {
     TestProcess parec_;
     mutable Mutex mutex_;
     Recording recording_ SONRA_GUARDED_BY(mutex_);
+    std::atomic<bool> deaf_ = false;  ///< the sink or its server is gone
     std::thread thread_;
 };
 
