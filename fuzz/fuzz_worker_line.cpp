@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t maxLine = 512;
+constexpr std::size_t maxLine = 96;
 
 void check(bool holds) {
     if (!holds) std::abort();

@@ -84,7 +84,8 @@ std::optional<Json> parseStrict(std::string_view text) {
 }  // namespace
 
 std::optional<Json> parse(std::string_view text) {
-    // The library would take a zero byte for the end of the text and pass whatever stands behind it.
+    // The library would take a zero byte for the end of the text and pass whatever stands behind
+    // it.
     if (text.find('\0') != std::string_view::npos) return std::nullopt;
     const Survey survey = surveyText(text);
     if (survey.depth > maxDepth) return std::nullopt;

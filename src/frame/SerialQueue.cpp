@@ -94,13 +94,15 @@ const std::string& SerialQueue::name() const {
 }
 
 void SerialQueue::post(std::function<void()> work) {
+    // The work may destroy the queue before this call is over.
+    const auto state = state_;
     bool wasEmpty = false;
     {
-        MutexLock lock(state_->mutex);
-        wasEmpty = state_->work.empty();
-        state_->work.push_back(std::move(work));
+        MutexLock lock(state->mutex);
+        wasEmpty = state->work.empty();
+        state->work.push_back(std::move(work));
     }
-    if (wasEmpty) state_->wake.notify_one();
+    if (wasEmpty) state->wake.notify_one();
 }
 
 void SerialQueue::sync(const std::function<void()>& work) {
@@ -125,12 +127,13 @@ SerialQueue::Timer SerialQueue::after(std::chrono::nanoseconds delay, std::funct
     auto live = std::make_shared<bool>(true);
     Timer timer;
     timer.state_ = live;
+    const auto state = state_;
     {
-        MutexLock lock(state_->mutex);
-        state_->delayed.emplace(Clock::now() + delay,
-                                State::Delayed{std::move(live), std::move(work)});
+        MutexLock lock(state->mutex);
+        state->delayed.emplace(Clock::now() + delay,
+                               State::Delayed{std::move(live), std::move(work)});
     }
-    state_->wake.notify_one();
+    state->wake.notify_one();
     return timer;
 }
 

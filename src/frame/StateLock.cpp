@@ -17,6 +17,7 @@
 namespace sonra {
 namespace {
 
+constexpr mode_t ownerOnly = 0600;
 // Far more than any process id with white space around it.
 constexpr std::size_t longestContent = 4096;
 
@@ -60,10 +61,42 @@ void reclaimIfStale(const std::string& lock) {
     if (::stat(lock.c_str(), &present) == 0 && isSameFile(judged, present)) ::unlink(lock.c_str());
 }
 
-void writeHolder(int fd) {
+bool writeHolder(int fd) {
     const std::string pid = std::to_string(::getpid());
+    return ::write(fd, pid.data(), pid.size()) == static_cast<ssize_t>(pid.size());
+}
+
+std::string directoryOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+enum class Creation { done, exists, failed };
+
+/// Lets the lock file appear with the holder in it: one who is killed between two steps would leave
+/// an empty file, which holds everybody up until it is stale.
+Creation createComplete(const std::string& lock) {
+    const UniqueFd fd(
+        ::open(directoryOf(lock).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly));
+    if (!fd || !writeHolder(fd.get())) return Creation::failed;
+    const std::string unnamed = "/proc/self/fd/" + std::to_string(fd.get());
+    if (::linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, lock.c_str(), AT_SYMLINK_FOLLOW) == 0)
+        return Creation::done;
+    return errno == EEXIST ? Creation::exists : Creation::failed;
+}
+
+/// The way for file systems without unnamed files.
+Creation createInSteps(const std::string& lock) {
+    const UniqueFd fd(::open(lock.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly));
+    if (!fd) return errno == EEXIST ? Creation::exists : Creation::failed;
     // A lock that stays empty on a full disk is still held; it is only reclaimed later.
-    [[maybe_unused]] const auto written = ::write(fd, pid.data(), pid.size());
+    writeHolder(fd.get());
+    return Creation::done;
+}
+
+Creation create(const std::string& lock) {
+    const auto complete = createComplete(lock);
+    return complete == Creation::failed ? createInSteps(lock) : complete;
 }
 
 }  // namespace
@@ -74,13 +107,9 @@ std::string StateLock::lockPath(const std::string& path) {
 
 bool StateLock::tryAcquire(const std::string& path) {
     const std::string lock = lockPath(path);
-    const UniqueFd fd(::open(lock.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (fd) {
-        writeHolder(fd.get());
-        return true;
-    }
-    if (errno == EEXIST) reclaimIfStale(lock);
-    return false;
+    const auto creation = create(lock);
+    if (creation == Creation::exists) reclaimIfStale(lock);
+    return creation == Creation::done;
 }
 
 void StateLock::release(const std::string& path) {

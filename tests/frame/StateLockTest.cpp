@@ -8,9 +8,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <thread>
@@ -242,15 +246,26 @@ TEST_F(StateLockTest, ThreadsLoseNoIncrement) {
     EXPECT_FALSE(isLocked());
 }
 
-TEST_F(StateLockTest, ReclaimersInCompetitionLoseNoIncrement) {
-    test::writeFile(path_, R"({"count":0})");
-    for (int round = 0; round < 20; ++round) {
-        leaveLock(std::to_string(deadPid()), 0s);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) threads.emplace_back([this] { increment(path_); });
-        for (auto& thread : threads) thread.join();
-    }
-    EXPECT_EQ(count(), 80);
+TEST_F(StateLockTest, ReclaimersInCompetitionNeverRemoveAFreshLock) {
+    const auto dead = std::to_string(deadPid());
+    std::atomic<int> inside = 0;
+    std::atomic<int> turns = 0;
+    std::atomic<int> intrusions = 0;
+    const auto compete = [&] {
+        while (turns < 2000) {
+            if (!StateLock::tryAcquire(path_)) continue;
+            if (++inside != 1) ++intrusions;
+            ++turns;
+            std::this_thread::yield();
+            --inside;
+            // As one does who dies here: every turn begins with the reclaim of the last one's lock.
+            test::writeFile(lock_, dead);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) threads.emplace_back(compete);
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(intrusions, 0);
 }
 
 TEST_F(StateLockTest, AHolderThatIsKilledGivesTheLockUpAtOnce) {
@@ -264,6 +279,51 @@ TEST_F(StateLockTest, AHolderThatIsKilledGivesTheLockUpAtOnce) {
     holder.killNow();
     StateLock::acquireBlocking(path_, 10s);
     EXPECT_EQ(test::readFile(lock_), std::to_string(getpid()));
+}
+
+TEST_F(StateLockTest, ALockFileNeverStandsWithoutItsHolder) {
+    test::writeFile(path_, R"({"count":0})");
+    ForkedProcess holder([this] {
+        for (;;) StateLock::withLock(path_, 60s, [] {});
+    });
+    int seen = 0;
+    for (int i = 0; i < 2'000'000 && seen < 2000; ++i) {
+        if (const auto content = AtomicFile::read(lock_)) {
+            ASSERT_EQ(*content, std::to_string(holder.pid()));
+            ++seen;
+        }
+    }
+    EXPECT_EQ(seen, 2000);
+}
+
+TEST_F(StateLockTest, LocksInTheWorkingDirectoryToo) {
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(directory_.path());
+    EXPECT_TRUE(StateLock::tryAcquire("state.json"));
+    EXPECT_FALSE(StateLock::tryAcquire("state.json"));
+    EXPECT_TRUE(isLocked());
+    std::filesystem::current_path(before);
+}
+
+/// Ends with status 0 if locking works in a process that can't name its descriptors, as where /proc
+/// is missing.
+[[noreturn]] void lockWithoutProc(const std::string& path) {
+    const bool isHidden =
+        unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        mount("none", "/proc", "tmpfs", 0, nullptr) == 0;
+    if (!isHidden) std::perror("can't hide /proc");
+    const bool isLocked = StateLock::tryAcquire(path) && !StateLock::tryAcquire(path);
+    const bool isNamed = AtomicFile::read(path + ".lock") == std::to_string(getpid());
+    StateLock::release(path);
+    ::_exit(isHidden && isLocked && isNamed && StateLock::tryAcquire(path) ? 0 : 1);
+}
+
+TEST(StateLockDeathTest, LocksWhereNoUnnamedFileCanBeHad) {
+    const TempDir directory;
+    // Started anew, because a process must have one thread to leave its user namespace.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(lockWithoutProc(directory / "state.json"), testing::ExitedWithCode(0), "");
 }
 
 /// The absolute path of a program on PATH; empty if there is none.
@@ -350,22 +410,19 @@ TEST_F(StateLockTest, ProcessesAndNodePeersLoseNoIncrement) {
     EXPECT_FALSE(isLocked());
 }
 
-TEST_F(StateLockTest, KilledHoldersAmongManyLoseNoFinishedIncrement) {
+TEST_F(StateLockTest, HoldersThatDieAmongManyLoseNoFinishedIncrement) {
     test::writeFile(path_, R"({"count":0})");
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t)
-        threads.emplace_back([this] {
+    std::vector<std::unique_ptr<ForkedProcess>> writers;
+    for (int p = 0; p < 3; ++p)
+        writers.push_back(std::make_unique<ForkedProcess>([this] {
             for (int i = 0; i < 20; ++i, std::this_thread::sleep_for(1ms)) increment(path_);
-        });
+        }));
     for (int i = 0; i < 10; ++i) {
-        // Dies with the lock in its hands and nothing written.
-        ForkedProcess victim([this] {
-            StateLock::acquireBlocking(path_, 60s);
-            ::_exit(0);
-        });
+        // Ends with the lock in its hands and nothing written.
+        ForkedProcess victim([this] { StateLock::acquireBlocking(path_, 60s); });
         EXPECT_TRUE(victim.finished());
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& writer : writers) EXPECT_TRUE(writer->finished());
     EXPECT_EQ(count(), 60);
 }
 
