@@ -252,7 +252,7 @@ TEST_F(StateLockTest, ReclaimersInCompetitionNeverRemoveAFreshLock) {
     std::atomic<int> turns = 0;
     std::atomic<int> intrusions = 0;
     const auto compete = [&] {
-        while (turns < 2000) {
+        while (turns < 1000) {
             if (!StateLock::tryAcquire(path_)) continue;
             if (++inside != 1) ++intrusions;
             ++turns;
