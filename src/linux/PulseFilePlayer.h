@@ -24,7 +24,7 @@ namespace sonra {
 /// drop the stream and keep the position; `play` opens another one there. While running, the end of
 /// the stream is the end of the player. Main thread only; what libpulse's thread reports is posted,
 /// and is stale when the stream has changed.
-class PulseFilePlayer : public FilePlayer {
+class PulseFilePlayer final : public FilePlayer {
   public:
     PulseFilePlayer(MainLoop& loop, std::shared_ptr<PulseConnection> connection,
                     std::shared_ptr<SoundFileReader> reader,

@@ -50,7 +50,7 @@ template <typename Server>
 class PlayerFixture : public testing::Test {
   protected:
     std::string wav(const std::vector<float>& samples, test::SoundFormat format = fullRate) {
-        const auto path = dir / (std::to_string(++files) + ".wav");
+        auto path = dir / (std::to_string(++files) + ".wav");
         test::writeWav(path, samples, format);
         return path;
     }

@@ -60,6 +60,7 @@ TEST_F(QtMainLoopTest, RunsPostsInOrderAndNeverInsideTheCaller) {
 TEST_F(QtMainLoopTest, KeepsTheOrderOfEachPostingThread) {
     constexpr int each = 5'000;
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int thread = 0; thread < 3; ++thread)
         threads.emplace_back([this, thread] {
             for (int i = 0; i < each; ++i) loop.post(note(thread * each + i));
