@@ -120,6 +120,7 @@ TEST(FileSink, KeepsTheLinesOfEachThreadInOrder) {
     const TempDir directory;
     FileSink sink(directory / "log", roomy, 1);
     std::vector<std::thread> writers;
+    writers.reserve(threads);
     for (int t = 0; t < threads; ++t)
         writers.emplace_back([&sink, t] {
             for (int i = 0; i < each; ++i) sink.write(std::to_string(t) + " " + std::to_string(i));

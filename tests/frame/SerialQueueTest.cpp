@@ -18,6 +18,7 @@ using namespace std::chrono_literals;
 TEST(SerialQueue, RunsWorkInTheOrderOfItsPosting) {
     SerialQueue queue("test");
     std::vector<int> order;
+    order.reserve(1000);
     for (int i = 0; i < 1000; ++i) queue.post([&order, i] { order.push_back(i); });
     queue.sync([] {});
     ASSERT_EQ(order.size(), 1000U);
@@ -29,6 +30,7 @@ TEST(SerialQueue, KeepsTheOrderOfEachOfManyThreads) {
     std::array<int, 4> next{};
     std::atomic<int> wrong = 0;
     std::vector<std::thread> threads;
+    threads.reserve(next.size());
     for (std::size_t t = 0; t < next.size(); ++t)
         threads.emplace_back([&, t] {
             for (int i = 0; i < 500; ++i)

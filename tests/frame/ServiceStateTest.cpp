@@ -210,6 +210,7 @@ TEST_F(ServiceStateTest, AFailureOfAnotherDocumentsLockIsTheMutationsOwn) {
 
 TEST_F(ServiceStateTest, ThreadsLoseNoUpdate) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
             for (int i = 0; i < 20; ++i)

@@ -237,6 +237,7 @@ TEST_F(StateLockTest, LocksOfDifferentDocumentsAreIndependent) {
 TEST_F(StateLockTest, ThreadsLoseNoIncrement) {
     test::writeFile(path_, R"({"count":0})");
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([this] {
             for (int i = 0; i < 25; ++i) increment(path_);
@@ -263,6 +264,7 @@ TEST_F(StateLockTest, ReclaimersInCompetitionNeverRemoveAFreshLock) {
         }
     };
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) threads.emplace_back(compete);
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(intrusions, 0);
@@ -328,10 +330,12 @@ TEST(StateLockDeathTest, LocksWhereNoUnnamedFileCanBeHad) {
 
 /// The absolute path of a program on PATH; empty if there is none.
 std::string onPath(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::istringstream directories(path == nullptr ? "" : path);
+    const char* search = std::getenv("PATH");
+    std::istringstream directories(search == nullptr ? "" : search);
     for (std::string directory; std::getline(directories, directory, ':');)
-        if (access((directory + "/" + name).c_str(), X_OK) == 0) return directory + "/" + name;
+        if (auto path = (std::filesystem::path(directory) / name).string();
+            access(path.c_str(), X_OK) == 0)
+            return path;
     return {};
 }
 
@@ -413,6 +417,7 @@ TEST_F(StateLockTest, ProcessesAndNodePeersLoseNoIncrement) {
 TEST_F(StateLockTest, HoldersThatDieAmongManyLoseNoFinishedIncrement) {
     test::writeFile(path_, R"({"count":0})");
     std::vector<std::unique_ptr<ForkedProcess>> writers;
+    writers.reserve(3);
     for (int p = 0; p < 3; ++p)
         writers.push_back(std::make_unique<ForkedProcess>([this] {
             for (int i = 0; i < 20; ++i, std::this_thread::sleep_for(1ms)) increment(path_);

@@ -82,6 +82,7 @@ TEST(Text, CharacterEndsAreWherePrefixesEnd) {
 
 TEST(Text, CountsOnSeveralThreadsAtOnce) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([] {
             for (int i = 0; i < 200; ++i) EXPECT_EQ(text::characterCount(family), 1U);
