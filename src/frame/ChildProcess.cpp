@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/syscall.h>
@@ -177,6 +178,7 @@ class Attributes {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
+    result.reserve(texts.size() + 1);
     for (auto& text : texts) result.push_back(text.data());
     result.push_back(nullptr);
     return result;
@@ -187,7 +189,9 @@ int launch(const ChildProcess::Request& request, const Pipes& pipes, pid_t& pid)
     std::vector<std::string> arguments{request.executable};
     arguments.insert(arguments.end(), request.arguments.begin(), request.arguments.end());
     std::vector<std::string> environment;
-    for (const auto& [name, value] : request.environment) environment.push_back(name + "=" + value);
+    environment.reserve(request.environment.size());
+    for (const auto& [name, value] : request.environment)
+        environment.emplace_back(name).append("=").append(value);
     FileActions actions;
     actions.setUp(request, pipes);
     const Attributes attributes;
@@ -379,6 +383,7 @@ ChildProcess::Output ChildProcess::readToEnd(Duration limit, std::size_t maxByte
 void ChildProcess::watch(OutputCallback onOutput, ExitCallback onExit) {
     watched_ = true;
     std::thread([state = state_, onOutput = std::move(onOutput), onExit = std::move(onExit)] {
+        pthread_setname_np(pthread_self(), "sonra.child");
         onExit(state->deliverOutput(onOutput));
     }).detach();
 }

@@ -170,7 +170,7 @@ std::shared_ptr<KokoroWorkerEngine::Core::Pending> KokoroWorkerEngine::Core::sub
     SONRA_ASSERT_ON(ioQueue_);
     if (!isReady() || !proc_ || pending_) return nullptr;
     request.id = nextId_++;
-    const auto pending = std::make_shared<Pending>();
+    auto pending = std::make_shared<Pending>();
     pending->id = request.id;
     pending_ = pending;
     const auto failure = proc_->writeStdin(request.line(), options_.limits.write);

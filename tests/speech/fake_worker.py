@@ -6,12 +6,12 @@ import select
 import signal
 import struct
 import sys
-import threading
 import time
 
 OUT = sys.stdout.buffer
 LOG = os.environ.get("FAKE_LOG")
 PARENT = os.getppid()
+HELD = []
 
 
 def note(word):
@@ -52,15 +52,6 @@ def write_wav(path):
 def answer_well(request):
     write_wav(request["outWav"])
     send_raw(result(request, wav=request["outWav"]))
-
-
-def answer_late(request, seconds):
-    """Without holding up the requests that follow."""
-    def answer():
-        time.sleep(seconds)
-        answer_well(request)
-        note("late %d" % request["id"])
-    threading.Thread(target=answer, daemon=True).start()
 
 
 def answer_slowly(request):
@@ -108,7 +99,8 @@ ORDERS = {
     "twice": lambda r: (answer_well(r), send_raw(result(r, ok=False))),
     "die": lambda r: (note("die"), os._exit(7)),
     "silent": lambda r: note("silent"),
-    "late": lambda r: answer_late(r, 0.4),
+    "hold": lambda r: HELD.append(r),
+    "release": lambda r: answer_well(HELD.pop()),
     "slow": answer_slowly,
     "pieces": answer_in_pieces,
     "junk": answer_among_junk,
