@@ -25,7 +25,8 @@ Environment of the one-shot form: TTS_VOICE, TTS_SPEED (1.0 is normal), and for 
     TTS_SERVICE_SOCK    the service's socket
     TTS_NARRATION_TEXT  what the desktop shows beside the sound
     TTS_CAPTIONS        "1" also sends the words to the service's captions when playing here
-TTS_WARMUP=1 loads what speaks and ends.
+TTS_WARMUP=1 loads what speaks and ends. TTS_PROBE=1 ends at once: that much is enough for the launcher to see that the
+script can be run.
 """
 
 import array
@@ -40,6 +41,7 @@ import socket
 import struct
 import subprocess
 import sys
+import tempfile
 import threading
 from typing import NamedTuple
 
@@ -78,6 +80,7 @@ class Unfinished:
 
     def __init__(self) -> None:
         self.files: set[str] = set()
+        self.directory: str | None = None
         self.player: subprocess.Popen | None = None
 
     def watch_termination(self, signals: tuple[int, ...]) -> None:
@@ -91,8 +94,17 @@ class Unfinished:
     def remove(self) -> None:
         for path in list(self.files):
             remove_file(path)
+        self.remove_directory()
         if self.player is not None and self.player.poll() is None:
             self.player.kill()
+
+    def remove_directory(self) -> None:
+        """Leaves it where it is as long as somebody else still needs a file in it."""
+        if self.directory is not None:
+            try:
+                os.rmdir(self.directory)
+            except OSError:
+                pass
 
     def _wait(self, wake: int) -> None:
         number = os.read(wake, 1)[0]
@@ -440,10 +452,25 @@ class ServiceSocket:
             raise SpeechError(f"the service went away: {reason(error)}") from error
 
 
+def temporary_directory() -> str:
+    """A directory for this process's pieces of speech.
+
+    Its name tells the service whose it is: what the service didn't get to play, because it died, is removed when it
+    starts again and this process is gone.
+    """
+    if unfinished.directory is None:
+        parent = os.environ.get("TMPDIR", "")
+        prefix = f"sonra-{os.getuid()}-{os.getpid()}-"
+        try:
+            unfinished.directory = tempfile.mkdtemp(prefix=prefix, dir=parent if os.path.isabs(parent) else "/tmp")
+        except OSError as error:
+            raise SpeechError(f"can't make a temporary directory: {reason(error)}") from error
+    return unfinished.directory
+
+
 def temporary_wav(sound: Sound) -> str:
     """A file of its own for a piece of speech; until it is taken off `unfinished`, it goes with this process."""
-    directory = os.path.abspath(os.environ.get("TMPDIR") or "/tmp")
-    path = os.path.join(directory, f"sonra-play-{os.urandom(8).hex()}.wav")
+    path = os.path.join(temporary_directory(), f"{os.urandom(8).hex()}.wav")
     unfinished.files.add(path)
     write_whole(path, wav(sound))
     return path
@@ -560,10 +587,13 @@ def run_once(arguments: list[str]) -> int:
         unfinished.remove()
         say(reason(error))
         return 1
+    unfinished.remove_directory()
     return 0
 
 
 def main(arguments: list[str]) -> int:
+    if os.environ.get("TTS_PROBE") == "1":
+        return 0
     try:
         if os.environ.get("TTS_WARMUP") == "1":
             say(f"ready to speak with {Speaker().backend_name}")

@@ -16,8 +16,11 @@ from support import COMPANION, HELPER, LAUNCHER, SENTENCE, HelperTest, Recording
 
 CACHE = Path(os.environ.get("SONRA_PY_CACHE") or COMPANION.parent / "build/py").absolute()
 UV_ENV = {**os.environ, "UV_CACHE_DIR": str(CACHE / "uv-cache"), "UV_NO_PROGRESS": "1"}
+# The network's words only: packages that don't fit together can't be resolved either, and that is a failure.
 UNREACHABLE = re.compile(
-    r"connection|connect error|timed? ?out|dns error|resolution|resolve|unreachable|sending request|max retries", re.I
+    r"connection (?:broken|refused|reset|aborted|timed out)|new connection|connect error|timed out|dns error"
+    r"|name resolution|lookup address|network is unreachable|no route to host|error sending request|max retries",
+    re.I,
 )
 INSTALL_SECONDS = 600.0
 
@@ -146,6 +149,40 @@ class Kokoro(HelperTest):
         self.assertIn("eSpeak NG", speech.ready["backend"])
         self.assertIn("Kokoro can't be used: ", speech.errors())
         self.assertEqual(self.take(speech, voice="am_onyx").rate, 22_050)
+
+
+    def test_uv_that_cannot_fetch_gives_way_to_the_other_back_end(self) -> None:
+        # Its first run without a network: nothing is in its cache.
+        self.env["UV_CACHE_DIR"] = str(self.dir / "empty")
+        speech = self.start()
+        self.assertIn("eSpeak NG", speech.ready["backend"])
+        self.assertIn("uv can't run the script", speech.errors())
+        self.assertEqual(self.take(speech, voice="am_onyx").rate, 22_050)
+
+
+class Unreachable(unittest.TestCase):
+    """A failure that is taken for a missing network skips the tests above, and so must not be another one."""
+
+    def test_words_of_the_network(self) -> None:
+        for words in (
+            "Failed to establish a new connection: [Errno -3] Temporary failure in name resolution",
+            "Retrying after connection broken by 'ReadTimeoutError(\"Read timed out. (read timeout=15)\")'",
+            "error sending request for url (https://pypi.org/simple/numpy/)",
+            "dns error: failed to lookup address information: Name or service not known",
+            "tcp connect error: Network is unreachable (os error 101)",
+            "Max retries exceeded with url: /simple/uv/",
+        ):
+            self.assertTrue(UNREACHABLE.search(words), words)
+
+    def test_words_of_anything_else(self) -> None:
+        for words in (
+            "No solution found when resolving script dependencies",
+            "ResolutionImpossible: for help visit https://pip.pypa.io/topics/dependency-resolution/",
+            "Failed to resolve requirements",
+            "ModuleNotFoundError: No module named 'connection'",
+            "TypeError: unexpected keyword argument 'timeout'",
+        ):
+            self.assertFalse(UNREACHABLE.search(words), words)
 
 
 class KokoroPackage(HelperTest):

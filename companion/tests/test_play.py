@@ -2,6 +2,7 @@
 
 import json
 import os
+import shutil
 import signal
 import socket
 import subprocess
@@ -99,8 +100,36 @@ class NowPlaying(HelperTest):
     def test_files_are_whole_private_and_left_to_the_service(self) -> None:
         for line in self.play():
             path = Path(line["wav"])
-            self.assertEqual((path.parent, path.stat().st_mode & 0o777), (self.dir, 0o600))
+            self.assertEqual((path.parent.parent, path.stat().st_mode & 0o777), (self.dir, 0o600))
             self.assertGreater(Recording(path).peak, 5000)
+
+    def test_files_lie_in_a_directory_that_names_the_helper(self) -> None:
+        service = self.serve()
+        helper = subprocess.Popen([sys.executable, HELPER, self.text_file(REPLY), self.out, "--play"], env=self.env)
+        self.assertEqual(helper.wait(LIMIT), 0)
+        self.assertTrue(service.closed.wait(LIMIT))
+        (directory,) = {Path(line["wav"]).parent for line in service.lines}
+        self.assertRegex(directory.name, rf"^sonra-{os.getuid()}-{helper.pid}-\w+$")
+        self.assertEqual(directory.stat().st_mode & 0o777, 0o700)
+        self.assertEqual(len(os.listdir(directory)), len(service.lines))
+
+    def test_directory_is_below_tmp_unless_tmpdir_is_absolute(self) -> None:
+        for value in ("", "relative"):
+            with self.subTest(value):
+                directory = self.play_from("/tmp", TMPDIR=value)
+                self.addCleanup(shutil.rmtree, directory, ignore_errors=True)
+
+    def play_from(self, parent: str, **env: str) -> Path:
+        self.path.unlink(missing_ok=True)
+        directory = Path(self.play("Hello.", **env)[0]["wav"]).parent
+        self.assertEqual(str(directory.parent), parent)
+        return directory
+
+    def test_no_place_for_files(self) -> None:
+        self.serve()
+        done = self.once(self.text_file(REPLY), self.out, "--play", TMPDIR=str(self.dir / "absent"))
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("can't make a temporary directory: No such file", done.stderr)
 
     def test_output_holds_all_pieces(self) -> None:
         lines = self.play()
@@ -141,9 +170,9 @@ class NowPlaying(HelperTest):
         helper.terminate()
         self.assertEqual(helper.wait(LIMIT), 128 + signal.SIGTERM)
         self.assertTrue(service.closed.wait(LIMIT))
-        played = {os.path.basename(line["wav"]) for line in service.lines}
-        left = {name for name in self.files() if name != "text"}
-        self.assertEqual(left - played, set())
+        played = {line["wav"] for line in service.lines}
+        left = {str(path) for path in self.dir.glob("sonra-*/*")}
+        self.assertEqual((left - played, self.files()), (set(), ["text"]))
         for line in service.lines[:2]:
             self.assertTrue(os.path.exists(line["wav"]))
 
@@ -151,7 +180,7 @@ class NowPlaying(HelperTest):
         done = self.once(self.text_file(REPLY), self.out, "--play")
         self.assertEqual(done.returncode, 1)
         self.assertIn("can't reach the service: No such file", done.stderr)
-        self.assertEqual(self.files(), ["text"])
+        self.assertEqual((self.files(), self.directories()), (["text"], []))
 
     def test_service_that_goes_away(self) -> None:
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
@@ -173,6 +202,10 @@ class NowPlaying(HelperTest):
         done = self.once(self.text_file(REPLY), self.out, "--play", TTS_PLAYER="none", PATH="")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(self.files(), ["out.wav", "text"])
+
+
+    def directories(self) -> list[str]:
+        return [path.name for path in self.dir.glob("sonra-*")]
 
 
 class PlayingHere(HelperTest):
@@ -220,7 +253,7 @@ class PlayingHere(HelperTest):
             done = self.play()
             self.assertEqual(done.returncode, 1)
             self.assertIn(f"paplay failed: {words}", done.stderr)
-            self.assertEqual([n for n in self.files() if n.startswith("sonra-play")], [])
+            self.assertEqual(list(self.dir.glob("sonra-*")), [])
 
     def test_captions_get_the_words(self) -> None:
         self.player("paplay")
@@ -241,7 +274,7 @@ class PlayingHere(HelperTest):
         helper.terminate()
         self.assertEqual(helper.wait(LIMIT), 128 + signal.SIGTERM)
         self.assertTrue(self.has_ended(int(pid.read_text())))
-        self.assertEqual([n for n in self.files() if n.startswith("sonra-play")], [])
+        self.assertEqual(list(self.dir.glob("sonra-*")), [])
 
     def has_ended(self, pid: int) -> bool:
         deadline = time.monotonic() + LIMIT
@@ -304,7 +337,7 @@ class SoundServer(HelperTest):
         self.assertAlmostEqual(quiet.peak / loud.peak, 0.25, delta=0.05)
         spoken = Recording(self.dir / "o.wav").seconds
         self.assertGreater(loud.seconds - loud.lead - loud.tail, spoken - 0.4)
-        self.assertEqual([n for n in self.files() if n.startswith("sonra-play")], [])
+        self.assertEqual(list(self.dir.glob("sonra-*")), [])
 
     def test_server_that_cannot_be_reached(self) -> None:
         done = self.once(self.text_file("Hello."), self.dir / "o.wav", "--play", PULSE_SERVER="unix:/nowhere")

@@ -356,6 +356,10 @@ class OneShot(HelperTest):
         self.assertEqual((done.returncode, done.stdout), (0, ""))
         self.assertIn("ready to speak with eSpeak NG", done.stderr)
 
+    def test_probe_ends_at_once_and_touches_nothing(self) -> None:
+        done = self.once("--worker", TTS_PROBE="1")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+
     def test_without_a_synthesizer(self) -> None:
         # A library of that name that isn't one: the loader finds it first and can't use it.
         (self.dir / "lib").mkdir()
