@@ -110,10 +110,41 @@ TEST_F(AudioQueueTest, SnapshotFollowsTheDiskTickAndEndsIdle) {
     EXPECT_EQ(snapshot()["elapsed"], 0.0);
 }
 
+TEST_F(AudioQueueTest, SnapshotGoesThroughIdleBetweenChunks) {
+    players_.setDuration(0.3);
+    queue_.enqueue(chunk("a"));
+    queue_.enqueue(chunk("b"));
+    auto callbacks = recording();
+    callbacks.onChunkEnd = [this] {
+        EXPECT_EQ(snapshot()["state"], "idle");
+        EXPECT_EQ(snapshot()["messageId"], "");
+        events_.emplace_back("seen");
+    };
+    queue_.setCallbacks(callbacks);
+    takeEvents();
+    const auto rev = writer_->rev();
+    loop_.advance(300ms);
+    EXPECT_EQ(takeEvents(), (Calls{"seen", "start b 2/2"}));
+    EXPECT_EQ(writer_->rev(), rev + 3);  // idle without a message, idle with b's, playing b
+    EXPECT_EQ(snapshot()["state"], "playing");
+    EXPECT_EQ(snapshot()["messageId"], "m-b");
+}
+
+TEST_F(AudioQueueTest, DesktopIsToldOfTheStopWhenTheQueueRunsDry) {
+    queue_.enqueue(chunk("a"));
+    EXPECT_EQ(center_.state, PlaybackState::playing);
+    loop_.advance(2s);
+    EXPECT_EQ(takeEvents(), (Calls{"start a 1/1", "end", "idle"}));
+    EXPECT_EQ(center_.state, PlaybackState::stopped);
+    EXPECT_FALSE(center_.info());
+}
+
 TEST_F(AudioQueueTest, EnqueueAllPlaysFromTheGivenChunk) {
+    const LogWatch log;
     queue_.enqueueAll(chunks({"a", "b", "c"}), 1);
     EXPECT_EQ(takeEvents(), Calls{"start b 2/3"});
     EXPECT_EQ(queue_.queuedCount(), 1U);
+    EXPECT_EQ(log.records("seek-enqueue").at(0)["input"], (Json{{"count", 3}, {"startIndex", 1}}));
 }
 
 TEST_F(AudioQueueTest, EnqueueAllBelowTheStartPlaysTheFirstChunk) {
@@ -133,6 +164,8 @@ TEST_F(AudioQueueTest, EnqueueAllPastTheEndPlaysTheLastChunkOnly) {
         EXPECT_EQ(takeEvents(), Calls{"start b 2/2"});
         EXPECT_EQ(queue_.chunkIndexThisTurn(), 2);
         EXPECT_EQ(queue_.queuedCount(), 0U);
+        EXPECT_EQ(log.records("seek-enqueue").at(0)["input"],
+                  (Json{{"count", 2}, {"startIndex", 1}}));
         queue_.clear();
         takeEvents();
     }
@@ -243,7 +276,9 @@ TEST_F(AudioQueueTest, SeekAndRestartWithNothingLoadedDoNothing) {
 TEST_F(AudioQueueTest, RestartWhilePlayingGoesOnFromTheStart) {
     queue_.enqueue(chunk("a"));
     loop_.advance(1500ms);
+    players_.takeCalls();
     queue_.restartCurrent();
+    EXPECT_EQ(players_.takeCalls(), (Calls{"seek a.wav", "play a.wav"}));
     EXPECT_TRUE(queue_.isCurrentlyPlaying());
     EXPECT_EQ(queue_.current()->currentTime(), 0);
     EXPECT_EQ(center_.info()->elapsed, 0);
@@ -322,12 +357,14 @@ TEST_F(AudioQueueTest, LogTellsWhatHappensWithoutTheWords) {
     queue_.enqueue(spoken);
     queue_.enqueue(chunk("b"));
     queue_.skip();
+    queue_.enqueue(chunk("c"));
+    queue_.enqueue(chunk("d"));
     queue_.clear();
     EXPECT_EQ(log.records("chunk enqueued").at(0)["input"],
               (Json{{"sessionId", "s1"}, {"length", 11}, {"queueDepth", 1}}));
     EXPECT_EQ(log.records("playback started").at(0)["result"], (Json{{"duration", 2.0}}));
     EXPECT_EQ(log.count("skip"), 1U);
-    EXPECT_EQ(log.records("queue cleared").at(0)["input"], (Json{{"queueDepth", 0}}));
+    EXPECT_EQ(log.records("queue cleared").at(0)["input"], (Json{{"queueDepth", 2}}));
     for (const auto& record : log.records()) {
         EXPECT_EQ(record.dump().find("words"), std::string::npos);
         EXPECT_EQ(record["class"], "AudioQueue");

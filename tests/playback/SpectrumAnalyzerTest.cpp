@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <limits>
+#include <numbers>
 #include <numeric>
 
 #include "playback/SpectrumConfig.h"
@@ -36,6 +38,15 @@ class SpectrumAnalyzerTest : public testing::Test {
         const auto edges = SpectrumConfig::bandEdges(SpectrumConfig::bandCount, 60, top);
         const auto above = std::ranges::upper_bound(edges, hertz);
         return static_cast<std::size_t>(above - edges.begin()) - 1;
+    }
+    /// The power of one bin, up to a factor, by its definition; of 256 samples from `first` on.
+    static double powerOf(int bin, const std::vector<float>& samples, std::size_t first) {
+        std::complex<double> sum;
+        for (std::size_t n = 0; n < 256; ++n) {
+            const double turn = 2 * std::numbers::pi * static_cast<double>(n) / 256;
+            sum += (1 - std::cos(turn)) * samples[first + n] * std::polar(1.0, -turn * bin);
+        }
+        return std::norm(sum);
     }
     static bool isFlat(const std::vector<float>& frame) {
         return std::ranges::all_of(frame, [](float value) { return value == 0; });
@@ -122,6 +133,37 @@ TEST_F(SpectrumAnalyzerTest, BandIsTheMeanPowerOfItsBins) {
     const auto& frame = result->frames[12];
     EXPECT_NEAR(frame[bandOf(150, 25'600)], 1, 1e-3);
     EXPECT_NEAR(frame[bandOf(6500, 25'600)], 1 - 14.67 / 42, 0.01);
+}
+
+// With 58 Hz from bin to bin the lowest of eight bands, from 60 to 109.6 Hz, has none, and the
+// next, up to 200.1 Hz, has bins 2 and 3.
+TEST_F(SpectrumAnalyzerTest, ToneInABandWithoutBinsIsReadFromThoseBesideIt) {
+    const int rate = 58 * 256;
+    const auto samples = tone(75, 0.5, 0.5F, rate);
+    test::writeWav(path_, samples, {rate, 1, true});
+    const auto result = SpectrumAnalyzer::analyze(path_, 8, 0.04, 256);
+    ASSERT_TRUE(result);
+    const std::size_t first = 6 * 593 - 128;
+    const double p1 = powerOf(1, samples, first), p2 = powerOf(2, samples, first),
+                 p3 = powerOf(3, samples, first);
+    const double position = 60 * std::pow(29 * 256 / 60.0, 1.0 / 16) / 58;
+    const double narrow = p1 + (p2 - p1) * (position - 1);
+    const double above = 10 * std::log10(narrow / ((p2 + p3) / 2));
+    const auto& frame = result->frames[6];
+    EXPECT_NEAR((frame[0] - frame[1]) * SpectrumConfig::dynamicRangeDb, above, 0.01);
+    EXPECT_GT(frame[1], 0);
+    EXPECT_LT(frame[0], 1.0F + 1e-6F);
+}
+
+TEST_F(SpectrumAnalyzerTest, OffsetOfTheSignalLightsNoBand) {
+    const SoundFormat format{22'050, 1, true};
+    auto samples = tone(1000, 1, 0.4F);
+    const auto plain = analyzed(samples, format);
+    for (float& sample : samples) sample += 0.4F;
+    const auto offset = analyzed(samples, format);
+    ASSERT_TRUE(plain && offset);
+    for (std::size_t band = 0; band < 32; ++band)
+        EXPECT_NEAR(offset->frames[12][band], plain->frames[12][band], 0.01) << band;
 }
 
 TEST_F(SpectrumAnalyzerTest, QuietAndLoudFilesFillTheBarsAlike) {
