@@ -9,6 +9,8 @@
 namespace sonra {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 // Long enough for hundreds of records at full speed, short against anything that a reader of the
 // log notices.
 constexpr auto gatheringTime = std::chrono::milliseconds(2);
@@ -27,12 +29,14 @@ struct LineBatcher::State : std::enable_shared_from_this<State> {
     std::size_t dropped SONRA_GUARDED_BY(mutex) = 0;
     bool scheduled SONRA_GUARDED_BY(mutex) = false;
     bool hurried SONRA_GUARDED_BY(mutex) = false;
+    Clock::time_point gatherUntil;  ///< the queue's own
     SerialQueue queue;
 
     bool append(std::string_view line);
     void schedule();
     void handOver();
-    bool gatherMore();
+    void gather();
+    bool hasMore();
     void stopGathering();
 };
 
@@ -50,9 +54,18 @@ bool LineBatcher::State::append(std::string_view line) {
 
 void LineBatcher::State::schedule() {
     queue.post([self = shared_from_this()] {
+        self->gather();
         self->handOver();
-        if (self->gatherMore()) self->schedule();
+        if (self->hasMore()) self->schedule();
     });
+}
+
+/// Where a batch was handed over only just now, there is load: waits, so that the next one is worth
+/// its cost.
+void LineBatcher::State::gather() {
+    MutexLock lock(mutex);
+    while (!hurried && lock.waitUntil(hurry, gatherUntil) != std::cv_status::timeout) continue;
+    hurried = false;
 }
 
 void LineBatcher::State::handOver() {
@@ -64,18 +77,14 @@ void LineBatcher::State::handOver() {
         lost = std::exchange(dropped, 0);
     }
     if (!batch.empty()) consume(batch, lost);
+    gatherUntil = Clock::now() + gatheringTime;
 }
 
-/// Where more lines came while a batch was handed over, there is load: lets them gather, and is
-/// true.
-bool LineBatcher::State::gatherMore() {
-    MutexLock lock(mutex);
+/// False lets the next line tell the queue again.
+bool LineBatcher::State::hasMore() {
+    const MutexLock lock(mutex);
     scheduled = !pending.empty();
-    if (!scheduled) return false;
-    const auto until = std::chrono::steady_clock::now() + gatheringTime;
-    while (!hurried && lock.waitUntil(hurry, until) != std::cv_status::timeout) continue;
-    hurried = false;
-    return true;
+    return scheduled;
 }
 
 void LineBatcher::State::stopGathering() {
