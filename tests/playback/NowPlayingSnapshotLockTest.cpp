@@ -1,15 +1,20 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/inotify.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <thread>
 
 #include "frame/AtomicFile.h"
 #include "frame/Json.h"
 #include "frame/StateLock.h"
+#include "frame/UniqueFd.h"
 #include "playback/NowPlayingSnapshotWriter.h"
+#include "support/ForkedProcess.h"
 #include "support/TempDir.h"
 
 extern char** environ;
@@ -50,6 +55,42 @@ class LockHolder {
 
   private:
     pid_t pid_ = 0;
+};
+
+/// Writes to the document by a writer of its own, long and short in turn, with pauses in which
+/// others get the lock.
+void writeOften(const std::string& path, char mark, int times) {
+    Writer writer(path);
+    for (int i = 0; i < times; ++i) {
+        const auto length = static_cast<std::size_t>(i % 2 == 0 ? 200'000 : 1);
+        writer.updateCursor({std::string(length, mark), Writer::Live{}, 0, 0, 0});
+        std::this_thread::sleep_for(2ms);
+    }
+}
+
+/// Counts the renames to a name in a directory.
+class RenameCount {
+  public:
+    /// Watches both halves of a rename, since equal events in a row are merged.
+    explicit RenameCount(const std::string& directory) : fd_(inotify_init1(IN_NONBLOCK)) {
+        inotify_add_watch(fd_.get(), directory.c_str(), IN_MOVE);
+    }
+    int of(std::string_view name) {
+        alignas(inotify_event) std::array<char, 65'536> events{};
+        int count = 0;
+        for (;;) {
+            const auto got = ::read(fd_.get(), events.data(), events.size());
+            if (got <= 0) return count;
+            for (const char* at = events.data(); at < events.data() + got;) {
+                const auto* event = reinterpret_cast<const inotify_event*>(at);
+                if (event->len > 0 && event->name == name) ++count;
+                at += sizeof(inotify_event) + event->len;
+            }
+        }
+    }
+
+  private:
+    UniqueFd fd_;
 };
 
 class NowPlayingSnapshotLockTest : public testing::Test {
@@ -126,6 +167,33 @@ TEST_F(NowPlayingSnapshotLockTest, ReadersNeverSeeATornDocument) {
     reading.join();
     EXPECT_EQ(torn, 0);
     EXPECT_GT(seen, 10);
+}
+
+// Writers share the temporary file beside the document. Without the lock one would empty it while
+// another renames it, or rename it away from under another.
+TEST_F(NowPlayingSnapshotLockTest, WritersInThreadsAndProcessesDontSpoilEachOthersWrites) {
+    constexpr int times = 60;
+    writer_.updateCursor({"s", Writer::Live{}, 0, 0, 0});
+    RenameCount renames(dir_.path());
+    test::ForkedProcess process([&] { writeOften(path_, 'a', times); });
+    std::atomic<int> writing = 2;
+    const auto write = [&](char mark) {
+        writeOften(path_, mark, times);
+        --writing;
+    };
+    std::thread one(write, 'b'), two(write, 'c');
+    int seen = 0, torn = 0;
+    for (; writing > 0; ++seen) {
+        const auto read = json::parseObject(AtomicFile::read(path_).value_or(""));
+        if (!read || read->size() != 12) ++torn;
+    }
+    one.join();
+    two.join();
+    EXPECT_TRUE(process.finished());
+    EXPECT_EQ(torn, 0);
+    EXPECT_GT(seen, 10);
+    EXPECT_EQ(renames.of("now-playing.json"), 3 * times);
+    EXPECT_EQ(document()["rev"], times);
 }
 
 }  // namespace
