@@ -59,6 +59,43 @@ class Voices(HelperTest):
                 self.assertAlmostEqual(takes[0].tail, 0.15, delta=0.005)
 
 
+class Choosing(unittest.TestCase):
+    """What the synthesizer's library is told for a voice and a speed."""
+
+    class Library:
+        def __init__(self) -> None:
+            self.told: list[object] = []
+
+        def espeak_SetVoiceByName(self, name: bytes) -> int:  # noqa: N802  the library's own name
+            self.told.append(name.decode())
+            return 0
+
+        def espeak_SetParameter(self, _parameter: int, value: int, _relative: int) -> int:  # noqa: N802
+            self.told.append(value)
+            return 0
+
+    def told(self, voice: str, speed: float) -> list[object]:
+        backend = object.__new__(tts_kokoro.EspeakBackend)
+        backend._library = self.Library()
+        backend._choose(voice, speed)
+        return backend._library.told
+
+    def test_accent_of_every_voice(self) -> None:
+        self.assertEqual(set(tts_kokoro.ESPEAK_VOICES), set(VOICES))
+        accents = {"af": "en-us", "am": "en-us", "bf": "en", "bm": "en"}
+        variants = set()
+        for voice in VOICES:
+            language, variant = self.told(voice, 1.0)[0].split("+")
+            self.assertEqual(language, accents[voice[:2]], voice)
+            variants.add((language, variant))
+        self.assertEqual(len(variants), len(VOICES))
+
+    def test_speed_is_linear_within_the_synthesizers_range(self) -> None:
+        for speed in (0.5, 0.8, 1.0, 1.2, 1.5, 2.0, 2.5):
+            self.assertAlmostEqual(self.told("af_heart", speed)[1], 175 * speed, delta=0.5)
+        self.assertEqual([self.told("af_heart", speed)[1] for speed in (0.01, 100.0)], [80, 450])
+
+
 class Trimming(unittest.TestCase):
     RATE = 22_050
 

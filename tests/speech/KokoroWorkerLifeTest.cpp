@@ -135,6 +135,45 @@ TEST_F(KokoroWorkerLifeTest, NeverSignalsAPidThatIsNotItsOwn) {
     stranger->kill();
 }
 
+/// A worker that isn't the process that was started, nor in its group, and that doesn't end by
+/// itself.
+class KokoroWorkerOfItsOwn : public KokoroWorkerLifeTest {
+  protected:
+    KokoroWorkerOfItsOwn() { make(options("own-group")); }
+
+    void getReady() {
+        ASSERT_TRUE(engine->startAndWaitReady());
+        launched = *engine->currentPid();
+        worker = inputOf("kokoro worker ready").at("pid").get<pid_t>();
+        ASSERT_NE(worker, launched);
+        ASSERT_EQ(::getpgid(worker), worker);
+        ASSERT_EQ(::getsid(worker), launched);
+    }
+    /// Whoever inherits an orphan may be slow to reap it.
+    static bool ended(pid_t pid) {
+        return test::comesTrue([&] {
+            const auto status = test::readFile("/proc/" + std::to_string(pid) + "/status");
+            return status.empty() || status.find("State:\tZ") != std::string::npos;
+        });
+    }
+    pid_t launched = 0;
+    pid_t worker = 0;
+};
+
+TEST_F(KokoroWorkerOfItsOwn, IsGoneAfterStop) {
+    getReady();
+    engine->stop();
+    EXPECT_TRUE(ended(launched));
+    EXPECT_TRUE(ended(worker));
+}
+
+TEST_F(KokoroWorkerOfItsOwn, IsGoneAfterDestruction) {
+    getReady();
+    engine.reset();
+    EXPECT_TRUE(ended(launched));
+    EXPECT_TRUE(ended(worker));
+}
+
 TEST_F(KokoroWorkerLifeTest, GetsReadyWithoutAPid) {
     make(options("no-pid"));
     ASSERT_TRUE(engine->startAndWaitReady());

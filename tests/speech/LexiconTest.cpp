@@ -2,16 +2,22 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <ostream>
 #include <thread>
 
 #include "frame/Json.h"
 #include "frame/StateLock.h"
+#include "frame/Text.h"
+#include "frame/UniqueFd.h"
 #include "support/TempDir.h"
 
 namespace sonra {
@@ -130,6 +136,23 @@ TEST(Lexicon, OfTwoThatFitWithTheSameLengthTheFirstInTheFileWins) {
     // Both fit "mas\u017F" without regard to case, and only their order decides which is tried.
     EXPECT_EQ(spoken({{"mas\u017F", "one"}, {"mass", "two"}}, "mas\u017F"), "one");
     EXPECT_EQ(spoken({{"mas\u017F", "one"}, {"mass", "two"}}, "mass"), "two");
+}
+
+TEST(Lexicon, KeepsTheFilesOrderAmongManyOfOneLength) {
+    // Few entries would keep their order in any way of sorting.
+    const auto filler = [](int first) {
+        Entries entries;
+        for (int i = first; i < first + 20; ++i) entries.push_back({"w" + std::to_string(i), "x"});
+        return entries;
+    };
+    Entries entries = filler(100);
+    entries.insert(entries.end(), {{"mas\u017F", "one"}, {"NGIN", "upper"}});
+    std::ranges::copy(filler(200), std::back_inserter(entries));
+    entries.insert(entries.end(), {{"mass", "two"}, {"ngin", "lower"}});
+    std::ranges::copy(filler(300), std::back_inserter(entries));
+    for (const auto& entry : entries) ASSERT_EQ(text::utf16Length(entry.match), 4U);
+    EXPECT_EQ(spoken(entries, "mas\u017F"), "one");
+    EXPECT_EQ(spoken(entries, "ngin NGIN Ngin"), "upper upper upper");
 }
 
 TEST(Lexicon, EmptyListCompilesToAbsentWhichIsTheIdentity) {
@@ -398,12 +421,54 @@ TEST(LexiconProfile, ThreadsThatAddAtOnceLoseNothing) {
     EXPECT_EQ(Lexicon::load(dir.path()).size(), 40u);
 }
 
+/// Another process that holds a profile's lock until it is told to go on, and then saves.
+class Rival {
+  public:
+    explicit Rival(const std::string& profile) {
+        EXPECT_EQ(::pipe(told_), 0);
+        EXPECT_EQ(::pipe(tells_), 0);
+        pid_ = ::fork();
+        if (pid_ == 0) holdAndSave(profile);
+        char held = 'n';
+        EXPECT_EQ(::read(tells_[0], &held, 1), 1);
+        EXPECT_EQ(held, 'y');
+    }
+    ~Rival() {
+        for (const int fd : {told_[0], told_[1], tells_[0], tells_[1]}) ::close(fd);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    Rival(const Rival&) = delete;
+    Rival& operator=(const Rival&) = delete;
+    void goOn() const { EXPECT_EQ(::write(told_[1], "g", 1), 1); }
+
+  private:
+    [[noreturn]] void holdAndSave(const std::string& profile) const {
+        ::close(told_[1]);
+        const bool held = StateLock::tryAcquire(profile);
+        char word = 0;
+        if (::write(tells_[1], held ? "y" : "n", 1) == 1 && ::read(told_[0], &word, 1) == 1)
+            test::writeFile(profile, R"({"lexicon":[{"match":"theirs","say":"2"}]})");
+        StateLock::release(profile);
+        ::_exit(0);
+    }
+
+    int told_[2]{};
+    int tells_[2]{};
+    pid_t pid_ = 0;
+};
+
 TEST(LexiconProfile, LockOfAnotherProcessIsWaitedFor) {
     const test::TempDir dir;
-    ASSERT_TRUE(StateLock::tryAcquire(profileOf(dir)));
+    const Rival rival(profileOf(dir));
+    const UniqueFd looks(::inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(
+        ::inotify_add_watch(looks.get(), StateLock::lockPath(profileOf(dir)).c_str(), IN_OPEN), 0);
     std::jthread other([&] { EXPECT_FALSE(Lexicon::addEntry("mine", "1", dir.path())); });
-    test::writeFile(profileOf(dir), R"({"lexicon":[{"match":"theirs","say":"2"}]})");
-    StateLock::release(profileOf(dir));
+    // Who finds the lock taken looks whose it is.
+    pollfd looked{looks.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&looked, 1, 20'000), 1);
+    EXPECT_TRUE(Lexicon::load(dir.path()).empty());
+    rival.goOn();
     other.join();
     EXPECT_EQ(Lexicon::load(dir.path()), (Entries{{"theirs", "2"}, {"mine", "1"}}));
 }

@@ -85,6 +85,14 @@ TEST_F(SpawnPlan, StreamsWithTheServicesContext) {
     EXPECT_EQ(variable(plan, "TTS_NARRATION_TEXT"), std::string(240, 'x'));
 }
 
+TEST_F(SpawnPlan, StreamsWithoutCaptionsWhenTheyAreOff) {
+    const test::ScopedEnv captions("TTS_CAPTIONS", "1");
+    const auto engine = kokoro();
+    engine->setStreamingContext(KokoroStreamingContext{"/t/s", "nowplaying", 80, false, "x"});
+    const auto plan = engine->buildPlan("text", config, "/t/out.wav", Chunking::streaming);
+    EXPECT_EQ(variable(plan, "TTS_CAPTIONS"), "0");
+}
+
 TEST_F(SpawnPlan, StaysSilentWithoutAContextOrWhenCombined) {
     const test::ScopedEnv player("TTS_PLAYER", "inherited");
     const test::ScopedEnv volume("TTS_VOLUME", "inherited");

@@ -150,7 +150,25 @@ TEST_F(SpawnedEngineTest, ReportsAFailedLaunch) {
     options.uvResolver = [] { return "/nowhere/uv"; };
     EXPECT_EQ(synth(*KokoroProcessEngine::make(pool, options)).error,
               "Synthesis failed: Kokoro spawn failed: No such file or directory");
+    GeminiEngine::Options gemini;
+    gemini.nodeResolver = [] { return "/nowhere/node"; };
+    gemini.scriptResolver = [] { return "/nowhere/script"; };
+    gemini.keyResolver = [] { return "secret"; };
+    EXPECT_EQ(synth(*GeminiEngine::make(pool, gemini)).error,
+              "Synthesis failed: Gemini spawn failed: No such file or directory");
     EXPECT_EQ(leftovers(), 0U);
+}
+
+TEST_F(SpawnedEngineTest, ReportsATextThatCannotBeWritten) {
+    removeTemporaryDirectory();
+    const test::ScopedEnv nowhere("TMPDIR", directory / "absent");
+    const auto body = "touch " + (directory / "started");
+    EXPECT_EQ(synth(*kokoro(body)).error,
+              "Synthesis failed: couldn't write speech text: temporary directory: No such file or "
+              "directory");
+    EXPECT_TRUE(
+        synth(*gemini(body)).error.starts_with("Synthesis failed: couldn't write speech text: "));
+    EXPECT_FALSE(std::filesystem::exists(directory / "started"));
 }
 
 TEST_F(SpawnedEngineTest, ReportsAFailedPlan) {
@@ -173,7 +191,11 @@ TEST_F(SpawnedEngineTest, CancelsTheCurrentRequest) {
     engine->cancelCurrent();
     auto request = begin(*engine, "x", SynthesisSink::file(out));
     ASSERT_TRUE(started());
-    engine->cancelCurrent();
+    // The script may be at work before the engine has taken note of its process.
+    ASSERT_TRUE(test::comesTrue([&] {
+        engine->cancelCurrent();
+        return request.wait_for(0s) == std::future_status::ready;
+    }));
     EXPECT_EQ(request.get().error, "Synthesis failed: exit code 143");
     engine->cancelCurrent();
 }

@@ -1,10 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sndfile.h>
+#include <sys/ioctl.h>
 
+#include <filesystem>
 #include <future>
+#include <iterator>
 
 #include "WorkerFixture.h"
+#include "frame/ChildProcess.h"
+#include "frame/Environment.h"
+#include "frame/TemporaryDirectory.h"
+#include "frame/UniqueFd.h"
+#include "frame/UnixSocket.h"
 #include "frame/WorkerPool.h"
 #include "speech/KokoroProcessEngine.h"
 
@@ -34,6 +43,26 @@ class SpeechHelperTest : public test::WorkerTest {
     }
     bool say(const std::string& text, const std::string& voice, const std::string& file) {
         return engine->synthCombinedToFile(text, voice, 1.0, directory / file);
+    }
+    /// One that stops before the helper has begun.
+    std::string stoppedLauncher() const {
+        const auto path = directory / "uv";
+        test::writeFile(
+            path, "#!/bin/sh\nkill -STOP $$\nexec " + std::string(launcherPath) + " \"$@\"\n");
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+        return path;
+    }
+    static bool isStopped(pid_t pid) {
+        return test::readFile("/proc/" + std::to_string(pid) + "/status").find("State:\tT") !=
+               std::string::npos;
+    }
+    /// Bytes in the pipe to a process that it hasn't read yet.
+    static int waitingInput(pid_t pid) {
+        const auto path = "/proc/" + std::to_string(pid) + "/fd/0";
+        const UniqueFd pipe(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        int bytes = 0;
+        EXPECT_EQ(::ioctl(pipe.get(), FIONREAD, &bytes), 0);
+        return bytes;
     }
     test::TempHome home;
 };
@@ -87,6 +116,46 @@ TEST_F(SpeechHelperTest, FailsAtOnceWhenTheWorkerIsKilledAtWork) {
     EXPECT_TRUE(say("Said by another.", "af_heart", "2.wav"));
 }
 
+TEST_F(SpeechHelperTest, IsGivenUpForGoodWhenItDoesNotGetReady) {
+    log.expect("worker ready timeout; disabling (per-spawn fallback)");
+    auto with = helper();
+    with.uvResolver = [this] { return stoppedLauncher(); };
+    with.limits.ready = std::chrono::milliseconds(300);
+    with.limits.ending = std::chrono::milliseconds(100);
+    make(with);
+    EXPECT_FALSE(say("Never said.", "af_heart", "1.wav"));
+    EXPECT_FALSE(engine->readyNow());
+    EXPECT_EQ(engine->currentPid(), std::nullopt);
+    const auto pid = inputOf("kokoro worker spawned").at("pid").get<pid_t>();
+    EXPECT_TRUE(test::comesTrue([&] { return ::kill(pid, 0) != 0; }));
+    EXPECT_FALSE(say("Not said either.", "af_heart", "1.wav"));
+    EXPECT_FALSE(engine->startAndWaitReady());
+    EXPECT_EQ(log.count("kokoro worker spawned"), 1U);
+    EXPECT_TRUE(logged("kokoro worker exited"));
+}
+
+TEST_F(SpeechHelperTest, DropsAReplyAfterTheTimeout) {
+    log.expect("worker synth timed out; falling back");
+    auto with = helper();
+    with.limits.synthesis = std::chrono::milliseconds(1500);
+    make(with);
+    ASSERT_TRUE(engine->startAndWaitReady());
+    const auto pid = *engine->currentPid();
+    ::kill(pid, SIGSTOP);
+    ASSERT_TRUE(test::comesTrue([&] { return isStopped(pid); }));
+    EXPECT_FALSE(say("Refused, but late.", "xx_nobody", "1.wav"));
+    const auto unread = waitingInput(pid);
+    auto second =
+        std::async(std::launch::async, [&] { return say("In time.", "af_heart", "2.wav"); });
+    ASSERT_TRUE(test::comesTrue([&] { return waitingInput(pid) > unread; }));
+    // It answers the first one now, while the second one waits for its own answer.
+    ::kill(pid, SIGCONT);
+    EXPECT_TRUE(second.get());
+    EXPECT_GT(seconds(directory / "2.wav"), 0.2);
+    EXPECT_EQ(engine->currentPid(), pid);
+    EXPECT_EQ(log.count("worker synth timed out; falling back"), 1U);
+}
+
 TEST_F(SpeechHelperTest, StopsAndRespawns) {
     make(helper());
     ASSERT_TRUE(engine->startAndWaitReady());
@@ -95,6 +164,33 @@ TEST_F(SpeechHelperTest, StopsAndRespawns) {
     EXPECT_TRUE(test::comesTrue([&] { return ::kill(before, 0) != 0; }));
     EXPECT_TRUE(say("Back again.", "af_heart", "1.wav"));
     EXPECT_NE(engine->currentPid(), before);
+}
+
+TEST_F(SpeechHelperTest, SpeechThatNobodyPlayedIsSweptUp) {
+    const test::TempDir temporary;
+    const test::ScopedEnv inTemporary("TMPDIR", temporary.path());
+    const UniqueFd listener(bindUnixSocket(directory / "s"));
+    test::writeFile(directory / "text", "First. Second.");
+    auto environment = ownEnvironment();
+    environment["TTS_PLAYER"] = "nowplaying";
+    environment["TTS_SERVICE_SOCK"] = directory / "s";
+    const auto process =
+        ChildProcess::spawn({.executable = launcherPath,
+                             .arguments = {"run", "--script", scriptPath, directory / "text",
+                                           directory / "out.wav", "--play"},
+                             .environment = environment})
+            .process;
+    ASSERT_NE(process, nullptr);
+    EXPECT_EQ(process->waitForExit(std::chrono::seconds(20)), 0);
+    // The synthesizer's library may leave something of its own beside it.
+    std::string speech;
+    for (const auto& entry : std::filesystem::directory_iterator(temporary.path()))
+        if (entry.path().filename().string().starts_with("sonra-")) speech = entry.path();
+    ASSERT_NE(speech, "");
+    const std::filesystem::directory_iterator files(speech);
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2);
+    sweepTemporaryDirectories();
+    EXPECT_FALSE(std::filesystem::exists(speech));
 }
 
 TEST_F(SpeechHelperTest, SpeaksOnceThroughTheProcessEngine) {

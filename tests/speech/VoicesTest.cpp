@@ -7,6 +7,7 @@
 #include "frame/WorkerPool.h"
 #include "speech/EngineRegistry.h"
 #include "speech/MacSynthesizer.h"
+#include "speech/SpeechConfig.h"
 #include "speech/VoiceCatalog.h"
 
 namespace sonra {
@@ -131,6 +132,15 @@ TEST(VoiceID, ComparesAndHashesBothFields) {
               std::hash<VoiceID>()({Namespace::kokoro, "b"}));
 }
 
+TEST(SpeechConfig, IsEqualWhenAllFieldsAre) {
+    const SpeechConfig config{.voice = {Namespace::kokoro, "af_heart"}, .speed = 1.5, .volume = 80};
+    EXPECT_EQ(config, (SpeechConfig{{Namespace::kokoro, "af_heart"}, 1.5, 80}));
+    EXPECT_NE(config, (SpeechConfig{{Namespace::kokoro, "af_bella"}, 1.5, 80}));
+    EXPECT_NE(config, (SpeechConfig{{Namespace::gemini, "af_heart"}, 1.5, 80}));
+    EXPECT_NE(config, (SpeechConfig{{Namespace::kokoro, "af_heart"}, 1.0, 80}));
+    EXPECT_NE(config, (SpeechConfig{{Namespace::kokoro, "af_heart"}, 1.5, 81}));
+}
+
 TEST(VoiceCatalog, FindsAVoiceByItsExactId) {
     ASSERT_TRUE(VoiceCatalog::entry("af_heart"));
     EXPECT_EQ(VoiceCatalog::entry("af_heart")->name, "Heart");
@@ -140,12 +150,30 @@ TEST(VoiceCatalog, FindsAVoiceByItsExactId) {
 }
 
 TEST(VoiceCatalog, ListsEveryVoiceInMenuOrder) {
-    std::string ids;
-    for (const auto& entry : VoiceCatalog::all()) ids += std::string(entry.id) + " ";
-    EXPECT_EQ(ids,
-              "af_heart af_bella af_nicole af_sarah af_jessica af_sky am_adam am_michael am_puck "
-              "am_eric am_onyx "
-              "bf_emma bf_isabella bf_alice bf_lily bm_george bm_lewis bm_daniel bm_fable ");
+    const std::vector<VoiceCatalog::Entry> expected{
+        {"af_heart", "Heart", "warm American female"},
+        {"af_bella", "Bella", "conversational American female"},
+        {"af_nicole", "Nicole", "American female"},
+        {"af_sarah", "Sarah", "American female"},
+        {"af_jessica", "Jessica", "American female"},
+        {"af_sky", "Sky", "American female"},
+        {"am_adam", "Adam", "American male"},
+        {"am_michael", "Michael", "American male"},
+        {"am_puck", "Puck", "American male"},
+        {"am_eric", "Eric", "American male"},
+        {"am_onyx", "Onyx", "American male"},
+        {"bf_emma", "Emma", "expressive British female"},
+        {"bf_isabella", "Isabella", "British female"},
+        {"bf_alice", "Alice", "British female"},
+        {"bf_lily", "Lily", "British female"},
+        {"bm_george", "George", "British male"},
+        {"bm_lewis", "Lewis", "British male"},
+        {"bm_daniel", "Daniel", "British male"},
+        {"bm_fable", "Fable", "British male"},
+    };
+    ASSERT_EQ(VoiceCatalog::all().size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(VoiceCatalog::all()[i], expected[i]) << expected[i].id;
 }
 
 TEST(VoiceCatalog, OffersFourVoicesOnTheFirstDay) {

@@ -10,7 +10,7 @@ import time
 
 OUT = sys.stdout.buffer
 LOG = os.environ.get("FAKE_LOG")
-PARENT = os.getppid()
+TEST = os.getppid()  # before the worker leaves its launcher, if it does
 HELD = []
 
 
@@ -23,7 +23,7 @@ def note(word):
 
 def do_nothing():
     """For as long as the test lives."""
-    while os.getppid() == PARENT:
+    while os.path.isdir(f"/proc/{TEST}"):
         time.sleep(0.1)
     os._exit(0)
 
@@ -52,6 +52,19 @@ def write_wav(path):
 def answer_well(request):
     write_wav(request["outWav"])
     send_raw(result(request, wav=request["outWav"]))
+
+
+def answer_late(request, late_ok):
+    """Answers the request that is held only now, and then, the other way round, the one that came meanwhile."""
+    note("late")
+    held = HELD.pop()
+    if late_ok:
+        write_wav(held["outWav"])
+    send_raw(result(held, ok=late_ok))
+    if late_ok:
+        send_raw(result(request, ok=False))
+    else:
+        answer_well(request)
 
 
 def answer_slowly(request):
@@ -100,7 +113,8 @@ ORDERS = {
     "die": lambda r: (note("die"), os._exit(7)),
     "silent": lambda r: note("silent"),
     "hold": lambda r: HELD.append(r),
-    "release": lambda r: answer_well(HELD.pop()),
+    "late-success": lambda r: answer_late(r, True),
+    "late-failure": lambda r: answer_late(r, False),
     "slow": answer_slowly,
     "pieces": answer_in_pieces,
     "junk": answer_among_junk,
@@ -110,7 +124,17 @@ ORDERS = {
 }
 
 
+def leave_launcher():
+    """Goes on in a child with a process group of its own; the launcher waits for it."""
+    child = os.fork()
+    if child:
+        os._exit(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]))
+    os.setpgid(0, 0)
+
+
 def start(order):
+    if order == "own-group":
+        leave_launcher()
     if order == "never-ready":
         do_nothing()
     if order == "exit":
@@ -135,7 +159,7 @@ def main():
         if request["type"] == "quit":
             break
         ORDERS.get(request["text"], answer_well)(request)
-    if order == "ignore-term":
+    if order in ("ignore-term", "own-group"):
         note("ignoring")
         do_nothing()
 
