@@ -4,6 +4,7 @@
 A temporary home gets a transcript that grows line by line and a row that announces the session; the service finds
 the row, attaches it and speaks. Without a sound server a private one is started, and what it plays is recorded.
 """
+import atexit
 import json
 import os
 import shutil
@@ -52,6 +53,17 @@ def wait_for(what, condition, limit=30.0):
     raise DemoFailed(f"gave up waiting for {what}")
 
 
+def end(process):
+    if process is None:
+        return
+    process.send_signal(signal.SIGTERM)
+    try:
+        process.wait(10)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
+
+
 def read_json(path):
     try:
         return json.loads(path.read_text())
@@ -64,6 +76,8 @@ class PrivateSound:
 
     def __init__(self, folder):
         self.raw = folder / "played.raw"
+        self.server = self.recorder = None
+        atexit.register(self.finish)
         runtime = folder / "run"
         runtime.mkdir(mode=0o700)
         address = runtime / "pulse.sock"
@@ -85,9 +99,9 @@ class PrivateSound:
         wait_for("the recorder", lambda: self.raw.exists() and self.raw.stat().st_size > 0)
 
     def finish(self):
-        for process in (self.recorder, self.server):
-            process.send_signal(signal.SIGTERM)
-            process.wait(10)
+        recorder, server, self.recorder, self.server = self.recorder, self.server, None, None
+        end(recorder)
+        end(server)
 
     def save(self, path):
         samples = self.raw.read_bytes()
@@ -197,8 +211,7 @@ def run(folder):
         narrate(shared, transcript)
         say("everything has been spoken; stopping the service")
     finally:
-        service.send_signal(signal.SIGTERM)
-        service.wait(10)
+        end(service)
         if sound:
             sound.finish()
     if service.returncode != 0:

@@ -6,11 +6,19 @@
 namespace sonra {
 namespace {
 
+/// Whoever starts a program with the hang-up ignored, as nohup does, wants it to outlive the
+/// terminal.
+bool isIgnored(int number) {
+    struct sigaction action {};
+    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 sigset_t endingSignals() {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGTERM);
     sigaddset(&set, SIGINT);
+    if (!isIgnored(SIGHUP)) sigaddset(&set, SIGHUP);
     return set;
 }
 

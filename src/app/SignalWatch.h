@@ -7,13 +7,13 @@
 
 namespace sonra {
 
-/// Delivers SIGTERM and SIGINT to the main loop, between its pieces of work, never in the middle of
-/// one. Main thread only.
+/// Delivers SIGTERM, SIGINT and, unless it was ignored from the start, SIGHUP to the main loop,
+/// between its pieces of work, never in the middle of one. Main thread only.
 class SignalWatch {
   public:
     using Callback = std::function<void(int signal)>;
 
-    /// Keeps the two signals, and SIGPIPE, from ending the process. Called before any other thread
+    /// Keeps these signals, and SIGPIPE, from ending the process. Called before any other thread
     /// is made, since threads inherit it.
     static void block();
 

@@ -1,9 +1,11 @@
 #include <malloc.h>
 #include <signal.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <QApplication>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 
 #include "app/AppDelegate.h"
@@ -56,14 +58,24 @@ void choosePlatform() {
     _exit(status);
 }
 
-/// Qt's own remarks go where the program's go, not to the terminal of whoever started it.
+/// A library that gives up calls exit: Qt does when the display goes away.
+void endAtExit(int status, void* delegate) {
+    endProcess(*static_cast<sonra::AppDelegate*>(delegate), status);
+}
+
+/// Qt's own remarks go where the program's go, not to the terminal of whoever started it; but the
+/// last words before it aborts are for that person.
 void logQtMessage(QtMsgType type, const QMessageLogContext&, const QString& message) {
     const auto log = sonra::Log::shared().child({{"module", "qt"}});
     const auto text = message.toStdString();
-    if (type == QtCriticalMsg || type == QtFatalMsg) {
+    if (type == QtFatalMsg) {
+        std::fprintf(stderr, "sonra: %s\n", text.c_str());
+        log.fatal(text);
+        log.flush();
+    } else if (type == QtCriticalMsg) {
         log.error(text);
     } else {
-        log.debug(text);
+        log.info(text);
     }
 }
 
@@ -82,10 +94,11 @@ int runApplication(const sonra::Mode& mode, int& argc, char** argv) {
         sonra::Log::shared()
             .child({{"module", "main"}})
             .info("sonra shutdown",
-                  {{"input", {{"signal", number == SIGTERM ? "SIGTERM" : "SIGINT"}}}});
+                  {{"input", {{"signal", "SIG" + std::string(sigabbrev_np(number))}}}});
         exit(0);
     });
     delegate = std::make_unique<sonra::AppDelegate>(mode, loop, exit);
+    on_exit(endAtExit, delegate.get());
     delegate->applicationDidFinishLaunching();
     endProcess(*delegate, QApplication::exec());
 }

@@ -88,9 +88,8 @@ void AppCoordinator::wireSessions() {
     callbacks.enqueue = [weak = weak_from_this()](const AudioChunk& chunk) {
         if (const auto self = weak.lock()) self->queue_->enqueue(chunk);
     };
-    callbacks.onSynthesisStart = [snapshot = nowPlayingSnapshot_](const std::string&,
-                                                                  const std::string&) {
-        snapshot->updateSynthesizing(true);
+    callbacks.onSynthesisStart = [weak = weak_from_this()](const std::string&, const std::string&) {
+        if (const auto self = weak.lock()) self->onSynthesisStart();
     };
     callbacks.onNewAttach = [this] { onNewAttach(); };
     callbacks.onLastDetach = [this] { onLastDetach(); };
@@ -99,16 +98,17 @@ void AppCoordinator::wireSessions() {
         std::make_unique<NarrationSessions>(platform_.loop, platform_.files, std::move(callbacks));
 }
 
-/// The voice for the sessions; behind each message the snapshot says that no more speech is being
-/// made.
+/// The voice for the sessions, and behind each message the end of what onSynthesisStart began.
 NarrationPump::Synth AppCoordinator::makeSynth() {
     auto speak = NativeNarration::makeKokoroSynth(speech_.synthesizer->kokoro(), speech_.worker,
                                                   [] { return configOf(ServiceState::read()); });
-    return [snapshot = nowPlayingSnapshot_, &loop = platform_.loop, speak = std::move(speak)](
+    return [weak = weak_from_this(), &loop = platform_.loop, speak = std::move(speak)](
                const std::string& text, const std::string& sessionId, const std::string& messageId,
                const NarrationPump::OnChunk& onChunk) {
         speak(text, sessionId, messageId, onChunk);
-        loop.post([snapshot] { snapshot->updateSynthesizing(false); });
+        loop.post([weak] {
+            if (const auto self = weak.lock()) self->onSynthesisEnd();
+        });
     };
 }
 
@@ -142,11 +142,24 @@ void AppCoordinator::onChunkStart(const AudioChunk& chunk) {
     if (ServiceState::read().synthesizing)
         ServiceState::update([](Json& document) { document["synthesizing"] = false; });
     lastSnippet_ = chunk.text.empty() ? chunk.albumLine : chunk.text;
-    nowPlayingSnapshot_->setSnippet(lastSnippet_);
+    nowPlayingSnapshot_->updateSnippet(lastSnippet_);
+}
+
+void AppCoordinator::onSynthesisStart() {
+    ++synthesesUnderWay_;
+    nowPlayingSnapshot_->updateSynthesizing(true);
+}
+
+/// A message that was under way at the last detach may have brought the worker up once more.
+void AppCoordinator::onSynthesisEnd() {
+    --synthesesUnderWay_;
+    nowPlayingSnapshot_->updateSynthesizing(isSynthesizing());
+    if (!isSynthesizing() && !sessions_->isNarrating()) stopWorkerUnlessAttached();
 }
 
 /// A new attach starts unpaused, also after a pause that an earlier run left behind.
 void AppCoordinator::onNewAttach() {
+    ++*attaches_;
     prewarmKokoro();
     if (!ServiceState::read().paused) return;
     ServiceState::update([](Json& document) { document["paused"] = false; });
@@ -156,7 +169,13 @@ void AppCoordinator::onNewAttach() {
 /// The queue plays out what it holds; the worker is no longer needed.
 void AppCoordinator::onLastDetach() {
     speech_.synthesizer->kokoro()->cancelCurrent();
-    platform_.pool.post([worker = speech_.worker] { worker->stop(); });
+    stopWorkerUnlessAttached();
+}
+
+void AppCoordinator::stopWorkerUnlessAttached() {
+    platform_.pool.post([worker = speech_.worker, attaches = attaches_, seen = attaches_->load()] {
+        if (*attaches == seen) worker->stop();
+    });
 }
 
 void AppCoordinator::applyPauseState(bool paused) {
@@ -187,8 +206,8 @@ void AppCoordinator::attachSession(const std::string& id, const std::string& cwd
     attachSessionLocal({id, cwd, "", "claude-code", "", ""});
 }
 
-void AppCoordinator::attachSessionLocal(AttachRequest request) {
-    sessions_->attach(std::move(request));
+bool AppCoordinator::attachSessionLocal(AttachRequest request) {
+    return sessions_->attach(std::move(request));
 }
 
 void AppCoordinator::detachSessionLocal(const std::string& id) {
@@ -201,7 +220,7 @@ void AppCoordinator::applyState() {
     queue_->setVolume(gainOf(tick.state.volume));
     queue_->setMuted(tick.state.muted);
     if (queue_->paused() != tick.state.paused) queue_->setPaused(tick.state.paused);
-    sessions_->follow(tick.sessions);
+    if (tick.hasDocument) sessions_->follow(tick.sessions);
     maybeAutoAttachSoleSession(tick);
 }
 
@@ -209,16 +228,23 @@ void AppCoordinator::maybeAutoAttachSoleSession(const StateTick& tick) {
     if (sessions_->userDetachedThisRun()) return;
     const auto row = SessionRows::soleAutoAttachCandidate(
         tick.sessions.attached, tick.sessions.discovered, platform_.wallClockMs());
-    if (!row) return;
+    if (!row || row == refusedCandidate_) return;
     log_.info("auto-attach sole session",
               {{"input", {{"sessionId", row->id}, {"source", row->source}}}});
-    attachSessionLocal({row->id, row->cwd, row->transcript, row->source, row->branch, row->title});
+    const bool attached = attachSessionLocal(
+        {row->id, row->cwd, row->transcript, row->source, row->branch, row->title});
+    refusedCandidate_ = attached ? std::nullopt : row;
 }
 
 /// Brings the voice up ahead of need, off the main thread.
 void AppCoordinator::prewarmKokoro() {
     if (CtlInvocation::ctlSpawnDisabled()) return;
-    platform_.pool.post([worker = speech_.worker] { worker->startAndWaitReady(); });
+    // One is enough: it blocks a thread of the pool for as long as a model takes to load.
+    if (!prewarming_->exchange(true))
+        platform_.pool.post([worker = speech_.worker, prewarming = prewarming_] {
+            worker->startAndWaitReady();
+            *prewarming = false;
+        });
     speech_.synthesizer->kokoro()->warmup();
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "control/CommandTable.h"
@@ -59,11 +61,14 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void handleIPC(const Json& message);
 
     void attachSession(const std::string& id, const std::string& cwd);
-    void attachSessionLocal(AttachRequest request);
+    /// True if a row was added.
+    bool attachSessionLocal(AttachRequest request);
     void detachSessionLocal(const std::string& id);
 
     [[nodiscard]] AudioQueue& queue() { return *queue_; }
     [[nodiscard]] NarrationSessions& sessions() { return *sessions_; }
+    /// True while speech is being made for any session.
+    [[nodiscard]] bool isSynthesizing() const { return synthesesUnderWay_ > 0; }
 
   private:
     void wireQueue();
@@ -74,6 +79,9 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void onChunkStart(const AudioChunk& chunk);
     void onNewAttach();
     void onLastDetach();
+    void onSynthesisStart();
+    void onSynthesisEnd();
+    void stopWorkerUnlessAttached();
     void applyPauseState(bool paused);
     void setVolume(std::int64_t percent);
     void play(const Json& message);
@@ -91,6 +99,12 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     std::unique_ptr<IPCServer> ipc_;
     CommandTable commands_;
     std::string lastSnippet_;
+    int synthesesUnderWay_ = 0;
+    /// Counts attaches; a stop of the worker that is overtaken by one is void.
+    std::shared_ptr<std::atomic<int>> attaches_ = std::make_shared<std::atomic<int>>(0);
+    std::shared_ptr<std::atomic<bool>> prewarming_ = std::make_shared<std::atomic<bool>>(false);
+    /// The candidate of the automatic rule that couldn't be attached; tried again when it changes.
+    std::optional<DiscoveredRow> refusedCandidate_;
     Log log_;
     LoopHandle stateTimer_;
 };

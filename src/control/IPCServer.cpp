@@ -118,6 +118,8 @@ void IPCServer::admit(UniqueFd fd) {
                   {{"input", {{"fd", fd.get()}, {"errno", error}}}});
     } else if (*uid != getuid()) {
         log_.warn("ipc rejecting foreign uid", {{"input", {{"fd", fd.get()}, {"uid", *uid}}}});
+    } else if (clients_.size() >= IPC_MAX_CLIENTS) {
+        log_.warn("ipc too many clients, dropping", {{"input", {{"clients", clients_.size()}}}});
     } else {
         attachClient(std::move(fd));
     }

@@ -23,6 +23,9 @@ inline constexpr int IPC_PROTO_VERSION = 1;
 inline const std::set<std::int64_t> IPC_PROTO_ACCEPTED{1, 2};
 /// Largest unterminated line that is held for a client.
 inline constexpr std::size_t IPC_MAX_CLIENT_BYTES = 1'048'576;
+/// More connections than that are a client that leaks them, and would take the program's
+/// descriptors.
+inline constexpr std::size_t IPC_MAX_CLIENTS = 256;
 
 /// The effective user at the other end of a connected Unix socket; absent, with errno set, if the
 /// system doesn't tell.

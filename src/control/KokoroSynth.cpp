@@ -43,7 +43,7 @@ std::optional<SynthError> speakBySpawn(SpeechEngine& engine, const Job& job) {
     engine.synthesize(
         job.text, job.config, SynthesisSink::file(job.file), Chunking::combined,
         [outcome, file = job.file](const SynthChunk& chunk) {
-            outcome->produced = chunk.url == file;
+            if (chunk.url == file) outcome->produced = true;
         },
         [outcome](const std::optional<SynthError>& error) {
             outcome->error = error;
@@ -52,6 +52,7 @@ std::optional<SynthError> speakBySpawn(SpeechEngine& engine, const Job& job) {
     // Every request of an engine has a time limit of its own.
     outcome->done.wait();
     if (outcome->produced && isFile(job.file)) return std::nullopt;
+    unlink(job.file.c_str());
     return outcome->error.value_or(SynthError::synthesisFailed("no sound file"));
 }
 

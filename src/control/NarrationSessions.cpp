@@ -1,10 +1,10 @@
 #include "control/NarrationSessions.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
+#include <filesystem>
 
 #include "control/StateTick.h"
+#include "frame/FileProbe.h"
 #include "frame/HarnessTheme.h"
 #include "frame/Home.h"
 #include "frame/ServiceState.h"
@@ -40,6 +40,14 @@ bool hasId(const Json& row, const std::string& id) {
     return json::stringAt(row, "id") == id;
 }
 
+void removeRows(Json& document, const std::string& id) {
+    const auto sessions = document.find("sessions");
+    if (sessions == document.end() || !sessions->is_array()) return;
+    sessions->erase(std::remove_if(sessions->begin(), sessions->end(),
+                                   [&](const Json& row) { return hasId(row, id); }),
+                    sessions->end());
+}
+
 Json rowFor(const AttachRequest& request, std::int64_t offset, std::int64_t attachedAt) {
     Json row{{"id", request.id},         {"cwd", request.cwd}, {"transcript", request.transcript},
              {"source", request.source}, {"offset", offset},   {"attachedAt", attachedAt}};
@@ -57,8 +65,7 @@ NarrationSessions::NarrationSessions(MainLoop& loop, FileWatcher& watcher, Callb
       log_(Log::shared().child({{"class", "AppCoordinator"}})) {}
 
 /// Completes the request with what can be derived; a text if it can't be served.
-std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request,
-                                                          Json& input) const {
+std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request, Json& input) {
     const auto id = shortId(request.id);
     if (request.id.empty()) return "attach: empty session id";
     if (!request.cwd.empty() &&
@@ -71,15 +78,24 @@ std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request
         input = {{"id", id}, {"source", request.source}, {"known", knownSources()}};
         return "attach: unknown source";
     }
-    if (request.transcript.empty()) {
-        if (request.source != defaultSource || request.cwd.empty()) {
-            input = {{"id", id}, {"source", request.source}};
-            return "attach: no transcript and no cwd to derive one";
-        }
+    if (request.transcript.empty() && (request.source != defaultSource || request.cwd.empty())) {
+        input = {{"id", id}, {"source", request.source}};
+        return "attach: no transcript and no cwd to derive one";
+    }
+    if (request.transcript.empty())
         request.transcript = homeDirectory() + "/.claude/projects/" +
                              SessionRows::sanitizeCwd(request.cwd) + "/" + request.id + ".jsonl";
-    }
-    return std::nullopt;
+    if (fileExists(request.transcript)) return std::nullopt;
+    input = {{"id", id}, {"transcript", request.transcript}};
+    return "attach: transcript missing on disk";
+}
+
+/// True if the request can be served; otherwise the reason has been logged.
+bool NarrationSessions::complete(AttachRequest& request) const {
+    Json input = Json::object();
+    const auto problem = problemWith(request, input);
+    if (problem) log_.child({{"method", "attachSessionLocal"}}).warn(*problem, {{"input", input}});
+    return !problem;
 }
 
 /// True if a row was added; `updated` tells whether the document could be written.
@@ -97,33 +113,26 @@ bool NarrationSessions::addRow(const AttachRequest& request, std::int64_t offset
     return added;
 }
 
-void NarrationSessions::attach(AttachRequest request) {
+bool NarrationSessions::attach(AttachRequest request) {
     SONRA_ASSERT_MAIN_THREAD();
-    const auto log = log_.child({{"method", "attachSessionLocal"}});
-    Json input = Json::object();
-    if (const auto problem = problemWith(request, input)) {
-        log.warn(*problem, {{"input", input}});
-        return;
-    }
-    struct stat info {};
-    if (stat(request.transcript.c_str(), &info) != 0) {
-        log.warn("attach: transcript missing on disk",
-                 {{"input", {{"id", shortId(request.id)}, {"transcript", request.transcript}}}});
-        return;
-    }
-    const auto offset = static_cast<std::int64_t>(info.st_size);
+    if (!complete(request)) return false;
+    std::error_code unreadable;
+    const auto size = std::filesystem::file_size(request.transcript, unreadable);
+    const auto offset = unreadable ? 0 : static_cast<std::int64_t>(size);
     bool updated = false;
     const bool newAttach = addRow(request, offset, updated);
-    log.info(
-        "attach",
-        {{"input",
-          {{"sessionId", shortId(request.id)}, {"source", request.source}, {"offset", offset}}},
-         {"result", {{"wrote", updated}, {"newAttach", newAttach}}}});
-    if (!newAttach) return;
+    log_.child({{"method", "attachSessionLocal"}})
+        .info(
+            "attach",
+            {{"input",
+              {{"sessionId", shortId(request.id)}, {"source", request.source}, {"offset", offset}}},
+             {"result", {{"wrote", updated}, {"newAttach", newAttach}}}});
+    if (!newAttach) return false;
     lastKnownAttachedIds_.insert(request.id);
     transcripts_[request.id] = request.transcript;
     callbacks_.onNewAttach();
     start(request.id, request.source, request.transcript);
+    return true;
 }
 
 bool NarrationSessions::resume(const std::string& id) {
@@ -132,8 +141,10 @@ bool NarrationSessions::resume(const std::string& id) {
     const auto row = std::find_if(rows.attached.begin(), rows.attached.end(),
                                   [&](const AttachedSession& session) { return session.id == id; });
     if (row == rows.attached.end()) return false;
-    transcripts_[id] = row->transcript;
-    start(id, row->source, row->transcript);
+    AttachRequest request{id, row->cwd, row->transcript, row->source};
+    if (!complete(request)) return true;
+    transcripts_[id] = request.transcript;
+    start(id, request.source, request.transcript);
     return true;
 }
 
@@ -151,7 +162,7 @@ void NarrationSessions::start(const std::string& id, const std::string& source,
     const auto* reader = LiveTailReaderRegistry::reader(source);
     if (reader == nullptr) {
         log_.info("no live reader for source; skipping native tailer",
-                  {{"input", {{"sessionId", shortId(id)}, {"source", source}}}});
+                  {{"input", {{"sessionId", id}, {"source", source}}}});
         return;
     }
     const auto attachBytePos = reader->initialOffset(transcript).intValue();
@@ -173,8 +184,7 @@ void NarrationSessions::start(const std::string& id, const std::string& source,
     tailers_[id] = std::move(session);
     log_.info(
         "native tailer started (forward-only)",
-        {{"input",
-          {{"sessionId", shortId(id)}, {"source", source}, {"attachBytePos", attachBytePos}}}});
+        {{"input", {{"sessionId", id}, {"source", source}, {"attachBytePos", attachBytePos}}}});
 }
 
 void NarrationSessions::stop(const std::string& id) {
@@ -190,12 +200,7 @@ void NarrationSessions::stop(const std::string& id) {
 void NarrationSessions::detach(const std::string& id) {
     SONRA_ASSERT_MAIN_THREAD();
     if (id.empty()) return;
-    ServiceState::update([&](Json& document) {
-        Json& sessions = sessionArray(document);
-        sessions.erase(std::remove_if(sessions.begin(), sessions.end(),
-                                      [&](const Json& row) { return hasId(row, id); }),
-                       sessions.end());
-    });
+    ServiceState::update([&](Json& document) { removeRows(document, id); });
     log_.child({{"method", "detachSessionLocal"}}).info("detach", {{"input", {{"sessionId", id}}}});
     stop(id);
     userDetachedThisRun_ = true;
@@ -221,6 +226,7 @@ void NarrationSessions::follow(const SessionRows& rows) {
     for (const auto& [id, tailer] : tailers_)
         if (!current.contains(id)) gone.push_back(id);
     for (const auto& id : gone) stop(id);
+    transcripts_.clear();
     for (const auto& session : rows.attached) transcripts_[session.id] = session.transcript;
     noteVanished(current);
     lastKnownAttachedIds_ = current;

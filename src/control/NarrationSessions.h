@@ -49,7 +49,8 @@ class NarrationSessions {
 
     /// Adds the row and starts narrating from the end of the transcript; does nothing for a session
     /// that has a row.
-    void attach(AttachRequest request);
+    /// True if a row was added.
+    bool attach(AttachRequest request);
     /// Starts narrating a session that has a row but no tailer, as after a restart, from the end of
     /// its transcript. False if it has no row.
     bool resume(const std::string& id);
@@ -60,11 +61,14 @@ class NarrationSessions {
     void follow(const SessionRows& rows);
 
     [[nodiscard]] bool isNarrating(const std::string& id) const { return tailers_.contains(id); }
+    /// True while any session has a tailer.
+    [[nodiscard]] bool isNarrating() const { return !tailers_.empty(); }
     /// True once anybody has detached a session while this process lives.
     [[nodiscard]] bool userDetachedThisRun() const { return userDetachedThisRun_; }
 
   private:
-    std::optional<std::string> problemWith(AttachRequest& request, Json& input) const;
+    static std::optional<std::string> problemWith(AttachRequest& request, Json& input);
+    bool complete(AttachRequest& request) const;
     bool addRow(const AttachRequest& request, std::int64_t offset, bool& updated);
     void start(const std::string& id, const std::string& source, const std::string& transcript);
     std::string transcriptPath(const std::string& id, const std::string& fallback) const;

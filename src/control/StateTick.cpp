@@ -8,7 +8,7 @@ StateTick StateTick::read() {
     const auto bytes = AtomicFile::read(ServiceState::path());
     const auto document = bytes ? json::parseObject(*bytes) : std::nullopt;
     if (!document) return {};
-    return {ServiceState::from(*document), SessionRows::from(*document)};
+    return {true, ServiceState::from(*document), SessionRows::from(*document)};
 }
 
 }  // namespace sonra

@@ -7,8 +7,10 @@
 namespace sonra {
 
 /// One reading of the shared document, handed through a whole tick so that its consumers don't each
-/// read the file. A missing or unreadable document gives the default settings and no sessions.
+/// read the file. A missing or unreadable document gives the default settings and no sessions, and
+/// says nothing about what is attached.
 struct StateTick {
+    bool hasDocument = false;
     ServiceState state;
     SessionRows sessions;
 

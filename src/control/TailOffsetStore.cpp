@@ -17,7 +17,9 @@ void writeRows(Json& document, const Offsets& offsets) {
     const auto sessions = document.find("sessions");
     if (sessions == document.end() || !sessions->is_array()) return;
     for (auto& row : *sessions) {
-        const auto found = offsets.find(json::stringAt(row, "id").value_or(""));
+        const auto id = json::stringAt(row, "id");
+        if (!id) continue;
+        const auto found = offsets.find(*id);
         if (found != offsets.end()) row["offset"] = found->second;
     }
 }

@@ -23,8 +23,9 @@ struct Owned {
     std::string path SONRA_GUARDED_BY(mutex);
 };
 
+/// Never destroyed: the directory is removed at the very end of the process.
 Owned& owned() {
-    static Owned instance;
+    static Owned& instance = *new Owned;
     return instance;
 }
 
@@ -61,7 +62,9 @@ bool isOurDirectory(const std::string& path) {
 std::string temporaryDirectory() {
     auto& [mutex, path] = owned();
     const MutexLock lock(mutex);
-    if (path.empty()) {
+    // Cleaners of old temporary files may have taken an idle directory away.
+    if (path.empty() || !isOurDirectory(path)) {
+        path.clear();
         auto pattern =
             systemDirectory() + "/" + namePrefix() + std::to_string(getpid()) + "-XXXXXX";
         if (mkdtemp(pattern.data()) != nullptr) path = std::move(pattern);

@@ -18,8 +18,9 @@ std::size_t lastSentenceEnd(std::string_view piece, const std::vector<std::size_
     return 0;
 }
 
+/// A carriage return alone, as blank lines of some texts have it, is nothing to speak either.
 void appendUnlessEmpty(std::string_view chunk, std::vector<std::string>& chunks) {
-    if (!chunk.empty()) chunks.emplace_back(chunk);
+    if (!text::trimmed(chunk).empty()) chunks.emplace_back(chunk);
 }
 
 void splitLong(std::string_view piece, std::vector<std::string>& chunks) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <system_error>
 #include <unordered_map>
 #include <vector>
 
@@ -113,7 +114,7 @@ void InotifyFileWatcher::State::reportLimit(int error) {
     Log::shared()
         .child({{"class", "InotifyFileWatcher"}})
         .warn("no more file watches; changes are found by polling",
-              {{"cause", std::strerror(error)}});
+              std::system_error(error, std::generic_category()));
 }
 
 std::shared_ptr<InotifyFileWatcher::Target> InotifyFileWatcher::State::arm(const std::string& path,

@@ -19,6 +19,7 @@ using SnapshotState = NowPlayingSnapshotWriter::State;
 
 constexpr auto progressInterval = 80ms;
 constexpr auto diskInterval = 400ms;
+constexpr auto slowOpen = 100ms;
 
 /// Takes the callback by value, since it may replace the queue's callbacks while it runs.
 template <typename Callback, typename... Arguments>
@@ -61,9 +62,20 @@ void AudioQueue::advance() {
 
 void AudioQueue::advanceNow() {
     if (current_) return;
-    while (!queue_.empty())
+    while (!queue_.empty()) {
+        const auto before = loop_.now();
         if (startPlaying(queue_.takeNext())) return;
+        // A sound server that hangs takes its time over every chunk: others get their turn between.
+        if (loop_.now() - before > slowOpen && !queue_.empty()) return advanceLater();
+    }
     becomeIdle();
+}
+
+void AudioQueue::advanceLater() {
+    loop_.post([self = std::weak_ptr(self_)] {
+        const auto queue = self.lock();
+        if (queue && !(*queue)->queue_.empty()) (*queue)->advance();
+    });
 }
 
 void AudioQueue::becomeIdle() {

@@ -90,6 +90,7 @@ class AudioQueue {
     void holding(Body body);
     void advance();
     void advanceNow();
+    void advanceLater();
     void becomeIdle();
     bool startPlaying(AudioChunk chunk);
     FilePlayerFactory::Opened openAndPlay(const std::string& path);

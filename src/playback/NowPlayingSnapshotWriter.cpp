@@ -98,9 +98,13 @@ void NowPlayingSnapshotWriter::updateSynthesizing(bool synthesizing) {
     write();
 }
 
-void NowPlayingSnapshotWriter::setSnippet(std::string snippet) {
-    const MutexLock lock(mutex_);
-    snippet_ = std::move(snippet);
+void NowPlayingSnapshotWriter::updateSnippet(const std::string& snippet) {
+    {
+        const MutexLock lock(mutex_);
+        if (snippet_ == snippet) return;
+        snippet_ = snippet;
+    }
+    write();
 }
 
 /// A document that comes late or twice is better than one that stands still, so a lock that can't

@@ -59,8 +59,8 @@ class NowPlayingSnapshotWriter {
     void updateCursor(const Position& position);
     /// Whether speech is being made; the coordinator knows. Writes when that changes.
     void updateSynthesizing(bool synthesizing);
-    /// Goes out with the next write.
-    void setSnippet(std::string snippet);
+    /// The words that are being spoken. Writes when they change.
+    void updateSnippet(const std::string& snippet);
 
     /// Number of writes so far, as the document carries it.
     [[nodiscard]] std::int64_t rev() const;

@@ -37,8 +37,11 @@ TEST_F(Coordinator, StartTakesTheDocumentIntoAccountAtOnce) {
 }
 
 TEST_F(Coordinator, UnreadableDocumentGivesTheDefaults) {
-    test::writeFile(ServiceState::path(), "{ not json");
+    writeDocument({{"volume", 20}, {"paused", true}});
     start();
+    EXPECT_FLOAT_EQ(coordinator->queue().volume(), 0.2F);
+    test::writeFile(ServiceState::path(), "{ not json");
+    loop.advance(stateTick);
     EXPECT_FLOAT_EQ(coordinator->queue().volume(), 1.0F);
     EXPECT_FALSE(coordinator->queue().paused());
 }
@@ -182,9 +185,66 @@ TEST_F(Coordinator, SnapshotTellsThatSpeechIsBeingMade) {
 }
 
 TEST_F(Coordinator, WithoutTheControlToolNothingIsWarmedAhead) {
+    useResidentWorker();
     start();
+    makeTranscript("s1", "/p");
+    coordinator->attachSession("s1", "/p");
+    pool.drain();
+    EXPECT_FALSE(worker->currentPid());
+}
+
+TEST_F(Coordinator, VoiceIsWarmedAheadAtTheStart) {
+    const test::ScopedEnv enabled("TTS_DISABLE_CTL", "0");
+    useResidentWorker();
+    start();
+    pool.drain();
+    EXPECT_TRUE(worker->readyNow());
+}
+
+TEST_F(Coordinator, VoiceIsWarmedAheadAtANewAttach) {
+    const test::ScopedEnv enabled("TTS_DISABLE_CTL", "0");
+    useResidentWorker();
+    start();
+    pool.drain();
+    worker->stop();
+    makeTranscript("s1", "/p");
+    coordinator->attachSession("s1", "/p");
+    pool.drain();
+    EXPECT_TRUE(worker->readyNow());
+}
+
+TEST_F(Coordinator, LastDetachStopsTheWorkerAndLetsTheQueuePlayOut) {
+    const test::ScopedEnv enabled("TTS_DISABLE_CTL", "0");
+    useResidentWorker();
+    start();
+    for (const auto* id : {"s1", "s2"}) {
+        makeTranscript(id, "/p");
+        coordinator->attachSession(id, "/p");
+    }
+    pool.drain();
+    play("a.wav");
+    play("b.wav");
+    coordinator->detachSessionLocal("s1");
+    pool.drain();
+    EXPECT_TRUE(worker->currentPid());
+    coordinator->detachSessionLocal("s2");
+    pool.drain();
+    EXPECT_FALSE(worker->currentPid());
+    EXPECT_TRUE(coordinator->queue().isCurrentlyPlaying());
+    EXPECT_EQ(coordinator->queue().queuedCount(), 1U);
+}
+
+TEST_F(Coordinator, LastRowRemovedByAnotherStopsTheWorkerToo) {
+    const test::ScopedEnv enabled("TTS_DISABLE_CTL", "0");
+    useResidentWorker();
+    start();
+    makeTranscript("s1", "/p");
+    coordinator->attachSession("s1", "/p");
+    pool.drain();
+    writeDocument({{"sessions", Json::array()}});
     loop.advance(stateTick);
-    EXPECT_EQ(log.count("kokoro worker spawned"), 0U);
+    pool.drain();
+    EXPECT_FALSE(worker->currentPid());
 }
 
 TEST_F(Coordinator, SocketThatCannotBeHadIsReported) {

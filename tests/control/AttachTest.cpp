@@ -1,4 +1,5 @@
 #include "control/Fixture.h"
+#include "support/TranscriptLines.h"
 
 namespace sonra {
 namespace {
@@ -121,10 +122,11 @@ TEST_F(Attach, KeepsWhatOthersWroteIntoTheDocument) {
 }
 
 TEST_F(Attach, SpeaksOnlyWhatIsWrittenAfterwards) {
-    test::appendFile(transcript, "");
+    test::appendFile(transcript, test::assistantLine("m0", "This was said before the attach"));
     coordinator->attachSession("s1", "/p");
     reply(transcript, "m1", "This is spoken because it came later");
     EXPECT_TRUE(waitForPlays(1));
+    EXPECT_EQ(log.count("chunk enqueued"), 1U);
     ASSERT_TRUE(coordinator->queue().currentChunk());
     EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
     EXPECT_EQ(coordinator->queue().currentChunk()->text, "This is spoken because it came later");
@@ -138,6 +140,8 @@ TEST_F(Attach, FollowsARowThatMovesToAnotherTranscript) {
     writeDocument(changed);
     loop.advance(stateTick);
     EXPECT_EQ(files.armed(), std::vector<std::string>{moved});
+    reply(moved, "m1", "A reply in the file that it moved to");
+    EXPECT_TRUE(waitForPlays(1));
 }
 
 TEST_F(Attach, CursorIsWrittenToTheRowWhenItChanges) {
@@ -169,6 +173,109 @@ TEST_F(Attach, DetachOfAnUnknownOrEmptyIdChangesNoRow) {
     EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
     EXPECT_EQ(log.count("detach"), 1U);
 }
+
+TEST_F(Attach, DetachOfAnUnknownIdLeavesTheDocumentAsItIs) {
+    for (const auto& content :
+         {Json::object(), Json{{"sessions", 7}}, Json{{"sessions", {{{"id", "x"}}}}}}) {
+        writeDocument(content);
+        coordinator->detachSessionLocal("nobody");
+        EXPECT_EQ(document(), content);
+    }
+}
+
+TEST_F(Attach, LogTellsWhatWasAttachedAndFromWhere) {
+    makeTranscript("s2-with-a-long-id", "/p");
+    coordinator->attachSession("s2-with-a-long-id", "/p");
+    EXPECT_EQ(log.records("attach").at(0)["input"],
+              (Json{{"sessionId", "s2-with-"}, {"source", "claude-code"}, {"offset", 16}}));
+    EXPECT_EQ(log.records("attach").at(0)["result"], (Json{{"wrote", true}, {"newAttach", true}}));
+    EXPECT_EQ(
+        log.records("native tailer started (forward-only)").at(0)["input"],
+        (Json{
+            {"sessionId", "s2-with-a-long-id"}, {"source", "claude-code"}, {"attachBytePos", 16}}));
+    coordinator->detachSessionLocal("s2-with-a-long-id");
+    EXPECT_EQ(log.records("detach").at(0)["input"], (Json{{"sessionId", "s2-with-a-long-id"}}));
+}
+
+TEST_F(Attach, CommandCarriesEveryField) {
+    coordinator->handleIPC({{"cmd", "attach"},
+                            {"id", "c1"},
+                            {"cwd", "/c"},
+                            {"transcript", transcript},
+                            {"source", "codex"},
+                            {"branch", "b"},
+                            {"title", "t"}});
+    ASSERT_EQ(rows().size(), 1U);
+    for (const auto& [key, value] : {std::pair{"id", "c1"},
+                                     {"cwd", "/c"},
+                                     {"source", "codex"},
+                                     {"branch", "b"},
+                                     {"title", "t"}})
+        EXPECT_EQ(rows()[0][key], value);
+    EXPECT_EQ(rows()[0]["transcript"], transcript);
+}
+
+TEST_F(Attach, WithoutTheLockNothingIsWrittenAndNothingStarts) {
+    log.expect("state-lock timeout; skipping write");
+    ASSERT_TRUE(StateLock::tryAcquire(ServiceState::path()));
+    coordinator->attachSession("s1", "/p");
+    StateLock::release(ServiceState::path());
+    EXPECT_EQ(log.records("attach").at(0)["result"],
+              (Json{{"wrote", false}, {"newAttach", false}}));
+    EXPECT_EQ(document(), Json::object());
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+}
+
+TEST_F(Attach, UnreadableDocumentEndsNoNarration) {
+    coordinator->attachSession("s1", "/p");
+    loop.advance(stateTick);
+    const auto whole = document();
+    test::writeFile(ServiceState::path(), "{ half a docum");
+    loop.advance(stateTick);
+    std::filesystem::remove(ServiceState::path());
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_FALSE(coordinator->sessions().userDetachedThisRun());
+    writeDocument(whole);
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+}
+
+struct UnresumableCase {
+    const char* name;
+    Json row;
+    std::string id;
+    std::string message;
+};
+
+class UnresumableRow : public test::CoordinatorTest,
+                       public testing::WithParamInterface<UnresumableCase> {};
+
+TEST_P(UnresumableRow, StaysWithoutATailer) {
+    const auto& [name, row, id, message] = GetParam();
+    start();
+    writeDocument({{"sessions", {row, 7, "x", nullptr}}});
+    log.expect(message);
+    coordinator->handleIPC({{"cmd", "attach"}, {"id", id}, {"resume", true}});
+    EXPECT_FALSE(coordinator->sessions().isNarrating());
+    EXPECT_EQ(rows().size(), 4U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Attach, UnresumableRow,
+    testing::Values(UnresumableCase{"EmptyId",
+                                    {{"id", ""}, {"cwd", ""}, {"transcript", "/t"}},
+                                    "",
+                                    "attach: empty session id"},
+                    UnresumableCase{"TranscriptGone",
+                                    {{"id", "a"}, {"cwd", "/p"}, {"transcript", "/nowhere/t"}},
+                                    "a",
+                                    "attach: transcript missing on disk"},
+                    UnresumableCase{"NoTranscriptToFind",
+                                    {{"id", "a"}, {"cwd", ""}},
+                                    "a",
+                                    "attach: no transcript and no cwd to derive one"}),
+    [](const auto& which) { return which.param.name; });
 
 TEST_F(Attach, ResumeStartsATailerForARowThatHasNone) {
     writeDocument({{"sessions", {{{"id", "s1"}, {"cwd", "/p"}, {"transcript", transcript}}}}});
@@ -205,6 +312,19 @@ TEST_F(AutoAttach, TakesTheSoleFreshSessionAtTheNextTick) {
     EXPECT_EQ(log.count("auto-attach sole session"), 1U);
     loop.advance(stateTick * 3);
     EXPECT_EQ(log.count("auto-attach sole session"), 1U);
+}
+
+TEST_F(AutoAttach, CandidateThatCannotBeAttachedIsTriedAgainOnlyWhenItChanges) {
+    log.expect("attach: transcript missing on disk");
+    auto row = discovered("s9", home / "late.jsonl");
+    writeDocument({{"discoveredSessions", {row}}});
+    loop.advance(stateTick * 5);
+    EXPECT_EQ(log.count("attach: transcript missing on disk"), 1U);
+    test::writeFile(home / "late.jsonl", "");
+    row["mtimeMs"] = wallClockMs;
+    writeDocument({{"discoveredSessions", {row}}});
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s9"));
 }
 
 TEST_F(AutoAttach, StandsDownAfterADetachThoughTheCandidateWouldStillQualify) {

@@ -15,9 +15,10 @@ namespace {
 class CtlRunner : public testing::Test {
   protected:
     void SetUp() override {
-        test::writeFile(home / "node", "#!/bin/sh\nprintf '%s\\n' \"$@\" > " + (home / "told.tmp") +
-                                           "; mv " + (home / "told.tmp") + " " + (home / "told") +
-                                           "\n");
+        test::writeFile(home / "node", "#!/bin/sh\nwhile [ ! -e " + (home / "go") +
+                                           " ]; do sleep 0.01; done\nprintf '%s\\n' \"$@\" > " +
+                                           (home / "told.tmp") + "; mv " + (home / "told.tmp") +
+                                           " " + (home / "told") + "\n");
         chmod((home / "node").c_str(), 0700);
     }
     test::TempHome home;
@@ -29,13 +30,17 @@ class CtlRunner : public testing::Test {
 
 TEST_F(CtlRunner, StartsTheToolWithItsWordsAndDoesNotWait) {
     EXPECT_TRUE(runCtl({"stop-daemon", "now"}));
+    EXPECT_FALSE(std::filesystem::exists(home / "told"));
+    test::writeFile(home / "go", "");
     EXPECT_TRUE(loop.runUntil([&] { return std::filesystem::exists(home / "told"); }));
     EXPECT_EQ(test::readFile(home / "told"), "/opt/ctl.js\nstop-daemon\nnow\n");
 }
 
 TEST_F(CtlRunner, StartsNothingWhenItIsDisabled) {
     const test::ScopedEnv disabled("TTS_DISABLE_CTL", "1");
+    test::writeFile(home / "go", "");
     EXPECT_FALSE(runCtl({"stop-daemon"}));
+    EXPECT_FALSE(std::filesystem::exists(home / "told"));
     EXPECT_EQ(log.records().back()["input"],
               (Json{{"subcommand", "stop-daemon"}, {"argCount", 1}}));
 }

@@ -12,7 +12,20 @@ namespace sonra::test {
 CoordinatorTest::CoordinatorTest() : voiceLauncher(home / "voice") {
     writeFile(voiceLauncher, "#!/bin/sh\n[ -z \"$5\" ] || cp \"$4\" \"$5\"\n");
     chmod(voiceLauncher.c_str(), 0700);
-    log.expect("tts_kokoro.py not found; worker disabled (per-spawn fallback)");
+}
+
+CoordinatorTest::~CoordinatorTest() {
+    if (coordinator) loop.runUntil([this] { return !coordinator->isSynthesizing(); });
+    coordinator.reset();
+    pool.drain();
+}
+
+void CoordinatorTest::useResidentWorker() {
+    workerScript = home / "worker";
+    writeFile(
+        workerScript,
+        "#!/bin/sh\n[ \"$4\" = --worker ] || exit 0\necho '{\"type\":\"ready\"}'\nread quit\n");
+    chmod(workerScript.c_str(), 0700);
 }
 
 void CoordinatorTest::start() {
@@ -21,15 +34,22 @@ void CoordinatorTest::start() {
     spawned.scriptOverride = voiceLauncher;
     spawned.uvResolver = launcher;
     KokoroWorkerEngine::Options resident;
-    resident.scriptLocator = []() -> std::string {
-        throw ScriptResolverError("tts_kokoro.py", {});
-    };
+    if (workerScript.empty()) {
+        log.expect("tts_kokoro.py not found; worker disabled (per-spawn fallback)");
+        resident.scriptLocator = []() -> std::string {
+            throw ScriptResolverError("tts_kokoro.py", {});
+        };
+    } else {
+        resident.scriptOverride = workerScript;
+        resident.uvResolver = [path = workerScript] { return std::optional<std::string>(path); };
+    }
     AppCoordinator::Speech speech{
         std::make_shared<MacSynthesizer>(KokoroProcessEngine::make(pool, spawned),
                                          GeminiEngine::make(pool)),
         std::make_shared<KokoroWorkerEngine>(resident)};
-    // Brings the announced warning about in every test.
-    speech.worker->startAndWaitReady();
+    worker = speech.worker;
+    // Without a script it is given up for good, and the warning stands in every test.
+    if (workerScript.empty()) worker->startAndWaitReady();
     AppCoordinator::Platform platform{loop,
                                       players,
                                       files,

@@ -24,9 +24,13 @@ class CoordinatorTest : public testing::Test {
     static constexpr auto stateTick = AppCoordinator::stateInterval;
 
     CoordinatorTest();
+    /// Synthesis under way posts to the loop, which must still be there.
+    ~CoordinatorTest() override;
 
     /// Starts the coordinator on what the shared document says now.
     void start();
+    /// Before `start`: the resident worker is a script that stays up and answers nothing.
+    void useResidentWorker();
     Json document() const;
     void writeDocument(const Json& document) const;
     /// The rows of `sessions`, null if there is no such key.
@@ -48,8 +52,11 @@ class CoordinatorTest : public testing::Test {
     WorkerPool pool;
     std::vector<int> exits;
     std::string voiceLauncher;
+    std::string workerScript;
+    std::shared_ptr<KokoroWorkerEngine> worker;
     std::shared_ptr<AppCoordinator> coordinator;
-    LogWatch log;
+    std::optional<LogWatch> watch{std::in_place};
+    LogWatch& log = *watch;
 };
 
 }  // namespace sonra::test

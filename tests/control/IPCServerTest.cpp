@@ -187,6 +187,17 @@ TEST_F(IPCServerTest, AcceptsAllThatWait) {
     EXPECT_TRUE(dispatches(8));
 }
 
+TEST_F(IPCServerTest, TurnsAwayClientsPastTheLimitAndServesTheOthers) {
+    std::vector<std::pair<UniqueFd, int>> attached;
+    for (std::size_t i = 0; i < IPC_MAX_CLIENTS; ++i) attached.push_back(attachPair());
+    ASSERT_TRUE(server->start());
+    LogWatch log;
+    log.expect("ipc too many clients, dropping");
+    EXPECT_TRUE(closes(connect()));
+    write(attached[0].first, command("skip") + "\n");
+    EXPECT_TRUE(dispatches(1));
+}
+
 TEST_F(IPCServerTest, RejectsAForeignUid) {
     server = std::make_unique<IPCServer>(loop, path, [](int) { return getuid() + 1; });
     collectFrom(*server);

@@ -49,6 +49,17 @@ TEST_F(TailOffsets, TheLastOfManyStands) {
     EXPECT_EQ(document()["sessions"][0]["offset"], 500);
 }
 
+TEST_F(TailOffsets, ElementsThatAreNoRowsStayAsTheyAre) {
+    const Json odd{{"sessions", {7, "x", nullptr, {{"id", 3}}, {{"id", "a"}}}}};
+    write(odd);
+    store.report("", 5);
+    store.drain();
+    EXPECT_EQ(document(), odd);
+    store.report("a", 6);
+    store.drain();
+    EXPECT_EQ(document()["sessions"][4]["offset"], 6);
+}
+
 TEST_F(TailOffsets, NoSuchRowOrNoListChangesNothing) {
     for (const auto& content :
          {Json{{"sessions", {{{"id", "b"}}}}}, Json{{"sessions", 7}}, Json{{"x", 1}}}) {

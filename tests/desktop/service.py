@@ -91,12 +91,12 @@ class Home:
 class Service:
     """One running service; `send` speaks to its socket."""
 
-    def __init__(self, home, environment=None, arguments=(), program=None):
+    def __init__(self, home, environment=None, arguments=(), program=None, before=None):
         self.home = home
         self.errors = home.path / "stderr.txt"
         with self.errors.open("ab") as errors:
             self.process = subprocess.Popen(
-                [str(program or PROGRAM), *arguments], stderr=errors,
+                [str(program or PROGRAM), *arguments], stderr=errors, preexec_fn=before,
                 env=os.environ | {"HOME": str(home.path)} | (environment or {}))
 
     def wait_ready(self):

@@ -2,6 +2,7 @@
 import json
 import os
 import random
+import signal
 import socket
 import subprocess
 import time
@@ -19,8 +20,8 @@ class LifecycleCase(unittest.TestCase):
         # No sound is needed here, and none of the machine's own is to be touched.
         self.environment = {"PULSE_SERVER": f"unix:{folder.name}/none"}
 
-    def start(self, arguments=()):
-        service = Service(self.home, self.environment, arguments)
+    def start(self, arguments=(), before=None):
+        service = Service(self.home, self.environment, arguments, before=before)
         self.addCleanup(service.stop)
         return service
 
@@ -80,6 +81,16 @@ class OneServiceOnly(LifecycleCase):
         winner.send({"cmd": "toggle"})
         wait_for("its answer", lambda: self.home.state().get("paused"))
 
+    def test_the_lock_decides_also_where_sockets_differ(self):
+        first = self.start().wait_ready()
+        other = self.home.path / "other.sock"
+        second = self.run_program("--service", "--socket", str(other))
+        self.assertEqual((second.returncode, second.stderr),
+                         (0, "tts: another Sonra service is already running; exiting duplicate service.\n"))
+        self.assertFalse(other.exists())
+        first.send({"cmd": "toggle"})
+        wait_for("the first one's answer", lambda: self.home.state().get("paused"))
+
     def test_a_stale_socket_is_replaced(self):
         with socket.socket(socket.AF_UNIX) as stale:
             stale.bind(str(self.home.socket_path))
@@ -88,13 +99,27 @@ class OneServiceOnly(LifecycleCase):
 
 class Ends(LifecycleCase):
     def test_signals_end_with_zero_and_take_the_socket_along(self):
-        for number, name in ((15, "SIGTERM"), (2, "SIGINT")):
+        for number, name in ((15, "SIGTERM"), (2, "SIGINT"), (1, "SIGHUP")):
             with self.subTest(name):
                 service = self.start().wait_ready()
                 service.process.send_signal(number)
                 self.assertEqual(service.process.wait(10), 0)
                 self.assertFalse(self.home.socket_path.exists())
                 self.assertEqual(self.home.log("sonra shutdown")[-1]["input"], {"signal": name})
+
+    def test_a_hang_up_that_was_ignored_from_the_start_ends_nothing(self):
+        service = self.start(before=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)).wait_ready()
+        service.process.send_signal(signal.SIGHUP)
+        service.send({"cmd": "toggle"})
+        wait_for("its answer", lambda: self.home.state().get("paused"))
+        self.assertIsNone(service.process.poll())
+
+    def test_a_platform_that_is_not_there_is_named(self):
+        self.environment["QT_QPA_PLATFORM"] = "bogus"
+        result = self.run_program()
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("bogus", result.stderr)
+        self.assertEqual(self.home.log()[-1]["level"], 60)
 
     def test_quit_ends_with_zero_and_takes_the_socket_along(self):
         service = self.start().wait_ready()

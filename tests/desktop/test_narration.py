@@ -2,6 +2,7 @@
 import json
 import os
 import subprocess
+import tempfile
 import unittest
 import wave
 from pathlib import Path
@@ -42,6 +43,12 @@ class NarrationCase(unittest.TestCase):
     def heard(self):
         return len(utterances(self.sound.samples()))
 
+    def assert_spoken(self, count):
+        """As many utterances as were meant, and no chunk beside them that merged with another in the recording."""
+        self.assertEqual(self.heard(), count)
+        self.assertEqual(len(self.home.log("chunk enqueued")), count)
+        self.assertEqual(len(self.home.log("playback started")), count)
+
 
 class ReplyIsHeard(NarrationCase):
     def test_each_reply_is_spoken_once_and_nothing_else(self):
@@ -50,6 +57,8 @@ class ReplyIsHeard(NarrationCase):
         self.wait_heard(1)
         second = assistant_line(2, "This one arrives in two halves")
         self.home.append(second[:40])
+        offset = self.home.transcript.stat().st_size - 40
+        wait_for("a look at half a line", lambda: self.home.state()["sessions"][0]["offset"] == offset)
         self.home.append(second[40:])
         self.wait_heard(2)
         self.home.append(assistant_line(3, "A helper agent is never heard", isSidechain=True))
@@ -59,7 +68,7 @@ class ReplyIsHeard(NarrationCase):
         self.home.append("this is not json\n")
         self.home.append(assistant_line(5, "The last reply comes after all that"))
         self.wait_heard(3)
-        self.assertEqual(self.heard(), 3)
+        self.assert_spoken(3)
         self.assertEqual(self.home.problems(), [])
 
     def test_what_was_said_before_the_attach_stays_silent(self):
@@ -67,7 +76,7 @@ class ReplyIsHeard(NarrationCase):
         self.listen()
         self.home.append(assistant_line(2, "Said while somebody listens"))
         self.wait_heard(1)
-        self.assertEqual(self.heard(), 1)
+        self.assert_spoken(1)
 
     def test_lines_of_a_reply_are_spoken_in_order_without_a_word_lost(self):
         self.listen()
@@ -81,9 +90,12 @@ class ReplyIsHeard(NarrationCase):
     def test_files_of_spoken_chunks_are_removed(self):
         self.listen()
         self.home.append(assistant_line(1, "Nothing of this remains on the disk"))
+        folder, = wait_for("the service's folder", lambda: list(Path(tempfile.gettempdir()).glob(f"sonra-*-{self.service.process.pid}-*")))
+        wait_for("the sound file", lambda: list(folder.glob("*.wav")), pause=0.001)
         self.wait_heard(1)
-        left = [p for p in Path("/tmp").glob(f"sonra-*-{self.service.process.pid}-*/*") if p.suffix == ".wav"]
-        self.assertEqual(left, [])
+        wait_for("the sound file to go", lambda: not list(folder.iterdir()), 5)
+        self.service.stop()
+        self.assertFalse(folder.exists())
 
     def test_cursor_reaches_the_row(self):
         self.listen()
@@ -100,7 +112,7 @@ class ReplyIsHeard(NarrationCase):
         wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
         self.home.append(assistant_line(2, "But this one is heard again"))
         self.wait_heard(1)
-        self.assertEqual(self.heard(), 1)
+        self.assert_spoken(1)
 
     def test_row_removed_by_another_ends_narration(self):
         self.listen()
@@ -111,7 +123,7 @@ class ReplyIsHeard(NarrationCase):
         wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
         self.home.append(assistant_line(2, "And has come back to listen"))
         self.wait_heard(1)
-        self.assertEqual(self.heard(), 1)
+        self.assert_spoken(1)
 
 
 class SessionsAcrossStarts(NarrationCase):
@@ -126,7 +138,7 @@ class SessionsAcrossStarts(NarrationCase):
         wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
         self.home.append(assistant_line(2, "Written after the service came back"))
         self.wait_heard(1)
-        self.assertEqual(self.heard(), 1)
+        self.assert_spoken(1)
         self.assertEqual(len(self.home.state()["sessions"]), 1)
 
     def test_a_sole_fresh_session_is_attached_by_itself(self):

@@ -41,6 +41,14 @@ TEST_F(TemporaryDirectory, IsPrivateAndMadeOnce) {
     EXPECT_EQ(info.st_mode & 0777U, 0700U);
 }
 
+TEST_F(TemporaryDirectory, IsMadeAgainWhenItWasTakenAway) {
+    const auto first = temporaryDirectory();
+    fs::remove_all(first);
+    const auto second = temporaryDirectory();
+    EXPECT_NE(second, first);
+    EXPECT_TRUE(fs::is_directory(second));
+}
+
 TEST_F(TemporaryDirectory, RemovalTakesItsFilesAlong) {
     const auto path = temporaryDirectory();
     test::writeFile(path + "/a.wav", "x");

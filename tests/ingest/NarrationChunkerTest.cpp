@@ -81,6 +81,11 @@ TEST(NarrationChunker, CutsAtEachKindOfSentenceEnd) {
     }
 }
 
+TEST(NarrationChunker, BlankLinesWithACarriageReturnAreNoChunks) {
+    const auto chunks = NarrationChunker::split("First.\r\n\r\nSecond.\n\v\n\u2028\nThird.");
+    EXPECT_EQ(chunks, (std::vector<std::string>{"First.\r", "Second.", "Third."}));
+}
+
 TEST(NarrationChunker, YieldsNothingOfWhiteSpace) {
     for (const auto* text : {"", " ", "\n", " \n\n \n", "\t\r\n \u00a0\u2028"})
         EXPECT_TRUE(split(text).empty()) << text;

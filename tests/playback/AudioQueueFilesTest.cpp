@@ -145,6 +145,24 @@ TEST_F(AudioQueueFilesTest, TenThousandFailuresInARowEndInOneIdle) {
     EXPECT_EQ(log.count("audio open failed"), 10'000U);
 }
 
+TEST_F(AudioQueueFilesTest, OthersGetTheirTurnBetweenOpensThatTakeLong) {
+    LogWatch log;
+    log.expect("audio open failed");
+    std::vector<AudioChunk> slow(3, chunk("slow"));
+    players_.failToOpen(slow[0].url, "the server hangs");
+    players_.observe([&](const std::string&) { loop_.advance(1s); });
+    int turns = 0;
+    testing::internal::CaptureStderr();
+    queue_.enqueueAll(slow, 0);
+    EXPECT_EQ(log.count("audio open failed"), 1U);
+    loop_.post([&] { turns = static_cast<int>(log.count("audio open failed")); });
+    loop_.runPosted();
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log.count("audio open failed"), 3U);
+    EXPECT_LT(turns, 3);
+    EXPECT_EQ(takeEvents(), Calls{"idle"});
+}
+
 TEST_F(AudioQueueFilesTest, FilesWithoutAnySoundEndAtOnce) {
     players_.setDuration(0);
     for (const char* name : {"a", "b"}) queue_.enqueue(ephemeral(name));

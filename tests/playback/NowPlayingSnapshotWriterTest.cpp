@@ -143,13 +143,14 @@ TEST_F(NowPlayingSnapshotWriterTest, CursorAlwaysWrites) {
 }
 
 TEST_F(NowPlayingSnapshotWriterTest, SynthesizingAndSnippetAreTheCoordinators) {
-    writer_.setSnippet("so it goes");
-    EXPECT_EQ(writer_.rev(), 0);
+    writer_.updateSnippet("so it goes");
+    EXPECT_EQ(document()["snippet"], "so it goes");
+    writer_.updateSnippet("so it goes");
+    EXPECT_EQ(writer_.rev(), 1);
     writer_.updateSynthesizing(true);
     EXPECT_EQ(document()["synthesizing"], true);
-    EXPECT_EQ(document()["snippet"], "so it goes");
     writer_.updateSynthesizing(true);
-    EXPECT_EQ(writer_.rev(), 1);
+    EXPECT_EQ(writer_.rev(), 2);
     writer_.updatePlayback(playing(1));
     EXPECT_EQ(document()["synthesizing"], true);
 }
