@@ -12,6 +12,7 @@
 #include "app/SignalWatch.h"
 #include "frame/Home.h"
 #include "frame/Log.h"
+#include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
 #include "linux/JournalLog.h"
 #include "linux/QtMainLoop.h"
@@ -55,6 +56,7 @@ void choosePlatform() {
     delegate.shutDown();
     sonra::removeTemporaryDirectory();
     sonra::Log::shared().flush();
+    sonra::releaseServiceLock();
     _exit(status);
 }
 

@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -21,6 +22,9 @@ std::string defaultLockPath() {
     std::filesystem::create_directories(directory, ignored);
     return directory + "/sonra.lock";
 }
+
+/// The descriptor that holds the lock; -1 while this process doesn't.
+std::atomic<int> held = -1;
 
 void stampPid(int fd) {
     const std::string pid = std::to_string(getpid()) + "\n";
@@ -48,8 +52,12 @@ bool acquireServiceLock(const std::optional<std::string>& lockPath) {
     }
     stampPid(fd.get());
     // Left open for the life of the process: that is what holds the lock.
-    fd.release();
+    held = fd.release();
     return true;
+}
+
+void releaseServiceLock() {
+    if (const int fd = held.exchange(-1); fd >= 0) flock(fd, LOCK_UN);
 }
 
 }  // namespace sonra

@@ -13,4 +13,8 @@ namespace sonra {
 /// file stays behind at the end; the pid in it is for people only.
 bool acquireServiceLock(const std::optional<std::string>& lockPath = std::nullopt);
 
+/// Gives the lock of this process up at its end, at once, also where a child that is just being
+/// started has a copy of the descriptor.
+void releaseServiceLock();
+
 }  // namespace sonra

@@ -148,5 +148,25 @@ TEST(ServiceLock, OfFourStartsAtOnceOneWinsAndItsSocketStands) {
     for (const pid_t pid : starts) EXPECT_EQ(0, statusOf(pid));
 }
 
+TEST(ServiceLock, IsFreeOnceItWasReleasedThoughACopyOfTheDescriptorIsOpen) {
+    const test::TempDir directory;
+    const auto path = directory / "sonra.lock";
+    ASSERT_TRUE(acquireServiceLock(path));
+    const int copy = [&] {
+        for (int fd = 3; fd < 1024; ++fd) {
+            std::error_code none;
+            const auto target =
+                std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), none);
+            if (!none && target == path) return dup(fd);
+        }
+        return -1;
+    }();
+    ASSERT_GE(copy, 0);
+    releaseServiceLock();
+    EXPECT_TRUE(acquireServiceLock(path));
+    releaseServiceLock();
+    close(copy);
+}
+
 }  // namespace
 }  // namespace sonra
