@@ -111,27 +111,6 @@ def mpv_memory():
     return "mpv", memory
 
 
-def mpv_pause():
-    if not installed("mpv"):
-        return None
-    with Stage() as stage:
-        tone(stage.folder / "long.wav", 3)
-        mpv = Mpv(stage.folder, stage.environment)
-        values = []
-        for _ in range(ROUNDS):
-            stage.monitor.drain()
-            mpv.send("set_property", "pause", False)
-            mpv.send("loadfile", str(stage.folder / "long.wav"))
-            stage.monitor.next("on")
-            time.sleep(0.1)
-            began = time.monotonic_ns()
-            mpv.send("set_property", "pause", True)
-            values.append((stage.monitor.next("off") - began) / 1e6)
-            mpv.send("stop")
-        end(mpv.process)
-    return "mpv", median_p90(values)[0]
-
-
 def mpv_commands():
     if not installed("mpv"):
         return None

@@ -47,12 +47,13 @@ class PrivateSound:
         self.recorder = None
         self.raw = self.folder / "played.raw"
 
-    def start(self):
+    def start(self, more=""):
+        """`more` holds further lines of the server's script."""
         script = self.folder / "sound.pa"
         script.write_text(
             f"load-module module-native-protocol-unix socket={self.address} auth-anonymous=1\n"
             f"load-module module-null-sink sink_name=speaker norewinds=1 rate={RATE} channels=1\n"
-            "set-default-sink speaker\n")
+            "set-default-sink speaker\n" + more)
         self.server = subprocess.Popen(
             ["pulseaudio", "-n", "-F", str(script), "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
              "--disable-shm=yes", "--realtime=no", "--high-priority=no"],
