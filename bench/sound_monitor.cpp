@@ -3,18 +3,27 @@
 // prints "on <ns>" for the first sample after 50 ms of silence and "off <ns>" for the last one
 // before 30 ms of silence, on the monotonic clock. Staying open, it also keeps a null sink at work
 // in blocks of 5 ms.
+//
+// A sample's time is that of its place in the stream, not that of its fragment's arrival: a null
+// sink renders a block when the block begins to play and hands it to the monitor at once, so the
+// fragment that arrives with the least delay tells when its first sample sounds, and every other
+// sample lies a whole number of samples beside it. What the server renders anew in the middle of a
+// block shows in the monitor from the next block on: a figure may be up to 5 ms too long, never
+// too short.
 
 #include <pulse/pulseaudio.h>
 #include <time.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <span>
 
 namespace {
 
 constexpr std::uint32_t rate = 48'000;
-constexpr std::int64_t nsPerSample = 1'000'000'000 / rate;
 constexpr std::int64_t quietBefore = rate / 20;
 constexpr std::int64_t quietBehind = rate * 3 / 100;
 
@@ -24,12 +33,40 @@ std::int64_t nowNs() {
     return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
+/// Places the samples of one uninterrupted stream on the monotonic clock.
+class StreamClock {
+  public:
+    /// A fragment of `size` samples has arrived.
+    void arrived(std::int64_t size, std::int64_t atNs) {
+        const std::int64_t origin = atNs - samplesBefore_ * 1'000'000'000 / rate;
+        recent_[fragments_++ % recent_.size()] = origin;
+        // The least delayed of the last second: the two clocks may drift apart for longer.
+        origin_ = *std::min_element(recent_.begin(),
+                                    recent_.begin() + std::min(fragments_, recent_.size()));
+        fragmentBegins_ = samplesBefore_;
+        samplesBefore_ += size;
+    }
+
+    /// When sample `index` of the fragment that arrived last sounds.
+    std::int64_t timeOf(std::int64_t index) const {
+        return origin_ + (fragmentBegins_ + index) * 1'000'000'000 / rate;
+    }
+
+  private:
+    std::array<std::int64_t, 200> recent_{};
+    std::size_t fragments_ = 0;
+    std::int64_t origin_ = 0;
+    std::int64_t fragmentBegins_ = 0;
+    std::int64_t samplesBefore_ = 0;
+};
+
 /// Finds the edges of sound in a run of samples.
 class Edges {
   public:
-    void feed(std::span<const std::int16_t> samples, std::int64_t endNs) {
+    void feed(std::span<const std::int16_t> samples, std::int64_t arrivedNs) {
+        clock_.arrived(std::ssize(samples), arrivedNs);
         for (std::size_t i = 0; i < samples.size(); ++i)
-            sample(samples[i], endNs - static_cast<std::int64_t>(samples.size() - i) * nsPerSample);
+            sample(samples[i], clock_.timeOf(static_cast<std::int64_t>(i)));
         std::fflush(stdout);
     }
 
@@ -48,6 +85,7 @@ class Edges {
         }
     }
 
+    StreamClock clock_;
     std::int64_t quiet_ = quietBefore;
     std::int64_t lastNs_ = 0;
     bool sounding_ = false;

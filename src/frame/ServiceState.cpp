@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <optional>
+
 #include "frame/AtomicFile.h"
 #include "frame/Home.h"
 #include "frame/Log.h"
@@ -22,8 +24,20 @@ void take(std::int64_t& field, const Json& document, std::string_view key) {
     field = json::intAt(document, key).value_or(field);
 }
 
+/// A document that nobody can read is about to be begun anew; what it held may still be of use.
+void setAsideIfUnreadable(const std::string& path, const std::optional<std::string>& bytes) {
+    if (!bytes || bytes->empty() || json::parseObject(*bytes)) return;
+    const std::string copy = path + ".unreadable";
+    const bool kept = AtomicFile::write(copy, *bytes);
+    Log::shared()
+        .child({{"class", "ServiceState"}, {"method", "update"}})
+        .warn("state document is no JSON object; beginning anew",
+              {{"result", {{"copy", kept ? copy : ""}, {"bytes", bytes->size()}}}});
+}
+
 void rewrite(const std::string& path, const ServiceState::Mutation& mutate) {
     const auto bytes = AtomicFile::read(path);
+    setAsideIfUnreadable(path, bytes);
     // A document that is there and can't be read now would lose every key if it were replaced.
     const bool isUnreadable = !bytes && ::access(path.c_str(), F_OK) == 0;
     const auto replacement = ServiceState::rewritten(bytes.value_or(std::string()), mutate);

@@ -44,9 +44,10 @@ struct ServiceState {
     static ServiceState from(const Json& document);
 
     /// Reads the document, applies `mutate` to it and replaces it, all under its lock. A document
-    /// that isn't a JSON object begins anew from an empty one; a failure to write is dropped. False
-    /// only if the lock couldn't be had, which is logged. `mutate` must leave an object and must
-    /// not call `update`; what it throws passes through.
+    /// that isn't a JSON object begins anew from an empty one, its bytes set aside as
+    /// `<path>.unreadable` with a warning; a failure to write is dropped. False only if the lock
+    /// couldn't be had, which is logged. `mutate` must leave an object and must not call `update`;
+    /// what it throws passes through.
     static bool update(const Mutation& mutate,
                        std::chrono::milliseconds timeout = StateLock::defaultTimeout);
 

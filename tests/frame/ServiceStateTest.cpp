@@ -126,14 +126,25 @@ TEST_F(ServiceStateTest, WritesPrettyWithSortedKeysForTheUserAlone) {
     EXPECT_EQ(status.st_mode & 0777, 0600U);
 }
 
-TEST_F(ServiceStateTest, ADocumentThatIsNoObjectBeginsAnew) {
-    for (const auto* content : {"", "{\"voice\":", "[1]", "5", "\xff"}) {
+TEST_F(ServiceStateTest, AnEmptyFileBeginsAnewWithNothingToSetAside) {
+    write("");
+    EXPECT_TRUE(ServiceState::update([](Json& state) { state["volume"] = 7; }));
+    EXPECT_EQ(document(), Json({{"volume", 7}}));
+    EXPECT_FALSE(std::filesystem::exists(ServiceState::path() + ".unreadable"));
+}
+
+TEST_F(ServiceStateTest, ADocumentThatIsNoObjectBeginsAnewAndIsSetAside) {
+    for (const auto* content :
+         {"{\"voice\":", "[1]", "5", "\xff", R"({"sessions":[],"beyond":1e999})"}) {
         write(content);
+        test::LogWatch log;
+        log.expect("state document is no JSON object; beginning anew");
         EXPECT_TRUE(ServiceState::update([](Json& state) {
             EXPECT_EQ(state, Json::object());
             state["volume"] = 7;
         }));
         EXPECT_EQ(document(), Json({{"volume", 7}})) << content;
+        EXPECT_EQ(test::readFile(ServiceState::path() + ".unreadable"), content);
     }
 }
 

@@ -1,0 +1,49 @@
+"""An installed program is whole: it needs neither the checkout nor the build tree."""
+import os
+import subprocess
+import tempfile
+import unittest
+from pathlib import Path
+
+from service import ROOT, Home, Service, assistant_line
+from soundlab import PrivateSound, short_folder, utterances, wait_for
+
+BUILD = Path(os.environ.get("SONRA_BUILD", ROOT / "build"))
+
+
+class Installed(unittest.TestCase):
+    def setUp(self):
+        prefix = tempfile.TemporaryDirectory()
+        self.addCleanup(prefix.cleanup)
+        self.prefix = Path(prefix.name)
+        subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(self.prefix)], check=True, timeout=60,
+                       stdout=subprocess.DEVNULL)
+
+    def test_a_prefix_holds_the_program_and_its_resources(self):
+        for name in ("bin/sonra", "share/sonra/scripts/tts_kokoro.py", "share/sonra/bin/uv"):
+            self.assertTrue(os.access(self.prefix / name, os.X_OK), name)
+        self.assertTrue((self.prefix / "share/sonra/cli").is_dir())
+
+    def test_an_installed_program_speaks_with_the_prefix_own_resources(self):
+        folder = short_folder()
+        self.addCleanup(folder.cleanup)
+        home = Home(folder.name)
+        sound = PrivateSound(folder.name)
+        sound.start()
+        self.addCleanup(sound.stop)
+        home.write_state(speed=1.0)
+        service = Service(home, sound.environment, program=self.prefix / "bin/sonra").wait_ready()
+        self.addCleanup(service.stop)
+        service.wait_warm()
+        children = Path(f"/proc/{service.process.pid}/task/{service.process.pid}/children").read_text().split()
+        commands = [Path(f"/proc/{child}/cmdline").read_text() for child in children]
+        self.assertTrue(any(str(self.prefix / "share/sonra/scripts/tts_kokoro.py") in command for command in commands), commands)
+        service.attach()
+        sound.record()
+        home.append(assistant_line(1, "Installed and heard"))
+        wait_for("the reply", lambda: home.log("chunk finished"))
+        self.assertEqual(len(utterances(sound.samples())), 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
