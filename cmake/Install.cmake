@@ -2,17 +2,21 @@
 # out alike, so that the program finds its resources from its own place.
 set(RESOURCES ${CMAKE_BINARY_DIR}/share/sonra)
 set(SCRIPTS ${PROJECT_SOURCE_DIR}/companion/tts_kokoro.py)
+# What the scripts import; they look for it beside themselves.
+set(MODULES tts_files.py tts_playing.py tts_voices.py)
+list(TRANSFORM MODULES PREPEND ${PROJECT_SOURCE_DIR}/companion/)
 set(LAUNCHERS ${PROJECT_SOURCE_DIR}/companion/uv)
 
 add_custom_target(resources ALL
     COMMAND ${CMAKE_COMMAND} -E make_directory ${RESOURCES}/scripts ${RESOURCES}/bin ${RESOURCES}/cli
-    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${SCRIPTS} ${RESOURCES}/scripts
+    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${SCRIPTS} ${MODULES} ${RESOURCES}/scripts
     COMMAND ${CMAKE_COMMAND} -E copy_if_different ${LAUNCHERS} ${RESOURCES}/bin
     COMMENT "Laying out share/sonra")
 
 if(SONRA_WITH_QT)
     install(TARGETS sonra RUNTIME DESTINATION bin)
     install(PROGRAMS ${SCRIPTS} DESTINATION share/sonra/scripts)
+    install(FILES ${MODULES} DESTINATION share/sonra/scripts)
     install(PROGRAMS ${LAUNCHERS} DESTINATION share/sonra/bin)
     install(DIRECTORY DESTINATION share/sonra/cli)
 endif()
