@@ -12,8 +12,10 @@ namespace {
 
 constexpr auto streamName = "Speech";
 
-Log logger() {
-    return Log::shared().child({{"class", "PulseFilePlayer"}});
+void warnOfBreak(const std::string& reason) {
+    Log::shared()
+        .child({{"class", "PulseFilePlayer"}})
+        .warn("sound broke off", {{"result", {{"reason", reason}}}});
 }
 
 }  // namespace
@@ -51,10 +53,6 @@ PulsePlaybackStream::EndCallback PulseFilePlayer::endReport() {
     };
 }
 
-void PulseFilePlayer::postEnd(End end, const std::string& reason) {
-    endReport()(end, reason);
-}
-
 bool PulseFilePlayer::play() {
     SONRA_ASSERT_MAIN_THREAD();
     if (over_) return false;
@@ -62,19 +60,29 @@ bool PulseFilePlayer::play() {
 }
 
 bool PulseFilePlayer::start() {
-    running_ = true;
     letGo_.cancel();
+    running_ = true;
     if (nothingLeft()) {
-        postEnd(End::heard, {});
+        endReport()(End::heard, {});
         return true;
     }
     if (const auto error = prepare()) {
-        running_ = false;
-        postEnd(End::broken, *error);
+        giveUp(*error);
         return false;
     }
     stream_->run();
     return true;
+}
+
+/// The end is decided and its report under way: from here on only `stop` makes a difference. The
+/// reason is logged now, since a caller who was refused may not wait for the report.
+void PulseFilePlayer::giveUp(const std::string& reason) {
+    over_ = true;
+    running_ = false;
+    warnOfBreak(reason);
+    loop_.post([weak = std::weak_ptr(self_)] {
+        if (const auto self = weak.lock()) (*self)->finish(false);
+    });
 }
 
 void PulseFilePlayer::pause() {
@@ -134,7 +142,7 @@ void PulseFilePlayer::ended(int streamNumber, End end, const std::string& reason
         dropStream();
         return;
     }
-    if (end != End::heard) logger().warn("sound broke off", {{"result", {{"reason", reason}}}});
+    if (end != End::heard) warnOfBreak(reason);
     finish(end == End::heard);
 }
 

@@ -22,8 +22,9 @@ namespace sonra {
 ///
 /// A seek, a pause that lasts (the sound server shall sleep) and a server that dies during a pause
 /// drop the stream and keep the position; `play` opens another one there. While running, the end of
-/// the stream is the end of the player. Main thread only; what libpulse's thread reports is posted,
-/// and is stale when the stream has changed.
+/// the stream is the end of the player. A stream that can't be opened ends it too, and no seek
+/// takes that back. Main thread only; what libpulse's thread reports is posted, and is stale when
+/// the stream has changed.
 class PulseFilePlayer final : public FilePlayer {
   public:
     PulseFilePlayer(MainLoop& loop, std::shared_ptr<PulseConnection> connection,
@@ -56,7 +57,7 @@ class PulseFilePlayer final : public FilePlayer {
     bool start();
     void dropStream();
     [[nodiscard]] PulsePlaybackStream::EndCallback endReport();
-    void postEnd(End end, const std::string& reason);
+    void giveUp(const std::string& reason);
     void ended(int streamNumber, End end, const std::string& reason);
     void finish(bool successfully);
 

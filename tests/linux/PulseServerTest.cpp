@@ -119,6 +119,62 @@ TEST_F(PulseServerTest, ResumingWithoutAServerEndsTheFile) {
     EXPECT_EQ(finished, std::vector<bool>{false});
 }
 
+TEST_F(PulseServerTest, ReasonOfAFailedResumeIsLoggedThoughNobodyWaitsForTheEnd) {
+    test::LogWatch log;
+    log.expect("sound broke off");
+    auto player = open(wav(marked(1)));
+    ASSERT_TRUE(player->play());
+    player->pause();
+    player->setCurrentTime(0.5);  // gives the stream back, so that `play` needs the server
+    server.freeze();
+    EXPECT_FALSE(player->play());
+    player.reset();
+    const auto records = log.records("sound broke off");
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0]["level"], 40);
+    EXPECT_EQ(records[0]["result"]["reason"], "Timeout");
+    server.thaw();
+    runFor(100ms);
+    EXPECT_TRUE(finished.empty());
+}
+
+TEST_F(PulseServerTest, SeekAfterAFailedOneDoesNotTakeItsEndBack) {
+    test::LogWatch log;
+    log.expect("sound broke off");
+    const auto player = open(wav(marked(3)));
+    ASSERT_TRUE(player->play());
+    ASSERT_TRUE(untilPosition(*player, 0.2));
+    server.kill();
+    player->setCurrentTime(1);
+    EXPECT_FALSE(player->isPlaying());
+    player->setCurrentTime(2);
+    EXPECT_TRUE(finished.empty());
+    ASSERT_TRUE(untilFinished());
+    EXPECT_EQ(finished, std::vector<bool>{false});
+    EXPECT_EQ(log.count("sound broke off"), 1U);
+}
+
+TEST_F(PulseServerTest, PauseAfterAFailedSeekDoesNotTakeItsEndBack) {
+    test::LogWatch log;
+    log.expect("sound broke off");
+    const auto player = open(wav(marked(3)));
+    ASSERT_TRUE(player->play());
+    ASSERT_TRUE(untilPosition(*player, 0.2));
+    server.kill();
+    player->setCurrentTime(1);
+    player->pause();
+    player->setCurrentTime(2);
+    // The server is back before anybody has heard of the end.
+    server.start();
+    EXPECT_FALSE(player->play());
+    player->setCurrentTime(0);
+    ASSERT_TRUE(untilFinished());
+    runFor(200ms);
+    EXPECT_EQ(finished, std::vector<bool>{false});
+    EXPECT_EQ(log.count("sound broke off"), 1U);
+    EXPECT_EQ(server.playbackStreams(), 0U);
+}
+
 TEST_F(PulseServerTest, MissingServerFailsAtOnceWithItsReasonAndIsTriedAgain) {
     const auto path = wav(marked(0.2));
     server.kill();
