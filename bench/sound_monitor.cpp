@@ -1,24 +1,19 @@
 // Tells when a sink begins and ceases to sound: a recorder on its monitor with fragments of 5 ms.
 //   sound_monitor SOURCE
-// prints "on <ns>" for the first sample after 50 ms of silence and "off <ns>" for the last one
-// before 30 ms of silence, on the monotonic clock. Staying open, it also keeps a null sink at work
+// prints "on <ns>" when sound begins after 50 ms of silence and "off <ns>" when 30 ms of silence
+// begin, on the monotonic clock. Staying open, it also keeps a null sink at work
 // in blocks of 5 ms.
 //
-// A sample's time is that of its place in the stream, not that of its fragment's arrival: a null
-// sink renders a block when the block begins to play and hands it to the monitor at once, so the
-// fragment that arrives with the least delay tells when its first sample sounds, and every other
-// sample lies a whole number of samples beside it. What the server renders anew in the middle of a
-// block shows in the monitor from the next block on: a figure may be up to 5 ms too long, never
-// too short.
+// An edge is dated by the arrival of the fragment that shows it: of the first sound, and of the
+// first silence behind the last one. Where within its block of 5 ms a null sink "plays" a sample is
+// a matter of definition; the arrival is what a listener can know, never too early and at most a
+// fragment too late. Counting back from the arrival gave figures below zero.
 
 #include <pulse/pulseaudio.h>
 #include <time.h>
 
-#include <algorithm>
-#include <array>
 #include <cstdint>
 #include <cstdio>
-#include <iterator>
 #include <span>
 
 namespace {
@@ -33,61 +28,33 @@ std::int64_t nowNs() {
     return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-/// Places the samples of one uninterrupted stream on the monotonic clock.
-class StreamClock {
-  public:
-    /// A fragment of `size` samples has arrived.
-    void arrived(std::int64_t size, std::int64_t atNs) {
-        const std::int64_t origin = atNs - samplesBefore_ * 1'000'000'000 / rate;
-        recent_[fragments_++ % recent_.size()] = origin;
-        // The least delayed of the last second: the two clocks may drift apart for longer.
-        origin_ = *std::min_element(recent_.begin(),
-                                    recent_.begin() + std::min(fragments_, recent_.size()));
-        fragmentBegins_ = samplesBefore_;
-        samplesBefore_ += size;
-    }
-
-    /// When sample `index` of the fragment that arrived last sounds.
-    std::int64_t timeOf(std::int64_t index) const {
-        return origin_ + (fragmentBegins_ + index) * 1'000'000'000 / rate;
-    }
-
-  private:
-    std::array<std::int64_t, 200> recent_{};
-    std::size_t fragments_ = 0;
-    std::int64_t origin_ = 0;
-    std::int64_t fragmentBegins_ = 0;
-    std::int64_t samplesBefore_ = 0;
-};
-
 /// Finds the edges of sound in a run of samples.
 class Edges {
   public:
     void feed(std::span<const std::int16_t> samples, std::int64_t arrivedNs) {
-        clock_.arrived(std::ssize(samples), arrivedNs);
-        for (std::size_t i = 0; i < samples.size(); ++i)
-            sample(samples[i], clock_.timeOf(static_cast<std::int64_t>(i)));
+        for (const auto value : samples) sample(value, arrivedNs);
         std::fflush(stdout);
     }
 
   private:
-    void sample(std::int16_t value, std::int64_t atNs) {
+    void sample(std::int16_t value, std::int64_t arrivedNs) {
         if (value != 0) {
             if (!sounding_ && quiet_ >= quietBefore) {
-                std::printf("on %lld\n", static_cast<long long>(atNs));
+                std::printf("on %lld\n", static_cast<long long>(arrivedNs));
                 sounding_ = true;
             }
-            lastNs_ = atNs;
             quiet_ = 0;
-        } else if (++quiet_ == quietBehind && sounding_) {
-            std::printf("off %lld\n", static_cast<long long>(lastNs_));
+            return;
+        }
+        if (quiet_++ == 0) silentNs_ = arrivedNs;
+        if (quiet_ == quietBehind && sounding_) {
+            std::printf("off %lld\n", static_cast<long long>(silentNs_));
             sounding_ = false;
         }
     }
 
-    StreamClock clock_;
     std::int64_t quiet_ = quietBefore;
-    std::int64_t lastNs_ = 0;
+    std::int64_t silentNs_ = 0;
     bool sounding_ = false;
 };
 

@@ -35,7 +35,8 @@ class Installed(unittest.TestCase):
         service = Service(home, sound.environment, program=self.prefix / "bin/sonra").wait_ready()
         self.addCleanup(service.stop)
         service.wait_warm()
-        children = Path(f"/proc/{service.process.pid}/task/{service.process.pid}/children").read_text().split()
+        tasks = Path(f"/proc/{service.process.pid}/task").glob("*/children")
+        children = [child for task in tasks for child in task.read_text().split()]
         commands = [Path(f"/proc/{child}/cmdline").read_text() for child in children]
         self.assertTrue(any(str(self.prefix / "share/sonra/scripts/tts_kokoro.py") in command for command in commands), commands)
         service.attach()
