@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fstream>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -183,6 +184,65 @@ TEST(FileSink, TheDefaultOneStandsBelowTheHome) {
     sink->write("here");
     sink->flush();
     EXPECT_EQ(readFile(home / "Library/Logs/Sonra/sonra.ndjson"), "here\n");
+}
+
+/// The default log file, brought close to its end without writing all of it.
+class DefaultLog {
+  public:
+    static constexpr std::uintmax_t limit = 10'485'760;
+
+    std::string path(int old = 0) const {
+        return home_ / "Library/Logs/Sonra/sonra.ndjson" +
+               (old == 0 ? "" : "." + std::to_string(old));
+    }
+    /// Begins the file anew, with room for so many bytes more.
+    void leaveRoom(std::uintmax_t room) const {
+        test::writeFile(path(), "");
+        std::filesystem::resize_file(path(), limit - room - 1);
+        test::appendFile(path(), "\n");
+    }
+    FileSink& sink() { return *sink_; }
+
+  private:
+    const test::TempHome home_;
+    const std::shared_ptr<FileSink> sink_ = FileSink::defaultMacSink();
+};
+
+/// A file's last ten characters, without the newline behind them.
+std::string endOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    in.seekg(-11, std::ios::end);
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+TEST(FileSink, TheDefaultOneRotatesAtTenMebibytes) {
+    DefaultLog log;
+    log.leaveRoom(10);
+    log.sink().write("12345678");
+    log.sink().flush();
+    EXPECT_EQ(std::filesystem::file_size(log.path()), DefaultLog::limit - 1);
+    EXPECT_FALSE(exists(log.path(1)));
+    log.sink().write("");
+    log.sink().flush();
+    EXPECT_FALSE(exists(log.path()));
+    EXPECT_EQ(std::filesystem::file_size(log.path(1)), DefaultLog::limit);
+}
+
+TEST(FileSink, TheDefaultOneKeepsFiveOldFilesAndNeverASixth) {
+    DefaultLog log;
+    for (int rotation = 1; rotation <= 8; ++rotation) {
+        log.leaveRoom(2);
+        log.sink().write("rotation " + std::to_string(rotation));
+        log.sink().flush();
+        for (int old = 1; old <= 5; ++old) {
+            ASSERT_EQ(exists(log.path(old)), old <= rotation) << old << " after " << rotation;
+            if (old > rotation) continue;
+            EXPECT_EQ(endOf(log.path(old)), "rotation " + std::to_string(rotation - old + 1));
+        }
+        ASSERT_FALSE(exists(log.path(6))) << rotation;
+    }
 }
 
 TEST(FileSink, ThereIsNoneWhereItsDirectoryCannotBeHad) {

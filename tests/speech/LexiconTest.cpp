@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pwd.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <barrier>
+#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <ostream>
@@ -401,6 +404,52 @@ TEST(LexiconProfile, DefaultDirectoryIsBelowHome) {
     Lexicon::addEntry("nginx", "engine x");
     EXPECT_TRUE(std::filesystem::exists(home.shared() + "/profile.json"));
     EXPECT_EQ(Lexicon::applyToSynthText("nginx"), "engine x");
+}
+
+TEST(LexiconProfile, DefaultDirectoryWithoutHomeIsBelowTheAccountsHome) {
+    const test::TempHome home;
+    ::unsetenv("HOME");
+    EXPECT_EQ(Lexicon::defaultDirectory(),
+              std::string(::getpwuid(::getuid())->pw_dir) + "/.claude/tts");
+}
+
+/// Counts how often a file is opened.
+class OpenCounter {
+  public:
+    explicit OpenCounter(const std::string& path) {
+        EXPECT_GE(::inotify_add_watch(events_.get(), path.c_str(), IN_OPEN | IN_CLOSE_NOWRITE), 0);
+    }
+    /// Since the last call. Two that open at the same instant may count as one.
+    int take() const {
+        alignas(inotify_event) char buffer[4096];
+        const auto got = ::read(events_.get(), buffer, sizeof buffer);
+        int opens = 0;
+        for (ssize_t at = 0; at < got; at += static_cast<ssize_t>(sizeof(inotify_event)))
+            if ((reinterpret_cast<const inotify_event*>(buffer + at)->mask & IN_OPEN) != 0) ++opens;
+        return opens;
+    }
+
+  private:
+    UniqueFd events_{::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+};
+
+TEST(LexiconProfile, ThreadsThatAskAtOnceReadAndCompileOnce) {
+    for (int round = 0; round < 20; ++round) {
+        const test::TempDir dir;
+        Lexicon::save(dir.path(), numbered(500));
+        const OpenCounter opened(profileOf(dir));
+        std::barrier together(4);
+        {
+            std::vector<std::jthread> threads;
+            threads.reserve(4);
+            for (int t = 0; t < 4; ++t)
+                threads.emplace_back([&] {
+                    together.arrive_and_wait();
+                    EXPECT_EQ(Lexicon::applyToSynthText("word7", dir.path()), "x");
+                });
+        }
+        ASSERT_EQ(opened.take(), 1) << round;
+    }
 }
 
 TEST(LexiconProfile, ThreadsThatAddAtOnceLoseNothing) {
