@@ -17,18 +17,24 @@ from lab import (BIN, ROOT, Home, Monitor, PrivateSound, Relay, Service, accept_
 ROUNDS = 50
 SENTENCE = "The parser now reads each line once and hands over whole messages, which makes it a good deal faster"
 assert len(SENTENCE) == 100
+PEERS_WIDTH = 76
 rows = []
 
 
-def row(figure, value, target, unit, peer=None, reference=""):
-    """`peer` is (name, value measured now), or None; more is worse unless the target begins with '>'."""
+def beside(value, name, theirs):
+    return f"{name} {theirs:.1f}" + (f" ({value / theirs:.2f} of it)" if theirs else "")
+
+
+def row(figure, value, target, unit, others=(), reference=""):
+    """`others` are what peers returned: (name, value measured now), or None. More is worse unless the target begins with '>'."""
+    others = [other for other in others if other]
     wanted = float(target.lstrip("<>= "))
     fits = value >= wanted if target.startswith(">") else value <= wanted
     rows.append({"figure": figure, "value": value, "unit": unit, "target": target, "ok": fits,
-                 "peer": peer[0] if peer else None, "peerValue": peer[1] if peer else None, "reference": reference})
+                 "peers": [{"name": name, "value": theirs} for name, theirs in others], "reference": reference})
     mark = "ok" if fits else "OVER"
-    beside = f"{peer[0]} {peer[1]:.1f} ({value / peer[1]:.2f} of it)" if peer and peer[1] else "-"
-    print(f"{figure:<58} {value:>10.1f} {unit:<4} {target:>9} {mark:<5} {beside:<38} {reference}", flush=True)
+    measured = ", ".join(beside(value, *other) for other in others) or "-"
+    print(f"{figure:<58} {value:>10.1f} {unit:<4} {target:>9} {mark:<5} {measured:<{PEERS_WIDTH}} {reference}", flush=True)
 
 
 class Bench:
@@ -96,8 +102,8 @@ def speech():
         bench = Bench(folder, instant=0.2)
         median, p90 = latencies(bench, ROUNDS)
         bench.close()
-    tail = peers.tail_into_paplay()
-    row("appended line to first sound, instant worker: median", median, "<= 8", "ms", tail, "mpd 4.3, tail|paplay 6.8, mpv 12.2")
+    others = [measure() for measure in (peers.mpd_first_sound, peers.tail_into_paplay, peers.mpv_first_sound)]
+    row("appended line to first sound, instant worker: median", median, "<= 8", "ms", others, "mpd 4.3, tail|paplay 6.8, mpv 12.2")
     row("  the same, p90", p90, "<= 12", "ms")
     with short_folder() as folder:
         bench = Bench(folder, instant=0.2, relay=True)
@@ -113,7 +119,8 @@ def speech():
         bench = Bench(folder)
         median, _ = latencies(bench, ROUNDS)
         bench.close()
-    row("  with the embedded voice, 100 characters: median", median, "<= 25", "ms", peers.tail_into_espeak(), "tail|espeak-ng|paplay 14.4")
+    row("  with the embedded voice, 100 characters: median", median, "<= 25", "ms", [peers.tail_into_espeak()],
+        "tail|espeak-ng|paplay 14.4")
 
 
 def transport():
@@ -138,8 +145,11 @@ def transport():
                 bench.wait_silent()
             results[command] = median_p90(values)
         bench.close()
+    pause, cancel = peers.mpv_pause(), peers.speech_dispatcher_cancel()
+    # Theirs that does the same: a pause, or to drop what is being said.
+    others = {"pause": [pause], "skip": [cancel], "clear": [cancel]}
     for command, (median, p90) in results.items():
-        row(f"{command} to silence: median", median, "<= 10", "ms", None, "mpv 5, speech-dispatcher 32")
+        row(f"{command} to silence: median", median, "<= 10", "ms", others[command], "mpv 5, speech-dispatcher 32")
         row("  the same, p90", p90, "<= 10", "ms")
 
 
@@ -153,7 +163,8 @@ def start():
                                       home.socket_path)
             values.append(took)
             end(process)
-    row("start to the socket accepting: median", median_p90(values)[0], "<= 60", "ms", peers.mpv_start(), "mpv 96, mpd 136")
+    row("start to the socket accepting: median", median_p90(values)[0], "<= 60", "ms",
+        [peers.mpv_start(), peers.mpd_start()], "mpv 96, mpd 136")
 
 
 def rest():
@@ -163,7 +174,8 @@ def rest():
         memory = pss_kb(bench.pid) / 1024
         quiet = wakeups(bench.pid, 20)
         bench.close()
-    row("memory at rest, one session attached (PSS)", memory, "<= 25", "MB", peers.mpv_memory(), "empty Qt tray program 14, mpd 41, mpv 48")
+    row("memory at rest, one session attached (PSS)", memory, "<= 25", "MB",
+        [peers.mpv_memory(), peers.mpd_memory()], "empty Qt tray program 14, mpd 41, mpv 48")
     row("wake-ups at rest, one session attached", quiet, "<= 2.5", "/s")
 
 
@@ -177,7 +189,8 @@ def sound():
         time.sleep(2)
         after = wakeups(server, 5)
         bench.close()
-    row(f"the sound server's wake-ups after the last word (before: {before:.1f})", after, "<= 1", "/s", None, "speech-dispatcher leaves it at 408")
+    row(f"the sound server's wake-ups after the last word (before: {before:.1f})", after, "<= 1", "/s",
+        [peers.wakeups_after_speech_dispatcher()], "speech-dispatcher leaves it at 408")
 
 
 def commands():
@@ -193,7 +206,7 @@ def commands():
             wait_for("the last command", lambda: state.stat().st_mtime_ns != before and bench.home.state().get("paused"), 120, 0.001)
             took = time.monotonic() - began
         bench.close()
-    row("socket commands a second, log at info", count / took, ">= 60000", "/s", peers.mpv_commands(), "mpv 75,000 without a log")
+    row("socket commands a second, log at info", count / took, ">= 60000", "/s", [peers.mpv_commands()], "mpv 75,000 without a log")
 
 
 def flood():
@@ -214,7 +227,7 @@ def flood():
         wait_for("the flood to be through", lambda: bench.home.state().get("paused"))
         gained = (pss_kb(bench.pid) - before) / 1024
         bench.close()
-    row("memory gained by 200 MB without a newline", gained, "<= 2", "MB", None, "a plain Qt socket server 215")
+    row("memory gained by 200 MB without a newline", gained, "<= 2", "MB", (), "a plain Qt socket server 215")
 
 
 def cleaning():
@@ -231,7 +244,7 @@ def main(names):
         raise SystemExit(f"bench: no such group: {' '.join(unknown)}; there are {' '.join(GROUPS)}")
     load = os.getloadavg()[0]
     print(f"load at the start: {load:.2f}" + (" (figures of a busy machine are worth little)" if load > 1 else ""))
-    print(f"{'figure':<58} {'measured':>15} {'target':>9}       {'peer, measured now':<38} peers (reference)")
+    print(f"{'figure':<58} {'measured':>15} {'target':>9}       {'peers, measured now':<{PEERS_WIDTH}} peers (reference)")
     for name in names or GROUPS:
         GROUPS[name]()
     (ROOT / "build/bench.json").write_text(json.dumps(rows, indent=2) + "\n")
