@@ -12,15 +12,18 @@ import tempfile
 import time
 import unittest
 import wave
+from collections.abc import Callable
 from pathlib import Path
 
 COMPANION = Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(COMPANION))
-import tts_kokoro  # noqa: E402, F401  the tests import it from here
+import tts_playing  # noqa: E402, F401  the tests import them from here
+import tts_voices  # noqa: E402, F401
 
 HELPER = COMPANION / "tts_kokoro.py"
 LAUNCHER = COMPANION / "uv"
 SENTENCE = "We were away a year ago, and now all our rooms are ready for the summer."
+LONG = SENTENCE * 2000  # takes a synthesizer many seconds
 LIMIT = 20.0  # seconds; far beyond anything that these tests wait for
 
 
@@ -61,6 +64,21 @@ class HelperTest(unittest.TestCase):
     def files(self) -> list[str]:
         return sorted(p.name for p in self.dir.iterdir() if p.is_file())
 
+    def until(self, holds: Callable[[], bool]) -> None:
+        deadline = time.monotonic() + LIMIT
+        while not holds():
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
+
+    def until_busy(self, pid: int) -> None:
+        """Until the process has computed for a tenth of a second."""
+
+        def ticks() -> int:
+            return int(Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[11])
+
+        start = ticks()
+        self.until(lambda: ticks() >= start + 10)
+
 
 class Worker:
     """A helper in worker mode, through real pipes."""
@@ -96,12 +114,20 @@ class Worker:
         return json.loads(line)
 
     def request(self, **changes: object) -> dict:
-        """Sends a good request with `changes` to it; None takes a field away."""
+        """The answer to a good request with `changes` to it; None takes a field away."""
+        self.ask(**changes)
+        return self.reply()
+
+    def ask(self, **changes: object) -> None:
         request = {"type": "synth_file", "id": 1, "text": SENTENCE, "voice": "af_heart", "speed": "1.0"}
         request.update(outWav=str(self.dir / "out.wav"))
         request.update(changes)
         self.write(json.dumps({k: v for k, v in request.items() if v is not None}).encode() + b"\n")
-        return self.reply()
+
+    def leave(self) -> None:
+        """Closes both pipes, as a service's end does."""
+        self.process.stdin.close()
+        self.process.stdout.close()
 
     def rest(self) -> bytes:
         return self._buffer + self.process.stdout.read()

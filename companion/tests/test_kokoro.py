@@ -7,12 +7,14 @@ and nothing is cached, these tests are skipped.
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
+import time
 import unittest
 from pathlib import Path
 
-from support import COMPANION, HELPER, LAUNCHER, SENTENCE, HelperTest, Recording, Worker
+from support import COMPANION, HELPER, LAUNCHER, LIMIT, LONG, SENTENCE, HelperTest, Recording, Worker
 
 CACHE = Path(os.environ.get("SONRA_PY_CACHE") or COMPANION.parent / "build/py").absolute()
 UV_ENV = {**os.environ, "UV_CACHE_DIR": str(CACHE / "uv-cache"), "UV_NO_PROGRESS": "1"}
@@ -129,6 +131,47 @@ class Kokoro(HelperTest):
         speech = self.start()
         speech.process.stdin.close()
         self.assertEqual(speech.process.wait(20), 0)
+
+    def test_callers_that_have_gone_end_it_at_work_though_uv_lives_on(self) -> None:
+        speech = self.start()
+        speech.ask(text=LONG)
+        self.until_busy(speech.ready["pid"])
+        self.assertNotEqual(speech.ready["pid"], speech.process.pid)
+        began = time.monotonic()
+        speech.leave()
+        self.assertEqual(speech.process.wait(LIMIT), 0)
+        self.assertLess(time.monotonic() - began, 2)
+        self.assertFalse(self.out.exists())
+
+    def test_packages_files_go_with_the_worker(self) -> None:
+        for end, status in (
+            (lambda speech: speech.process.stdin.close(), 0),
+            (lambda speech: speech.leave(), 0),
+            (lambda speech: os.kill(speech.ready["pid"], signal.SIGTERM), 128 + signal.SIGTERM),
+        ):
+            speech = self.start()
+            self.take(speech)
+            self.assertGreater(len(self.copies()), 0)
+            (directory,) = {path.relative_to(self.dir).parts[0] for path in self.copies()}
+            self.assertTrue(directory.startswith(f"sonra-{os.getuid()}-{speech.ready['pid']}-"), directory)
+            end(speech)
+            self.assertEqual(speech.process.wait(LIMIT), status)
+            self.assertEqual((self.copies(), list(self.dir.glob("sonra-*"))), ([], []))
+            self.assertNotIn("Traceback", speech.errors())
+
+    def test_packages_find_another_place_when_theirs_is_gone_or_cannot_be_made(self) -> None:
+        speech = self.start()
+        for directory in self.dir.glob("sonra-*"):
+            shutil.rmtree(directory)
+        self.take(speech)
+        self.assertGreater(len(self.copies()), 0)
+        self.env["TMPDIR"] = str(self.dir / "absent")
+        speech = self.start()
+        self.assertIn("Kokoro", speech.ready["backend"])
+        self.take(speech)
+
+    def copies(self) -> list[Path]:
+        return list(self.dir.glob("**/libespeak-ng.so*"))
 
     def test_one_shot(self) -> None:
         command = [str(LAUNCHER), "run", "--script", str(HELPER), str(self.text_file(SENTENCE)), str(self.out)]

@@ -12,14 +12,14 @@ import time
 import unittest
 from pathlib import Path
 
-from support import HELPER, LIMIT, SENTENCE, HelperTest, Recording, tts_kokoro
+from support import HELPER, LIMIT, SENTENCE, HelperTest, Recording, tts_playing
 
 REPLY = "First things first. Then comes the rest of it. And some more.\n\n- A list item\n" + SENTENCE
 
 
 class Pieces(unittest.TestCase):
     def test_table(self) -> None:
-        limit = tts_kokoro.PIECE_CHARS
+        limit = tts_playing.PIECE_CHARS
         sentence = "x" * 99 + "."
         for text, expected in (
             ("One sentence.", ["One sentence."]),
@@ -33,11 +33,11 @@ class Pieces(unittest.TestCase):
             ("word " * 100, [("word " * 60).strip(), ("word " * 40).strip()]),
         ):
             with self.subTest(text[:30]):
-                self.assertEqual(tts_kokoro.pieces(text), expected)
+                self.assertEqual(tts_playing.pieces(text), expected)
 
     def test_loses_no_word(self) -> None:
         for text in (REPLY, SENTENCE * 40, "a" * 1000 + " b. " + "c " * 700):
-            self.assertEqual("".join("".join(tts_kokoro.pieces(text)).split()), "".join(text.split()))
+            self.assertEqual("".join("".join(tts_playing.pieces(text)).split()), "".join(text.split()))
 
 
 class Service:
@@ -90,7 +90,7 @@ class NowPlaying(HelperTest):
 
     def test_pieces_arrive_in_order_as_play_commands(self) -> None:
         lines = self.play(TTS_NARRATION_TEXT="What the reply is about")
-        self.assertEqual([line["text"] for line in lines], tts_kokoro.pieces(REPLY))
+        self.assertEqual([line["text"] for line in lines], tts_playing.pieces(REPLY))
         self.assertEqual(len(lines), 4)
         for line in lines:
             self.assertEqual((line["proto"], line["cmd"]), (1, "play"))
@@ -312,12 +312,6 @@ class SoundServer(HelperTest):
         self.addCleanup(process.wait)
         self.addCleanup(process.terminate)
         return process
-
-    def until(self, holds) -> None:
-        deadline = time.monotonic() + LIMIT
-        while not holds():
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.02)
 
     def heard(self, **env: str) -> Recording:
         path = self.dir / "heard.wav"

@@ -4,12 +4,10 @@ import array
 import itertools
 import json
 import os
-import signal
-import time
 import unittest
 from pathlib import Path
 
-from support import LIMIT, SENTENCE, HelperTest, Recording, Worker, distance, tts_kokoro
+from support import LIMIT, SENTENCE, HelperTest, Recording, Worker, distance, tts_voices
 
 VOICES = (
     *("af_heart", "af_bella", "af_nicole", "af_sarah", "af_jessica", "af_sky"),
@@ -75,13 +73,13 @@ class Choosing(unittest.TestCase):
             return 0
 
     def told(self, voice: str, speed: float) -> list[object]:
-        backend = object.__new__(tts_kokoro.EspeakBackend)
+        backend = object.__new__(tts_voices.EspeakBackend)
         backend._library = self.Library()
         backend._choose(voice, speed)
         return backend._library.told
 
     def test_accent_of_every_voice(self) -> None:
-        self.assertEqual(set(tts_kokoro.ESPEAK_VOICES), set(VOICES))
+        self.assertEqual(set(tts_voices.ESPEAK_VOICES), set(VOICES))
         accents = {"af": "en-us", "am": "en-us", "bf": "en", "bm": "en"}
         variants = set()
         for voice in VOICES:
@@ -100,8 +98,8 @@ class Trimming(unittest.TestCase):
     RATE = 22_050
 
     def trim(self, samples: list[int]) -> list[int]:
-        sound = tts_kokoro.Sound(array.array("h", samples).tobytes(), self.RATE)
-        return memoryview(tts_kokoro.trimmed(sound).pcm).cast("h").tolist()
+        sound = tts_voices.Sound(array.array("h", samples).tobytes(), self.RATE)
+        return memoryview(tts_voices.trimmed(sound).pcm).cast("h").tolist()
 
     def test_keeps_a_soft_first_sound_and_a_little_before_it(self) -> None:
         soft = [3, -9, 33, -60, 200, -900, 4000, 5, -40, 7]
@@ -285,60 +283,6 @@ class Requests(HelperTest):
         for number in range(200):
             self.speech.request(id=number, voice=voices[number % 19])
         self.assertLess(resident() - before, 1024, "KiB")
-
-
-class Ending(HelperTest):
-    def test_quit_line(self) -> None:
-        speech = self.ready_worker()
-        speech.write(b'{"type":"quit"}\n')
-        self.assertEqual(speech.process.wait(LIMIT), 0)
-        self.assertEqual(speech.rest(), b"")
-
-    def test_end_of_input(self) -> None:
-        speech = self.ready_worker()
-        speech.process.stdin.close()
-        self.assertEqual(speech.process.wait(LIMIT), 0)
-
-    def test_quit_before_ready(self) -> None:
-        speech = self.worker()
-        speech.write(b'{"type":"quit"}\n')
-        self.assertEqual(speech.process.wait(LIMIT), 0)
-
-    def test_termination_at_rest(self) -> None:
-        speech = self.ready_worker()
-        speech.process.terminate()
-        self.assertEqual(speech.process.wait(LIMIT), 128 + signal.SIGTERM)
-
-    def test_termination_while_speaking_leaves_no_file(self) -> None:
-        speech = self.ready_worker()
-        request = {"type": "synth_file", "id": 1, "text": SENTENCE * 2000, "voice": "af_heart", "speed": "0.5"}
-        speech.write(json.dumps({**request, "outWav": str(self.dir / "out.wav")}).encode() + b"\n")
-        self.until_busy(speech.process.pid)
-        began = time.monotonic()
-        speech.process.terminate()
-        self.assertEqual(speech.process.wait(LIMIT), 128 + signal.SIGTERM)
-        self.assertLess(time.monotonic() - began, 2)
-        self.assertEqual(self.files(), [])
-
-    def until_busy(self, pid: int) -> None:
-        def ticks() -> int:
-            return int(Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[11])
-
-        start, deadline = ticks(), time.monotonic() + LIMIT
-        while ticks() < start + 10:
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.01)
-
-    def test_interrupt_from_the_terminal_is_the_services_business(self) -> None:
-        speech = self.ready_worker()
-        speech.process.send_signal(signal.SIGINT)
-        self.assertTrue(speech.request()["ok"])
-
-    def test_reader_that_has_gone(self) -> None:
-        speech = self.ready_worker()
-        speech.process.stdout.close()
-        speech.write(b"x\n")
-        self.assertEqual(speech.process.wait(LIMIT), 0)
 
 
 class OneShot(HelperTest):

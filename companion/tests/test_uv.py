@@ -4,11 +4,10 @@ import os
 import shutil
 import signal
 import subprocess
-import time
 import unittest
 from pathlib import Path
 
-from support import LAUNCHER, LIMIT, HelperTest, tts_kokoro
+from support import LAUNCHER, LIMIT, HelperTest, tts_voices
 
 
 class Launcher(HelperTest):
@@ -52,9 +51,9 @@ class Launcher(HelperTest):
 
     def test_with_model_the_real_uv_gets_everything(self) -> None:
         self.program("uv", 'echo uv "$@"')
-        for name in tts_kokoro.MODEL_NAMES:
+        for name in tts_voices.MODEL_NAMES:
             with self.subTest(name):
-                self.add_model(name, tts_kokoro.VOICES_NAMES[0])
+                self.add_model(name, tts_voices.VOICES_NAMES[0])
                 self.assertRuns(self.launch(), self.worker_by_uv)
                 (self.models / name).unlink()
 
@@ -147,12 +146,6 @@ class Launcher(HelperTest):
         os.killpg(launcher.pid, signal.SIGTERM)
         self.assertEqual(launcher.wait(LIMIT), -signal.SIGTERM)
         self.until(lambda: not trial.exists() or "Z (" in (trial / "status").read_text())
-
-    def until(self, holds) -> None:
-        deadline = time.monotonic() + LIMIT
-        while not holds():
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.01)
 
     def test_uv_that_is_no_program_is_passed_over(self) -> None:
         self.add_model()
