@@ -70,7 +70,6 @@ class MenuBarController {
   private:
     struct Shown;
 
-    [[nodiscard]] std::vector<MenuRow> rows() const;
     void updateIcon();
 
     StatusItem& item_;
