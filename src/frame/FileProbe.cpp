@@ -1,10 +1,17 @@
 #include "frame/FileProbe.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 
 namespace sonra {
+
+std::optional<FileIdentity> identify(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) return std::nullopt;
+    return FileIdentity{status.st_dev, status.st_ino};
+}
 
 bool fileExists(const std::string& path) {
     std::error_code ignored;

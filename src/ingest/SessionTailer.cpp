@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "frame/FileProbe.h"
 #include "frame/ThreadAffinity.h"
 #include "ingest/FileTail.h"
 #include "ingest/LiveTailReader.h"
@@ -39,6 +40,7 @@ struct SessionTailer::State : std::enable_shared_from_this<SessionTailer::State>
     TailOffset offset;
     std::unique_ptr<FileWatch> watch;
     std::optional<std::string> watchedPath;
+    std::optional<FileIdentity> watchedFile;
     LoopHandle pollTimer;
     bool started = false;
     unsigned stops = 0;  ///< a step that finds it changed has been stopped meanwhile
@@ -49,6 +51,7 @@ struct SessionTailer::State : std::enable_shared_from_this<SessionTailer::State>
     void deliver(const LiveTailReader::Reading& reading, unsigned stopsBefore);
     void armWatch(const std::string& location);
     void disarmWatch();
+    [[nodiscard]] bool isWatching(const std::string& location) const;
     void armPollTimer();
     void onEvents(FileEvents events);
     void resetIfTruncated(const std::string& location);
@@ -73,6 +76,9 @@ void SessionTailer::State::stop() {
 }
 
 void SessionTailer::State::armWatch(const std::string& location) {
+    // Looked at before it is watched: a file that takes the name in between makes the next step arm
+    // once too often rather than never.
+    watchedFile = identify(location);
     watch = watcher.watch(location, [weak = weak_from_this()](FileEvents events) {
         if (const auto self = weak.lock()) self->onEvents(events);
     });
@@ -82,6 +88,12 @@ void SessionTailer::State::armWatch(const std::string& location) {
 void SessionTailer::State::disarmWatch() {
     watch.reset();
     watchedPath.reset();
+}
+
+/// A watch stays with its file and isn't told when a folder above is renamed, or a link to it leads
+/// elsewhere.
+bool SessionTailer::State::isWatching(const std::string& location) const {
+    return watchedPath == location && watchedFile == identify(location);
 }
 
 void SessionTailer::State::armPollTimer() {
@@ -114,7 +126,7 @@ void SessionTailer::State::tick() {
     const unsigned stopsBefore = stops;
     const std::string location = options.pathProvider();
     if (stops != stopsBefore) return;
-    if (started && watchedPath != location) {
+    if (started && !isWatching(location)) {
         disarmWatch();
         armWatch(location);
     }

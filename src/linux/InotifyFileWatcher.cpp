@@ -1,7 +1,6 @@
 #include "linux/InotifyFileWatcher.h"
 
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "frame/FileProbe.h"
 #include "frame/Log.h"
 #include "frame/ThreadAffinity.h"
 #include "linux/InotifyEvents.h"
@@ -26,20 +26,6 @@ constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT;
 // Opening and reading are left out: the owner of a watch reads the file, which must not wake it
 // again.
 constexpr std::uint32_t watchedMask = writtenMask | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
-
-/// What tells the file at a path from another one that took its place.
-struct FileIdentity {
-    dev_t device;
-    ino_t inode;
-
-    bool operator==(const FileIdentity&) const = default;
-};
-
-std::optional<FileIdentity> identify(const std::string& path) {
-    struct stat info {};
-    if (stat(path.c_str(), &info) != 0) return std::nullopt;
-    return FileIdentity{info.st_dev, info.st_ino};
-}
 
 }  // namespace
 

@@ -256,6 +256,30 @@ TEST_F(SessionTailerTest, ASessionThatMovesToAnotherFileIsFollowedWithinOnePoll)
     EXPECT_EQ(watcher.armed(), Texts{path});
 }
 
+TEST_F(SessionTailerTest, AnotherFileAtThePathIsWatchedByTheNextPollThoughNobodyReportedIt) {
+    fs::create_directory(dir / "folder");
+    path = dir / "folder/transcript.jsonl";
+    writeFile(path, assistantLine("old", "A long reply that was there before."));
+    auto& followed = started();
+    EXPECT_EQ(watcher.armings(), 1U);
+    loop.advance(3 * 750ms);
+    EXPECT_EQ(watcher.armings(), 1U);
+    fs::rename(dir / "folder", dir / "away");
+    loop.advance(750ms);
+    EXPECT_FALSE(followed.watchedPath());
+    fs::rename(dir / "away", dir / "folder");
+    loop.advance(750ms);
+    EXPECT_EQ(followed.watchedPath(), path);
+    EXPECT_EQ(watcher.armed(), Texts{path});
+    fs::rename(path, path + ".old");
+    writeFile(path, assistantLine("u-1", "New."));
+    loop.advance(750ms);
+    EXPECT_EQ(heard.back(), "u-1: New.");
+    EXPECT_EQ(watcher.armings(), 3U);
+    loop.advance(3 * 750ms);
+    EXPECT_EQ(watcher.armings(), 3U);
+}
+
 TEST_F(SessionTailerTest, WithoutFileWatchesThePollAloneDelivers) {
     writeFile(path, "");
     watcher.refuseAll(true);

@@ -7,6 +7,7 @@
 #include "ingest/NativeNarration.h"
 #include "ingest/SessionTailer.h"
 #include "linux/InotifyFileWatcher.h"
+#include "support/ManualLoop.h"
 #include "support/PollLoop.h"
 #include "support/TempDir.h"
 #include "support/TranscriptLines.h"
@@ -25,8 +26,11 @@ using test::writeFile;
 class FollowedTranscript : public testing::Test {
   protected:
     void follow(MainLoop::Duration pollInterval = std::chrono::hours(1)) {
+        follow(loop, pollInterval);
+    }
+    void follow(MainLoop& pollLoop, MainLoop::Duration pollInterval) {
         tailer = std::make_unique<SessionTailer>(
-            loop, watcher, reader,
+            pollLoop, watcher, reader,
             SessionTailer::Options{
                 .sessionId = "session-1",
                 .startOffset = std::nullopt,
@@ -56,6 +60,7 @@ class FollowedTranscript : public testing::Test {
 
     test::TempDir dir;
     test::PollLoop loop;
+    test::ManualLoop clock;  ///< for a poll that comes when the test says so
     InotifyFileWatcher watcher{loop};
     ClaudeCodeReader reader;
     std::string path = dir / "transcript.jsonl";
@@ -141,6 +146,43 @@ TEST_F(FollowedTranscript, AFileThatAppearsLateIsReadWhole) {
     writeFile(path, assistantLine("u-1", "One.") + assistantLine("u-2", "Two."));
     EXPECT_TRUE(hears({"u-1", "u-2"}));
     EXPECT_EQ(tailer->watchedPath(), path);
+}
+
+TEST_F(FollowedTranscript, AFolderRenamedAwayIsNoticedByThePollAndItsSuccessorIsWatched) {
+    fs::create_directory(dir / "project");
+    path = dir / "project/transcript.jsonl";
+    writeFile(path, assistantLine("old", "Old."));
+    follow(clock, SessionTailer::defaultPollInterval);
+    fs::rename(dir / "project", dir / "away");
+    clock.advance(SessionTailer::defaultPollInterval);
+    EXPECT_FALSE(tailer->watchedPath());
+    fs::create_directory(dir / "project");
+    writeFile(path, assistantLine("u-1", "New, and longer than the old one."));
+    clock.advance(SessionTailer::defaultPollInterval);
+    EXPECT_EQ(heard, std::vector<std::string>{"u-1"});
+    EXPECT_EQ(tailer->watchedPath(), path);
+    // From here on the clock stands still: what is heard was told by a file event.
+    appendFile(path, assistantLine("u-2", "Newer."));
+    EXPECT_TRUE(hears({"u-1", "u-2"}));
+    appendFile(dir / "away/transcript.jsonl", assistantLine("u-3", "Elsewhere."));
+    const int before = ticks;
+    settle();
+    EXPECT_EQ(ticks, before);
+}
+
+TEST_F(FollowedTranscript, AFolderThatTakesAnothersPlaceBetweenTwoPollsIsWatched) {
+    for (const auto* name : {"one", "two"}) fs::create_directory(dir / name);
+    writeFile(dir / "one/transcript.jsonl", assistantLine("old", "Old, and longer than the new."));
+    writeFile(dir / "two/transcript.jsonl", assistantLine("u-1", "New."));
+    fs::create_directory_symlink("one", dir / "project");
+    path = dir / "project/transcript.jsonl";
+    follow(clock, SessionTailer::defaultPollInterval);
+    fs::create_directory_symlink("two", dir / "next");
+    fs::rename(dir / "next", dir / "project");
+    clock.advance(SessionTailer::defaultPollInterval);
+    EXPECT_EQ(heard, std::vector<std::string>{"u-1"});
+    appendFile(path, assistantLine("u-2", "Newer."));
+    EXPECT_TRUE(hears({"u-1", "u-2"}));
 }
 
 TEST_F(FollowedTranscript, AStoppedTailerHearsNothing) {
