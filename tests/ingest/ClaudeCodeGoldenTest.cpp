@@ -3,10 +3,10 @@
 
 #include <fstream>
 
-#include "Transcripts.h"
 #include "frame/Home.h"
 #include "ingest/ClaudeCodeReader.h"
 #include "support/TempDir.h"
+#include "support/Transcripts.h"
 
 /// Real transcripts through reader and parser. The golden file holds counts, ids and digests;
 /// running once with SONRA_UPDATE_GOLDEN set writes it anew, and fails, so that nobody leaves it

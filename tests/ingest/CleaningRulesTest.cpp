@@ -9,10 +9,10 @@
 #include <random>
 #include <span>
 
-#include "Transcripts.h"
 #include "frame/Text.h"
 #include "ingest/ClaudeCodeReader.h"
 #include "ingest/TextCleaner.h"
+#include "support/Transcripts.h"
 
 namespace sonra {
 namespace {

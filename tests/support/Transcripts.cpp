@@ -1,4 +1,4 @@
-#include "Transcripts.h"
+#include "support/Transcripts.h"
 
 #include <algorithm>
 #include <filesystem>
