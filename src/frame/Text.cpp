@@ -21,13 +21,15 @@ struct UTextCloser {
 };
 
 /// Grapheme boundaries of one thread; making an iterator costs far more than using it.
-icu::BreakIterator* characterIterator() {
-    thread_local const std::unique_ptr<icu::BreakIterator> iterator = [] {
+thread_local std::unique_ptr<icu::BreakIterator> threadsIterator;
+
+icu::BreakIterator& characterIterator() {
+    if (!threadsIterator) {
         UErrorCode status = U_ZERO_ERROR;
-        return std::unique_ptr<icu::BreakIterator>(
+        threadsIterator.reset(
             icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    }();
-    return iterator.get();
+    }
+    return *threadsIterator;
 }
 
 /// Length of the prefix in which every byte is a character of its own: ASCII, and not part of a CR
@@ -47,11 +49,11 @@ void walkCharacters(std::string_view text, std::size_t limit, Visit visit) {
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<UText, UTextCloser> handle(
         utext_openUTF8(nullptr, text.data(), static_cast<int64_t>(text.size()), &status));
-    auto* iterator = characterIterator();
-    iterator->setText(handle.get(), status);
-    iterator->first();
+    auto& iterator = characterIterator();
+    iterator.setText(handle.get(), status);
+    iterator.first();
     for (std::size_t i = 0; i < limit; ++i) {
-        const int32_t boundary = iterator->next();
+        const int32_t boundary = iterator.next();
         if (boundary == icu::BreakIterator::DONE) break;
         visit(static_cast<std::size_t>(boundary));
     }
