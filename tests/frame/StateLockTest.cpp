@@ -3,12 +3,15 @@
 #include "frame/AtomicFile.h"
 #include "frame/ChildProcess.h"
 #include "frame/Json.h"
+#include "frame/UniqueFd.h"
 #include "support/ForkedProcess.h"
 #include "support/TempDir.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -58,12 +61,31 @@ pid_t deadPid() {
     return child.pid();
 }
 
+/// Looks at a lock file: who finds it there opens it to see whose it is.
+class Looks {
+  public:
+    explicit Looks(const std::string& lock) {
+        EXPECT_GE(inotify_add_watch(events_.get(), lock.c_str(), IN_OPEN), 0);
+    }
+    /// Waits for another one.
+    bool next() const {
+        pollfd ready{events_.get(), POLLIN, 0};
+        char event[256];
+        return poll(&ready, 1, 20'000) == 1 && read(events_.get(), event, sizeof event) > 0;
+    }
+
+  private:
+    UniqueFd events_{inotify_init1(IN_CLOEXEC)};
+};
+
+void incrementUnderLock(const std::string& path) {
+    auto document = json::parseObject(AtomicFile::read(path).value()).value();
+    document["count"] = document["count"].get<int>() + 1;
+    AtomicFile::write(path, json::dumpPretty(document));
+}
+
 void increment(const std::string& path) {
-    StateLock::withLock(path, 60s, [&] {
-        auto document = json::parseObject(AtomicFile::read(path).value()).value();
-        document["count"] = document["count"].get<int>() + 1;
-        AtomicFile::write(path, json::dumpPretty(document));
-    });
+    StateLock::withLock(path, 60s, [&] { incrementUnderLock(path); });
 }
 
 TEST(StateLock, TheLockForADocumentStandsBesideIt) {
@@ -201,11 +223,23 @@ TEST_F(StateLockTest, ATimeoutOfZeroStillAttemptsOnce) {
 }
 
 TEST_F(StateLockTest, WaitsUntilTheHolderReleases) {
+    const std::string mark = directory_ / "mark";
+    const std::string seen = directory_ / "seen";
     ASSERT_TRUE(StateLock::tryAcquire(path_));
-    std::thread waiter([&] { StateLock::acquireBlocking(path_, 20s); });
+    const Looks looks(lock_);
+    ForkedProcess waiter([&] {
+        StateLock::acquireBlocking(path_, 60s);
+        test::writeFile(seen, test::readFile(mark));
+    });
+    // It has been refused again and again, and still waits.
+    for (int refused = 0; refused < 3; ++refused) ASSERT_TRUE(looks.next());
+    EXPECT_FALSE(std::filesystem::exists(seen));
+    EXPECT_EQ(test::readFile(lock_), std::to_string(getpid()));
+    test::writeFile(mark, "let go");
     StateLock::release(path_);
-    waiter.join();
-    EXPECT_TRUE(isLocked());
+    EXPECT_TRUE(waiter.finished());
+    EXPECT_EQ(test::readFile(seen), "let go");
+    EXPECT_EQ(test::readFile(lock_), std::to_string(waiter.pid()));
 }
 
 TEST_F(StateLockTest, WithLockReturnsWhatItsBodyReturns) {
@@ -344,11 +378,15 @@ class Crowd {
   public:
     Crowd(std::string path, int times) : path_(std::move(path)), times_(times) {}
 
+    /// From now on everybody goes as one who dies there: the lock stays, in the name of this
+    /// process that is gone, and each turn begins with its reclaim by whoever is first.
+    void leaveLocksOf(pid_t dead) { dead_ = std::to_string(dead); }
+
     void addNode(const std::string& node) {
         auto [process, error] =
             ChildProcess::spawn({.executable = node,
                                  .arguments = {SONRA_SOURCE_DIR "/tests/frame/state_lock_peer.mjs",
-                                               path_, std::to_string(times_)},
+                                               path_, std::to_string(times_), dead_},
                                  .environment = {{"PATH", "/usr/bin:/bin"}}});
         ASSERT_NE(process, nullptr) << error;
         nodes_.push_back(std::move(process));
@@ -377,7 +415,18 @@ class Crowd {
   private:
     void takePart() const {
         while (!std::filesystem::exists(path_ + ".go")) std::this_thread::sleep_for(1ms);
-        for (int i = 0; i < times_; ++i, std::this_thread::sleep_for(1ms)) increment(path_);
+        for (int i = 0; i < times_; ++i) takeTurn();
+    }
+    void takeTurn() const {
+        if (dead_.empty()) {
+            increment(path_);
+            std::this_thread::sleep_for(1ms);
+            return;
+        }
+        // Without a rest between attempts, so that reclaimers meet as often as they can.
+        while (!StateLock::tryAcquire(path_)) std::this_thread::yield();
+        incrementUnderLock(path_);
+        test::writeFile(StateLock::lockPath(path_), dead_);
     }
     std::size_t ready() const {
         std::size_t count = 0;
@@ -391,6 +440,7 @@ class Crowd {
 
     const std::string path_;
     const int times_;
+    std::string dead_;
     std::vector<std::unique_ptr<ChildProcess>> nodes_;
     std::vector<std::unique_ptr<ForkedProcess>> processes_;
     std::vector<std::thread> threads_;
@@ -412,6 +462,20 @@ TEST_F(StateLockTest, ProcessesAndNodePeersLoseNoIncrement) {
     const auto document = json::parseObject(test::readFile(path_)).value();
     EXPECT_EQ(document["daemonKey"], Json::parse(R"({"kept":[1,2.5,"x"]})"));
     EXPECT_FALSE(isLocked());
+}
+
+TEST_F(StateLockTest, ProcessesAndNodePeersThatReclaimInCompetitionLoseNoIncrement) {
+    const std::string node = onPath("node");
+    ASSERT_FALSE(node.empty()) << "this test needs Node.js on PATH";
+    test::writeFile(path_, R"({"count":0})");
+    Crowd crowd(path_, 100);
+    crowd.leaveLocksOf(deadPid());
+    crowd.addNode(node);
+    crowd.addNode(node);
+    crowd.addProcess();
+    crowd.addProcess();
+    const int expected = crowd.run();
+    EXPECT_EQ(count(), expected);
 }
 
 TEST_F(StateLockTest, HoldersThatDieAmongManyLoseNoFinishedIncrement) {
