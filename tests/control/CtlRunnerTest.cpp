@@ -45,6 +45,19 @@ TEST_F(CtlRunner, StartsNothingWhenItIsDisabled) {
               (Json{{"subcommand", "stop-daemon"}, {"argCount", 1}}));
 }
 
+TEST_F(CtlRunner, ALaunchThatFailsIsLoggedWithItsReason) {
+    // More than the kernel hands to a program in one string.
+    const test::ScopedEnv tooLong("SONRA_TEST_TOO_LONG", std::string(200'000, 'x'));
+    log.expect("ctl spawn failed");
+    EXPECT_FALSE(runCtl({"stop-daemon", "now"}));
+    const auto record = log.records("ctl spawn failed").back();
+    EXPECT_EQ(record["level"], 50);
+    EXPECT_EQ(record["input"], (Json{{"subcommand", "stop-daemon"}}));
+    EXPECT_NE(record["cause"]["message"].get<std::string>().find("Argument list too long"),
+              std::string::npos)
+        << record["cause"];
+}
+
 TEST_F(CtlRunner, DropsTheCallWhenTheToolIsNowhere) {
     const test::ScopedEnv none("TTS_CTL_CMD", "");
     log.expect("ctl.js + node not resolvable; dropping");
