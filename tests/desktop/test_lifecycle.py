@@ -9,7 +9,7 @@ import time
 import unittest
 
 from service import PROGRAM, Home, Service, assistant_line
-from soundlab import short_folder, wait_for
+from soundlab import PrivateSound, short_folder, wait_for
 
 
 class LifecycleCase(unittest.TestCase):
@@ -95,6 +95,19 @@ class OneServiceOnly(LifecycleCase):
         with socket.socket(socket.AF_UNIX) as stale:
             stale.bind(str(self.home.socket_path))
         self.start().wait_ready()
+
+
+class Starts(LifecycleCase):
+    def test_the_first_record_says_who_started_and_how(self):
+        for arguments in ([], ["--service", "--socket", str(self.home.socket_path)]):
+            with self.subTest(arguments):
+                self.home.log_path.unlink(missing_ok=True)
+                service = self.start(arguments).wait_ready()
+                first = self.home.log()[0]
+                self.assertEqual((first["msg"], first["level"], first["module"]), ("sonra up", 30, "main"))
+                self.assertEqual(first["input"], {"pid": service.process.pid, "argv": [str(PROGRAM), *arguments]})
+                self.assertEqual(len(self.home.log("sonra up")), 1)
+                service.stop()
 
 
 class Ends(LifecycleCase):
@@ -186,24 +199,95 @@ class BadInput(LifecycleCase):
         service.send({"cmd": "resume"})
         wait_for("a whole document", lambda: self.home.state().get("paused") is False)
 
-    def test_transcripts_that_are_replaced_cut_and_deleted(self):
-        service = self.start().wait_ready()
-        service.attach()
-        path = self.home.transcript
+
+class OddTranscripts(LifecycleCase):
+    """Whose words are heard is read from the document that names the message being played."""
+
+    def setUp(self):
+        super().setUp()
+        sound = PrivateSound(self.home.path)
+        sound.start()
+        self.addCleanup(sound.stop)
+        self.environment = sound.environment
+        self.service = self.start().wait_ready()
+        self.service.wait_warm()
+        self.service.attach()
+        self.spoken = []
+
+    def is_spoken(self, number):
+        playing = self.home.now_playing().get("messageId")
+        if playing and playing not in self.spoken[-1:]:
+            self.spoken.append(playing)
+        return f"u-{number}" in self.spoken
+
+    def wait_spoken(self, number):
+        wait_for(f"reply {number}", lambda: self.is_spoken(number))
+
+    def wait_end(self):
+        """Until everything that was enqueued is through; whatever else is spoken meanwhile is noticed."""
+
+        def is_over():
+            self.is_spoken(0)
+            return len(self.home.log("chunk finished")) == len(self.home.log("chunk enqueued"))
+
+        wait_for("the last reply's end", is_over)
+
+    def test_a_transcript_that_is_replaced_by_a_shorter_one_is_read_from_its_start(self):
         self.home.append(assistant_line(1, "The first of several replies is the longest by far"))
-        self.wait_narrated(1)
-        path.write_text(assistant_line(2, "A shorter file is new as a whole"))
-        self.wait_narrated(2)
+        self.wait_spoken(1)
+        self.home.transcript.write_text(assistant_line(2, "A shorter file is new as a whole"))
+        self.wait_spoken(2)
+        self.wait_end()
+        self.assertEqual(self.spoken, ["u-1", "u-2"])
+
+    def test_a_transcript_that_is_cut_to_nothing_goes_on_with_what_comes(self):
+        self.home.append(assistant_line(1, "All of this is cut away soon"))
+        self.wait_spoken(1)
+        os.truncate(self.home.transcript, 0)
+        wait_for("the cut to be seen", lambda: self.home.state()["sessions"][0]["offset"] == 0)
+        self.home.append(assistant_line(2, "This reply is longer than the one that was cut away before it"))
+        self.wait_spoken(2)
+        self.wait_end()
+        self.assertEqual(self.spoken, ["u-1", "u-2"])
+
+    def test_a_transcript_that_is_renamed_away_is_followed_under_its_name(self):
+        path = self.home.transcript
+        self.home.append(assistant_line(1, "This one is carried away with its file"))
+        self.wait_spoken(1)
         path.rename(path.with_suffix(".old"))
-        path.write_text(assistant_line(3, "So is one after a rename"))
-        self.wait_narrated(3)
+        path.write_text(assistant_line(2, "And this one stands in its place"))
+        self.wait_spoken(2)
+        with path.with_suffix(".old").open("a") as agent:
+            agent.write(assistant_line(3, "Nobody listens to the old file any more"))
+        self.home.append(assistant_line(4, "The new one goes on meanwhile"))
+        self.wait_spoken(4)
+        self.wait_end()
+        self.assertEqual(self.spoken, ["u-1", "u-2", "u-4"])
+
+    def test_a_transcript_that_is_deleted_and_made_anew_is_read_whole(self):
+        path = self.home.transcript
+        self.home.append(assistant_line(1, "This one goes with its file"))
+        self.wait_spoken(1)
         path.unlink()
         wait_for("the absence to be seen", lambda: self.home.state()["sessions"][0]["offset"] == 0)
-        path.write_text(assistant_line(4, "And one that was made anew, of whatever length it may be"))
-        self.wait_narrated(4)
+        path.write_text(assistant_line(2, "And one that was made anew, of whatever length it may be"))
+        self.wait_spoken(2)
+        self.wait_end()
+        self.assertEqual(self.spoken, ["u-1", "u-2"])
 
-    def wait_narrated(self, count):
-        wait_for(f"{count} chunks", lambda: len(self.home.log("chunk enqueued")) >= count)
+    def test_a_transcript_whose_folder_is_renamed_is_read_where_it_appears_again(self):
+        path = self.home.transcript
+        self.home.append(assistant_line(1, "This one goes with its folder"))
+        self.wait_spoken(1)
+        path.parent.rename(path.parent.with_suffix(".old"))
+        wait_for("the absence to be seen", lambda: self.home.state()["sessions"][0]["offset"] == 0)
+        path.parent.mkdir()
+        path.write_text(assistant_line(2, "And this one stands in a folder of the same name"))
+        self.wait_spoken(2)
+        self.home.append(assistant_line(3, "Another one follows in the same place"))
+        self.wait_spoken(3)
+        self.wait_end()
+        self.assertEqual(self.spoken, ["u-1", "u-2", "u-3"])
 
 
 if __name__ == "__main__":
