@@ -10,6 +10,7 @@
 #include "frame/Log.h"
 #include "platform/FilePlayer.h"
 #include "platform/MainLoop.h"
+#include "playback/NarrationDuckTarget.h"
 #include "playback/NowPlayingPublisher.h"
 #include "playback/NowPlayingSnapshotWriter.h"
 #include "playback/SpectrumFeed.h"
@@ -27,7 +28,7 @@ class WorkerPool;
 /// chunks. In each operation the sound changes first, then files and documents. A callback may call
 /// any operation, but must not destroy the queue; what it starts begins to play once the callbacks
 /// that are under way are through. A chunk that can't be played is logged and passed over.
-class AudioQueue {
+class AudioQueue : public NarrationDuckTarget {
   public:
     using Bands = std::vector<float>;
     /// Any may be empty. Index and total number the chunks of a turn, the index from 1.
@@ -67,14 +68,16 @@ class AudioQueue {
     void setVolume(float volume);  ///< linear, held between 0 and 1
     void setMuted(bool muted);
     /// While paused nothing starts. Acts, and reports, also when the value stays the same.
-    void setPaused(bool paused);
+    void setPaused(bool paused) override;
 
     [[nodiscard]] float volume() const { return volume_; }
     [[nodiscard]] bool muted() const { return muted_; }
-    [[nodiscard]] bool paused() const { return paused_; }
+    [[nodiscard]] bool paused() const override { return paused_; }
     /// Without the loaded chunk.
     [[nodiscard]] std::size_t queuedCount() const { return queue_.size(); }
-    [[nodiscard]] bool isCurrentlyPlaying() const { return current_ && current_->isPlaying(); }
+    [[nodiscard]] bool isCurrentlyPlaying() const override {
+        return current_ && current_->isPlaying();
+    }
     /// The loaded chunk, if any, and the player's view of it; null when nothing is loaded.
     [[nodiscard]] const std::optional<AudioChunk>& currentChunk() const { return currentChunk_; }
     [[nodiscard]] const FilePlayer* current() const { return current_.get(); }
