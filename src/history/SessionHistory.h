@@ -47,13 +47,13 @@ class SessionHistory {
 
   private:
     void readBackward(std::size_t maxMessages);
-    /// Reads one block; false if that was the last one or failed.
+    /// Reads one block; false if it couldn't.
     bool readMoreBackward();
     bool endReading();
-    /// Takes the lines of a block that contains a line feed, newest first.
-    void takeLines(std::string_view block);
+    /// Takes the lines of a block, newest first, and carries what may be the end of one.
+    void takeBlock(std::string block);
     void takeLine(std::string line);
-    /// The start of a line, and behind it what lower blocks left of it.
+    /// The start of a line, and behind it what was carried.
     std::string joinedWithCarry(std::string_view start);
 
     const std::string transcript_;

@@ -1,0 +1,110 @@
+#include "history/SessionHistory.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "frame/Text.h"
+#include "history/LineParsers.h"
+#include "history/TranscriptFile.h"
+#include "ingest/Md5.h"
+
+namespace sonra {
+namespace {
+
+constexpr std::size_t leastChunkBytes = 1024;
+
+/// Gemini's documents say by their name that they can be paged, whatever is in them.
+bool canPage(HistorySource source, const std::string& transcript, std::uint64_t size) {
+    if (!hasBackwardReader(source)) return false;
+    const bool isDocument =
+        source == HistorySource::gemini && text::lowered(transcript).ends_with(".json");
+    return isDocument || size > 0;
+}
+
+}  // namespace
+
+SessionHistory::SessionHistory(std::string transcript, HistorySource source, std::size_t chunkBytes)
+    : transcript_(std::move(transcript)),
+      parser_(lineParser(source)),
+      chunkBytes_(std::max(chunkBytes, leastChunkBytes)),
+      fileSize_(TranscriptFile(transcript_).size()),
+      canPageHistory_(canPage(source, transcript_, fileSize_)),
+      nextReadEnd_(fileSize_),
+      hitFileStart_(fileSize_ == 0 || parser_ == nullptr) {}
+
+std::vector<HistoryMessage> SessionHistory::loadOlder(int limit) {
+    if (limit < 1 || isExhausted()) return {};
+    const auto before = static_cast<std::ptrdiff_t>(loadedMessages_.size());
+    readBackward(static_cast<std::size_t>(limit));
+    return {loadedMessages_.begin() + before, loadedMessages_.end()};
+}
+
+void SessionHistory::readBackward(std::size_t maxMessages) {
+    for (std::size_t moved = 0; moved < maxMessages;) {
+        if (pendingMessages_.empty()) {
+            if (hitFileStart_ || !readMoreBackward()) return;
+            continue;
+        }
+        loadedMessages_.push_back(std::move(pendingMessages_.front()));
+        pendingMessages_.pop_front();
+        ++moved;
+    }
+}
+
+bool SessionHistory::readMoreBackward() {
+    const TranscriptFile file(transcript_);
+    if (!file) return endReading();
+    const auto length =
+        static_cast<std::size_t>(std::min<std::uint64_t>(nextReadEnd_, chunkBytes_));
+    const std::uint64_t start = nextReadEnd_ - length;
+    std::string block(length, '\0');
+    // A block that has lost its end isn't what the carried bytes follow.
+    if (file.readAt(start, block.data(), length) < length) return endReading();
+    nextReadEnd_ = start;
+    takeBlock(std::move(block));
+    if (nextReadEnd_ == 0) hitFileStart_ = true;
+    return true;
+}
+
+bool SessionHistory::endReading() {
+    hitFileStart_ = true;
+    carryHead_.clear();
+    return false;
+}
+
+void SessionHistory::takeBlock(std::string block) {
+    std::string_view rest = block;
+    for (std::size_t feed = rest.rfind('\n'); feed != std::string_view::npos;
+         feed = rest.rfind('\n')) {
+        takeLine(joinedWithCarry(rest.substr(feed + 1)));
+        rest = rest.substr(0, feed);
+    }
+    block.resize(rest.size());
+    if (nextReadEnd_ == 0) {
+        takeLine(joinedWithCarry(block));
+    } else {
+        carryHead_.push_back(std::move(block));
+    }
+}
+
+void SessionHistory::takeLine(std::string line) {
+    if (line.empty()) return;
+    if (auto message = parser_->parse(TranscriptRecord::jsonl(std::move(line))))
+        pendingMessages_.push_back(*std::move(message));
+}
+
+std::string SessionHistory::joinedWithCarry(std::string_view start) {
+    std::size_t size = start.size();
+    for (const auto& piece : carryHead_) size += piece.size();
+    std::string line;
+    line.reserve(size);
+    line += start;
+    for (; !carryHead_.empty(); carryHead_.pop_back()) line += carryHead_.back();
+    return line;
+}
+
+std::string SessionHistory::md5Prefix16(std::string_view text) {
+    return sonra::md5Prefix16(text);
+}
+
+}  // namespace sonra

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/Screens.h"
+
+namespace sonra {
+
+/// The screens that Qt knows of; needs a QGuiApplication. Main thread only.
+class QtScreens : public Screens {
+  public:
+    [[nodiscard]] std::optional<Rect> mainVisibleFrame() const override;
+};
+
+}  // namespace sonra
