@@ -1,0 +1,46 @@
+#include "widgets/MenuLabel.h"
+
+namespace sonra {
+namespace {
+
+QString oneLine(const std::string& text) {
+    auto line = QString::fromStdString(text);
+    for (auto& character : line)
+        if (character.category() == QChar::Other_Control ||
+            character.category() == QChar::Separator_Line ||
+            character.category() == QChar::Separator_Paragraph)
+            character = u' ';
+    return line;
+}
+
+QString words(const std::vector<MenuText>& title) {
+    QString joined;
+    for (const auto& piece : title) {
+        joined += oneLine(piece.text);
+        const bool isLast = &piece == &title.back();
+        if (piece.role == MenuText::Role::chip && !isLast) joined += u"  ";
+    }
+    return joined;
+}
+
+/// Qt replaces the first ampersand by an underscore, unless it ends the label: doubled, the pair
+/// becomes a marked ampersand.
+void escapeForPanel(QString& label) {
+    label.replace(u'_', QStringLiteral("__"));
+    const auto first = label.indexOf(u'&');
+    if (first >= 0 && first != label.size() - 1) label.insert(first, u'&');
+}
+
+}  // namespace
+
+QString menuLabel(const MenuRow& row, MenuDrawnBy drawer) {
+    auto label = words(row.title);
+    if (!row.trailing.empty()) label += u'\t' + oneLine(row.trailing);
+    if (drawer == MenuDrawnBy::panel)
+        escapeForPanel(label);
+    else
+        label.replace(u'&', QStringLiteral("&&"));
+    return label;
+}
+
+}  // namespace sonra
