@@ -56,7 +56,6 @@ class HistoryPager {
 
     void readAhead();
 
-    MainLoop& loop_;
     const std::shared_ptr<Shared> shared_;
     SerialQueue queue_{"sonra.history"};
 };

@@ -12,9 +12,9 @@ namespace sonra {
 /// Main thread only. Ids are never pruned: a message without audio can still be gone back to.
 class LiveMessages {
   public:
-    /// Adds a message, or does nothing but note its session. True if it is new.
-    bool record(const std::string& messageId, const std::string& sessionId);
-    /// Notes the session of a message without its having been heard.
+    /// Adds a message that is heard for the first time; false if it was heard before.
+    bool add(const std::string& messageId);
+    /// Notes the session of a message, whether it was heard or not.
     void assign(const std::string& messageId, const std::string& sessionId);
     void setFocus(const std::string& sessionId);
     void clear();
@@ -39,6 +39,7 @@ class LiveMessages {
     const Focused& focused() const;
 
     std::vector<std::string> ids_;
+    std::unordered_set<std::string> known_;
     std::unordered_map<std::string, std::string> sessions_;
     std::string focus_;
     mutable Focused focused_;  ///< recomputed after a change only

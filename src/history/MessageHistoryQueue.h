@@ -1,8 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -114,26 +114,25 @@ class MessageHistoryQueue {
     [[nodiscard]] const LiveMessages& live() const { return live_; }
 
   private:
-    class Waiting;
+    void recordNew(const std::string& messageId, const std::string& sessionId);
+    void endSession();
+    void count(const std::string& transcript, HistorySource source);
+    void counted(std::unordered_set<std::string> ids);
 
     void fire();
     void setCursor(Cursor cursor);
-    void goLive();
     std::vector<AudioChunk> moveToHistory(int target);
-    void step(int towards);
-    void stepTo(int index);
-    SkipOutcome resolveCurrentOr(SkipOutcome otherwise);
+    SkipOutcome resolveCurrentOr(SkipOutcome::Action otherwise);
+    void walkBackTo(int index, int& budget);
+    void walkForwardTo(int index, int& budget);
 
     /// Merges pages until `target` is well inside of what is known, or no page comes in time.
     void prefetch(int target);
-    void prefetchForRead();
     [[nodiscard]] bool wantsPage(int target) const;
-    void merge(const std::vector<HistoryMessage>& page);
+    template <typename Wait>
+    auto patiently(Wait wait);
     void pagesArrived();
-
-    void count(const std::string& transcript, HistorySource source);
-    void counted(std::unordered_set<std::string> ids);
-    void noteCounted(const std::string& messageId);
+    void merge(const std::vector<HistoryMessage>& page);
 
     [[nodiscard]] int refCount() const;
     [[nodiscard]] std::optional<MessageRef> refAt(int backFromNewest) const;
@@ -149,20 +148,21 @@ class MessageHistoryQueue {
     std::function<void(const State&)> onStateChange_;
     std::function<AudioProbe()> audioProbe_;
     Synth synth_;
+    const std::shared_ptr<SerialQueue> synthQueue_;  ///< one at a time, also across sessions
 
     State state_;
     LiveMessages live_;
-    TimelineIndex history_;  ///< what has been paged, without what was heard live
+    TimelineIndex history_;  ///< what has been paged, without what was heard in the focus
     std::shared_ptr<HistoryPager> pager_;
     std::shared_ptr<ChainProvider> activeProvider_;
-    std::shared_ptr<SerialQueue> synthQueue_;  ///< one after the other, also across sessions
     /// Ids of all messages of the session, once known.
     std::optional<std::unordered_set<std::string>> counted_;
-    std::optional<int> wantedIndex_;  ///< a move that went on without the page it needed
-    int holdFire_ = 0;
-    bool fireHeld_ = false;
+    std::shared_ptr<std::atomic<bool>> counting_;  ///< set when the count is stale
+    std::optional<int> wantedIndex_;  ///< of a move that went on without the page it needed
+    std::chrono::steady_clock::duration waited_{};  ///< in this turn of the main loop
+    bool firingHeld_ = false;
+    bool fireLater_ = false;
     std::shared_ptr<MessageHistoryQueue*> self_;  ///< expires with the queue
-    std::shared_ptr<int> session_;                ///< one for each session; stale work has another
 };
 
 }  // namespace sonra

@@ -63,9 +63,11 @@ class RingCacheProvider : public MessageChunkProvider {
     void appendToHot(const std::string& messageId, AudioChunk durable);
     void enforceBounds(const std::string& justStored);
     void evictOldest(const std::string& justStored);
-    void evict(const std::string& messageId);
+    void evict(std::string messageId);
     void discardFiles(const std::string& messageId, const std::vector<AudioChunk>& chunks);
-    void dropBroken(const std::string& messageId, const std::string& path);
+    std::function<void()> whenBroken(const std::string& messageId, int clearings,
+                                     std::int64_t number);
+    void dropBroken(const std::string& messageId, std::int64_t number);
     std::int64_t sizeOf(const std::vector<AudioChunk>& chunks) const;
 
     MainLoop& loop_;

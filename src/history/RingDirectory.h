@@ -9,6 +9,7 @@
 
 #include "frame/Mutex.h"
 #include "frame/SerialQueue.h"
+#include "frame/UniqueFd.h"
 
 namespace sonra {
 
@@ -50,14 +51,22 @@ class RingDirectory : public std::enable_shared_from_this<RingDirectory> {
     void drain();
 
   private:
+    struct LateCopy;
+
     explicit RingDirectory(std::string path);
-    std::string aside();
+    void bringIn(const std::string& original, const std::string& target, Taking taking,
+                 std::function<void()> onBroken);
+    void copyLater(UniqueFd original, const std::string& target, std::function<void()> onBroken);
+    void finishCopy(const LateCopy& copy);
+    void removeIfEmpty(const std::string& directory);
     bool moveAside(const std::string& file) SONRA_REQUIRES(mutex_);
+    void removeLater();
     void removeUnused();
-    void removeAside();
+    void removeUnlessUsed(const std::string& name);
 
     const std::string path_;
     const bool isLink_;
+    const std::string asideStart_;  ///< of paths of this process alone
     Mutex mutex_;
     std::unordered_set<std::string> used_ SONRA_GUARDED_BY(mutex_);  ///< names, since the start
     std::uint64_t asideCount_ SONRA_GUARDED_BY(mutex_) = 0;
