@@ -38,7 +38,7 @@ class LegacyCaptionsServerTest : public testing::Test {
     }
     void step() {
         int turns = 0;
-        loop_.runUntil([&] { return ++turns > 2; });
+        loop_.runUntil([&] { return ++turns > 1; });
     }
     bool shows(const std::string& text) {
         return loop_.runUntil([&] { return desktop_.text() == text; });
