@@ -1,6 +1,7 @@
 #include "history/SessionHistory.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "frame/Text.h"
@@ -19,6 +20,11 @@ bool canPage(HistorySource source, const std::string& transcript, std::uint64_t 
     const bool isDocument =
         source == HistorySource::gemini && text::lowered(transcript).ends_with(".json");
     return isDocument || size > 0;
+}
+
+/// Null if there is none. Unlike rfind it doesn't look at every byte by itself.
+const char* lastLineFeed(std::string_view bytes) {
+    return static_cast<const char*>(::memrchr(bytes.data(), '\n', bytes.size()));
 }
 
 }  // namespace
@@ -74,10 +80,10 @@ bool SessionHistory::endReading() {
 
 void SessionHistory::takeBlock(std::string block) {
     std::string_view rest = block;
-    for (std::size_t feed = rest.rfind('\n'); feed != std::string_view::npos;
-         feed = rest.rfind('\n')) {
-        takeLine(joinedWithCarry(rest.substr(feed + 1)));
-        rest = rest.substr(0, feed);
+    while (const char* feed = lastLineFeed(rest)) {
+        const auto length = static_cast<std::size_t>(feed - rest.data());
+        takeLine(joinedWithCarry(rest.substr(length + 1)));
+        rest = rest.substr(0, length);
     }
     block.resize(rest.size());
     if (nextReadEnd_ == 0) {

@@ -176,6 +176,19 @@ TEST(MessageCounter, FindsAReplyLongerThanItsWindow) {
     EXPECT_EQ(countedIn(dir / "a.jsonl"), (Ids{"long"}));
 }
 
+/// What tells a reply may lie across the edge of two pieces of a long line.
+TEST(MessageCounter, FindsALongReplyWhoseMarkIsCut) {
+    const test::TempDir dir;
+    const std::string head = R"({"pad":")";
+    const std::string tail = R"(","type":"assistant","uuid":"long","message":{"content":)"
+                             R"([{"type":"text","text":"Hi."}]}})";
+    for (std::size_t cut = 0; cut <= tail.size(); cut += 3) {
+        const std::size_t pad = (std::size_t{1} << 20) - head.size() - cut;
+        test::writeFile(dir / "a.jsonl", head + std::string(pad, 'x') + tail + "\n");
+        ASSERT_EQ(countedIn(dir / "a.jsonl"), (Ids{"long"})) << cut;
+    }
+}
+
 TEST(MessageCounter, FindsNothingWhereThereIsNoFile) {
     const test::TempDir dir;
     EXPECT_TRUE(countedIn(dir / "missing").empty());

@@ -147,6 +147,19 @@ TEST_F(SessionHistoryTest, FileThatShrinksEndsTheReading) {
     EXPECT_TRUE(history.loadOlder(1).empty());
 }
 
+/// The bytes that are left of a block aren't followed by those that were read behind it.
+TEST_F(SessionHistoryTest, BlockThatLostItsEndIsNotRead) {
+    write(conversation(40));
+    auto cut = open();
+    auto removed = open();
+    EXPECT_EQ(ids(cut.loadOlder(1)), ids(removed.loadOlder(1)));
+    std::filesystem::resize_file(path_, std::filesystem::file_size(path_) - smallest - 100);
+    const auto left = ids(cut.loadOlder(100));
+    std::filesystem::remove(path_);
+    EXPECT_EQ(left, ids(removed.loadOlder(100)));
+    EXPECT_TRUE(cut.isExhausted());
+}
+
 TEST_F(SessionHistoryTest, FileThatVanishesEndsTheReading) {
     write(conversation(40));
     auto history = open();
