@@ -33,9 +33,10 @@ QColor legible(const QColor& color, const Tokens& tokens) {
         if (tokens.dark) {
             result = mixed(color, Qt::white, step);
         } else {
-            result = QColor::fromHsvF(color.hsvHueF(),
-                                      std::min(1.F, color.hsvSaturationF() * static_cast<float>(1 + step)),
-                                      color.valueF() * static_cast<float>(1 - step));
+            result = QColor::fromHsvF(
+                color.hsvHueF(),
+                std::min(1.F, color.hsvSaturationF() * static_cast<float>(1 + step)),
+                color.valueF() * static_cast<float>(1 - step));
         }
     }
     return result;
@@ -59,9 +60,8 @@ double contrastRatio(const QColor& one, const QColor& other) {
 QColor mixed(const QColor& from, const QColor& to, double share) {
     const auto t = static_cast<float>(std::clamp(share, 0.0, 1.0));
     const auto between = [t](float a, float b) { return a + (b - a) * t; };
-    return QColor::fromRgbF(
-        between(from.redF(), to.redF()), between(from.greenF(), to.greenF()),
-        between(from.blueF(), to.blueF()), between(from.alphaF(), to.alphaF()));
+    return QColor::fromRgbF(between(from.redF(), to.redF()), between(from.greenF(), to.greenF()),
+                            between(from.blueF(), to.blueF()), between(from.alphaF(), to.alphaF()));
 }
 
 Accent Accent::of(const HarnessTheme& theme, const Tokens& tokens) {

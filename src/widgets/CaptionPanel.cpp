@@ -49,7 +49,8 @@ CaptionPanel::CaptionPanel(CaptionPanelModel& model, DesktopLook& look)
                            Qt::WindowDoesNotAcceptFocus),
       model_(model),
       look_(look),
-      drag_(*this, [this] { return panelRect(); }, [this] { settling_.stop(); }),
+      drag_(
+          *this, [this] { return panelRect(); }, [this] { settling_.stop(); }),
       spectrum_(new SpectrumBackdrop(this)),
       flow_(new KaraokeFlow(this)),
       placeholder_(new StatusLine(16, this)),
@@ -203,8 +204,8 @@ void CaptionPanel::arrange() {
     status_->setGeometry(panel.left() + KaraokeFlow::sidePadding, panel.top() + 10, line.width(),
                          line.height());
     QRect middle(QPoint(), placeholder_->sizeHint());
-    middle.moveCenter(QRect(panel.left(), panel.top(), panel.width(), row.top() - panel.top())
-                          .center());
+    middle.moveCenter(
+        QRect(panel.left(), panel.top(), panel.width(), row.top() - panel.top()).center());
     placeholder_->setGeometry(middle);
 }
 

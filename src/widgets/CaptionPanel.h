@@ -88,10 +88,10 @@ class CaptionPanel : public QWidget, public FloatingPanel {
     QRect panel_;  ///< the panel's place on the desktop, as asked for or as the user left it
     bool shown_ = false;
     double opacity_ = 1;
-    QVariantAnimation fading_;
-    QVariantAnimation framing_;
-    QTimer settling_;  ///< while it runs, changes of the frame are echoes of what was asked for
-    QTimer reporting_;
+    QVariantAnimation fading_{this};
+    QVariantAnimation framing_{this};
+    QTimer settling_{this};  ///< while it runs, changes of the frame are echoes of what was asked for
+    QTimer reporting_{this};
 };
 
 }  // namespace sonra

@@ -58,7 +58,7 @@ void FiguresLabel::setText(const QString& text, const QString& name) {
     update();
 }
 
-double FiguresLabel::width(const QString& text, const QFont& font) {
+double FiguresLabel::measure(const QString& text, const QFont& font) {
     return walk(text, QFontMetricsF(font), [](const QString&, double) {});
 }
 
@@ -74,7 +74,7 @@ void FiguresLabel::draw(QPainter& painter, const QRectF& box, const QString& tex
 }
 
 QSize FiguresLabel::sizeHint() const {
-    return {static_cast<int>(std::ceil(width(text_, font()))),
+    return {static_cast<int>(std::ceil(measure(text_, font()))),
             static_cast<int>(std::ceil(QFontMetricsF(font()).height()))};
 }
 

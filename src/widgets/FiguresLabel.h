@@ -18,7 +18,7 @@ class FiguresLabel : public QWidget {
     [[nodiscard]] QString text() const { return text_; }
     [[nodiscard]] QSize sizeHint() const override;
 
-    static double width(const QString& text, const QFont& font);
+    static double measure(const QString& text, const QFont& font);
     /// On the line that centres the text in `box`, from its left.
     static void draw(QPainter& painter, const QRectF& box, const QString& text, const QFont& font);
 

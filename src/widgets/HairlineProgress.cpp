@@ -90,9 +90,8 @@ void HairlineProgress::paintEvent(QPaintEvent* /*event*/) {
     const double thickness = thin + (thick - thin) * growth_;
     const QRectF track(0, height() - thickness, width(), thickness);
     // The line follows the panel's rounded corners.
-    const auto shape =
-        PanelChrome::outline(QRectF(0, height() - 4 * Tokens::panelRadius, width(),
-                                    4 * Tokens::panelRadius));
+    const auto shape = PanelChrome::outline(
+        QRectF(0, height() - 4 * Tokens::panelRadius, width(), 4 * Tokens::panelRadius));
     const auto cut = [&](const QRectF& part) {
         QPainterPath path;
         path.addRect(part);

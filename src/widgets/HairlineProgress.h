@@ -40,7 +40,7 @@ class HairlineProgress : public QWidget {
     Accent accent_ = Accent::of(HarnessTheme::current(""), tokens_);
     double fraction_ = 0;
     double growth_ = 0;  ///< 1 under the pointer
-    QVariantAnimation growing_;
+    QVariantAnimation growing_{this};
 };
 
 }  // namespace sonra

@@ -4,14 +4,11 @@
 #include <QSvgRenderer>
 #include <cmath>
 
-namespace {
-
-// A static library's resources are not linked on their own account.
-void loadResources() {
+// A static library's resources are not linked on their own account. The macro wants to stand
+// outside of all namespaces.
+static void loadResources() {
     Q_INIT_RESOURCE(icons);
 }
-
-}  // namespace
 
 namespace sonra::Icons {
 

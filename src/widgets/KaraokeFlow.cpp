@@ -143,8 +143,8 @@ void KaraokeFlow::scrollToActive(bool animated) {
     } else if (scroll_ > 0 && pastEnd_.value_or(0) > 0) {
         return;  // between words, the text stays where it is
     }
-    const double goal = std::round(KaraokeMath::scrollOffset(
-        top, viewport().height(), text_.contentHeight(), restingPlace));
+    const double goal = std::round(
+        KaraokeMath::scrollOffset(top, viewport().height(), text_.contentHeight(), restingPlace));
     if (goal == scrollGoal_ && (animated || goal == scroll_)) return;
     scrollGoal_ = goal;
     scrolling_.stop();
@@ -170,8 +170,7 @@ void KaraokeFlow::damage(const QRectF& inText) {
 }
 
 void KaraokeFlow::damageWord(std::size_t word) {
-    for (const auto& fragment : text_.fragmentsOf(word))
-        damage(fragment.box.adjusted(-4, 0, 4, 0));
+    for (const auto& fragment : text_.fragmentsOf(word)) damage(fragment.box.adjusted(-4, 0, 4, 0));
 }
 
 void KaraokeFlow::damageAll() {

@@ -72,11 +72,11 @@ class KaraokeFlow : public QWidget {
     WordEmphasis leaving_;
     double strength_ = 1;         ///< of the arriving word
     double leavingStrength_ = 0;  ///< where the leaving word started from
-    QVariantAnimation fade_;
+    QVariantAnimation fade_{this};
 
     double scroll_ = 0;
     double scrollGoal_ = 0;
-    QVariantAnimation scrolling_;
+    QVariantAnimation scrolling_{this};
 
     QPixmap layer_;   ///< the text as painted last
     QRegion damage_;  ///< where it is out of date

@@ -39,11 +39,10 @@ void KaraokeText::layOut(const QFont& font, double width, double lineHeight) {
         if (end < 0) end = text_.size();
         Paragraph paragraph;
         paragraph.start = start;
-        paragraph.layout =
-            std::make_unique<QTextLayout>(text_.mid(start, end - start).trimmed().isEmpty()
-                                              ? QString()
-                                              : text_.mid(start, end - start),
-                                          font);
+        paragraph.layout = std::make_unique<QTextLayout>(
+            text_.mid(start, end - start).trimmed().isEmpty() ? QString()
+                                                              : text_.mid(start, end - start),
+            font);
         paragraphs_.push_back(std::move(paragraph));
         if (!paragraphs_.back().layout->text().isEmpty())
             layOutParagraph(paragraphs_.back(), font, width, top);
@@ -100,8 +99,8 @@ std::size_t KaraokeText::firstWordIn(const Line& line) const {
 const std::vector<KaraokeText::Fragment>& KaraokeText::fragments(std::size_t index) const {
     const auto& line = lines_[index];
     if (line.known) return line.fragments;
-    for (auto word = firstWordIn(line);
-         word < spans_.size() && spans_[word].begin < line.span.end; ++word)
+    for (auto word = firstWordIn(line); word < spans_.size() && spans_[word].begin < line.span.end;
+         ++word)
         line.fragments.push_back(fragment(line, word));
     line.known = true;
     return line.fragments;
@@ -133,8 +132,8 @@ KaraokeText::Fragment KaraokeText::fragment(const Line& line, std::size_t word) 
 
 std::vector<KaraokeText::Fragment> KaraokeText::fragmentsOf(std::size_t word) const {
     std::vector<Fragment> result;
-    for (auto line = lineOf(word); line < lines_.size() && lines_[line].span.begin < spans_[word].end;
-         ++line) {
+    for (auto line = lineOf(word);
+         line < lines_.size() && lines_[line].span.begin < spans_[word].end; ++line) {
         for (const auto& fragment : fragments(line))
             if (fragment.word == word) result.push_back(fragment);
     }

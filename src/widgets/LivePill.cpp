@@ -61,13 +61,13 @@ void LivePill::describe() {
 }
 
 double LivePill::pillWidth() const {
-    return std::ceil(FiguresLabel::width(label_, labelFont_)) + 2 * padding +
+    return std::ceil(FiguresLabel::measure(label_, labelFont_)) + 2 * padding +
            (history_ ? 0 : dot + dotGap);
 }
 
 double LivePill::badgeWidth() const {
     return badge_.isEmpty() ? 0
-                            : std::ceil(FiguresLabel::width(badge_, badgeFont_)) + 2 * badgePadding;
+                            : std::ceil(FiguresLabel::measure(badge_, badgeFont_)) + 2 * badgePadding;
 }
 
 QSize LivePill::sizeHint() const {

@@ -30,8 +30,8 @@ PortalSettings::PortalSettings(const QDBusConnection& bus) : bus_(bus) {
     if (!bus_.isConnected()) return;
     bus_.connect(service, path, interface, "SettingChanged", this,
                  SLOT(noteSetting(QString, QString, QDBusVariant)));
-    const auto* arrivals = new QDBusServiceWatcher(
-        service, bus_, QDBusServiceWatcher::WatchForRegistration, this);
+    const auto* arrivals =
+        new QDBusServiceWatcher(service, bus_, QDBusServiceWatcher::WatchForRegistration, this);
     connect(arrivals, &QDBusServiceWatcher::serviceRegistered, this, [this] { ask(); });
     ask();
 }

@@ -40,7 +40,7 @@ class RoundButton : public QAbstractButton {
     Accent accent_ = Accent::of(HarnessTheme::current(""), tokens_);
     QString symbol_;
     QPixmap icon_;
-    QVariantAnimation hovering_;
+    QVariantAnimation hovering_{this};
     double warmth_ = 0;  ///< 1 under the pointer
 };
 

@@ -47,7 +47,7 @@ class SpectrumBackdrop : public QWidget {
     Bars from_ = Bars(barCount);
     Bars shown_ = Bars(barCount);
     Bars goal_ = Bars(barCount);
-    QVariantAnimation moving_;
+    QVariantAnimation moving_{this};
     QPixmap picture_;  ///< one bar at full height
 };
 

@@ -10,18 +10,18 @@ namespace sonra {
 /// Colours, measures, type and motion that all windows share. Values only; main thread, since fonts
 /// are looked up.
 struct Tokens {
-    QColor ground;      ///< of a floating panel; opaque without a compositor
+    QColor ground;  ///< of a floating panel; opaque without a compositor
     QColor text;
     QColor soft;
     QColor dim;
     QColor hairline;
-    QColor fill;        ///< of quiet buttons and pills
+    QColor fill;  ///< of quiet buttons and pills
     QColor hover;
-    QColor sheen;       ///< the light that the upper edge of glass catches
+    QColor sheen;  ///< the light that the upper edge of glass catches
     QColor farShadow;
     QColor nearShadow;
-    QColor live;        ///< the dot of a running narration
-    double glow = 0;    ///< opacity of the active word's glow
+    QColor live;          ///< the dot of a running narration
+    double glow = 0;      ///< opacity of the active word's glow
     double spectrum = 0;  ///< opacity of the bars behind text
     bool dark = true;
     bool underlinesActive = false;

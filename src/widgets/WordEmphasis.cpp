@@ -58,8 +58,7 @@ void WordEmphasis::makeGlow(double devicePixelRatio) {
     painter.strokePath(outline_, QPen(Qt::black, 3 * boldness_));
     for (const auto& run : pictures_) painter.fillRect(run.boundingRect(), Qt::black);
     painter.end();
-    glow_ = QPixmap::fromImage(
-        Blur::tinted(Blur::softened(mask, glowSigma * scale), accent_.glow));
+    glow_ = QPixmap::fromImage(Blur::tinted(Blur::softened(mask, glowSigma * scale), accent_.glow));
     glow_.setDevicePixelRatio(scale);
 }
 

@@ -6,8 +6,8 @@
 namespace sonra::XcbConnection {
 
 xcb_connection_t* get() {
-    const auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>()
-                              : nullptr;
+    const auto* x11 =
+        qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     return x11 ? x11->connection() : nullptr;
 }
 
@@ -19,7 +19,7 @@ xcb_atom_t atom(const char* name) {
     const auto length = static_cast<std::uint16_t>(std::strlen(name));
     const XcbReply<xcb_intern_atom_reply_t> reply(
         xcb_intern_atom_reply(get(), xcb_intern_atom(get(), 0, length, name), nullptr));
-    return reply ? reply->atom : XCB_ATOM_NONE;
+    return reply ? reply->atom : xcb_atom_t{XCB_ATOM_NONE};
 }
 
 }  // namespace sonra::XcbConnection
