@@ -23,11 +23,6 @@ Log classLog() {
     return Log::shared().child({{"class", "DefaultsDocument"}});
 }
 
-std::string configurationDirectory() {
-    auto directory = environmentValue("XDG_CONFIG_HOME");
-    return directory.starts_with('/') ? directory : homeDirectory() + "/.config";
-}
-
 /// With its parents, as far as they don't stand yet; what stands keeps its mode.
 void makeDirectory(const std::filesystem::path& directory) {
     if (directory.empty() || ::mkdir(directory.c_str(), ownerOnly) == 0 || errno != ENOENT) return;

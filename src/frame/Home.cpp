@@ -34,4 +34,9 @@ std::string sharedDirectory() {
     return homeDirectory() + "/.claude/tts";
 }
 
+std::string configurationDirectory() {
+    auto directory = environmentValue("XDG_CONFIG_HOME");
+    return directory.starts_with('/') ? directory : homeDirectory() + "/.config";
+}
+
 }  // namespace sonra

@@ -11,6 +11,9 @@ std::string homeDirectory();
 /// `$HOME/.claude/tts`, where the shared documents live.
 std::string sharedDirectory();
 
+/// XDG_CONFIG_HOME if it names a directory from the root, else `$HOME/.config`.
+std::string configurationDirectory();
+
 /// The environment variable's value, empty when it isn't set.
 std::string environmentValue(const char* name);
 
