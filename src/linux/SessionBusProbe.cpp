@@ -23,7 +23,8 @@ using Clock = std::chrono::steady_clock;
 
 std::vector<std::string_view> split(std::string_view text, char separator) {
     std::vector<std::string_view> parts;
-    for (auto end = text.find(separator); end != text.npos; end = text.find(separator)) {
+    for (auto end = text.find(separator); end != std::string_view::npos;
+         end = text.find(separator)) {
         parts.push_back(text.substr(0, end));
         text.remove_prefix(end + 1);
     }
