@@ -63,8 +63,7 @@ struct HistoryPager::Shared : std::enable_shared_from_this<Shared> {
     void search(const std::string& messageId, Found found) SONRA_REQUIRES(mutex);
     bool isSearched(const std::string& messageId) SONRA_REQUIRES(mutex);
     std::optional<std::string> textOf(const std::string& messageId) SONRA_REQUIRES(mutex);
-    template <typename Condition>
-    void waitFor(MutexLock& lock, Deadline deadline, Condition isMet) SONRA_REQUIRES(mutex);
+    bool awaitChange(MutexLock& lock, Deadline deadline) SONRA_REQUIRES(mutex);
 };
 
 void HistoryPager::Shared::work() {
@@ -136,12 +135,15 @@ void HistoryPager::Shared::remember(Page& page) {
 
 /// Answers the searches that are over: found, or nowhere left to look.
 void HistoryPager::Shared::settle() {
-    std::erase_if(searches, [this](const Search& search) {
-        auto text = textOf(search.messageId);
-        if (!text && !(ended && search.newerRead)) return false;
-        answer(search, std::move(text));
-        return true;
-    });
+    for (auto search = searches.begin(); search != searches.end();) {
+        auto text = textOf(search->messageId);
+        if (text || (ended && search->newerRead)) {
+            answer(*search, std::move(text));
+            search = searches.erase(search);
+        } else {
+            ++search;
+        }
+    }
     changed.notify_all();
 }
 
@@ -187,14 +189,12 @@ std::optional<std::string> HistoryPager::Shared::textOf(const std::string& messa
     return text->second;
 }
 
-template <typename Condition>
-void HistoryPager::Shared::waitFor(MutexLock& lock, Deadline deadline, Condition isMet) {
-    if (late || deadline <= Deadline::clock::now()) return;
-    while (!isMet())
-        if (lock.waitUntil(changed, deadline) == std::cv_status::timeout) {
-            late = !isMet();
-            return;
-        }
+/// Waits for a change. False if nobody should wait any longer; what is waited for may have come all
+/// the same when the time ran out, so it is to be looked at after each call.
+bool HistoryPager::Shared::awaitChange(MutexLock& lock, Deadline deadline) {
+    if (late || deadline <= Deadline::clock::now()) return false;
+    if (lock.waitUntil(changed, deadline) == std::cv_status::timeout) late = true;
+    return true;
 }
 
 HistoryPager::HistoryPager(MainLoop& loop, std::function<std::unique_ptr<HistoryPages>()> open,
@@ -224,8 +224,10 @@ std::optional<HistoryPager::Page> HistoryPager::next(Deadline deadline) {
     {
         auto& shared = *shared_;
         MutexLock lock(shared.mutex);
-        shared.waitFor(lock, deadline, [&] { return !shared.ready.empty() || shared.ended; });
+        while (shared.ready.empty() && !shared.ended && shared.awaitChange(lock, deadline)) {
+        }
         if (shared.ready.empty()) return std::nullopt;
+        shared.late = false;
         page = std::move(shared.ready.front());
         shared.ready.pop_front();
     }
@@ -254,7 +256,8 @@ std::optional<std::string> HistoryPager::searchText(const std::string& messageId
     readAhead();
     auto& shared = *shared_;
     MutexLock lock(shared.mutex);
-    shared.waitFor(lock, deadline, [&] { return !shared.isSearched(messageId); });
+    while (shared.isSearched(messageId) && shared.awaitChange(lock, deadline)) {
+    }
     return shared.textOf(messageId);
 }
 

@@ -132,6 +132,7 @@ void RingCacheProvider::dropBroken(const std::string& messageId, std::int64_t nu
     if (hot->second.empty()) {
         hotRing_.erase(hot);
         std::erase(messageIdOrder_, messageId);
+        discardFiles(messageId, {});
     }
     totalBytes_ = 0;
     for (const auto& [id, chunks] : hotRing_) totalBytes_ += sizeOf(chunks);

@@ -151,7 +151,8 @@ std::string RingDirectory::makeFor(const std::string& messageId) {
     const auto name = nameFor(messageId);
     auto directory = path_ + "/" + name;
     const MutexLock lock(mutex_);
-    if (!used_.contains(name) || !isDirectory(directory)) moveAside(directory);
+    const bool isLeftover = !used_.contains(name) || !isDirectory(directory);
+    if (isLeftover && moveAside(directory)) removeLater();
     if (::mkdir(directory.c_str(), 0700) != 0 && errno == ENOENT) {
         makeRoot(path_);
         ::mkdir(directory.c_str(), 0700);
