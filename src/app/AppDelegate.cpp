@@ -1,7 +1,8 @@
 #include "app/AppDelegate.h"
 
+#include <unistd.h>
+
 #include <chrono>
-#include <cstdio>
 
 #include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
@@ -25,37 +26,76 @@ AppDelegate::AppDelegate(Mode mode, MainLoop& loop, Exit exit)
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    if (const auto* service = std::get_if<ServiceMode>(&mode_)) {
+    if (const auto* service = std::get_if<ServiceMode>(&mode_))
         startService(service->socket);
-        return;
-    }
-    const bool captions = std::holds_alternative<CaptionsServeLegacyMode>(mode_);
-    std::fprintf(stderr, "sonra: %s\n",
-                 captions ? "this version has no caption server yet"
-                          : "this version can't play a file by itself yet");
-    exit_(1);
+    else if (const auto* server = std::get_if<CaptionsServeLegacyMode>(&mode_))
+        startCaptionServer(server->socket);
+    else
+        play(std::get<PlayerArgs>(mode_));
 }
 
 AppCoordinator::Platform AppDelegate::platform() {
-    return {loop_, *players_, *files_, pool_, nullptr, exit_, wallClockMs};
+    const auto exitAtOnce = [this](int status) {
+        shutDown();
+        _exit(status);
+    };
+    return {loop_,
+            *players_,
+            *files_,
+            pool_,
+            desktop_->defaults(),
+            desktop_->screens(),
+            desktop_->statusItem(),
+            desktop_->panelFactory(),
+            &desktop_->nowPlaying(),
+            &desktop_->remoteCommands(),
+            exit_,
+            exitAtOnce,
+            wallClockMs};
+}
+
+void AppDelegate::bringUp() {
+    desktop_ = std::make_unique<Desktop>(loop_);
+    const auto sound = std::make_shared<PulseConnection>();
+    sound->connectAhead();
+    players_ = std::make_unique<PulseFilePlayerFactory>(loop_, sound);
 }
 
 void AppDelegate::startService(const std::string& socketPath) {
     if (!acquireServiceLock()) return exit_(0);
     sweepTemporaryDirectories();
-    const auto sound = std::make_shared<PulseConnection>();
-    sound->connectAhead();
-    players_ = std::make_unique<PulseFilePlayerFactory>(loop_, sound);
+    bringUp();
     files_ = std::make_unique<InotifyFileWatcher>(loop_);
     coordinator_ = std::make_shared<AppCoordinator>(
         socketPath, platform(),
         AppCoordinator::Speech{std::make_shared<MacSynthesizer>(pool_),
-                               std::make_shared<KokoroWorkerEngine>()});
+                               std::make_shared<KokoroWorkerEngine>(),
+                               KokoroProcessEngine::make(pool_)});
     if (!coordinator_->start()) exit_(1);
+}
+
+std::unique_ptr<CaptionWindow> AppDelegate::makeCaptionWindow() {
+    return std::make_unique<CaptionWindow>(loop_, desktop_->defaults(), desktop_->screens(),
+                                           desktop_->panelFactory());
+}
+
+void AppDelegate::startCaptionServer(const std::string& socketPath) {
+    desktop_ = std::make_unique<Desktop>(loop_);
+    legacy_ = std::make_unique<LegacyCaptionsServer>(
+        loop_, socketPath, [this] { return makeCaptionWindow(); }, exit_);
+    if (!legacy_->start()) exit_(1);
+}
+
+void AppDelegate::play(const PlayerArgs& args) {
+    bringUp();
+    player_ = std::make_unique<LegacyPlayer>(
+        loop_, *players_, &desktop_->nowPlaying(), [this] { return makeCaptionWindow(); }, exit_);
+    player_->run(args);
 }
 
 void AppDelegate::shutDown() {
     if (coordinator_) coordinator_->shutDown();
+    if (legacy_) legacy_->unlinkSocket();
 }
 
 }  // namespace sonra

@@ -4,6 +4,9 @@
 #include <memory>
 #include <string>
 
+#include "app/Desktop.h"
+#include "captions/LegacyCaptionsServer.h"
+#include "captions/LegacyPlayer.h"
 #include "control/AppCoordinator.h"
 #include "frame/ProcessMode.h"
 
@@ -28,6 +31,11 @@ class AppDelegate {
 
   private:
     void startService(const std::string& socketPath);
+    void startCaptionServer(const std::string& socketPath);
+    void play(const PlayerArgs& args);
+    /// Desktop and sound.
+    void bringUp();
+    std::unique_ptr<CaptionWindow> makeCaptionWindow();
     AppCoordinator::Platform platform();
 
     Mode mode_;
@@ -36,7 +44,10 @@ class AppDelegate {
     WorkerPool pool_;
     std::unique_ptr<FileWatcher> files_;
     std::unique_ptr<FilePlayerFactory> players_;
+    std::unique_ptr<Desktop> desktop_;
     std::shared_ptr<AppCoordinator> coordinator_;
+    std::unique_ptr<LegacyCaptionsServer> legacy_;
+    std::unique_ptr<LegacyPlayer> player_;
 };
 
 }  // namespace sonra

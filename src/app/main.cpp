@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "app/AppDelegate.h"
+#include "app/Desktop.h"
 #include "app/SignalWatch.h"
 #include "frame/Home.h"
 #include "frame/Log.h"
@@ -83,6 +84,7 @@ void logQtMessage(QtMsgType type, const QMessageLogContext&, const QString& mess
 
 int runApplication(const sonra::Mode& mode, int& argc, char** argv) {
     choosePlatform();
+    sonra::Desktop::avoidDeafSessionBus();
     qInstallMessageHandler(logQtMessage);
     QApplication application(argc, argv);
     QApplication::setApplicationName("sonra");

@@ -1,8 +1,13 @@
 #include "control/AppCoordinator.h"
 
 #include <algorithm>
+#include <thread>
 
+#include "control/CtlRunner.h"
 #include "control/KokoroSynth.h"
+#include "control/LoginItem.h"
+#include "control/QuitTeardownPlan.h"
+#include "control/ResynthVoice.h"
 #include "frame/CtlInvocation.h"
 #include "frame/ServiceState.h"
 #include "frame/ThreadAffinity.h"
@@ -10,24 +15,7 @@
 namespace sonra {
 namespace {
 
-std::string textOf(const Json& message, std::string_view key) {
-    return json::stringAt(message, key).value_or("");
-}
-
-/// The chunk that a "play" command stands for; its file belongs to the queue, whatever the sender
-/// says.
-AudioChunk chunkFrom(const Json& message, const std::string& wav) {
-    AudioChunk chunk;
-    chunk.url = wav;
-    chunk.text = textOf(message, "text");
-    chunk.title = json::stringAt(message, "title").value_or("Claude");
-    chunk.artist = json::stringAt(message, "artist").value_or("TTS");
-    chunk.albumLine = json::stringAt(message, "snippet").value_or(chunk.text);
-    chunk.sessionId = textOf(message, "sessionId");
-    chunk.messageId = textOf(message, "messageId");
-    chunk.ephemeral = true;
-    return chunk;
-}
+using History = MessageHistoryQueueState;
 
 SpeechConfig configOf(const ServiceState& state) {
     return {{VoiceID::Namespace::kokoro, state.voice}, state.speed, static_cast<int>(state.volume)};
@@ -35,6 +23,13 @@ SpeechConfig configOf(const ServiceState& state) {
 
 float gainOf(std::int64_t percent) {
     return static_cast<float>(std::clamp<std::int64_t>(percent, 0, 100)) / 100.0F;
+}
+
+NowPlayingSnapshotWriter::Cursor snapshotCursor(const History::Cursor& cursor) {
+    if (const auto* history = std::get_if<History::History>(&cursor))
+        return NowPlayingSnapshotWriter::History{history->messageIndex, history->totalKnown};
+    if (std::holds_alternative<History::Live>(cursor)) return NowPlayingSnapshotWriter::Live{};
+    return NowPlayingSnapshotWriter::Idle{};
 }
 
 }  // namespace
@@ -46,6 +41,10 @@ AppCoordinator::AppCoordinator(std::string socketPath, Platform platform, Speech
       nowPlayingSnapshot_(std::make_shared<NowPlayingSnapshotWriter>()),
       queue_(std::make_unique<AudioQueue>(platform_.loop, platform_.players, platform_.pool,
                                           platform_.nowPlaying, nowPlayingSnapshot_)),
+      messageHistoryQueue_(std::make_unique<MessageHistoryQueue>(platform_.loop, platform_.pool)),
+      captionWindow_(std::make_unique<CaptionWindow>(
+          platform_.loop, platform_.defaults, platform_.screens, platform_.makeCaptionPanel)),
+      menuBar_(std::make_unique<MenuBarController>(platform_.statusItem, platform_.wallClockMs)),
       ipc_(std::make_unique<IPCServer>(platform_.loop, socketPath_)),
       log_(Log::shared().child({{"class", "AppCoordinator"}})) {}
 
@@ -54,19 +53,24 @@ AppCoordinator::~AppCoordinator() = default;
 bool AppCoordinator::start() {
     SONRA_ASSERT_MAIN_THREAD();
     speech_.synthesizer->kokoro()->warmup();
+    wireHistory();
+    installRemoteCommandHandlers();
+    wireCaptions();
+    applyHistoryState();
     wireQueue();
+    wireMenu();
     wireSessions();
     wireTransport();
+    wireHistoryCommands();
+    wireCaptionCommands();
     wireSessionCommands();
     applyState();
-    ipc_->onCommand = [weak = weak_from_this()](const Json& message) {
-        if (const auto self = weak.lock()) self->handleIPC(message);
-    };
+    ipc_->onCommand = whileAlive<const Json&>(
+        [](AppCoordinator& self, const Json& message) { self.handleIPC(message); });
     if (!ipc_->start()) return false;
-    stateTimer_ = platform_.loop.every(stateInterval, [weak = weak_from_this()] {
-        if (const auto self = weak.lock()) self->applyState();
-    });
-    if (!CtlInvocation::ctlSpawnDisabled()) prewarmKokoro();
+    stateTimer_ = platform_.loop.every(stateInterval,
+                                       whileAlive([](AppCoordinator& self) { self.applyState(); }));
+    prewarmKokoro();
     return true;
 }
 
@@ -74,28 +78,9 @@ void AppCoordinator::shutDown() {
     ipc_->unlinkSocket();
 }
 
-void AppCoordinator::wireQueue() {
-    AudioQueue::Callbacks callbacks;
-    callbacks.onChunkStart = [weak = weak_from_this()](const AudioChunk& chunk, int, int) {
-        if (const auto self = weak.lock()) self->onChunkStart(chunk);
-    };
-    queue_->setCallbacks(std::move(callbacks));
-}
-
-void AppCoordinator::wireSessions() {
-    NarrationSessions::Callbacks callbacks;
-    callbacks.synth = makeSynth();
-    callbacks.enqueue = [weak = weak_from_this()](const AudioChunk& chunk) {
-        if (const auto self = weak.lock()) self->queue_->enqueue(chunk);
-    };
-    callbacks.onSynthesisStart = [weak = weak_from_this()](const std::string&, const std::string&) {
-        if (const auto self = weak.lock()) self->onSynthesisStart();
-    };
-    callbacks.onNewAttach = [this] { onNewAttach(); };
-    callbacks.onLastDetach = [this] { onLastDetach(); };
-    callbacks.wallClockMs = platform_.wallClockMs;
-    sessions_ =
-        std::make_unique<NarrationSessions>(platform_.loop, platform_.files, std::move(callbacks));
+void AppCoordinator::handleIPC(const Json& message) {
+    SONRA_ASSERT_MAIN_THREAD();
+    commands_.handle(message);
 }
 
 /// The voice for the sessions, and behind each message the end of what onSynthesisStart began.
@@ -112,63 +97,70 @@ NarrationPump::Synth AppCoordinator::makeSynth() {
     };
 }
 
-void AppCoordinator::wireTransport() {
-    commands_.add("play", [this](const Json& message) { play(message); });
-    commands_.add("clear", [this](const Json&) { queue_->clear(); });
-    commands_.add("stop", [this](const Json&) { queue_->clear(); });
-    commands_.add("quit", [this](const Json&) { platform_.exit(0); });
-    commands_.add("pause", [this](const Json&) { applyPauseState(true); });
-    commands_.add("resume", [this](const Json&) { applyPauseState(false); });
-    commands_.add("toggle", [this](const Json&) { applyPauseState(!queue_->paused()); });
-    commands_.add("skip", [this](const Json&) { queue_->skip(); });
-    commands_.add("restart", [this](const Json&) { queue_->restartCurrent(); });
-    commands_.add("volume", [this](const Json& message) {
-        if (const auto value = json::intAt(message, "value")) setVolume(*value);
-    });
-}
-
-void AppCoordinator::wireSessionCommands() {
-    commands_.add("attach", [this](const Json& message) { attach(message); });
-    commands_.add("detach",
-                  [this](const Json& message) { detachSessionLocal(textOf(message, "id")); });
-}
-
-void AppCoordinator::handleIPC(const Json& message) {
-    SONRA_ASSERT_MAIN_THREAD();
-    commands_.handle(message);
-}
-
-void AppCoordinator::onChunkStart(const AudioChunk& chunk) {
+void AppCoordinator::onChunkStart(const AudioChunk& chunk, int index, int total) {
     if (ServiceState::read().synthesizing)
         ServiceState::update([](Json& document) { document["synthesizing"] = false; });
     lastSnippet_ = chunk.text.empty() ? chunk.albumLine : chunk.text;
     nowPlayingSnapshot_->updateSnippet(lastSnippet_);
+    captions_->chunkStarted(lastSnippet_, index, total);
+    showWhetherNavigable();
+    refreshMenuBar();
+}
+
+void AppCoordinator::onIdle() {
+    captions_->queueIdle();
+    showWhetherNavigable();
+    retireRemoteIfOver();
+    refreshMenuBar();
 }
 
 void AppCoordinator::onSynthesisStart() {
     ++synthesesUnderWay_;
     nowPlayingSnapshot_->updateSynthesizing(true);
+    captions_->synthesisBegan();
+    menuBar_->setSynthesizing(true);
 }
 
 /// A message that was under way at the last detach may have brought the worker up once more.
 void AppCoordinator::onSynthesisEnd() {
     --synthesesUnderWay_;
     nowPlayingSnapshot_->updateSynthesizing(isSynthesizing());
-    if (!isSynthesizing() && !sessions_->isNarrating()) stopWorkerUnlessAttached();
+    menuBar_->setSynthesizing(isSynthesizing());
+    if (isSynthesizing()) return;
+    captions_->synthesisEnded(queueStatus());
+    if (!sessions_->isNarrating()) stopWorkerUnlessAttached();
+}
+
+NarrationStatus AppCoordinator::queueStatus() const {
+    if (queue_->paused()) return NarrationStatus::paused(static_cast<int>(queue_->queuedCount()));
+    return {queue_->current() == nullptr ? NarrationStatus::Phase::idle
+                                         : NarrationStatus::Phase::playing};
 }
 
 /// A new attach starts unpaused, also after a pause that an earlier run left behind.
-void AppCoordinator::onNewAttach() {
+void AppCoordinator::onNewAttach(const AttachRequest& request) {
     ++*attaches_;
+    captions_->sessionAttached();
+    setSession(request);
     prewarmKokoro();
     if (!ServiceState::read().paused) return;
     ServiceState::update([](Json& document) { document["paused"] = false; });
     queue_->setPaused(false);
 }
 
+void AppCoordinator::setSession(const AttachRequest& request) {
+    messageHistoryQueue_->setSynth(
+        makeResynthSynth(speech_.resynth, [] { return configOf(ServiceState::read()); }));
+    messageHistoryQueue_->setSession(
+        request.transcript, historySource(request.source).value_or(HistorySource::claudeCode));
+}
+
 /// The queue plays out what it holds; the worker is no longer needed.
 void AppCoordinator::onLastDetach() {
+    transport_->cancelColdResolve();
     speech_.synthesizer->kokoro()->cancelCurrent();
+    messageHistoryQueue_->clearAll();
+    retireRemoteIfOver();
     stopWorkerUnlessAttached();
 }
 
@@ -182,36 +174,75 @@ void AppCoordinator::applyPauseState(bool paused) {
     if (queue_->paused() == paused) return;
     queue_->setPaused(paused);
     ServiceState::update([paused](Json& document) { document["paused"] = paused; });
+    refreshMenuBar();
+}
+
+/// Tells the desktop, the captions and the snapshot where the listener stands.
+void AppCoordinator::applyHistoryState() {
+    const auto& state = messageHistoryQueue_->state();
+    captions_->historyChanged(state);
+    const auto counts = messageHistoryQueue_->liveTimelineCounts();
+    nowPlayingSnapshot_->updateCursor({messageHistoryQueue_->focusedSessionId(),
+                                       snapshotCursor(state.cursor), state.newLiveMessageCount,
+                                       counts.messageIndex, counts.totalMessages});
+    showWhetherNavigable();
+}
+
+void AppCoordinator::showWhetherNavigable() {
+    if (platform_.remoteCommands != nullptr)
+        platform_.remoteCommands->setCanNavigate(transport_->canNavigate());
 }
 
 void AppCoordinator::setVolume(std::int64_t percent) {
     const auto bounded = std::clamp<std::int64_t>(percent, 0, 100);
     queue_->setVolume(gainOf(bounded));
     ServiceState::update([bounded](Json& document) { document["volume"] = bounded; });
+    if (platform_.remoteCommands != nullptr) platform_.remoteCommands->setVolume(gainOf(bounded));
+    refreshMenuBar();
 }
 
-void AppCoordinator::play(const Json& message) {
-    if (const auto wav = json::stringAt(message, "wav")) queue_->enqueue(chunkFrom(message, *wav));
+void AppCoordinator::setSpeed(double speed) {
+    ServiceState::update([speed](Json& document) { document["speed"] = speed; });
+    captionWindow_->setSpeed(speed);
+    refreshMenuBar();
 }
 
-void AppCoordinator::attach(const Json& message) {
-    const auto id = textOf(message, "id");
-    if (json::boolAt(message, "resume").value_or(false) && sessions_->resume(id)) return;
-    attachSessionLocal({id, textOf(message, "cwd"), textOf(message, "transcript"),
-                        textOf(message, "source"), textOf(message, "branch"),
-                        textOf(message, "title")});
+void AppCoordinator::toggleMute() {
+    const bool muted = !queue_->muted();
+    queue_->setMuted(muted);
+    ServiceState::update([muted](Json& document) { document["muted"] = muted; });
+    refreshMenuBar();
 }
 
-void AppCoordinator::attachSession(const std::string& id, const std::string& cwd) {
-    attachSessionLocal({id, cwd, "", "claude-code", "", ""});
+void AppCoordinator::seekTo(double fraction) {
+    if (const auto* player = queue_->current()) queue_->seek(fraction * player->duration());
 }
 
-bool AppCoordinator::attachSessionLocal(AttachRequest request) {
-    return sessions_->attach(std::move(request));
+void AppCoordinator::clearEverything() {
+    transport_->cancelColdResolve();
+    queue_->clear();
+    messageHistoryQueue_->clearAll();
+    retireRemoteIfOver();
 }
 
-void AppCoordinator::detachSessionLocal(const std::string& id) {
-    sessions_->detach(id);
+/// With nothing to go back to and nothing playing, the desktop has nothing to show.
+void AppCoordinator::retireRemoteIfOver() {
+    const bool over = queue_->current() == nullptr &&
+                      std::holds_alternative<History::Idle>(messageHistoryQueue_->state().cursor);
+    if (over && platform_.remoteCommands != nullptr) platform_.remoteCommands->retire();
+}
+
+void AppCoordinator::refreshMenuBar(const std::optional<StateTick>& given) {
+    auto tick = given ? *given : StateTick::read();
+    MenuBarController::Picture picture;
+    picture.state = tick.state;
+    picture.isPlaying = queue_->isCurrentlyPlaying();
+    picture.isSynthesizing = isSynthesizing();
+    picture.currentSnippet = lastSnippet_;
+    picture.sessions = std::move(tick.sessions.attached);
+    picture.discovered = std::move(tick.sessions.discovered);
+    picture.isLaunchAgentInstalled = isLaunchAgentInstalled();
+    menuBar_->reflect(std::move(picture));
 }
 
 void AppCoordinator::applyState() {
@@ -219,8 +250,12 @@ void AppCoordinator::applyState() {
     const auto tick = StateTick::read();
     queue_->setVolume(gainOf(tick.state.volume));
     queue_->setMuted(tick.state.muted);
+    if (platform_.remoteCommands != nullptr)
+        platform_.remoteCommands->setVolume(gainOf(tick.state.volume));
     if (queue_->paused() != tick.state.paused) queue_->setPaused(tick.state.paused);
+    captions_->follow(tick);
     if (tick.hasDocument) sessions_->follow(tick.sessions);
+    refreshMenuBar(tick);
     maybeAutoAttachSoleSession(tick);
 }
 
@@ -236,16 +271,46 @@ void AppCoordinator::maybeAutoAttachSoleSession(const StateTick& tick) {
     refusedCandidate_ = attached ? std::nullopt : row;
 }
 
+void AppCoordinator::attachSession(const std::string& id, const std::string& cwd) {
+    attachSessionLocal({id, cwd, "", "claude-code", "", ""});
+}
+
+bool AppCoordinator::attachSessionLocal(AttachRequest request) {
+    const bool added = sessions_->attach(std::move(request));
+    refreshMenuBar();
+    return added;
+}
+
+void AppCoordinator::detachSessionLocal(const std::string& id) {
+    sessions_->detach(id);
+    refreshMenuBar();
+}
+
 /// Brings the voice up ahead of need, off the main thread.
 void AppCoordinator::prewarmKokoro() {
-    if (CtlInvocation::ctlSpawnDisabled()) return;
+    if (CtlInvocation::ctlSpawnDisabled()) return captions_->voiceReady();
     // One is enough: it blocks a thread of the pool for as long as a model takes to load.
     if (!prewarming_->exchange(true))
-        platform_.pool.post([worker = speech_.worker, prewarming = prewarming_] {
+        platform_.pool.post([worker = speech_.worker, prewarming = prewarming_,
+                             &loop = platform_.loop, weak = weak_from_this()] {
             worker->startAndWaitReady();
             *prewarming = false;
+            loop.post([weak] {
+                if (const auto self = weak.lock()) self->captions_->voiceReady();
+            });
         });
     speech_.synthesizer->kokoro()->warmup();
+}
+
+/// The user's own wish to quit: in good order, but within the watchdog's time.
+void AppCoordinator::quit() {
+    platform_.pool.post([exitAtOnce = platform_.exitAtOnce] {
+        std::this_thread::sleep_for(QuitTeardownPlan::watchdogDeadline);
+        exitAtOnce(0);
+    });
+    speech_.worker->stop();
+    runCtl({"stop-daemon"});
+    platform_.loop.post([exit = platform_.exit] { exit(0); });
 }
 
 }  // namespace sonra

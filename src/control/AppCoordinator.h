@@ -6,19 +6,28 @@
 #include <optional>
 #include <string>
 
+#include "captions/CaptionWindow.h"
+#include "control/CaptionPresenter.h"
 #include "control/CommandTable.h"
+#include "control/HistoryTransport.h"
 #include "control/IPCServer.h"
 #include "control/NarrationSessions.h"
 #include "control/StateTick.h"
 #include "frame/WorkerPool.h"
+#include "history/MessageHistoryQueue.h"
 #include "platform/FilePlayer.h"
 #include "platform/FileWatcher.h"
 #include "platform/MainLoop.h"
 #include "platform/NowPlayingCenter.h"
+#include "platform/RemoteCommandCenter.h"
+#include "platform/Screens.h"
+#include "platform/StatusItem.h"
+#include "platform/UserDefaults.h"
 #include "playback/AudioQueue.h"
 #include "playback/NowPlayingSnapshotWriter.h"
 #include "speech/KokoroWorkerEngine.h"
 #include "speech/MacSynthesizer.h"
+#include "ui/MenuBarController.h"
 
 namespace sonra {
 
@@ -34,13 +43,22 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
         FilePlayerFactory& players;
         FileWatcher& files;
         WorkerPool& pool;
-        NowPlayingCenter* nowPlaying = nullptr;  ///< null where the desktop has none
-        std::function<void(int status)> exit;    ///< ends the process; not expected to return
-        std::function<double()> wallClockMs;     ///< milliseconds since the epoch
+        UserDefaults& defaults;
+        Screens& screens;
+        StatusItem& statusItem;
+        CaptionWindow::PanelFactory makeCaptionPanel;
+        NowPlayingCenter* nowPlaying = nullptr;         ///< null where the desktop has none
+        RemoteCommandCenter* remoteCommands = nullptr;  ///< null where the desktop has none
+        std::function<void(int status)> exit;           ///< ends the process; may not return
+        std::function<void(int status)> exitAtOnce;     ///< any thread; waits for nothing
+        std::function<double()> wallClockMs;            ///< milliseconds since the epoch
     };
     struct Speech {
         std::shared_ptr<MacSynthesizer> synthesizer;
         std::shared_ptr<KokoroWorkerEngine> worker;
+        /// Speaks messages of the history anew. An engine of its own, so that giving one of them up
+        /// never costs a live one.
+        std::shared_ptr<SpawnedEngine> resynth;
     };
 
     static constexpr std::chrono::milliseconds stateInterval{1500};
@@ -67,23 +85,50 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
 
     [[nodiscard]] AudioQueue& queue() { return *queue_; }
     [[nodiscard]] NarrationSessions& sessions() { return *sessions_; }
+    [[nodiscard]] MessageHistoryQueue& history() { return *messageHistoryQueue_; }
+    [[nodiscard]] CaptionWindow& captionWindow() { return *captionWindow_; }
     /// True while speech is being made for any session.
     [[nodiscard]] bool isSynthesizing() const { return synthesesUnderWay_ > 0; }
 
   private:
     void wireQueue();
+    void wireHistory();
     void wireSessions();
+    void wireCaptions();
+    void wireMenu();
+    void installRemoteCommandHandlers();
     void wireTransport();
+    void wireHistoryCommands();
+    void wireCaptionCommands();
     void wireSessionCommands();
+    /// A callback that runs `body` with the coordinator, unless it has gone.
+    template <typename... Arguments, typename Body>
+    std::function<void(Arguments...)> whileAlive(Body body) {
+        return [weak = weak_from_this(), body = std::move(body)](Arguments... arguments) {
+            if (const auto self = weak.lock()) body(*self, std::forward<Arguments>(arguments)...);
+        };
+    }
 
-    void onChunkStart(const AudioChunk& chunk);
-    void onNewAttach();
+    void onChunkStart(const AudioChunk& chunk, int index, int total);
+    void onIdle();
+    void onNewAttach(const AttachRequest& request);
     void onLastDetach();
     void onSynthesisStart();
     void onSynthesisEnd();
     void stopWorkerUnlessAttached();
+    void setSession(const AttachRequest& request);
     void applyPauseState(bool paused);
+    void applyHistoryState();
+    void showWhetherNavigable();
     void setVolume(std::int64_t percent);
+    void setSpeed(double speed);
+    void toggleMute();
+    void seekTo(double fraction);
+    void clearEverything();
+    void retireRemoteIfOver();
+    void refreshMenuBar(const std::optional<StateTick>& tick = {});
+    NarrationStatus queueStatus() const;
+    void quit();
     void play(const Json& message);
     void attach(const Json& message);
     void maybeAutoAttachSoleSession(const StateTick& tick);
@@ -95,6 +140,11 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     Speech speech_;
     std::shared_ptr<NowPlayingSnapshotWriter> nowPlayingSnapshot_;
     std::unique_ptr<AudioQueue> queue_;
+    std::unique_ptr<MessageHistoryQueue> messageHistoryQueue_;
+    std::unique_ptr<HistoryTransport> transport_;
+    std::unique_ptr<CaptionWindow> captionWindow_;
+    std::unique_ptr<CaptionPresenter> captions_;
+    std::unique_ptr<MenuBarController> menuBar_;
     std::unique_ptr<NarrationSessions> sessions_;
     std::unique_ptr<IPCServer> ipc_;
     CommandTable commands_;

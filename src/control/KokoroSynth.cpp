@@ -3,11 +3,9 @@
 #include <unistd.h>
 
 #include <exception>
-#include <filesystem>
-#include <optional>
 
+#include "control/SpokenFile.h"
 #include "frame/Log.h"
-#include "frame/Semaphore.h"
 #include "frame/TemporaryDirectory.h"
 #include "frame/UniqueName.h"
 #include "ingest/NarrationChunker.h"
@@ -15,45 +13,9 @@
 namespace sonra::NativeNarration {
 namespace {
 
-/// One chunk on its way to a file.
-struct Job {
-    const std::string& text;
-    const SpeechConfig& config;
-    const std::string& file;
-};
-
 std::string fileFor(const std::string& sessionId, std::size_t index) {
     return temporaryDirectory() + "/sonra-narr-" + std::to_string(getpid()) + "-" +
            safeFileName(sessionId) + "-" + std::to_string(index) + "-" + uniqueSuffix() + ".wav";
-}
-
-bool isFile(const std::string& path) {
-    std::error_code ignored;
-    return std::filesystem::exists(path, ignored);
-}
-
-/// Blocks until the engine is done with the chunk; the reason if it failed.
-std::optional<SynthError> speakBySpawn(SpeechEngine& engine, const Job& job) {
-    struct Outcome {
-        Semaphore done;
-        bool produced = false;
-        std::optional<SynthError> error;
-    };
-    const auto outcome = std::make_shared<Outcome>();
-    engine.synthesize(
-        job.text, job.config, SynthesisSink::file(job.file), Chunking::combined,
-        [outcome, file = job.file](const SynthChunk& chunk) {
-            if (chunk.url == file) outcome->produced = true;
-        },
-        [outcome](const std::optional<SynthError>& error) {
-            outcome->error = error;
-            outcome->done.signal();
-        });
-    // Every request of an engine has a time limit of its own.
-    outcome->done.wait();
-    if (outcome->produced && isFile(job.file)) return std::nullopt;
-    unlink(job.file.c_str());
-    return outcome->error.value_or(SynthError::synthesisFailed("no sound file"));
 }
 
 void warnOfGap(const Log& log, std::size_t index, std::size_t total, const std::exception& cause) {
@@ -76,7 +38,7 @@ NarrationPump::Synth makeKokoroSynth(std::shared_ptr<SpeechEngine> engine,
         for (std::size_t i = 0; i < chunks.size(); ++i) {
             const auto file = fileFor(sessionId, i);
             if (!worker->synthCombinedToFile(chunks[i], settings.voice.id, settings.speed, file)) {
-                if (const auto error = speakBySpawn(*engine, {chunks[i], settings, file})) {
+                if (const auto error = speakToFile(*engine, chunks[i], settings, file)) {
                     warnOfGap(log, i, chunks.size(), *error);
                     continue;
                 }

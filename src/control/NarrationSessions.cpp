@@ -3,20 +3,23 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "control/PreviousMessage.h"
 #include "control/StateTick.h"
 #include "frame/FileProbe.h"
 #include "frame/HarnessTheme.h"
 #include "frame/Home.h"
+#include "frame/Semaphore.h"
 #include "frame/ServiceState.h"
 #include "frame/Text.h"
 #include "frame/ThreadAffinity.h"
 #include "ingest/LiveTailReaderRegistry.h"
-#include "ingest/NativeNarration.h"
 
 namespace sonra {
 namespace {
 
 constexpr auto defaultSource = "claude-code";
+/// How long an attach may wait for the transcript's last message.
+constexpr std::chrono::milliseconds seedPatience{40};
 
 std::string shortId(const std::string& id) {
     return std::string(text::prefix(id, 8));
@@ -56,11 +59,28 @@ Json rowFor(const AttachRequest& request, std::int64_t offset, std::int64_t atta
     return row;
 }
 
+/// What was said just before the attach. A transcript whose end can't be read in good time gives
+/// nothing: the attach mustn't wait for it.
+std::optional<HistoryMessage> lastMessage(WorkerPool& pool, const AttachRequest& request) {
+    struct Answer {
+        Semaphore done;
+        std::optional<HistoryMessage> message;
+    };
+    const auto answer = std::make_shared<Answer>();
+    pool.post([answer, transcript = request.transcript, source = request.source] {
+        answer->message = previousMessageToSeed(transcript, source);
+        answer->done.signal();
+    });
+    return answer->done.waitFor(seedPatience) ? answer->message : std::nullopt;
+}
+
 }  // namespace
 
-NarrationSessions::NarrationSessions(MainLoop& loop, FileWatcher& watcher, Callbacks callbacks)
+NarrationSessions::NarrationSessions(MainLoop& loop, FileWatcher& watcher, WorkerPool& pool,
+                                     Callbacks callbacks)
     : loop_(loop),
       watcher_(watcher),
+      pool_(pool),
       callbacks_(std::move(callbacks)),
       log_(Log::shared().child({{"class", "AppCoordinator"}})) {}
 
@@ -130,8 +150,8 @@ bool NarrationSessions::attach(AttachRequest request) {
     if (!newAttach) return false;
     lastKnownAttachedIds_.insert(request.id);
     transcripts_[request.id] = request.transcript;
-    callbacks_.onNewAttach();
-    start(request.id, request.source, request.transcript);
+    callbacks_.onNewAttach(request);
+    start(request, lastMessage(pool_, request));
     return true;
 }
 
@@ -144,7 +164,9 @@ bool NarrationSessions::resume(const std::string& id) {
     AttachRequest request{id, row->cwd, row->transcript, row->source};
     if (!complete(request)) return true;
     transcripts_[id] = request.transcript;
-    start(id, request.source, request.transcript);
+    if (!tailers_.contains(id)) callbacks_.onResume(request);
+    // What was said before the restart has been heard.
+    start(request, std::nullopt);
     return true;
 }
 
@@ -156,35 +178,43 @@ std::string NarrationSessions::transcriptPath(const std::string& id,
     return found == transcripts_.end() || found->second.empty() ? fallback : found->second;
 }
 
-void NarrationSessions::start(const std::string& id, const std::string& source,
-                              const std::string& transcript) {
-    if (tailers_.contains(id)) return;
-    const auto* reader = LiveTailReaderRegistry::reader(source);
-    if (reader == nullptr) {
-        log_.info("no live reader for source; skipping native tailer",
-                  {{"input", {{"sessionId", id}, {"source", source}}}});
-        return;
-    }
-    const auto attachBytePos = reader->initialOffset(transcript).intValue();
-    offsets_.seed(id, attachBytePos);
+NativeNarration::SessionOptions NarrationSessions::optionsFor(const AttachRequest& request) {
     NativeNarration::SessionOptions options;
-    options.sessionId = id;
-    options.pathProvider = [this, id, transcript] { return transcriptPath(id, transcript); };
+    options.sessionId = request.id;
+    options.pathProvider = [this, id = request.id, transcript = request.transcript] {
+        return transcriptPath(id, transcript);
+    };
     options.synth = callbacks_.synth;
-    // What was said isn't kept: chunks are only played.
-    options.recordLive = [](const AudioChunk&) {};
+    options.recordLive = callbacks_.recordLive;
     options.enqueue = callbacks_.enqueue;
     options.offsetPersist = [this](const std::string& session, const TailOffset& offset) {
         offsets_.report(session, offset.intValue());
     };
     options.onSynthesisStart = callbacks_.onSynthesisStart;
     options.dispatchToMain = true;
-    auto session = NativeNarration::makeSession(loop_, watcher_, *reader, std::move(options));
+    return options;
+}
+
+void NarrationSessions::start(const AttachRequest& request,
+                              const std::optional<HistoryMessage>& seed) {
+    const auto& id = request.id;
+    if (tailers_.contains(id)) return;
+    const auto* reader = LiveTailReaderRegistry::reader(request.source);
+    if (reader == nullptr) {
+        log_.info("no live reader for source; skipping native tailer",
+                  {{"input", {{"sessionId", id}, {"source", request.source}}}});
+        return;
+    }
+    const auto attachBytePos = reader->initialOffset(request.transcript).intValue();
+    offsets_.seed(id, attachBytePos);
+    auto session = NativeNarration::makeSession(loop_, watcher_, *reader, optionsFor(request));
+    if (seed) session->prime(seed->messageId, seed->text);
     session->start();
     tailers_[id] = std::move(session);
     log_.info(
         "native tailer started (forward-only)",
-        {{"input", {{"sessionId", id}, {"source", source}, {"attachBytePos", attachBytePos}}}});
+        {{"input",
+          {{"sessionId", id}, {"source", request.source}, {"attachBytePos", attachBytePos}}}});
 }
 
 void NarrationSessions::stop(const std::string& id) {
@@ -205,6 +235,7 @@ void NarrationSessions::detach(const std::string& id) {
     stop(id);
     userDetachedThisRun_ = true;
     lastKnownAttachedIds_.erase(id);
+    callbacks_.onDetach();
     if (StateTick::read().sessions.attached.empty()) callbacks_.onLastDetach();
 }
 
@@ -216,6 +247,7 @@ void NarrationSessions::noteVanished(const std::set<std::string>& current) {
         log_.child({{"method", "observeStateLevelDetach"}})
             .info("state-level detach observed; auto-attach stands down for this run");
     }
+    callbacks_.onDetach();
     if (current.empty()) callbacks_.onLastDetach();
 }
 

@@ -10,6 +10,9 @@
 #include "control/TailOffsetStore.h"
 #include "frame/AudioChunk.h"
 #include "frame/Log.h"
+#include "frame/WorkerPool.h"
+#include "ingest/HistoryMessage.h"
+#include "ingest/NativeNarration.h"
 #include "ingest/NativeNarrationSession.h"
 #include "platform/FileWatcher.h"
 #include "platform/MainLoop.h"
@@ -37,15 +40,21 @@ class NarrationSessions {
   public:
     struct Callbacks {
         NarrationPump::Synth synth;
+        /// Each chunk goes to the history before it goes to the queue.
+        std::function<void(const AudioChunk&)> recordLive;
         std::function<void(const AudioChunk&)> enqueue;
         std::function<void(const std::string& sessionId, const std::string& messageId)>
             onSynthesisStart;
-        std::function<void()> onNewAttach;    ///< a row was added; its tailer hasn't started yet
+        /// A row was added; its tailer hasn't started yet. The request is complete.
+        std::function<void(const AttachRequest&)> onNewAttach;
+        /// A row of an earlier run gets its tailer again; it hasn't started yet.
+        std::function<void(const AttachRequest&)> onResume;
+        std::function<void()> onDetach;       ///< a session was detached, here or elsewhere
         std::function<void()> onLastDetach;   ///< no session is attached any more
         std::function<double()> wallClockMs;  ///< milliseconds since the epoch
     };
 
-    NarrationSessions(MainLoop& loop, FileWatcher& watcher, Callbacks callbacks);
+    NarrationSessions(MainLoop& loop, FileWatcher& watcher, WorkerPool& pool, Callbacks callbacks);
 
     /// Adds the row and starts narrating from the end of the transcript; does nothing for a session
     /// that has a row.
@@ -70,13 +79,16 @@ class NarrationSessions {
     static std::optional<std::string> problemWith(AttachRequest& request, Json& input);
     bool complete(AttachRequest& request) const;
     bool addRow(const AttachRequest& request, std::int64_t offset, bool& updated);
-    void start(const std::string& id, const std::string& source, const std::string& transcript);
+    /// `seed` is taken as though it had just been said.
+    void start(const AttachRequest& request, const std::optional<HistoryMessage>& seed);
+    NativeNarration::SessionOptions optionsFor(const AttachRequest& request);
     std::string transcriptPath(const std::string& id, const std::string& fallback) const;
     void stop(const std::string& id);
     void noteVanished(const std::set<std::string>& current);
 
     MainLoop& loop_;
     FileWatcher& watcher_;
+    WorkerPool& pool_;
     Callbacks callbacks_;
     Log log_;
     TailOffsetStore offsets_;

@@ -200,7 +200,9 @@ Rows MenuBarController::Shown::sessionSection() const {
 }
 
 Rows MenuBarController::Shown::programSection() const {
-    Rows section{action("about", "About Sonra", calling(&Callbacks::onAbout))};
+    Rows section;
+    if (callbacks.onAbout)
+        section.push_back(action("about", "About Sonra", calling(&Callbacks::onAbout)));
     if (callbacks.onToggleStartAtLogin)
         section.push_back(
             action("login", picture.isLaunchAgentInstalled ? "✓ Start at login" : "Start at login",

@@ -121,15 +121,27 @@ TEST_F(Attach, KeepsWhatOthersWroteIntoTheDocument) {
     EXPECT_EQ(rows()[0]["extra"], true);
 }
 
-TEST_F(Attach, SpeaksOnlyWhatIsWrittenAfterwards) {
-    test::appendFile(transcript, test::assistantLine("m0", "This was said before the attach"));
+TEST_F(Attach, SpeaksOfTheTranscriptOnlyTheLastMessage) {
+    test::appendFile(transcript, test::assistantLine("m0", "This was said long before"));
+    test::appendFile(transcript, test::assistantLine("m1", "This was said before the attach"));
+    coordinator->attachSession("s1", "/p");
+    reply(transcript, "m2", "This is spoken because it came later");
+    EXPECT_TRUE(waitForPlays(1));
+    EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
+    ASSERT_TRUE(loop.runUntil([&] { return log.count("chunk enqueued") == 2; }));
+    coordinator->handleIPC({{"cmd", "skip"}});
+    loop.runPosted();
+    EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m2");
+    EXPECT_EQ(coordinator->queue().currentChunk()->text, "This is spoken because it came later");
+}
+
+TEST_F(Attach, AStubIsNotRepeated) {
+    test::appendFile(transcript, test::assistantLine("m0", "Done."));
     coordinator->attachSession("s1", "/p");
     reply(transcript, "m1", "This is spoken because it came later");
     EXPECT_TRUE(waitForPlays(1));
-    EXPECT_EQ(log.count("chunk enqueued"), 1U);
-    ASSERT_TRUE(coordinator->queue().currentChunk());
     EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
-    EXPECT_EQ(coordinator->queue().currentChunk()->text, "This is spoken because it came later");
+    EXPECT_EQ(log.count("chunk enqueued"), 1U);
 }
 
 TEST_F(Attach, FollowsARowThatMovesToAnotherTranscript) {

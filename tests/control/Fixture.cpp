@@ -28,6 +28,27 @@ void CoordinatorTest::useResidentWorker() {
     chmod(workerScript.c_str(), 0700);
 }
 
+AppCoordinator::Platform CoordinatorTest::platform() {
+    const auto makePanel = [this](CaptionPanelModel&) {
+        auto made = std::make_unique<FakePanel>();
+        panel = made.get();
+        return made;
+    };
+    return {loop,
+            players,
+            files,
+            pool,
+            defaults,
+            screens,
+            statusItem,
+            makePanel,
+            nullptr,
+            &remote,
+            [this](int status) { exits.push_back(status); },
+            [this](int) { ++exitsAtOnce; },
+            [] { return wallClockMs; }};
+}
+
 void CoordinatorTest::start() {
     const auto launcher = [path = voiceLauncher] { return std::optional<std::string>(path); };
     KokoroProcessEngine::Options spawned;
@@ -46,19 +67,12 @@ void CoordinatorTest::start() {
     AppCoordinator::Speech speech{
         std::make_shared<MacSynthesizer>(KokoroProcessEngine::make(pool, spawned),
                                          GeminiEngine::make(pool)),
-        std::make_shared<KokoroWorkerEngine>(resident)};
+        std::make_shared<KokoroWorkerEngine>(resident), KokoroProcessEngine::make(pool, spawned)};
     worker = speech.worker;
     // Without a script it is given up for good, and the warning stands in every test.
     if (workerScript.empty()) worker->startAndWaitReady();
-    AppCoordinator::Platform platform{loop,
-                                      players,
-                                      files,
-                                      pool,
-                                      nullptr,
-                                      [this](int status) { exits.push_back(status); },
-                                      [] { return wallClockMs; }};
     coordinator =
-        std::make_shared<AppCoordinator>(home.shared() + "/service.sock", platform, speech);
+        std::make_shared<AppCoordinator>(home.shared() + "/service.sock", platform(), speech);
     ASSERT_TRUE(coordinator->start());
     loop.runPosted();
 }
@@ -101,6 +115,22 @@ bool CoordinatorTest::waitForPlays(std::size_t count) {
                    players.calls().begin(), players.calls().end(),
                    [](const auto& call) { return call.starts_with("play "); })) >= count;
     });
+}
+
+std::string CoordinatorTest::makeWav(const std::string& name) const {
+    const auto path = home / name;
+    writeFile(path, "RIFF");
+    return path;
+}
+
+void CoordinatorTest::playMessage(const std::string& messageId, const std::string& text,
+                                  const std::string& sessionId) {
+    coordinator->handleIPC({{"cmd", "play"},
+                            {"wav", makeWav(messageId + ".wav")},
+                            {"text", text},
+                            {"sessionId", sessionId},
+                            {"messageId", messageId}});
+    loop.runPosted();
 }
 
 }  // namespace sonra::test

@@ -2,13 +2,19 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "control/AppCoordinator.h"
+#include "support/FakeDefaults.h"
 #include "support/FakeFileWatcher.h"
+#include "support/FakePanel.h"
 #include "support/FakePlayer.h"
+#include "support/FakeRemoteCommandCenter.h"
+#include "support/FakeScreens.h"
+#include "support/FakeStatusItem.h"
 #include "support/LogWatch.h"
 #include "support/ManualLoop.h"
 #include "support/TempDir.h"
@@ -27,6 +33,8 @@ class CoordinatorTest : public testing::Test {
     /// Synthesis under way posts to the loop, which must still be there.
     ~CoordinatorTest() override;
 
+    /// The test's ports, as a coordinator takes them.
+    AppCoordinator::Platform platform();
     /// Starts the coordinator on what the shared document says now.
     void start();
     /// Before `start`: the resident worker is a script that stays up and answers nothing.
@@ -43,6 +51,14 @@ class CoordinatorTest : public testing::Test {
     void reply(const std::string& transcript, const std::string& messageId,
                const std::string& text);
     bool waitForPlays(std::size_t count);
+    /// A sound file that "play" may take.
+    std::string makeWav(const std::string& name) const;
+    /// A "play" command for a message, as its sender writes it; the queue removes the file.
+    void playMessage(const std::string& messageId, const std::string& text,
+                     const std::string& sessionId = "s1");
+    [[nodiscard]] const CaptionPanelModel& caption() const {
+        return coordinator->captionWindow().viewModel();
+    }
 
     TempHome home;
     ScopedEnv noCtl{"TTS_DISABLE_CTL", "1"};
@@ -50,7 +66,13 @@ class CoordinatorTest : public testing::Test {
     FakePlayerFactory players{loop};
     FakeFileWatcher files;
     WorkerPool pool;
+    FakeDefaults defaults;
+    FakeScreens screens;
+    FakeStatusItem statusItem;
+    FakeRemoteCommandCenter remote;
+    FakePanel* panel = nullptr;  ///< the coordinator's; null before `start`
     std::vector<int> exits;
+    std::atomic<int> exitsAtOnce{0};
     std::string voiceLauncher;
     std::string workerScript;
     std::shared_ptr<KokoroWorkerEngine> worker;

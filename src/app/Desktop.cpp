@@ -1,0 +1,72 @@
+#include "app/Desktop.h"
+
+#include <QGuiApplication>
+#include <chrono>
+
+#include "app/HiddenPanel.h"
+#include "frame/DefaultsDocument.h"
+#include "linux/QtMpris.h"
+#include "linux/QtScreens.h"
+#include "linux/SessionBusProbe.h"
+#include "widgets/CaptionPanel.h"
+#include "widgets/FollowedLook.h"
+#include "widgets/TrayItem.h"
+
+namespace sonra {
+namespace {
+
+constexpr std::chrono::milliseconds busPatience{500};
+constexpr auto busAddressVariable = "DBUS_SESSION_BUS_ADDRESS";
+/// An address at which connecting fails at once.
+constexpr auto nobodysAddress = "unix:path=/dev/null";
+
+}  // namespace
+
+struct Desktop::Parts {
+    explicit Parts(MainLoop& loop) : mpris(loop), tray(look) {}
+
+    DefaultsDocument defaults{DefaultsDocument::defaultPath()};
+    QtScreens screens;
+    FollowedLook look;
+    QtMpris mpris;
+    TrayItem tray;
+};
+
+Desktop::Desktop(MainLoop& loop) : parts_(std::make_unique<Parts>(loop)) {}
+
+Desktop::~Desktop() = default;
+
+void Desktop::avoidDeafSessionBus() {
+    const auto address = sessionBusAddress();
+    if (!address.empty() && !busAnswers(address, busPatience))
+        qputenv(busAddressVariable, nobodysAddress);
+}
+
+UserDefaults& Desktop::defaults() {
+    return parts_->defaults;
+}
+
+Screens& Desktop::screens() {
+    return parts_->screens;
+}
+
+StatusItem& Desktop::statusItem() {
+    return parts_->tray;
+}
+
+NowPlayingCenter& Desktop::nowPlaying() {
+    return parts_->mpris;
+}
+
+RemoteCommandCenter& Desktop::remoteCommands() {
+    return parts_->mpris;
+}
+
+CaptionWindow::PanelFactory Desktop::panelFactory() {
+    return [this](CaptionPanelModel& model) -> std::unique_ptr<FloatingPanel> {
+        if (QGuiApplication::platformName() == "offscreen") return std::make_unique<HiddenPanel>();
+        return std::make_unique<CaptionPanel>(model, parts_->look);
+    };
+}
+
+}  // namespace sonra

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+
+#include "captions/CaptionWindow.h"
+#include "platform/MainLoop.h"
+#include "platform/NowPlayingCenter.h"
+#include "platform/RemoteCommandCenter.h"
+#include "platform/Screens.h"
+#include "platform/StatusItem.h"
+#include "platform/UserDefaults.h"
+
+namespace sonra {
+
+/// The desktop as the program meets it: tray, caption panel, media controls, screens and the user's
+/// settings, each behind its port.
+///
+/// Main thread only; owned by the delegate, made once there is an application object. Without a
+/// display the panel is nowhere and nothing is painted. A session bus that doesn't answer is gone
+/// without: nothing here waits for one.
+class Desktop {
+  public:
+    explicit Desktop(MainLoop& loop);
+    ~Desktop();
+    Desktop(const Desktop&) = delete;
+    Desktop& operator=(const Desktop&) = delete;
+
+    /// Looks whether the session bus answers, and keeps everybody off one that doesn't. To be
+    /// called before there is an application object; takes half a second at most.
+    static void avoidDeafSessionBus();
+
+    [[nodiscard]] UserDefaults& defaults();
+    [[nodiscard]] Screens& screens();
+    [[nodiscard]] StatusItem& statusItem();
+    [[nodiscard]] NowPlayingCenter& nowPlaying();
+    [[nodiscard]] RemoteCommandCenter& remoteCommands();
+    [[nodiscard]] CaptionWindow::PanelFactory panelFactory();
+
+  private:
+    struct Parts;
+    const std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace sonra

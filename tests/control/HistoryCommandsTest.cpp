@@ -1,0 +1,174 @@
+#include "control/Fixture.h"
+#include "support/TranscriptLines.h"
+
+namespace sonra {
+namespace {
+
+using State = MessageHistoryQueueState;
+
+class HistoryCommands : public test::CoordinatorTest {
+  protected:
+    void send(const Json& message) {
+        coordinator->handleIPC(message);
+        loop.runPosted();
+    }
+    /// Five messages m1 to m5, each in a turn of its own.
+    void hearFive() {
+        for (int i = 1; i <= 5; ++i) {
+            playMessage("m" + std::to_string(i), "words");
+            send({{"cmd", "skip"}});
+        }
+    }
+    [[nodiscard]] int index() const {
+        const auto* history = std::get_if<State::History>(&coordinator->history().state().cursor);
+        return history == nullptr ? 0 : history->messageIndex;
+    }
+    [[nodiscard]] std::string heardMessage() const {
+        const auto& chunk = coordinator->queue().currentChunk();
+        return chunk ? chunk->messageId : "";
+    }
+    [[nodiscard]] Json snapshot() const {
+        return json::parse(test::readFile(home.shared() + "/now-playing.json")).value_or(Json());
+    }
+};
+
+TEST_F(HistoryCommands, AScrubLandsWhereItWasToldHoweverLongAgoTheLastWas) {
+    start();
+    hearFive();
+    send({{"cmd", "scrub"}, {"index", 3}});
+    EXPECT_EQ(index(), 3);
+    EXPECT_EQ(heardMessage(), "m2");
+    loop.advance(std::chrono::milliseconds(1700));
+    send({{"cmd", "scrub"}, {"index", 1}});
+    EXPECT_EQ(index(), 1);
+    EXPECT_EQ(heardMessage(), "m4");
+    send({{"cmd", "scrub"}, {"index", 0}});
+    EXPECT_TRUE(std::holds_alternative<State::Live>(coordinator->history().state().cursor));
+    EXPECT_EQ(heardMessage(), "");
+    send({{"cmd", "scrub"}, {"index", 10'000}});
+    EXPECT_EQ(index(), 4);
+    EXPECT_EQ(heardMessage(), "m1");
+    send({{"cmd", "scrub"}});
+    EXPECT_EQ(index(), 0);
+}
+
+TEST_F(HistoryCommands, AScrubWithoutHistoryDoesNothing) {
+    start();
+    send({{"cmd", "scrub"}, {"index", 3}});
+    send({{"cmd", "scrub"}, {"index", "3"}});
+    EXPECT_TRUE(std::holds_alternative<State::Idle>(coordinator->history().state().cursor));
+    EXPECT_TRUE(players.calls().empty());
+}
+
+TEST_F(HistoryCommands, AScrubStaysWithinTheSessionInFocus) {
+    start();
+    playMessage("a1", "words", "sA");
+    playMessage("b1", "words", "sB");
+    playMessage("a2", "words", "sA");
+    for (int i = 0; i < 3; ++i) send({{"cmd", "skip"}});
+    send({{"cmd", "scrub"}, {"index", 1}});
+    EXPECT_EQ(heardMessage(), "a1");
+    send({{"cmd", "scrub"}, {"index", 5}});
+    EXPECT_EQ(index(), 1);
+}
+
+TEST_F(HistoryCommands, PreviousAndNextMoveByMessages) {
+    start();
+    hearFive();
+    send({{"cmd", "previous"}});
+    EXPECT_EQ(heardMessage(), "m4");
+    send({{"cmd", "previous"}});
+    EXPECT_EQ(heardMessage(), "m3");
+    send({{"cmd", "next"}});
+    EXPECT_EQ(heardMessage(), "m4");
+    send({{"cmd", "next"}});
+    EXPECT_EQ(heardMessage(), "m5");
+    EXPECT_TRUE(std::holds_alternative<State::Live>(coordinator->history().state().cursor));
+}
+
+TEST_F(HistoryCommands, TheSnapshotTellsWhereTheListenerStands) {
+    start();
+    hearFive();
+    send({{"cmd", "scrub"}, {"index", 2}});
+    EXPECT_EQ(snapshot()["cursor"], (Json{{"kind", "history"},
+                                          {"messageIndex", 2},
+                                          {"totalKnown", 5},
+                                          {"chunkIndex", 0},
+                                          {"totalChunks", 1}}));
+    EXPECT_EQ(snapshot()["sessionId"], "s1");
+}
+
+TEST_F(HistoryCommands, ClearForgetsTheHistoryToo) {
+    start();
+    hearFive();
+    send({{"cmd", "clear"}});
+    EXPECT_TRUE(std::holds_alternative<State::Idle>(coordinator->history().state().cursor));
+    send({{"cmd", "previous"}});
+    EXPECT_EQ(heardMessage(), "");
+    EXPECT_EQ(remote.retirements, 1);
+}
+
+TEST_F(HistoryCommands, AMessageThatNobodyHeardIsSpokenAnew) {
+    const auto transcript = makeTranscript("s1", "/p");
+    for (int i = 1; i <= 3; ++i)
+        test::appendFile(transcript,
+                         test::assistantLine("old" + std::to_string(i), "Words of an earlier day"));
+    test::appendFile(transcript, test::assistantLine("last", "ok"));
+    start();
+    coordinator->attachSession("s1", "/p");
+    playMessage("new", "fresh words");
+    ASSERT_TRUE(loop.runUntil([&] { return coordinator->history().stableTotalKnown() == 5; }));
+    send({{"cmd", "scrub"}, {"index", 3}});
+    EXPECT_EQ(index(), 3);
+    EXPECT_EQ(*caption().chunkText, "Words of an earlier day");
+    EXPECT_TRUE(loop.runUntil([&] { return heardMessage() == "old2"; }));
+    send({{"cmd", "scrub"}, {"index", 0}});
+    // A second visit finds it kept.
+    send({{"cmd", "scrub"}, {"index", 3}});
+    EXPECT_EQ(heardMessage(), "old2");
+    EXPECT_EQ(log.count("resynth done"), 1U);
+}
+
+TEST_F(HistoryCommands, ANewerMoveVoidsASpeakingThatIsUnderWay) {
+    const auto transcript = makeTranscript("s1", "/p");
+    test::appendFile(transcript, test::assistantLine("old", "Words of an earlier day"));
+    test::appendFile(transcript, test::assistantLine("last", "ok"));
+    start();
+    coordinator->attachSession("s1", "/p");
+    playMessage("new", "fresh words");
+    ASSERT_TRUE(loop.runUntil([&] { return coordinator->history().stableTotalKnown() == 3; }));
+    coordinator->handleIPC({{"cmd", "scrub"}, {"index", 2}});
+    caption().onJumpToLive();
+    playMessage("newer", "the freshest words");
+    pool.drain();
+    loop.advance(std::chrono::seconds(1));
+    EXPECT_EQ(heardMessage(), "newer");
+}
+
+TEST_F(HistoryCommands, TheMessageBeforeAnAttachIsSpokenOnceAsAProof) {
+    const auto transcript = makeTranscript("s1", "/p");
+    test::appendFile(transcript, test::assistantLine("before", "What was said just before"));
+    start();
+    coordinator->attachSession("s1", "/p");
+    ASSERT_TRUE(waitForPlays(1));
+    EXPECT_EQ(heardMessage(), "before");
+    reply(transcript, "before", "What was said just before");
+    reply(transcript, "after", "What was said after it");
+    ASSERT_TRUE(loop.runUntil([&] { return coordinator->queue().totalChunksThisTurn() == 2; }));
+}
+
+TEST_F(HistoryCommands, SkippingForAMinuteLeavesTheCursorRight) {
+    start();
+    hearFive();
+    for (int i = 0; i < 3000; ++i) {
+        send({{"cmd", i % 7 < 4 ? "previous" : "next"}});
+        loop.advance(std::chrono::milliseconds(20));
+        ASSERT_LE(index(), 4);
+        if (index() > 0) {
+            ASSERT_EQ(heardMessage(), "m" + std::to_string(5 - index()));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace sonra
