@@ -56,7 +56,7 @@ struct HistoryPager::Shared : std::enable_shared_from_this<Shared> {
     bool takeNewer(const Page& page);
     void remember(Page& page) SONRA_REQUIRES(mutex);
     void settle() SONRA_REQUIRES(mutex);
-    void answer(const Search& search, std::optional<std::string> text) SONRA_REQUIRES(mutex);
+    void answer(const Search& search, const std::optional<std::string>& text) SONRA_REQUIRES(mutex);
     void announce() SONRA_REQUIRES(mutex);
     void close();
 
@@ -136,9 +136,9 @@ void HistoryPager::Shared::remember(Page& page) {
 /// Answers the searches that are over: found, or nowhere left to look.
 void HistoryPager::Shared::settle() {
     for (auto search = searches.begin(); search != searches.end();) {
-        auto text = textOf(search->messageId);
+        const auto text = textOf(search->messageId);
         if (text || (ended && search->newerRead)) {
-            answer(*search, std::move(text));
+            answer(*search, text);
             search = searches.erase(search);
         } else {
             ++search;
@@ -147,7 +147,7 @@ void HistoryPager::Shared::settle() {
     changed.notify_all();
 }
 
-void HistoryPager::Shared::answer(const Search& search, std::optional<std::string> text) {
+void HistoryPager::Shared::answer(const Search& search, const std::optional<std::string>& text) {
     for (const auto& found : search.found) loop.post([found, text] { found(text); });
 }
 

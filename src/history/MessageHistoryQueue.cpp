@@ -125,7 +125,7 @@ auto MessageHistoryQueue::patiently(Wait wait) {
     auto result = wait(start + patience - waited_);
     const auto took = std::chrono::steady_clock::now() - start;
     if (took < negligible) return result;
-    if (waited_ == waited_.zero())
+    if (waited_.count() == 0)
         loop_.post([self = std::weak_ptr(self_)] {
             if (const auto queue = self.lock()) (*queue)->waited_ = {};
         });

@@ -88,12 +88,12 @@ void RingCacheProvider::enforceBounds(const std::string& justStored) {
 
 /// The message that is being stored stays, however large it grows.
 void RingCacheProvider::evictOldest(const std::string& justStored) {
-    const auto& oldest = messageIdOrder_.front();
-    evict(oldest == justStored ? messageIdOrder_[1] : oldest);
+    const bool isFirst = messageIdOrder_.front() == justStored;
+    const auto oldest = messageIdOrder_[isFirst ? 1 : 0];
+    evict(oldest);
 }
 
-/// Takes a copy of the id, since it removes the one that the caller looks at.
-void RingCacheProvider::evict(std::string messageId) {
+void RingCacheProvider::evict(const std::string& messageId) {
     std::erase(messageIdOrder_, messageId);
     const auto chunks = std::move(hotRing_.extract(messageId).mapped());
     totalBytes_ = std::max<std::int64_t>(totalBytes_ - sizeOf(chunks), 0);

@@ -63,7 +63,7 @@ class RingCacheProvider : public MessageChunkProvider {
     void appendToHot(const std::string& messageId, AudioChunk durable);
     void enforceBounds(const std::string& justStored);
     void evictOldest(const std::string& justStored);
-    void evict(std::string messageId);
+    void evict(const std::string& messageId);
     void discardFiles(const std::string& messageId, const std::vector<AudioChunk>& chunks);
     std::function<void()> whenBroken(const std::string& messageId, int clearings,
                                      std::int64_t number);
