@@ -11,7 +11,8 @@ std::optional<Rect> QtScreens::mainVisibleFrame() const {
     const auto area = screen->availableGeometry();
     // Without any screen Qt keeps a placeholder of no size.
     if (area.isEmpty()) return std::nullopt;
-    return Rect{{double(area.x()), double(area.y())}, {double(area.width()), double(area.height())}};
+    return Rect{{double(area.x()), double(area.y())},
+                {double(area.width()), double(area.height())}};
 }
 
 }  // namespace sonra

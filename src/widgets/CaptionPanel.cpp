@@ -13,11 +13,14 @@
 #include "widgets/SpectrumBackdrop.h"
 #include "widgets/StatusLine.h"
 #include "widgets/TransportRow.h"
+#include "widgets/XcbConnection.h"
 
 namespace sonra {
 namespace {
 
-constexpr int textTop = 12;
+/// Above it is the line of status.
+constexpr int textTop = 24;
+constexpr int statusTop = 8;
 constexpr int rowSide = 20;
 constexpr int rowBottom = 13;
 constexpr int bodyGap = 10;
@@ -106,7 +109,7 @@ void CaptionPanel::connectParts() {
             [this](const QVariant& value) { setGeometry(value.toRect()); });
     connect(&framing_, &QVariantAnimation::finished, this, [this] { settle(); });
     connect(&fading_, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant& value) { setWindowOpacity(value.toDouble()); });
+            [this](const QVariant& value) { showOpacity(value.toDouble()); });
     connect(&fading_, &QVariantAnimation::finished, this, [this] {
         if (!shown_) QWidget::hide();
     });
@@ -201,8 +204,8 @@ void CaptionPanel::arrange() {
                            panel.width(), HairlineProgress::reach);
     close_->move(panel.right() - closeSize - 9, panel.top() + 9);
     const auto line = status_->sizeHint();
-    status_->setGeometry(panel.left() + KaraokeFlow::sidePadding, panel.top() + 10, line.width(),
-                         line.height());
+    status_->setGeometry(panel.left() + KaraokeFlow::sidePadding, panel.top() + statusTop,
+                         line.width(), line.height());
     QRect middle(QPoint(), placeholder_->sizeHint());
     middle.moveCenter(
         QRect(panel.left(), panel.top(), panel.width(), row.top() - panel.top()).center());
@@ -243,8 +246,7 @@ void CaptionPanel::orderFront() {
         if (!wasMapped) {
             winId();
             PanelWindowHints::prepareToShow(*this);
-            const bool fades = look_.look().composited && !look_.look().reducedMotion;
-            setWindowOpacity(fades ? 0 : opacity_);
+            showOpacity(fades() ? 0 : opacity_);
             QWidget::show();
             // Qt may take the window to be at the origin after it is shown for the first time.
             move(windowGeometryFor(panel_).topLeft());
@@ -253,7 +255,7 @@ void CaptionPanel::orderFront() {
         }
         fadeTo(opacity_, Tokens::fadeIn);
     }
-    raise();
+    if (XcbConnection::get()) raise();
 }
 
 void CaptionPanel::orderOut() {
@@ -268,13 +270,22 @@ void CaptionPanel::orderOut() {
 
 void CaptionPanel::setOpacity(double opacity) {
     opacity_ = opacity;
-    if (shown_ && fading_.state() == QAbstractAnimation::Stopped) setWindowOpacity(opacity);
+    if (shown_ && fading_.state() == QAbstractAnimation::Stopped) showOpacity(opacity);
+}
+
+bool CaptionPanel::fades() const {
+    return XcbConnection::get() && look_.look().composited && !look_.look().reducedMotion;
+}
+
+void CaptionPanel::showOpacity(double opacity) {
+    // Qt's other platforms complain that they can't.
+    if (XcbConnection::get()) setWindowOpacity(opacity);
 }
 
 void CaptionPanel::fadeTo(double opacity, int duration) {
     fading_.stop();
-    if (!look_.look().composited || look_.look().reducedMotion) {
-        setWindowOpacity(opacity_);
+    if (!fades()) {
+        showOpacity(opacity_);
         if (!shown_) QWidget::hide();
         return;
     }
@@ -334,8 +345,7 @@ void CaptionPanel::mouseReleaseEvent(QMouseEvent* /*event*/) {
 
 void CaptionPanel::paintEvent(QPaintEvent* event) {
     QPainter painter(this);
-    painter.setClipRegion(event->region());
-    chrome_.paint(painter, rect(), devicePixelRatioF());
+    chrome_.paint(painter, event->rect(), rect(), devicePixelRatioF());
 }
 
 }  // namespace sonra

@@ -69,6 +69,8 @@ class CaptionPanel : public QWidget, public FloatingPanel {
     void settle();
     void endSettling();
     void noteGeometry();
+    [[nodiscard]] bool fades() const;
+    void showOpacity(double opacity);
     void fadeTo(double opacity, int duration);
 
     CaptionPanelModel& model_;
@@ -90,7 +92,8 @@ class CaptionPanel : public QWidget, public FloatingPanel {
     double opacity_ = 1;
     QVariantAnimation fading_{this};
     QVariantAnimation framing_{this};
-    QTimer settling_{this};  ///< while it runs, changes of the frame are echoes of what was asked for
+    /// While it runs, changes of the frame are echoes of what was asked for.
+    QTimer settling_{this};
     QTimer reporting_{this};
 };
 

@@ -5,6 +5,7 @@
 #include <QPainterPath>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "widgets/PanelChrome.h"
 
@@ -18,7 +19,7 @@ constexpr double thick = 7;
 
 HairlineProgress::HairlineProgress(QWidget* parent) : QWidget(parent) {
     setFocusPolicy(Qt::NoFocus);
-    setCursor(Qt::PointingHandCursor);
+    setMouseTracking(true);
     setAccessibleName(QStringLiteral("Position"));
     growing_.setDuration(Tokens::hoverTime);
     connect(&growing_, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
@@ -68,16 +69,33 @@ void HairlineProgress::grow(double goal) {
     growing_.start();
 }
 
+bool HairlineProgress::isCorner(double x) const {
+    return x < corner || x >= width() - corner;
+}
+
 void HairlineProgress::mousePressEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton) scrub(event->position().x());
+    const double x = event->position().x();
+    scrubbing_ = event->button() == Qt::LeftButton && !isCorner(x);
+    if (!scrubbing_) return event->ignore();
+    scrub(x);
 }
 
 void HairlineProgress::mouseMoveEvent(QMouseEvent* event) {
-    if (event->buttons() & Qt::LeftButton) scrub(event->position().x());
+    const double x = event->position().x();
+    if (scrubbing_) return scrub(x);
+    if (!(event->buttons() & Qt::LeftButton)) showCursor(x);
+    event->ignore();
 }
 
 void HairlineProgress::mouseReleaseEvent(QMouseEvent* event) {
-    event->accept();
+    if (!std::exchange(scrubbing_, false)) event->ignore();
+}
+
+void HairlineProgress::showCursor(double x) {
+    const auto shape = !isCorner(x)        ? Qt::PointingHandCursor
+                       : x < width() / 2.0 ? Qt::SizeBDiagCursor
+                                           : Qt::SizeFDiagCursor;
+    if (cursor().shape() != shape) setCursor(shape);
 }
 
 void HairlineProgress::scrub(double x) {

@@ -23,6 +23,8 @@ class HairlineProgress : public QWidget {
 
     /// The height in which the pointer is noticed.
     static constexpr int reach = 12;
+    /// At either end it leaves the pointer to the panel, whose corners resize it.
+    static constexpr int corner = 12;
 
   private:
     void paintEvent(QPaintEvent* event) override;
@@ -31,7 +33,9 @@ class HairlineProgress : public QWidget {
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    [[nodiscard]] bool isCorner(double x) const;
     void scrub(double x);
+    void showCursor(double x);
     void grow(double goal);
     [[nodiscard]] double end() const;
 
@@ -39,6 +43,7 @@ class HairlineProgress : public QWidget {
     Tokens tokens_ = Tokens::of(Look{});
     Accent accent_ = Accent::of(HarnessTheme::current(""), tokens_);
     double fraction_ = 0;
+    bool scrubbing_ = false;
     double growth_ = 0;  ///< 1 under the pointer
     QVariantAnimation growing_{this};
 };

@@ -9,7 +9,8 @@ namespace {
 
 /// Where in the visible height the active line rests.
 constexpr double restingPlace = 0.45;
-constexpr double fadeHeight = 26;
+constexpr double upperFade = 24;
+constexpr double lowerFade = 16;
 
 }  // namespace
 
@@ -256,8 +257,8 @@ void KaraokeFlow::fadeEnds(QPainter& painter) const {
         ramp.setColorAt(1, Qt::black);
         painter.fillRect(strip, ramp);
     };
-    if (scroll_ > 0) fade(0, fadeHeight);
-    if (scroll_ < maximumScroll()) fade(height(), height() - fadeHeight);
+    if (scroll_ > 0) fade(0, upperFade);
+    if (scroll_ < maximumScroll()) fade(height(), height() - lowerFade);
 }
 
 }  // namespace sonra

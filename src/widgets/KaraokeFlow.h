@@ -31,7 +31,7 @@ class KaraokeFlow : public QWidget {
 
     static constexpr int sidePadding = 32;
     /// Lines that scroll away fade out over it.
-    static constexpr int endPadding = 14;
+    static constexpr int endPadding = 8;
 
   private:
     using Roles = std::vector<KaraokeMath::WordRole>;

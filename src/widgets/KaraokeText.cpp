@@ -55,7 +55,9 @@ void KaraokeText::layOutParagraph(Paragraph& paragraph, const QFont& font, doubl
     auto& layout = *paragraph.layout;
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    option.setTextDirection(Qt::LayoutDirectionAuto);
+    const bool toLeft = layout.text().isRightToLeft();
+    option.setTextDirection(toLeft ? Qt::RightToLeft : Qt::LeftToRight);
+    option.setAlignment(toLeft ? Qt::AlignRight : Qt::AlignLeft);
     layout.setTextOption(option);
     layout.setCacheEnabled(true);
     // A fallback font's height must not move the lines: baselines stand at even distances.

@@ -66,8 +66,9 @@ double LivePill::pillWidth() const {
 }
 
 double LivePill::badgeWidth() const {
-    return badge_.isEmpty() ? 0
-                            : std::ceil(FiguresLabel::measure(badge_, badgeFont_)) + 2 * badgePadding;
+    return badge_.isEmpty()
+               ? 0
+               : std::ceil(FiguresLabel::measure(badge_, badgeFont_)) + 2 * badgePadding;
 }
 
 QSize LivePill::sizeHint() const {

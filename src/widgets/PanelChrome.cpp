@@ -93,8 +93,10 @@ void PanelChrome::prepare(double devicePixelRatio) {
     patch_ = QPixmap::fromImage(image);
 }
 
-void PanelChrome::paint(QPainter& painter, const QRect& window, double devicePixelRatio) {
+void PanelChrome::paint(QPainter& painter, const QRect& dirty, const QRect& window,
+                        double devicePixelRatio) {
     prepare(devicePixelRatio);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
     const QMargins ends = margins() + corner;
     const QSizeF patch = patch_.deviceIndependentSize();
     const double targetX[] = {0, double(ends.left()), double(window.width() - ends.right()),
@@ -104,14 +106,14 @@ void PanelChrome::paint(QPainter& painter, const QRect& window, double devicePix
     const double sourceX[] = {0, double(ends.left()), patch.width() - ends.right(), patch.width()};
     const double sourceY[] = {0, double(ends.top()), patch.height() - ends.bottom(),
                               patch.height()};
-    const QRectF dirty = painter.clipBoundingRect();
     for (int row = 0; row < 3; ++row) {
         for (int column = 0; column < 3; ++column) {
             const QRectF target(QPointF(targetX[column], targetY[row]),
                                 QPointF(targetX[column + 1], targetY[row + 1]));
-            if (!dirty.intersects(target)) continue;
+            const auto part = target & QRectF(dirty);
+            if (part.isEmpty()) continue;
             if (row == 1 && column == 1) {
-                painter.fillRect(target, tokens_.ground);
+                painter.fillRect(part, tokens_.ground);
                 continue;
             }
             const QPointF from(sourceX[column] * devicePixelRatio, sourceY[row] * devicePixelRatio);

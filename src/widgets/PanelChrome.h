@@ -23,7 +23,8 @@ class PanelChrome {
     [[nodiscard]] QRegion mask(const QSize& window) const;
     [[nodiscard]] static QPainterPath outline(const QRectF& panel);
 
-    void paint(QPainter& painter, const QRect& window, double devicePixelRatio);
+    /// Replaces what is there; `dirty` is the part of the window that is asked for.
+    void paint(QPainter& painter, const QRect& dirty, const QRect& window, double devicePixelRatio);
 
   private:
     void prepare(double devicePixelRatio);

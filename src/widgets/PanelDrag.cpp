@@ -11,8 +11,8 @@ namespace sonra {
 namespace {
 
 constexpr int innerGrip = 5;
-/// Along an edge, how near to a corner takes both edges.
-constexpr int cornerGrip = 16;
+/// So near to two edges, a press takes both.
+constexpr int cornerGrip = 12;
 
 Qt::CursorShape cursorFor(Qt::Edges edges) {
     const bool across = edges & (Qt::LeftEdge | Qt::RightEdge);
@@ -41,7 +41,11 @@ Qt::Edges PanelDrag::edgesAt(const QPoint& place) const {
         if (fromBottom.y() < reach) edges |= Qt::BottomEdge;
         return edges;
     };
-    return within(innerGrip) ? within(cornerGrip) : Qt::Edges();
+    // A corner is round: its line runs well inside the square that it rounds off.
+    const auto corner = within(cornerGrip);
+    const bool both =
+        cursorFor(corner) == Qt::SizeFDiagCursor || cursorFor(corner) == Qt::SizeBDiagCursor;
+    return both ? corner : within(innerGrip);
 }
 
 void PanelDrag::press(const QMouseEvent& event) {
@@ -59,22 +63,22 @@ void PanelDrag::move(const QMouseEvent& event) {
     }
     if (!hold_) return;
     if (hold_->follows) return follow(pointer);
-    if ((pointer - hold_->pointer).manhattanLength() >= QApplication::startDragDistance()) begin();
+    if ((pointer - hold_->pointer).manhattanLength() >= QApplication::startDragDistance())
+        begin(pointer);
 }
 
 void PanelDrag::release() {
     hold_.reset();
 }
 
-void PanelDrag::begin() {
+void PanelDrag::begin(const QPoint& pointer) {
     began_();
     auto* handle = window_.windowHandle();
     const bool taken = handle && (hold_->edges ? handle->startSystemResize(hold_->edges)
                                                : handle->startSystemMove());
-    if (taken)
-        hold_.reset();
-    else
-        hold_->follows = true;
+    if (taken) return hold_.reset();
+    hold_->follows = true;
+    follow(pointer);
 }
 
 void PanelDrag::follow(const QPoint& pointer) {

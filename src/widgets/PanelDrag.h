@@ -36,7 +36,7 @@ class PanelDrag {
         bool follows = false;  ///< by itself
     };
 
-    void begin();
+    void begin(const QPoint& pointer);
     void follow(const QPoint& pointer);
     void showCursor(Qt::Edges edges);
 

@@ -62,7 +62,7 @@ void RoundButton::warm(double goal) {
 
 QColor RoundButton::ink() const {
     if (kind_ == Kind::accent) return accent_.ink;
-    return kind_ == Kind::bare ? mixed(tokens_.soft, tokens_.text, warmth_) : tokens_.text;
+    return kind_ == Kind::bare ? mixed(tokens_.dim, tokens_.text, warmth_) : tokens_.text;
 }
 
 void RoundButton::paintGround(QPainter& painter) const {

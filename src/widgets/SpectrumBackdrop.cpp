@@ -2,6 +2,7 @@
 
 #include <QPaintEvent>
 #include <QPainter>
+#include <QPainterPath>
 #include <algorithm>
 #include <cmath>
 
@@ -83,12 +84,16 @@ void SpectrumBackdrop::show(Bars bars) {
         changed += part;
     }
     shown_ = std::move(bars);
-    update(changed);
+    // One rectangle is copied faster than many are cut out.
+    update(changed.boundingRect());
 }
 
 QRectF SpectrumBackdrop::column(int index) const {
-    const double pitch = (width() + gap) / barCount;
-    return {index * pitch, 0, pitch - gap, static_cast<double>(height())};
+    // Whole pixels, so that every bar has the same crisp sides; what is left over goes outside.
+    const double scale = devicePixelRatioF();
+    const double pitch = std::floor((width() + gap) / barCount * scale) / scale;
+    const double side = std::floor((width() + gap - pitch * barCount) / 2 * scale) / scale;
+    return {side + index * pitch, 0, pitch - gap, static_cast<double>(height())};
 }
 
 double SpectrumBackdrop::top(double level) const {
@@ -122,7 +127,20 @@ void SpectrumBackdrop::preparePicture() {
     }
     ink.setStops(stops);
     QPainter painter(&picture_);
-    painter.fillRect(box, ink);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(ink);
+    // The bar's own top is painted where it stands.
+    painter.drawRoundedRect(box.adjusted(0, -2 * radius, 0, 0), radius, radius);
+}
+
+void SpectrumBackdrop::copy(QPainter& painter, int index, double from, double to) const {
+    const auto box = column(index);
+    const double scale = picture_.devicePixelRatio();
+    from = std::round(from * scale) / scale;
+    to = std::round(to * scale) / scale;
+    painter.drawPixmap(QPointF(box.left(), from), picture_,
+                       QRectF(0, from * scale, box.width() * scale, (to - from) * scale));
 }
 
 void SpectrumBackdrop::paintBar(QPainter& painter, int index) const {
@@ -130,22 +148,25 @@ void SpectrumBackdrop::paintBar(QPainter& painter, int index) const {
     const auto box = column(index);
     const double barTop = top(bar.level);
     if (height() - barTop >= 1) {
-        painter.setBrush(QBrush(picture_));
+        // Only the round top is drawn; the rest is a copy.
+        const double shoulder = std::min(std::ceil(barTop + radius), box.bottom());
+        QPainterPath head(QPointF(box.left(), shoulder));
+        head.arcTo(box.left(), barTop, 2 * radius, 2 * radius, 180, -90);
+        head.arcTo(box.right() - 2 * radius, barTop, 2 * radius, 2 * radius, 90, -90);
+        head.lineTo(box.right(), shoulder);
         painter.setBrushOrigin(box.topLeft());
-        painter.drawRoundedRect(QRectF(box.left(), barTop, box.width(), height() - barTop), radius,
-                                radius);
+        painter.fillPath(head, QBrush(picture_));
+        copy(painter, index, shoulder, box.bottom());
     }
     if (bar.peak * height() < 1) return;
-    const QRectF cap(box.left(), top(bar.peak) - capGap - capHeight, box.width(), capHeight);
-    painter.setBrush(QBrush(picture_));
-    painter.drawRoundedRect(cap, capHeight / 2, capHeight / 2);
+    const double capTop = top(bar.peak) - capGap - capHeight;
+    copy(painter, index, capTop, capTop + capHeight);
 }
 
 void SpectrumBackdrop::paintEvent(QPaintEvent* event) {
     preparePicture();
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
     for (int i = 0; i < barCount; ++i)
         if (event->region().intersects(column(i).toAlignedRect())) paintBar(painter, i);
 }

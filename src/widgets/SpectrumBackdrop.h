@@ -38,6 +38,7 @@ class SpectrumBackdrop : public QWidget {
     [[nodiscard]] QRectF column(int index) const;
     [[nodiscard]] QRect extent(int index, const Bar& bar) const;
     [[nodiscard]] double top(double level) const;
+    void copy(QPainter& painter, int index, double from, double to) const;
     void paintBar(QPainter& painter, int index) const;
     void preparePicture();
 

@@ -48,7 +48,7 @@ bool WordEmphasis::covers(std::size_t word) const {
 void WordEmphasis::makeGlow(double devicePixelRatio) {
     // Half the resolution is plenty for something this soft.
     const double scale = devicePixelRatio / 2;
-    QImage mask((bounds_.size() * scale).toSize() + QSize(1, 1), QImage::Format_Alpha8);
+    QImage mask((bounds_.size() * scale).toSize().expandedTo({1, 1}), QImage::Format_Alpha8);
     mask.fill(0);
     QPainter painter(&mask);
     painter.setRenderHint(QPainter::Antialiasing);
@@ -59,14 +59,13 @@ void WordEmphasis::makeGlow(double devicePixelRatio) {
     for (const auto& run : pictures_) painter.fillRect(run.boundingRect(), Qt::black);
     painter.end();
     glow_ = QPixmap::fromImage(Blur::tinted(Blur::softened(mask, glowSigma * scale), accent_.glow));
-    glow_.setDevicePixelRatio(scale);
 }
 
 void WordEmphasis::paintGlow(QPainter& painter, double strength) const {
     if (glow_.isNull() || strength <= 0) return;
     painter.setOpacity(std::min(1.0, strength * tokens_.glow));
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawPixmap(bounds_.topLeft(), glow_);
+    painter.drawPixmap(bounds_, glow_, glow_.rect());
     painter.setOpacity(1);
 }
 
