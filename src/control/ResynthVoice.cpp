@@ -2,16 +2,9 @@
 
 #include "control/SpokenFile.h"
 #include "frame/Log.h"
-#include "frame/Text.h"
 #include "ingest/TextCleaner.h"
 
 namespace sonra {
-namespace {
-
-/// Enough of a text to recognise it by.
-constexpr std::size_t shownCharacters = 80;
-
-}  // namespace
 
 ResynthProvider::Synth makeResynthSynth(std::shared_ptr<SpeechEngine> engine,
                                         std::function<SpeechConfig()> config) {
@@ -21,7 +14,7 @@ ResynthProvider::Synth makeResynthSynth(std::shared_ptr<SpeechEngine> engine,
                                                                          const std::string& path) {
         const auto spoken = TextCleaner::cleanForSpeech(text);
         if (spoken.empty()) return false;
-        const Json input{{"text", std::string(text::prefix(text, shownCharacters))}};
+        const Json input{{"text", text}};
         if (const auto error = speakToFile(*engine, spoken, config(), path)) {
             log.warn("resynth produced no audio", *error, {{"input", input}});
             return false;

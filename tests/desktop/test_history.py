@@ -1,0 +1,80 @@
+"""Back through the conversation and forward again, judged by what the sink plays and whose words they are."""
+import unittest
+
+from service import assistant_line
+from soundlab import utterances, wait_for
+from test_narration import NarrationCase
+
+
+class History(NarrationCase):
+    def setUp(self):
+        super().setUp()
+        # Said before the service knew of the session: nobody has heard it.
+        for number in range(1, 31):
+            self.home.append(assistant_line(number, f"Said long before, in message number {number}"))
+
+    def wait_playing(self, message):
+        wait_for(f"message {message}", lambda: self.home.now_playing().get("messageId") == message, 20)
+
+    def wait_spoken(self, count):
+        wait_for(f"{count} finished chunks", lambda: len(self.home.log("chunk finished")) >= count, 30)
+
+    def heard_seconds(self):
+        return sum(end - begin for begin, end in utterances(self.sound.samples()))
+
+    def cursor(self):
+        return self.home.now_playing().get("cursor", {})
+
+    def test_scrubs_past_what_is_in_memory_and_returns_to_live(self):
+        self.listen()
+        # The last message is spoken as a proof that it works.
+        self.wait_spoken(1)
+        self.home.append(assistant_line(31, "This one is new"))
+        self.wait_spoken(2)
+        wait_for("the count of the session", lambda: self.cursor().get("kind") == "live")
+        self.service.send({"cmd": "scrub", "index": 20})
+        self.wait_playing("u-11")
+        self.wait_spoken(3)
+        self.assertEqual(self.cursor()["kind"], "history")
+        self.assertEqual(self.cursor()["messageIndex"], 20)
+        self.assertEqual(self.cursor()["totalKnown"], 31)
+        heard = self.heard_seconds()
+        # A second visit needs no second synthesis.
+        self.service.send({"cmd": "scrub", "index": 21}, {"cmd": "scrub", "index": 20})
+        self.wait_playing("u-11")
+        self.wait_spoken(4)
+        self.assertGreater(self.heard_seconds(), heard + 1)
+        self.service.send({"cmd": "scrub", "index": 0})
+        wait_for("live", lambda: self.cursor()["kind"] == "live")
+        self.home.append(assistant_line(32, "And this is the newest"))
+        self.wait_playing("u-32")
+        self.wait_spoken(5)
+        self.assertEqual(self.home.problems(), [])
+
+    def test_previous_and_next_go_by_messages(self):
+        self.listen()
+        self.wait_spoken(1)
+        self.home.append(assistant_line(31, "This one is new"))
+        self.wait_spoken(2)
+        self.service.send({"cmd": "previous"})
+        self.wait_playing("u-30")
+        self.wait_spoken(3)
+        self.service.send({"cmd": "next"})
+        self.wait_playing("u-31")
+        self.wait_spoken(4)
+        self.assertEqual(self.cursor()["kind"], "live")
+
+    def test_what_comes_while_listening_to_the_past_is_counted_and_waits_its_turn(self):
+        self.listen()
+        self.wait_spoken(1)
+        self.home.append(assistant_line(31, "This one is new"))
+        self.wait_spoken(2)
+        self.service.send({"cmd": "scrub", "index": 1})
+        self.wait_playing("u-30")
+        self.home.append(assistant_line(32, "And this came meanwhile"))
+        wait_for("the count", lambda: self.home.now_playing().get("newLiveCount") == 1, 20)
+        self.wait_spoken(4)
+
+
+if __name__ == "__main__":
+    unittest.main()
