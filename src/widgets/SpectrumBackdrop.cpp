@@ -3,6 +3,7 @@
 #include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QTimerEvent>
 #include <algorithm>
 #include <cmath>
 
@@ -11,6 +12,8 @@ namespace {
 
 /// Levels come every 80 ms while a voice speaks.
 constexpr int stepTime = 80;
+/// Twice a step is smooth enough for bars behind text, and leaves the processor alone.
+constexpr int frameTime = 40;
 constexpr double gap = 6;
 constexpr double radius = 3;
 constexpr double capHeight = 2;
@@ -30,11 +33,6 @@ double levelAt(const std::vector<float>& levels, int index) {
 
 SpectrumBackdrop::SpectrumBackdrop(QWidget* parent) : QWidget(parent) {
     setAttribute(Qt::WA_TransparentForMouseEvents);
-    moving_.setDuration(stepTime);
-    moving_.setStartValue(0.0);
-    moving_.setEndValue(1.0);
-    connect(&moving_, &QVariantAnimation::valueChanged, this,
-            [this](const QVariant& value) { move(value.toDouble()); });
 }
 
 void SpectrumBackdrop::setLook(const Look& look, const Accent& accent) {
@@ -55,10 +53,25 @@ void SpectrumBackdrop::setLevels(const std::vector<float>& levels,
     }
     if (goal == goal_) return;
     goal_ = std::move(goal);
-    moving_.stop();
-    if (!isVisible() || look_.reducedMotion) return show(goal_);
+    if (!isVisible() || look_.reducedMotion) {
+        moving_.stop();
+        return show(goal_);
+    }
     from_ = shown_;
-    moving_.start();
+    since_.start();
+    if (!moving_.isActive()) moving_.start(frameTime, Qt::PreciseTimer, this);
+}
+
+void SpectrumBackdrop::timerEvent(QTimerEvent* event) {
+    if (event->timerId() != moving_.timerId()) return;
+    const double share = std::min(1.0, static_cast<double>(since_.elapsed()) / stepTime);
+    if (share >= 1) moving_.stop();
+    move(share);
+}
+
+void SpectrumBackdrop::hideEvent(QHideEvent* /*event*/) {
+    moving_.stop();
+    shown_ = goal_;
 }
 
 void SpectrumBackdrop::move(double share) {

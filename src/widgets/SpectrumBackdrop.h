@@ -1,7 +1,8 @@
 #pragma once
 
+#include <QBasicTimer>
+#include <QElapsedTimer>
 #include <QPixmap>
-#include <QVariantAnimation>
 #include <QWidget>
 #include <vector>
 
@@ -33,6 +34,8 @@ class SpectrumBackdrop : public QWidget {
 
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    void timerEvent(QTimerEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
     void move(double share);
     void show(Bars bars);
     [[nodiscard]] QRectF column(int index) const;
@@ -48,8 +51,9 @@ class SpectrumBackdrop : public QWidget {
     Bars from_ = Bars(barCount);
     Bars shown_ = Bars(barCount);
     Bars goal_ = Bars(barCount);
-    QVariantAnimation moving_{this};
-    QPixmap picture_;  ///< one bar at full height
+    QBasicTimer moving_;
+    QElapsedTimer since_;  ///< the goal was set
+    QPixmap picture_;      ///< one bar at full height
 };
 
 }  // namespace sonra

@@ -51,7 +51,7 @@ void TransportRow::refresh() {
     const int total = *model_.chunkTotal;
     counter_->setVisible(total >= 1);
     counter_->setText(QStringLiteral("%1/%2").arg(index).arg(total),
-                      QStringLiteral("Part %1 of %2").arg(index).arg(total));
+                      QStringLiteral("%1 of %2").arg(index).arg(total));
     const auto speed = QString::asprintf("%.2fx", *model_.speed);
     speed_->setText(speed, QStringLiteral("Speed ") + speed);
     agent_->setAgent(*model_.theme, QString::fromStdString(*model_.sessionLabel));

@@ -1,0 +1,240 @@
+"""The caption panel on a real X server with a window manager, as other programs see and use it."""
+import os
+import queue
+import re
+import subprocess
+import threading
+import unittest
+
+from soundlab import QUIET, end, short_folder, wait_for
+
+DRIVER = os.environ["SONRA_CAPTION_DRIVER"]
+TITLE = "Sonra captions"
+
+
+class Screen:
+    """A private X server with openbox and a terminal that has the focus."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.processes = []
+        read, write = os.pipe()
+        self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "1440x900x24", "-noreset",
+                   pass_fds=[write])
+        os.close(write)
+        with os.fdopen(read) as number:
+            display = ":" + number.readline().strip()
+        self.environment = {
+            "PATH": os.environ["PATH"], "HOME": folder, "XDG_RUNTIME_DIR": folder, "DISPLAY": display,
+            "LANG": "C.UTF-8", "QT_QPA_PLATFORM": "xcb", "DBUS_SESSION_BUS_ADDRESS": "disabled:"}
+        self.start("openbox", env=self.environment)
+        wait_for("the window manager", lambda: "window id" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
+        self.start("xterm", "-T", "worker", "-geometry", "60x20+20+500", env=self.environment)
+        wait_for("the terminal", lambda: self.active_name() == "worker")
+
+    def start(self, *command, **options):
+        process = subprocess.Popen(command, **QUIET, **options)
+        self.processes.append(process)
+        return process
+
+    def ask(self, *command):
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20).stdout
+
+    def active_name(self):
+        return self.ask("xdotool", "getactivewindow", "getwindowname").strip()
+
+    def close(self):
+        for process in reversed(self.processes):
+            end(process)
+
+
+class Panel:
+    """The driver program and the window it shows."""
+
+    def __init__(self, screen):
+        self.screen = screen
+        self.program = subprocess.Popen([DRIVER], env=screen.environment, text=True, stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.lines = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+        self.expect("ready")
+
+    def _read(self):
+        for line in self.program.stdout:
+            self.lines.put(line.strip())
+
+    def expect(self, beginning):
+        """The next line that begins so; others are dropped."""
+        while True:
+            line = self.lines.get(timeout=20)
+            if line.startswith(beginning):
+                return line
+
+    def tell(self, command, answer="done"):
+        self.program.stdin.write(command + "\n")
+        self.program.stdin.flush()
+        return self.expect(answer)
+
+    def show(self, frame="200 120 820 260"):
+        self.tell(f"frame {frame}")
+        self.tell("show")
+        wait_for("the panel", self.is_viewable)
+
+    def hide(self):
+        self.tell("hide")
+        wait_for("the panel to hide", lambda: not self.is_viewable())
+
+    def window(self):
+        return self.screen.ask("xdotool", "search", "--name", TITLE).split()[0]
+
+    def is_viewable(self):
+        return "IsViewable" in self.screen.ask("xwininfo", "-name", TITLE)
+
+    def geometry(self):
+        text = self.screen.ask("xwininfo", "-name", TITLE)
+        keys = ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")
+        return [int(re.search(re.escape(key) + r":\s+(-?\d+)", text)[1]) for key in keys]
+
+    def states(self):
+        text = self.screen.ask("xprop", "-name", TITLE, "_NET_WM_STATE")
+        return set(re.findall(r"_NET_WM_STATE_(\w+)", text))
+
+    def property(self, name):
+        return [int(number) for number in re.findall(r"\d+", self.screen.ask("xprop", "-name", TITLE, name).partition("=")[2])]
+
+    def middle_of(self, part):
+        _, x, y = self.tell(f"where {part}", "at").split()
+        self.expect("done")
+        return int(x), int(y)
+
+    def close(self):
+        end(self.program)
+        self.program.stdin.close()
+        self.program.stdout.close()
+
+
+class CaptionPanel(unittest.TestCase):
+    def setUp(self):
+        folder = short_folder()
+        self.addCleanup(folder.cleanup)
+        self.screen = Screen(folder.name)
+        self.addCleanup(self.screen.close)
+        self.panel = Panel(self.screen)
+        self.addCleanup(self.panel.close)
+
+    def click(self, x, y):
+        self.screen.ask("xdotool", "mousemove", str(x), str(y), "click", "1")
+
+    def met_at(self, x, y):
+        self.screen.ask("xdotool", "mousemove", str(x), str(y))
+        return self.screen.ask("xdotool", "getmouselocation", "--shell").partition("WINDOW=")[2].strip()
+
+    def drag(self, start, *stops):
+        command = ["xdotool", "mousemove", *map(str, start), "mousedown", "1"]
+        for x, y in stops:
+            command += ["mousemove", str(x), str(y), "sleep", "0.05"]
+        self.screen.ask(*command, "mouseup", "1")
+
+    def test_the_active_window_stays_active(self):
+        self.panel.show()
+        self.assertEqual(self.screen.active_name(), "worker")
+        self.click(*self.panel.middle_of("Play"))
+        self.panel.expect("playPause")
+        self.assertEqual(self.screen.active_name(), "worker")
+        self.drag((600, 200), (620, 210), (660, 230))
+        self.panel.expect("moved")
+        self.assertEqual(self.screen.active_name(), "worker")
+        self.panel.hide()
+        self.assertEqual(self.screen.active_name(), "worker")
+
+    def assert_hints(self):
+        # openbox keeps being sticky in the desktop alone.
+        wanted = {"ABOVE", "SKIP_TASKBAR", "SKIP_PAGER"}
+        wait_for("the hints", lambda: wanted <= self.panel.states())
+        wait_for("every desktop", lambda: self.panel.property("_NET_WM_DESKTOP") == [0xFFFFFFFF])
+
+    def test_hints_hold_at_every_showing(self):
+        for _ in range(3):
+            self.panel.show()
+            self.assert_hints()
+            self.panel.hide()
+
+    def test_it_is_on_every_desktop_and_above(self):
+        self.screen.ask("wmctrl", "-n", "3")
+        self.panel.show("30 510 500 200")
+        self.screen.ask("wmctrl", "-s", "2")
+        wait_for("the other desktop", lambda: "2  *" in self.screen.ask("wmctrl", "-d"))
+        self.assertTrue(self.panel.is_viewable())
+        self.screen.ask("wmctrl", "-s", "0")
+        self.screen.ask("wmctrl", "-a", "worker")
+        wait_for("the terminal", lambda: self.screen.active_name() == "worker")
+        stacking = [int(number, 16) for number in
+                    re.findall(r"0x[0-9a-f]+", self.screen.ask("xprop", "-root", "_NET_CLIENT_LIST_STACKING"))]
+        self.assertEqual(len(stacking), 2)
+        self.assertEqual(stacking[-1], int(self.panel.window()))
+
+    def test_a_drag_moves_it_and_is_reported(self):
+        self.panel.show()
+        self.drag((600, 200), (620, 210), (700, 260))
+        _, x, y, width, height = self.panel.expect("moved").split()
+        self.assertEqual([int(width), int(height)], [820, 260])
+        # The window manager takes over once the pointer has moved far enough.
+        self.assertAlmostEqual(int(x), 300, delta=25)
+        self.assertAlmostEqual(int(y), 180, delta=25)
+        self.assertEqual(self.panel.geometry()[:2], [int(x), int(y)])
+
+    def test_its_least_size(self):
+        self.panel.show()
+        self.drag((1013, 373), (1000, 360), (500, 200), (250, 140))
+        wait_for("the report", lambda: self.panel.expect("moved").endswith(" 420 180"))
+        self.assertEqual(self.panel.geometry(), [200, 120, 420, 180])
+        self.screen.ask("xdotool", "windowsize", "--sync", self.panel.window(), "100", "50")
+        self.assertGreaterEqual(self.panel.geometry()[2:], [420, 180])
+
+    def test_an_edge_resizes_one_way(self):
+        self.panel.show()
+        self.drag((1018, 240), (1040, 250), (1100, 300))
+        _, _, _, width, height = self.panel.expect("moved").split()
+        self.assertEqual(int(height), 260)
+        self.assertAlmostEqual(int(width), 900, delta=30)
+
+    def test_it_stands_where_it_was_asked_to(self):
+        self.panel.show("300 200 640 240")
+        wait_for("its place", lambda: self.panel.geometry() == [300, 200, 640, 240])
+        self.panel.hide()
+        self.panel.tell("frame 3000 2000 640 240")
+        self.panel.show("780 620 640 240")
+        wait_for("its place", lambda: self.panel.geometry() == [780, 620, 640, 240])
+        self.assertEqual(self.panel.tell("tell", "frame"), "frame 780 620 640 240")
+        self.panel.tell("frame 100 80 640 240")
+        wait_for("its place", lambda: self.panel.geometry() == [100, 80, 640, 240])
+
+    def test_scrubbing_and_closing(self):
+        self.panel.show()
+        x, y = self.panel.middle_of("Position")
+        self.click(x - 205, y + 3)
+        self.assertEqual(self.panel.expect("scrub"), "scrub 25")
+        self.click(*self.panel.middle_of("Hide captions"))
+        self.panel.expect("close")
+
+    def test_it_follows_the_compositor(self):
+        self.panel.show()
+        self.assertEqual(self.panel.geometry(), [200, 120, 820, 260])
+        self.assertIn("Window shape extents", self.screen.ask("xwininfo", "-shape", "-name", TITLE))
+        compositor = self.screen.start("picom", "--backend", "xrender", "--config", "/dev/null",
+                                       env=self.screen.environment)
+        with_shadow = [160, 94, 900, 344]
+        wait_for("room for the shadow", lambda: self.panel.geometry() == with_shadow)
+        wait_for("the extents", lambda: self.panel.property("_GTK_FRAME_EXTENTS") == [40, 40, 26, 58])
+        self.assertEqual(self.panel.tell("tell", "frame"), "frame 200 120 820 260")
+        # The pointer meets the panel, but in the shadow what is behind it.
+        on_panel, in_shadow = self.met_at(600, 200), self.met_at(600, 420)
+        self.assertNotEqual(on_panel, in_shadow)
+        self.assertEqual(in_shadow, self.met_at(1300, 60), "the desktop itself")
+        self.assert_hints()
+        end(compositor)
+        wait_for("the plain panel", lambda: self.panel.geometry() == [200, 120, 820, 260])
+
+
+if __name__ == "__main__":
+    unittest.main()
