@@ -2,6 +2,7 @@
 
 #include <QGuiApplication>
 #include <chrono>
+#include <optional>
 
 #include "app/HiddenPanel.h"
 #include "frame/DefaultsDocument.h"
@@ -23,13 +24,13 @@ constexpr auto nobodysAddress = "unix:path=/dev/null";
 }  // namespace
 
 struct Desktop::Parts {
-    explicit Parts(MainLoop& loop) : mpris(loop), tray(look) {}
+    explicit Parts(MainLoop& loop) : mpris(loop) {}
 
     DefaultsDocument defaults{DefaultsDocument::defaultPath()};
     QtScreens screens;
     FollowedLook look;
     QtMpris mpris;
-    TrayItem tray;
+    std::optional<TrayItem> tray;  ///< made for whoever asks for it
 };
 
 Desktop::Desktop(MainLoop& loop) : parts_(std::make_unique<Parts>(loop)) {}
@@ -51,7 +52,8 @@ Screens& Desktop::screens() {
 }
 
 StatusItem& Desktop::statusItem() {
-    return parts_->tray;
+    if (!parts_->tray) parts_->tray.emplace(parts_->look);
+    return *parts_->tray;
 }
 
 NowPlayingCenter& Desktop::nowPlaying() {

@@ -31,6 +31,7 @@ class Desktop {
 
     [[nodiscard]] UserDefaults& defaults();
     [[nodiscard]] Screens& screens();
+    /// The icon in the tray appears when it is first asked for.
     [[nodiscard]] StatusItem& statusItem();
     [[nodiscard]] NowPlayingCenter& nowPlaying();
     [[nodiscard]] RemoteCommandCenter& remoteCommands();

@@ -142,6 +142,7 @@ void AppCoordinator::onNewAttach(const AttachRequest& request) {
     ++*attaches_;
     captions_->sessionAttached();
     setSession(request);
+    captions_->sessionReady();
     prewarmKokoro();
     if (!ServiceState::read().paused) return;
     ServiceState::update([](Json& document) { document["paused"] = false; });
@@ -174,6 +175,18 @@ void AppCoordinator::applyPauseState(bool paused) {
     if (queue_->paused() == paused) return;
     queue_->setPaused(paused);
     ServiceState::update([paused](Json& document) { document["paused"] = paused; });
+    refreshMenuBar();
+}
+
+void AppCoordinator::next() {
+    transport_->next();
+    noteSkip();
+}
+
+/// A skip in a pause starts nothing and ends nothing, so that nobody else tells of it.
+void AppCoordinator::noteSkip() {
+    showWhetherNavigable();
+    if (queue_->paused()) captions_->queuePaused(queue_->queuedCount());
     refreshMenuBar();
 }
 
@@ -288,7 +301,7 @@ void AppCoordinator::detachSessionLocal(const std::string& id) {
 
 /// Brings the voice up ahead of need, off the main thread.
 void AppCoordinator::prewarmKokoro() {
-    if (CtlInvocation::ctlSpawnDisabled()) return captions_->voiceReady();
+    if (CtlInvocation::ctlSpawnDisabled()) return captions_->voiceReady(queueStatus());
     // One is enough: it blocks a thread of the pool for as long as a model takes to load.
     if (!prewarming_->exchange(true))
         platform_.pool.post([worker = speech_.worker, prewarming = prewarming_,
@@ -296,7 +309,7 @@ void AppCoordinator::prewarmKokoro() {
             worker->startAndWaitReady();
             *prewarming = false;
             loop.post([weak] {
-                if (const auto self = weak.lock()) self->captions_->voiceReady();
+                if (const auto self = weak.lock()) self->captions_->voiceReady(self->queueStatus());
             });
         });
     speech_.synthesizer->kokoro()->warmup();

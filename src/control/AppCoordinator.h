@@ -118,6 +118,8 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void stopWorkerUnlessAttached();
     void setSession(const AttachRequest& request);
     void applyPauseState(bool paused);
+    void next();
+    void noteSkip();
     void applyHistoryState();
     void showWhetherNavigable();
     void setVolume(std::int64_t percent);

@@ -111,7 +111,7 @@ void AppCoordinator::wireCaptions() {
         platform_.loop, window, whileAlive([](AppCoordinator& self) { self.refreshMenuBar(); }));
     window.onPlayPause =
         whileAlive([](AppCoordinator& self) { self.applyPauseState(!self.queue_->paused()); });
-    window.onSkip = whileAlive([](AppCoordinator& self) { self.transport_->next(); });
+    window.onSkip = whileAlive([](AppCoordinator& self) { self.next(); });
     window.onRestart = whileAlive([](AppCoordinator& self) { self.transport_->previous(); });
     window.onClose = whileAlive([](AppCoordinator& self) { self.captions_->closed(); });
     window.onSeek =
@@ -123,8 +123,8 @@ void AppCoordinator::wireMenu() {
     MenuBarController::Callbacks callbacks;
     callbacks.onPlayPause =
         whileAlive([](AppCoordinator& self) { self.applyPauseState(!self.queue_->paused()); });
-    callbacks.onSkip = whileAlive([](AppCoordinator& self) { self.transport_->next(); });
-    callbacks.onStop = whileAlive([](AppCoordinator& self) { self.queue_->clear(); });
+    callbacks.onSkip = whileAlive([](AppCoordinator& self) { self.next(); });
+    callbacks.onStop = whileAlive([](AppCoordinator& self) { self.transport_->stop(); });
     callbacks.onToggleMute = whileAlive([](AppCoordinator& self) { self.toggleMute(); });
     callbacks.onToggleCaptions = whileAlive([](AppCoordinator& self) { self.captions_->toggle(); });
     callbacks.onVolume = whileAlive<std::int64_t>(
@@ -166,7 +166,7 @@ void AppCoordinator::installRemoteCommandHandlers() {
     handlers.pause = done([](AppCoordinator& self) { self.applyPauseState(true); });
     handlers.togglePlayPause =
         done([](AppCoordinator& self) { self.applyPauseState(!self.queue_->paused()); });
-    handlers.stop = done([](AppCoordinator& self) { self.queue_->clear(); });
+    handlers.stop = done([](AppCoordinator& self) { self.transport_->stop(); });
     handlers.nextTrack =
         answering([](AppCoordinator& self) { return self.transport_->nextTrack(); });
     handlers.previousTrack =
@@ -181,12 +181,15 @@ void AppCoordinator::installRemoteCommandHandlers() {
 void AppCoordinator::wireTransport() {
     commands_.add("play", [this](const Json& message) { play(message); });
     commands_.add("clear", [this](const Json&) { clearEverything(); });
-    commands_.add("stop", [this](const Json&) { queue_->clear(); });
+    commands_.add("stop", [this](const Json&) { transport_->stop(); });
     commands_.add("quit", [this](const Json&) { platform_.exit(0); });
     commands_.add("pause", [this](const Json&) { applyPauseState(true); });
     commands_.add("resume", [this](const Json&) { applyPauseState(false); });
     commands_.add("toggle", [this](const Json&) { applyPauseState(!queue_->paused()); });
-    commands_.add("skip", [this](const Json&) { queue_->skip(); });
+    commands_.add("skip", [this](const Json&) {
+        queue_->skip();
+        noteSkip();
+    });
     commands_.add("restart", [this](const Json&) { queue_->restartCurrent(); });
     commands_.add("volume", [this](const Json& message) {
         if (const auto value = json::intAt(message, "value")) setVolume(*value);
@@ -194,7 +197,7 @@ void AppCoordinator::wireTransport() {
 }
 
 void AppCoordinator::wireHistoryCommands() {
-    commands_.add("next", [this](const Json&) { transport_->next(); });
+    commands_.add("next", [this](const Json&) { next(); });
     commands_.add("previous", [this](const Json&) { transport_->previous(); });
     commands_.add("scrub",
                   [this](const Json& message) { transport_->scrubTo(indexFrom(message)); });

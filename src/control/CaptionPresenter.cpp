@@ -54,7 +54,10 @@ void CaptionPresenter::follow(const StateTick& tick) {
     window_.setSpeed(tick.state.speed);
     window_.setTheme(themeOf(tick.sessions));
     window_.setSessionLabel(labelOf(tick.sessions));
-    followVisibility(tick.state.captions);
+    if (!tick.hasDocument) return;
+    // What another program has to say shows even where captions are off.
+    const bool mustShow = tick.state.synthesizing || !tick.state.lastSpeakError.empty();
+    followVisibility(tick.state.captions || mustShow);
     followSynthesizing(tick.state.synthesizing);
     followError(tick.state.lastSpeakError);
 }
@@ -83,10 +86,17 @@ void CaptionPresenter::followError(const std::string& error) {
     window_.setText(error);
     window_.setCounter("⚠");
     window_.show();
-    errorClearTimer_ = loop_.after(errorShownFor, [this] {
-        ServiceState::update([](Json& document) { document["lastSpeakError"] = ""; });
-        onSettingsWritten_();
+    errorClearTimer_ = loop_.after(errorShownFor, [this] { clearError(); });
+}
+
+/// Another one that has come meanwhile stays, and shows at the next tick; and so does this one if
+/// the document couldn't be written.
+void CaptionPresenter::clearError() {
+    const auto shown = std::exchange(errorShown_, {});
+    ServiceState::update([&shown](Json& document) {
+        if (json::stringAt(document, "lastSpeakError") == shown) document["lastSpeakError"] = "";
     });
+    onSettingsWritten_();
 }
 
 void CaptionPresenter::historyChanged(const MessageHistoryQueueState& state) {
@@ -99,12 +109,15 @@ void CaptionPresenter::sessionAttached() {
         if (!ServiceState::read().captions) writeCaptions(true);
         window_.show();
     }
+    setStatus({Phase::connecting});
+}
+
+void CaptionPresenter::sessionReady() {
     setStatus({Phase::warming});
 }
 
-void CaptionPresenter::voiceReady() {
-    if (status_.phase == Phase::connecting || status_.phase == Phase::warming)
-        setStatus({Phase::idle});
+void CaptionPresenter::voiceReady(const NarrationStatus& otherwise) {
+    if (status_.phase == Phase::connecting || status_.phase == Phase::warming) setStatus(otherwise);
 }
 
 void CaptionPresenter::sessionDetached() {

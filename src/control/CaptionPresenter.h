@@ -33,7 +33,10 @@ class CaptionPresenter {
 
     /// A session was added: the captions open, unless the user has closed them since.
     void sessionAttached();
-    void voiceReady();
+    /// Its history can be gone through.
+    void sessionReady();
+    /// Nothing is waited for any more; `otherwise` is what the queue is about.
+    void voiceReady(const NarrationStatus& otherwise);
     /// The next session that is attached opens the captions again.
     void sessionDetached();
     void synthesisBegan();
@@ -57,6 +60,7 @@ class CaptionPresenter {
     void followVisibility(bool wanted);
     void followSynthesizing(bool synthesizing);
     void followError(const std::string& error);
+    void clearError();
     void setStatus(const NarrationStatus& status);
 
     MainLoop& loop_;

@@ -29,6 +29,7 @@ void HistoryTransport::previous() {
 void HistoryTransport::scrubTo(int index) {
     SONRA_ASSERT_MAIN_THREAD();
     if (index < 1) {
+        cancelColdResolve();
         if (std::holds_alternative<State::History>(history_.state().cursor)) history_.scrubTo(0);
         queue_.clear();
         return;
@@ -41,6 +42,12 @@ void HistoryTransport::jumpToLive() {
     SONRA_ASSERT_MAIN_THREAD();
     cancelColdResolve();
     history_.resumeLive();
+    queue_.clear();
+}
+
+void HistoryTransport::stop() {
+    SONRA_ASSERT_MAIN_THREAD();
+    cancelColdResolve();
     queue_.clear();
 }
 
@@ -81,19 +88,17 @@ void HistoryTransport::apply(const SkipOutcome& outcome) {
 
 void HistoryTransport::play(const std::vector<AudioChunk>& chunks, int startIndex) {
     if (chunks.empty()) return;
+    // What an earlier move is having spoken must not follow these.
+    cancelColdResolve();
     queue_.clear();
     queue_.enqueueAll(chunks, startIndex);
 }
 
 void HistoryTransport::resolve(const MessageRef& ref) {
-    if (const auto chunks = history_.chunkProvider().cachedChunks(ref.messageId)) {
-        // What an earlier move is having spoken must not follow this message; it may still be
-        // finished and kept for the next visit.
-        ++*coldResolveGeneration_;
+    if (const auto chunks = history_.chunkProvider().cachedChunks(ref.messageId))
         play(*chunks, 0);
-    } else {
+    else
         resolveCold(ref);
-    }
 }
 
 void HistoryTransport::resolveCold(const MessageRef& ref) {

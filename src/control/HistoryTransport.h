@@ -32,6 +32,8 @@ class HistoryTransport {
     /// To the message `index` back from the newest; below 1 means live.
     void scrubTo(int index);
     void jumpToLive();
+    /// Silence, also for what is still being made.
+    void stop();
     /// What is being spoken anew is not wanted any more.
     void cancelColdResolve();
 

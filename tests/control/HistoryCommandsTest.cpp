@@ -129,7 +129,12 @@ TEST_F(HistoryCommands, AMessageThatNobodyHeardIsSpokenAnew) {
     EXPECT_EQ(log.count("resynth done"), 1U);
 }
 
-TEST_F(HistoryCommands, ANewerMoveVoidsASpeakingThatIsUnderWay) {
+class VoidedResolve : public HistoryCommands, public testing::WithParamInterface<const char*> {};
+
+TEST_P(VoidedResolve, ANewerMoveVoidsASpeakingThatIsUnderWay) {
+    // A voice that begins and never ends by itself.
+    test::writeFile(voiceLauncher, "#!/bin/sh\n[ -z \"$5\" ] || { touch '" + (home / "begun") +
+                                       "'; exec sleep 1000; }\n");
     const auto transcript = makeTranscript("s1", "/p");
     test::appendFile(transcript, test::assistantLine("old", "Words of an earlier day"));
     test::appendFile(transcript, test::assistantLine("last", "ok"));
@@ -137,13 +142,24 @@ TEST_F(HistoryCommands, ANewerMoveVoidsASpeakingThatIsUnderWay) {
     coordinator->attachSession("s1", "/p");
     playMessage("new", "fresh words");
     ASSERT_TRUE(loop.runUntil([&] { return coordinator->history().stableTotalKnown() == 3; }));
-    coordinator->handleIPC({{"cmd", "scrub"}, {"index", 2}});
-    caption().onJumpToLive();
-    playMessage("newer", "the freshest words");
-    pool.drain();
+    send({{"cmd", "scrub"}, {"index", 2}});
+    ASSERT_TRUE(loop.runUntil([&] { return std::filesystem::exists(home / "begun"); }));
+    log.expect("resynth produced no audio");
+    send(Json::parse(GetParam()));
+    // The voice is ended, not waited for.
+    ASSERT_TRUE(loop.runUntil([&] { return log.count("resynth produced no audio") == 1; }));
     loop.advance(std::chrono::seconds(1));
-    EXPECT_EQ(heardMessage(), "newer");
+    EXPECT_NE(heardMessage(), "old");
+    EXPECT_EQ(coordinator->queue().queuedCount(), 0U);
 }
+
+INSTANTIATE_TEST_SUITE_P(HistoryCommands, VoidedResolve,
+                         testing::Values(R"({"cmd":"scrub","index":0})", R"({"cmd":"stop"})",
+                                         R"({"cmd":"clear"})"),
+                         [](const auto& which) {
+                             const auto message = Json::parse(which.param);
+                             return message["cmd"].template get<std::string>();
+                         });
 
 TEST_F(HistoryCommands, TheMessageBeforeAnAttachIsSpokenOnceAsAProof) {
     const auto transcript = makeTranscript("s1", "/p");

@@ -45,11 +45,16 @@ class CommandLine(LifecycleCase):
             result = self.run_program(*arguments)
             self.assertEqual((result.returncode, result.stderr), (2, "--service requires --socket <path>\n"))
 
-    def test_modes_that_are_not_there_say_so(self):
-        for arguments in (["some.wav"], ["--captions-serve", "--socket", "/tmp/x.sock"]):
-            result = self.run_program(*arguments)
-            self.assertEqual(result.returncode, 1)
-            self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
+    def test_the_player_says_that_its_file_is_missing(self):
+        result = self.run_program("/nowhere/some.wav")
+        self.assertEqual((result.returncode, result.stderr), (1, "File not found: /nowhere/some.wav\n"))
+
+    def test_the_caption_server_serves_until_it_is_told_to_quit(self):
+        self.home.socket_path = self.home.path / "captions.sock"
+        server = self.start(["--captions-serve", "--socket", str(self.home.socket_path)]).wait_ready()
+        server.send({"cmd": "set", "text": "some words"}, {"cmd": "show"}, {"cmd": "highlight", "progress": 0.5}, {"cmd": "quit"})
+        self.assertEqual(server.process.wait(10), 0)
+        self.assertFalse(self.home.socket_path.exists())
 
     def test_service_at_a_socket_of_choice(self):
         self.home.socket_path = self.home.path / "other.sock"
