@@ -27,6 +27,8 @@ using Namespaces = QMap<QString, QVariantMap>;
 
 PortalSettings::PortalSettings(const QDBusConnection& bus) : bus_(bus) {
     qDBusRegisterMetaType<Namespaces>();
+    // The slot's argument is looked up by its name, which nobody may have made known yet.
+    qRegisterMetaType<QDBusVariant>();
     if (!bus_.isConnected()) return;
     bus_.connect(service, path, interface, "SettingChanged", this,
                  SLOT(noteSetting(QString, QString, QDBusVariant)));

@@ -71,12 +71,15 @@ class ReplyIsHeard(NarrationCase):
         self.assert_spoken(3)
         self.assertEqual(self.home.problems(), [])
 
-    def test_what_was_said_before_the_attach_stays_silent(self):
-        self.home.append(assistant_line(1, "Said long before anybody listened"))
+    def test_of_what_was_said_before_the_attach_only_the_last_is_repeated(self):
+        for number in (1, 2, 3):
+            self.home.append(assistant_line(number, f"Said before anybody listened, number {number}"))
         self.listen()
-        self.home.append(assistant_line(2, "Said while somebody listens"))
-        self.wait_heard(1)
-        self.assert_spoken(1)
+        wait_for("the repeated reply", lambda: self.home.now_playing().get("messageId") == "u-3")
+        self.home.append(assistant_line(4, "Said while somebody listens"))
+        wait_for("the new reply", lambda: self.home.now_playing().get("messageId") == "u-4")
+        wait_for("its end", lambda: len(self.home.log("chunk finished")) == 2)
+        self.assertEqual(len(self.home.log("chunk enqueued")), 2)
 
     def test_lines_of_a_reply_are_spoken_in_order_without_a_word_lost(self):
         self.listen()
@@ -108,9 +111,10 @@ class ReplyIsHeard(NarrationCase):
         self.service.send({"cmd": "detach", "id": self.home.session})
         wait_for("the row to go", lambda: self.home.state()["sessions"] == [])
         self.home.append(assistant_line(1, "Nobody is there to hear this"))
+        self.home.append(assistant_line(2, "Hush"))
         self.service.send({"cmd": "attach", "id": self.home.session, "cwd": self.home.cwd})
         wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
-        self.home.append(assistant_line(2, "But this one is heard again"))
+        self.home.append(assistant_line(3, "But this one is heard again"))
         self.wait_heard(1)
         self.assert_spoken(1)
 
@@ -119,9 +123,10 @@ class ReplyIsHeard(NarrationCase):
         self.home.write_state(sessions=[])
         wait_for("the detach to be seen", lambda: self.home.log("state-level detach observed; auto-attach stands down for this run"))
         self.home.append(assistant_line(1, "The user has detached from outside"))
+        self.home.append(assistant_line(2, "Hush"))
         self.service.send({"cmd": "attach", "id": self.home.session, "cwd": self.home.cwd})
         wait_for("a second tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)
-        self.home.append(assistant_line(2, "And has come back to listen"))
+        self.home.append(assistant_line(3, "And has come back to listen"))
         self.wait_heard(1)
         self.assert_spoken(1)
 
