@@ -12,6 +12,7 @@ constexpr std::size_t windowSize = std::size_t{1} << 20;
 
 /// The end of the last line that is whole in `bytes`, 0 without a line feed.
 std::size_t endOfLines(std::string_view bytes) {
+    if (bytes.empty()) return 0;  // no memory to look at
     const auto* feed = static_cast<const char*>(::memrchr(bytes.data(), '\n', bytes.size()));
     return feed == nullptr ? 0 : static_cast<std::size_t>(feed - bytes.data()) + 1;
 }
@@ -100,7 +101,8 @@ bool ReplyScan::skipLongLine() {
 /// Drops what stands before `start` in the window; none of the rest is known to be whole lines.
 void ReplyScan::keepFrom(std::size_t start) {
     filled_ -= start;
-    std::memmove(window_.data(), window_.data() + start, filled_);
+    // An empty window has no memory to point at.
+    if (filled_ != 0) std::memmove(window_.data(), window_.data() + start, filled_);
     linesEnd_ = 0;
     at_ = 0;
 }
