@@ -14,11 +14,12 @@ using test::Recording;
 /// PipeWire's mix of two equal channels into the recording's one is 3 dB louder than either.
 constexpr float mixed = std::numbers::sqrt2_v<float>;
 
-/// The same player on PipeWire's server, where that is installed.
+/// The same player on PipeWire's server.
 class PipeWirePlayerTest : public PlayerFixture<test::PrivatePipeWire> {
   protected:
     void SetUp() override {
-        if (!test::PrivatePipeWire::installed()) GTEST_SKIP() << "PipeWire isn't installed";
+        ASSERT_TRUE(test::PrivatePipeWire::installed())
+            << "PipeWire isn't installed; script/setup --develop does that";
     }
     /// A server without real-time scheduling skips a quantum of 256 samples every now and then,
     /// whatever it is given to play. What the player loses, it loses each time.
