@@ -1,5 +1,3 @@
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -8,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "MemoryFile.h"
 #include "history/MessageCounter.h"
 #include "history/SessionHistory.h"
 #include "ingest/ClaudeCodeParser.h"
@@ -15,34 +14,10 @@
 namespace {
 
 using namespace sonra;
+using fuzz::MemoryFile;
+using fuzz::require;
 
 constexpr std::size_t smallestBlock = 1024;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
-/// A file in memory that stands in for a transcript.
-class MemoryFile {
-  public:
-    MemoryFile() : fd_(::memfd_create("transcript", MFD_CLOEXEC)) { require(fd_ >= 0); }
-    ~MemoryFile() { ::close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
-    void write(std::string_view content) const {
-        resize(0);
-        const auto written = ::pwrite(fd_, content.data(), content.size(), 0);
-        require(written == static_cast<ssize_t>(content.size()));
-    }
-    void resize(std::size_t size) const {
-        require(::ftruncate(fd_, static_cast<off_t>(size)) == 0);
-    }
-
-  private:
-    int fd_;
-};
 
 /// The messages by the plain way, newest first.
 std::vector<HistoryMessage> parsedIn(std::string_view content) {

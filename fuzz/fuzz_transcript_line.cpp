@@ -1,10 +1,8 @@
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 
+#include "MemoryFile.h"
 #include "frame/Text.h"
 #include "ingest/ClaudeCodeReader.h"
 #include "ingest/NarrationChunker.h"
@@ -13,29 +11,8 @@
 namespace {
 
 using namespace sonra;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
-/// A file in memory that stands in for a transcript.
-class MemoryFile {
-  public:
-    MemoryFile() : fd_(::memfd_create("transcript", MFD_CLOEXEC)) { require(fd_ >= 0); }
-    ~MemoryFile() { ::close(fd_); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
-    void write(std::string_view content) const {
-        require(::ftruncate(fd_, 0) == 0);
-        const auto written = ::pwrite(fd_, content.data(), content.size(), 0);
-        require(written == static_cast<ssize_t>(content.size()));
-    }
-
-  private:
-    int fd_;
-};
+using fuzz::MemoryFile;
+using fuzz::require;
 
 void speak(const std::string& text) {
     const std::string cleaned = TextCleaner::cleanForSpeech(text);
