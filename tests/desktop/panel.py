@@ -91,20 +91,34 @@ class Notifications(dbus.service.Object):
         return len(self.shown)
 
 
+class PrivateBus:
+    """A session bus of its own with a connection to it."""
+
+    def __init__(self):
+        DBusGMainLoop(set_as_default=True)
+        self.daemon = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address"],
+                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.address = self.daemon.stdout.readline().strip()
+        self.connection = dbus.bus.BusConnection(self.address)
+
+    def close(self):
+        self.connection.close()
+        end(self.daemon)
+        self.daemon.stdout.close()
+
+
 class Desktop:
     """Private bus and screen, ended by their process ids."""
 
     def __init__(self):
-        DBusGMainLoop(set_as_default=True)
         self.folder = tempfile.TemporaryDirectory()
         self.data_folders = [self.folder.name]
-        self.daemon = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address"],
-                                       stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        self.address = self.daemon.stdout.readline().strip()
+        self.private = PrivateBus()
+        self.address = self.private.address
+        self.bus = self.private.connection
         self.screen = subprocess.Popen(["Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp"],
                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.display = ":" + self.screen.stdout.readline().strip()
-        self.bus = dbus.bus.BusConnection(self.address)
 
     def environment(self):
         return os.environ | {"HOME": self.folder.name, "XDG_RUNTIME_DIR": self.folder.name, "DISPLAY": self.display,
@@ -117,10 +131,9 @@ class Desktop:
         self.data_folders.append("/usr/share")
 
     def close(self):
-        self.bus.close()
-        for process in (self.screen, self.daemon):
-            end(process)
-            process.stdout.close()
+        end(self.screen)
+        self.screen.stdout.close()
+        self.private.close()
         self.folder.cleanup()
 
 

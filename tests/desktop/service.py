@@ -32,9 +32,19 @@ class Home:
         self.state_path = self.shared / "state.json"
         self.socket_path = self.shared / "service.sock"
         self.log_path = self.path / "Library/Logs/Sonra/sonra.ndjson"
-        self.transcript = self.path / ".claude/projects" / cwd.replace("/", "-") / f"{session}.jsonl"
-        self.transcript.parent.mkdir(parents=True)
-        self.transcript.write_text('{"type":"user","message":{"content":"hi"}}\n')
+        self.transcript = self.add_transcript(session, cwd)
+
+    def add_transcript(self, session, cwd):
+        """One more session's, with nothing said yet."""
+        transcript = self.path / ".claude/projects" / cwd.replace("/", "-") / f"{session}.jsonl"
+        transcript.parent.mkdir(parents=True)
+        transcript.write_text('{"type":"user","message":{"content":"hi"}}\n')
+        return transcript
+
+    def environment(self):
+        """The tester's own, without the directories that he may have elsewhere than below his home."""
+        own = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}
+        return {name: value for name, value in os.environ.items() if name not in own} | {"HOME": str(self.path)}
 
     def state(self):
         try:
@@ -97,13 +107,13 @@ class Service:
         with self.errors.open("ab") as errors:
             self.process = subprocess.Popen(
                 [str(program or PROGRAM), *arguments], stderr=errors, preexec_fn=before,
-                env=os.environ | {"HOME": str(home.path)} | (environment or {}))
+                env=home.environment() | (environment or {}))
 
     def wait_ready(self):
-        wait_for("the service's socket", self._accepts)
+        wait_for("the service's socket", self.accepts)
         return self
 
-    def _accepts(self):
+    def accepts(self):
         if self.process.poll() is not None:
             raise AssertionError(f"the service ended with {self.process.returncode}: {self.errors.read_text()}")
         with socket.socket(socket.AF_UNIX) as probe:

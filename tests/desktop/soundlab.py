@@ -1,11 +1,13 @@
 """A private sound server with a null sink, a recorder on it, and measures of what was heard."""
 import array
+import math
 import os
 import signal
 import socket
 import subprocess
 import tempfile
 import time
+import wave
 from pathlib import Path
 
 RATE = 48_000
@@ -78,14 +80,21 @@ class PrivateSound:
              "--latency-msec=5", str(self.raw)], env=os.environ | self.environment, **QUIET)
         wait_for("the recorder", lambda: self.raw.exists() and self.raw.stat().st_size > 0)
 
-    def samples(self):
-        data = self.raw.read_bytes()
+    def recorded(self):
+        """How many samples there are so far."""
+        return self.raw.stat().st_size // 2
+
+    def samples(self, first=0):
+        """What was recorded, from the sample of that number on."""
+        with self.raw.open("rb") as recording:
+            recording.seek(2 * first)
+            data = recording.read()
         result = array.array("h")
         result.frombytes(data[: len(data) // 2 * 2])
         return result
 
     def seconds(self):
-        return self.raw.stat().st_size / 2 / RATE
+        return self.recorded() / RATE
 
     def kill_server(self):
         self.server.kill()
@@ -119,6 +128,16 @@ def utterances(samples, gap=0.35, floor=40):
         else:
             runs.append([at, at])
     return [(start, stop + 0.01) for start, stop in runs]
+
+
+def write_tone(path, seconds=0.5, peak=9000):
+    """A sound file with nothing but an even tone."""
+    tone = array.array("h", (round(peak * math.sin(i / 20)) for i in range(int(RATE * seconds))))
+    with wave.open(str(path), "wb") as out:
+        out.setnchannels(1)
+        out.setsampwidth(2)
+        out.setframerate(RATE)
+        out.writeframes(tone.tobytes())
 
 
 def short_folder():

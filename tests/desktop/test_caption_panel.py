@@ -1,58 +1,21 @@
 """The caption panel on a real X server with a window manager, as other programs see and use it."""
 import os
 import queue
-import re
 import subprocess
 import threading
 import unittest
 
-from soundlab import QUIET, end, short_folder, wait_for
+from screen import CAPTIONS, CaptionsSeen, Screen
+from soundlab import end, short_folder, wait_for
 
 DRIVER = os.environ["SONRA_CAPTION_DRIVER"]
-TITLE = "Sonra captions"
 
 
-class Screen:
-    """A private X server with openbox and a terminal that has the focus."""
-
-    def __init__(self, folder):
-        self.folder = folder
-        self.processes = []
-        read, write = os.pipe()
-        self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "1440x900x24", "-noreset",
-                   pass_fds=[write])
-        os.close(write)
-        with os.fdopen(read) as number:
-            display = ":" + number.readline().strip()
-        self.environment = {
-            "PATH": os.environ["PATH"], "HOME": folder, "XDG_RUNTIME_DIR": folder, "DISPLAY": display,
-            "LANG": "C.UTF-8", "QT_QPA_PLATFORM": "xcb", "DBUS_SESSION_BUS_ADDRESS": "disabled:"}
-        self.start("openbox", env=self.environment)
-        wait_for("the window manager", lambda: "window id" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
-        self.start("xterm", "-T", "worker", "-geometry", "60x20+20+500", env=self.environment)
-        wait_for("the terminal", lambda: self.active_name() == "worker")
-
-    def start(self, *command, **options):
-        process = subprocess.Popen(command, **QUIET, **options)
-        self.processes.append(process)
-        return process
-
-    def ask(self, *command):
-        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=20).stdout
-
-    def active_name(self):
-        return self.ask("xdotool", "getactivewindow", "getwindowname").strip()
-
-    def close(self):
-        for process in reversed(self.processes):
-            end(process)
-
-
-class Panel:
+class Panel(CaptionsSeen):
     """The driver program and the window it shows."""
 
     def __init__(self, screen):
-        self.screen = screen
+        super().__init__(screen)
         self.program = subprocess.Popen([DRIVER], env=screen.environment, text=True, stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         self.lines = queue.Queue()
@@ -83,24 +46,6 @@ class Panel:
     def hide(self):
         self.tell("hide")
         wait_for("the panel to hide", lambda: not self.is_viewable())
-
-    def window(self):
-        return self.screen.ask("xdotool", "search", "--name", TITLE).split()[0]
-
-    def is_viewable(self):
-        return "IsViewable" in self.screen.ask("xwininfo", "-name", TITLE)
-
-    def geometry(self):
-        text = self.screen.ask("xwininfo", "-name", TITLE)
-        keys = ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")
-        return [int(re.search(re.escape(key) + r":\s+(-?\d+)", text)[1]) for key in keys]
-
-    def states(self):
-        text = self.screen.ask("xprop", "-name", TITLE, "_NET_WM_STATE")
-        return set(re.findall(r"_NET_WM_STATE_(\w+)", text))
-
-    def property(self, name):
-        return [int(number) for number in re.findall(r"\d+", self.screen.ask("xprop", "-name", TITLE, name).partition("=")[2])]
 
     def middle_of(self, part):
         _, x, y = self.tell(f"where {part}", "at").split()
@@ -168,8 +113,7 @@ class CaptionPanel(unittest.TestCase):
         self.screen.ask("wmctrl", "-s", "0")
         self.screen.ask("wmctrl", "-a", "worker")
         wait_for("the terminal", lambda: self.screen.active_name() == "worker")
-        stacking = [int(number, 16) for number in
-                    re.findall(r"0x[0-9a-f]+", self.screen.ask("xprop", "-root", "_NET_CLIENT_LIST_STACKING"))]
+        stacking = self.screen.stacking()
         self.assertEqual(len(stacking), 2)
         self.assertEqual(stacking[-1], int(self.panel.window()))
 
@@ -220,7 +164,7 @@ class CaptionPanel(unittest.TestCase):
     def test_it_follows_the_compositor(self):
         self.panel.show()
         self.assertEqual(self.panel.geometry(), [200, 120, 820, 260])
-        self.assertIn("Window shape extents", self.screen.ask("xwininfo", "-shape", "-name", TITLE))
+        self.assertIn("Window shape extents", self.screen.ask("xwininfo", "-shape", "-name", CAPTIONS))
         compositor = self.screen.start("picom", "--backend", "xrender", "--config", "/dev/null",
                                        env=self.screen.environment)
         with_shadow = [160, 94, 900, 344]
