@@ -2,14 +2,16 @@
 import json
 import os
 import random
+import shutil
 import signal
 import socket
 import subprocess
 import time
 import unittest
 
+from screen import CaptionsSeen, Screen
 from service import PROGRAM, Home, Service, assistant_line
-from soundlab import PrivateSound, short_folder, wait_for
+from soundlab import PrivateSound, short_folder, wait_for, write_tone
 
 
 class LifecycleCase(unittest.TestCase):
@@ -19,6 +21,12 @@ class LifecycleCase(unittest.TestCase):
         self.home = Home(folder.name)
         # No sound is needed here, and none of the machine's own is to be touched.
         self.environment = {"PULSE_SERVER": f"unix:{folder.name}/none"}
+
+    def start_sound(self):
+        sound = PrivateSound(self.home.path)
+        sound.start()
+        self.addCleanup(sound.stop)
+        return sound
 
     def start(self, arguments=(), before=None):
         service = Service(self.home, self.environment, arguments, before=before)
@@ -49,10 +57,35 @@ class CommandLine(LifecycleCase):
         result = self.run_program("/nowhere/some.wav")
         self.assertEqual((result.returncode, result.stderr), (1, "File not found: /nowhere/some.wav\n"))
 
-    def test_the_caption_server_serves_until_it_is_told_to_quit(self):
+    def test_the_caption_server_shows_what_it_is_told_until_it_is_told_to_quit(self):
+        screen = Screen(self.home.path)
+        self.addCleanup(screen.close)
+        captions = CaptionsSeen(screen)
+        self.environment |= {name: screen.environment[name] for name in ("DISPLAY", "QT_QPA_PLATFORM")}
         self.home.socket_path = self.home.path / "captions.sock"
         server = self.start(["--captions-serve", "--socket", str(self.home.socket_path)]).wait_ready()
-        server.send({"cmd": "set", "text": "some words"}, {"cmd": "show"}, {"cmd": "highlight", "progress": 0.5}, {"cmd": "quit"})
+
+        def after(*commands):
+            server.send(*commands)
+            return captions.settled()
+
+        server.send({"cmd": "set", "text": "some words"})
+        # In line behind the other, so that showing is what shows.
+        empty = after({"cmd": "clear"}, {"cmd": "show"})
+        self.assertTrue(captions.is_viewable())
+        words = after({"cmd": "set", "text": "some words"})
+        others = after({"cmd": "set", "text": "other words"})
+        self.assertEqual(len({empty, words, others}), 3)
+        first = after({"text": "some words"}, {"cmd": "highlight"})
+        half = after({"cmd": "highlight", "progress": 0.5})
+        self.assertEqual(len({first, half, after({"cmd": "highlight", "progress": 1})}), 3)
+        self.assertEqual(after({"cmd": "highlight", "progress": 0.5}), half)
+        server.send({"cmd": "hide"})
+        wait_for("the captions to hide", lambda: not captions.is_viewable())
+        server.send({"cmd": "show"})
+        wait_for("the captions again", captions.is_viewable)
+        self.assertEqual(screen.active_name(), "worker")
+        server.send({"cmd": "quit"})
         self.assertEqual(server.process.wait(10), 0)
         self.assertFalse(self.home.socket_path.exists())
 
@@ -153,24 +186,43 @@ class Ends(LifecycleCase):
         service.process.wait()
         wait_for("the worker's end", lambda: not os.path.exists(f"/proc/{worker}"))
 
+    def narrate_and_command(self, client, prefix, seconds):
+        """One short sound after the other, so that both documents are written all the time."""
+        deadline = time.monotonic() + seconds
+        number = 0
+        while time.monotonic() < deadline:
+            number += 1
+            path = self.home.path / f"{prefix}-{number}.wav"
+            shutil.copyfile(self.home.path / "tone.wav", path)
+            for command in ({"cmd": "play", "wav": str(path), "text": f"sound {number}", "messageId": f"{prefix}-{number}"},
+                            {"cmd": "volume", "value": number % 100}):
+                client.sendall(json.dumps({"proto": 1} | command).encode() + b"\n")
+
+    def kill_while_it_narrates(self, prefix, seconds):
+        service = self.start().wait_ready()
+        with socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(self.home.socket_path))
+            self.narrate_and_command(client, prefix, 0.02)
+            wait_for("narration", lambda: self.home.now_playing().get("messageId", "").startswith(prefix))
+            self.narrate_and_command(client, prefix, seconds)
+        service.process.kill()
+        service.process.wait()
+
     def test_killed_at_any_moment_the_documents_stay_whole_and_the_next_start_works(self):
+        self.environment = self.start_sound().environment
+        write_tone(self.home.path / "tone.wav", 0.03)
         chance = random.Random(7)
-        for _ in range(6):
-            service = self.start().wait_ready()
-            with socket.socket(socket.AF_UNIX) as client:
-                client.connect(str(self.home.socket_path))
-                deadline = time.monotonic() + chance.uniform(0.02, 0.3)
-                value = 0
-                while time.monotonic() < deadline:
-                    value = (value + 1) % 100
-                    client.sendall(json.dumps({"proto": 1, "cmd": "volume", "value": value}).encode() + b"\n")
-            service.process.kill()
-            service.process.wait()
-            for name in ("state.json", "now-playing.json"):
-                path = self.home.shared / name
-                if path.exists():
-                    json.loads(path.read_text())
-        self.start().wait_ready()
+        for turn in range(6):
+            self.kill_while_it_narrates(f"turn{turn}", chance.uniform(0.02, 0.3))
+            state, playing = (json.loads((self.home.shared / name).read_text())
+                              for name in ("state.json", "now-playing.json"))
+            self.assertIn("volume", state)
+            self.assertRegex(playing["messageId"], f"^turn{turn}-")
+            self.assertEqual(playing["state"], "playing")
+            self.assertGreater(playing["rev"], 1)
+        service = self.start().wait_ready()
+        service.send({"cmd": "volume", "value": 100})
+        wait_for("the volume", lambda: self.home.state().get("volume") == 100)
 
 
 class BadInput(LifecycleCase):
@@ -210,10 +262,7 @@ class OddTranscripts(LifecycleCase):
 
     def setUp(self):
         super().setUp()
-        sound = PrivateSound(self.home.path)
-        sound.start()
-        self.addCleanup(sound.stop)
-        self.environment = sound.environment
+        self.environment = self.start_sound().environment
         self.service = self.start().wait_ready()
         self.service.wait_warm()
         self.service.attach()

@@ -1,4 +1,5 @@
 """A reply is heard: lines are appended as an agent appends them, and the recording of the sink is the judge."""
+import array
 import json
 import os
 import subprocess
@@ -167,9 +168,15 @@ class Demo(unittest.TestCase):
         self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
         self.assertIn("demo.wav", run.stdout.splitlines()[-1])
         with wave.open(str(ROOT / "build/demo.wav")) as recording:
-            seconds = recording.getnframes() / recording.getframerate()
-        self.assertRegex(run.stdout.splitlines()[-1], rf"{seconds:.1f} seconds")
-        self.assertGreater(seconds, 8)
+            self.assertEqual(recording.getparams()[:3], (1, 2, RATE))
+            samples = array.array("h", recording.readframes(recording.getnframes()))
+        self.assertRegex(run.stdout.splitlines()[-1], rf"{len(samples) / RATE:.1f} seconds")
+        # One line, then two with a block of code between them, then two rows of a list: each with silence around it.
+        # A voice may well pause within them, but six in a row can't come of less.
+        heard = utterances(samples, gap=0.12)
+        self.assertGreaterEqual(len(heard), 6, heard)
+        self.assertGreater(sum(stop - start for start, stop in heard), 8)
+        self.assertGreater(sum(peak > 2000 for peak in loudness(samples)) / 100, 6, "as loud as speech is")
 
 
 if __name__ == "__main__":
