@@ -1,18 +1,21 @@
 #!/usr/bin/env python3
 """Measures what the program promises and prints it beside the targets and beside other programs.
 
-    bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning
+    bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning scrub spectrum main_thread history
 """
+import contextlib
 import json
 import os
 import random
 import subprocess
 import sys
 import time
+from pathlib import Path
 
 import peers
-from lab import (BIN, ROOT, Home, Monitor, PrivateSound, Relay, Service, accept_ms, assistant_line, connect, end, median_p90,
-                 prefix_with_instant_worker, pss_kb, short_folder, wait_for, wakeups)
+from lab import (BETWEEN, BIN, ROOT, Home, Monitor, PrivateSound, Relay, Screen, Service, accept_ms, assistant_line, connect, end,
+                 main_thread_percent, median_p90, minute_of_speech, prefix_with_instant_worker, pss_kb, short_folder, wait_for,
+                 wakeups)
 
 ROUNDS = 50
 SENTENCE = "The parser now reads each line once and hands over whole messages, which makes it a good deal faster"
@@ -34,20 +37,21 @@ def row(figure, value, target, unit, others=(), reference=""):
                  "peers": [{"name": name, "value": theirs} for name, theirs in others], "reference": reference})
     mark = "ok" if fits else "OVER"
     measured = ", ".join(beside(value, *other) for other in others) or "-"
-    print(f"{figure:<58} {value:>10.1f} {unit:<4} {target:>9} {mark:<5} {measured:<{PEERS_WIDTH}} {reference}", flush=True)
+    digits = 1 if value >= 10 else 2
+    print(f"{figure:<58} {value:>10.{digits}f} {unit:<4} {target:>9} {mark:<5} {measured:<{PEERS_WIDTH}} {reference}", flush=True)
 
 
 class Bench:
     """A service with one session attached, on a private sound server with the monitor held open."""
 
-    def __init__(self, folder, instant=None, relay=False, monitor=True):
+    def __init__(self, folder, instant=None, relay=False, monitor=True, floor=0, screen=None):
         self.home = Home(folder)
         self.home.write_state(speed=1.0)
         self.sound = PrivateSound(folder)
         # Without a listener the server may sleep, as a desktop's does.
         self.sound.start("" if monitor else "load-module module-suspend-on-idle timeout=1\n")
-        self.monitor = Monitor(self.sound) if monitor else None
-        environment = dict(self.sound.environment)
+        self.monitor = Monitor(self.sound, floor) if monitor else None
+        environment = self.sound.environment | (screen.environment if screen else {})
         self.relay = None
         if relay:
             self.relay = Relay(folder, self.sound.address)
@@ -235,7 +239,123 @@ def cleaning():
     row("cleaning 1 MB of Markdown", json.loads(done.stdout)["benchmarks"][0]["real_time"], "<= 60", "ms")
 
 
-GROUPS = {f.__name__: f for f in (speech, transport, start, rest, sound, commands, flood, cleaning)}
+def wait_message(bench, number):
+    wait_for(f"message {number}", lambda: bench.home.now_playing().get("messageId") == f"u-{number}")
+
+
+
+def scrub_ms(bench, index, number):
+    """From the command to the first sound of that message, which the monitor can tell from what was before."""
+    bench.monitor.drain()
+    with connect(bench.home.socket_path) as client:
+        began = time.monotonic_ns()
+        client.sendall(b'{"proto":1,"cmd":"scrub","index":%d}\n' % index)
+        took = (bench.monitor.next("on") - began) / 1e6
+    wait_message(bench, number)
+    return took
+
+
+def to_live(bench):
+    bench.service.send({"cmd": "scrub", "index": 0})
+    bench.wait_silent()
+    wait_for("live", lambda: bench.home.now_playing().get("cursor", {}).get("kind") == "live")
+
+
+def scrub_rounds(floor, before):
+    """Three messages, of which the oldest is the loud one; `before` makes what goes before each scrub to it. The instant
+    worker speaks live messages only, so a message that isn't hot would stay silent."""
+    with short_folder() as folder, contextlib.closing(Bench(folder, instant=3, floor=floor)) as bench:
+        for number, text in enumerate(("This one is loud", "This one is not", "Nor is this one"), 1):
+            bench.append(number, text)
+            wait_message(bench, number)
+            bench.service.send({"cmd": "skip"})
+            bench.wait_silent()
+        values = []
+        for _ in range(ROUNDS):
+            before(bench)
+            # Not in step with the blocks of the null sink.
+            time.sleep(random.uniform(0.1, 0.12))
+            values.append(scrub_ms(bench, 2, 1))
+            to_live(bench)
+    return median_p90(values)
+
+
+def scrub():
+    def quiet_message(bench):
+        bench.service.send({"cmd": "scrub", "index": 1})
+        wait_message(bench, 2)
+
+    median, p90 = scrub_rounds(0, lambda bench: None)
+    row("scrub to a hot message, command to first sound: median", median, "<= 12", "ms",
+        [peers.mpv_first_sound(), peers.mpd_first_sound()])
+    row("  the same, p90", p90, "<= 12", "ms")
+    median, p90 = scrub_rounds(BETWEEN, quiet_message)
+    row("  out of another message: median", median, "<= 12", "ms", [peers.mpv_other_file()])
+    row("  the same, p90", p90, "<= 12", "ms")
+
+
+def result_of(program, *arguments):
+    """What a benchmark of its own prints."""
+    done = subprocess.run([str(BIN / program), *arguments], capture_output=True, text=True, check=True)
+    return json.loads(done.stdout)
+
+
+def spectrum():
+    with short_folder() as folder:
+        speech = Path(folder) / "speech.wav"
+        minute_of_speech(speech)
+        made = result_of("bench_spectrum", str(speech))
+    if made["seconds"] != 60 or not made["isAudible"]:
+        raise RuntimeError(f"that wasn't a minute of speech: {made}")
+    row("spectrum of 60 s of speech: median", made["medianMs"], "<= 20", "ms")
+
+
+PANEL = "Sonra captions"
+STORY = "The transcript reader used to keep the whole file in memory, which was fine for short sessions and painful for long ones. "
+
+
+def speaking_percent(composited, shown):
+    """What the main thread takes while the embedded voice tells a long story, with the panel hidden or shown."""
+    with contextlib.ExitStack() as held:
+        folder = held.enter_context(short_folder())
+        screen = held.enter_context(contextlib.closing(Screen(folder, composited)))
+        bench = held.enter_context(contextlib.closing(Bench(folder, monitor=False, screen=screen)))
+        # Attaching shows the panel, and says so in the document; from there it follows the document.
+        wait_for("the panel", lambda: bench.home.state().get("captions") and screen.has_window(PANEL))
+        bench.home.write_state(captions=shown)
+        wait_for("the panel to show or hide", lambda: screen.has_window(PANEL) == shown)
+        bench.append(1, STORY * 8)
+        wait_for("sound", bench.sound.sink_inputs)
+        time.sleep(2)
+        if shown:
+            before = screen.picture(PANEL)
+            wait_for("a panel that moves", lambda: screen.picture(PANEL) != before, 5)
+        percent = main_thread_percent(bench.pid, 12)
+        if not bench.sound.sink_inputs():
+            raise RuntimeError("the story was over too soon")
+        if screen.has_window(PANEL) != shown:
+            raise RuntimeError("the panel came or went meanwhile")
+        return percent
+
+
+def main_thread():
+    row("main thread while speaking, panel hidden", speaking_percent(True, False), "<= 1", "%",
+        [peers.mpv_main_thread(), peers.mpd_main_thread()])
+    row("  panel shown and animating", speaking_percent(True, True), "<= 12", "%")
+    row("  panel shown and animating, no compositor", speaking_percent(False, True), "<= 12", "%")
+
+
+def history():
+    made = result_of("bench_history")
+    took = f"{made['messages']} messages in {made['countMs']:.1f} ms, plain pass {made['plainPassMs']:.1f} ms"
+    row("count of a 100 MB transcript, as a ratio to a plain pass", made["countToPlain"], "<= 1.3", "", (),
+        f"{took} (reference 39 to 55)")
+    row("  memory gained by it", made["memoryGainedMB"], "<= 8", "MB")
+    row(f"first page of {made['pageMessages']} messages from its end", made["firstPageMs"], "<= 5", "ms")
+
+
+GROUPS = {f.__name__: f for f in (speech, transport, start, rest, sound, commands, flood, cleaning, scrub, spectrum, main_thread,
+                                  history)}
 
 
 def main(names):

@@ -20,16 +20,17 @@ from service import Home, Service, assistant_line  # noqa: E402
 from soundlab import PrivateSound, end, short_folder, wait_for  # noqa: E402
 
 __all__ = ["ROOT", "Home", "Service", "PrivateSound", "Monitor", "Relay", "assistant_line", "end", "short_folder", "wait_for",
-           "prefix_with_instant_worker", "tone", "pss_kb", "wakeups", "median_p90", "accept_ms", "connect", "BIN"]
+           "prefix_with_instant_worker", "tone", "pss_kb", "wakeups", "median_p90", "accept_ms", "connect", "BIN", "BETWEEN", "LOUD_PEAK",
+           "Screen", "main_thread_percent", "minute_of_speech"]
 
 BIN = ROOT / "build/bin"
 
 
 class Monitor:
-    """Edges of what the sink plays, as monotonic nanoseconds. While it runs the null sink works in blocks of 5 ms."""
+    """Edges of what the sink plays above `floor`, as monotonic nanoseconds. While it runs the null sink works in blocks of 5 ms."""
 
-    def __init__(self, sound):
-        self.process = subprocess.Popen([str(BIN / "sound_monitor"), "speaker.monitor"], stdout=subprocess.PIPE,
+    def __init__(self, sound, floor=0):
+        self.process = subprocess.Popen([str(BIN / "sound_monitor"), "speaker.monitor", str(floor)], stdout=subprocess.PIPE,
                                         env=os.environ | sound.environment, text=True)
         self.edges = queue.Queue()
         if self.process.stdout.readline() != "ready\n":
@@ -98,26 +99,32 @@ class Relay(threading.Thread):
             side.close()
 
 
-def tone(path, seconds, rate=22_050):
+# What is said loud, and what is no more than the rest: for a Monitor's floor.
+QUIET_PEAK, BETWEEN, LOUD_PEAK = 8000, 12_000, 16_000
+
+
+def tone(path, seconds, rate=22_050, peak=QUIET_PEAK):
     """A file that sounds from its first sample to its last."""
     with wave.open(str(path), "wb") as out:
         out.setnchannels(1)
         out.setsampwidth(2)
         out.setframerate(rate)
-        out.writeframes(b"".join(struct.pack("<h", int(8000 * math.cos(i / 9))) for i in range(int(seconds * rate))))
+        out.writeframes(b"".join(struct.pack("<h", int(peak * math.cos(i / 9))) for i in range(int(seconds * rate))))
 
 
 def prefix_with_instant_worker(folder, seconds):
-    """An installation of the program whose speech helper answers at once; returns the program."""
+    """An installation of the program whose speech helper answers at once, louder where "loud" is said; returns the program."""
     prefix = Path(folder) / "prefix"
     for name in ("bin", "share/sonra/bin", "share/sonra/scripts"):
         (prefix / name).mkdir(parents=True)
     shutil.copy(BIN / "sonra", prefix / "bin/sonra")
     ready = prefix / "ready.wav"
     tone(ready, seconds)
+    loud = prefix / "loud.wav"
+    tone(loud, seconds, peak=LOUD_PEAK)
     (prefix / "share/sonra/scripts/tts_kokoro.py").touch()
     launcher = prefix / "share/sonra/bin/uv"
-    launcher.write_text(f'#!/bin/sh\n[ "$4" = --worker ] && exec {BIN}/instant_worker {ready}\n')
+    launcher.write_text(f'#!/bin/sh\n[ "$4" = --worker ] && exec {BIN}/instant_worker {ready} {loud}\n')
     launcher.chmod(0o755)
     return prefix / "bin/sonra"
 
@@ -145,6 +152,73 @@ def wakeups(pid, seconds):
     before = switches()
     time.sleep(seconds)
     return (switches() - before) / seconds
+
+
+def main_thread_percent(pid, seconds):
+    """What the main thread of a process takes of one core."""
+
+    def nanoseconds():
+        return int(Path(f"/proc/{pid}/task/{pid}/schedstat").read_text().split()[0])
+
+    before, began = nanoseconds(), time.monotonic_ns()
+    time.sleep(seconds)
+    return 100 * (nanoseconds() - before) / (time.monotonic_ns() - began)
+
+
+def minute_of_speech(path):
+    """A file of the embedded voice's speech, 60 s long to the sample."""
+    long = path.with_suffix(".long.wav")
+    sentence = "The transcript reader used to keep the whole file in memory, which was fine for short sessions. "
+    subprocess.run(["espeak-ng", "-w", str(long), sentence * 20], check=True)
+    with wave.open(str(long)) as said, wave.open(str(path), "wb") as out:
+        wanted = 60 * said.getframerate()
+        if said.getnframes() < wanted:
+            raise RuntimeError("the text is too short for a minute")
+        out.setparams(said.getparams())
+        out.writeframes(said.readframes(wanted))
+    long.unlink()
+
+
+class Screen:
+    """A private X server with a window manager and, if wanted, a compositor, and a bus of its own."""
+
+    def __init__(self, folder, composited):
+        self.processes = []
+        self.environment = {"XDG_RUNTIME_DIR": str(folder), "LANG": "C.UTF-8", "QT_QPA_PLATFORM": "xcb"}
+        self.environment["DISPLAY"] = ":" + self._start_telling("Xvfb", "-displayfd", "{}", "-screen", "0", "1440x900x24", "-noreset")
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self._start_telling("dbus-daemon", "--session", "--nofork", "--print-address={}")
+        self._start("openbox")
+        wait_for("the window manager", lambda: "window id" in self.ask("xprop", "-root", "_NET_SUPPORTING_WM_CHECK"))
+        if composited:
+            self._start("picom", "--backend", "xrender", "--config", "/dev/null")
+            wait_for("the compositor", lambda: "picom" in self.ask("xwininfo", "-root", "-tree"))
+
+    def _start(self, *command, **options):
+        self.processes.append(subprocess.Popen(command, env=os.environ | self.environment, stdin=subprocess.DEVNULL,
+                                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, **options))
+
+    def _start_telling(self, *command):
+        """Starts what writes a line to the descriptor whose number takes the place of {}; returns the line."""
+        read, write = os.pipe()
+        self._start(*(argument.format(write) for argument in command), pass_fds=[write])
+        os.close(write)
+        with os.fdopen(read) as told:
+            return told.readline().strip()
+
+    def ask(self, *command):
+        return subprocess.run(command, env=os.environ | self.environment, capture_output=True, text=True, timeout=20).stdout
+
+    def has_window(self, title):
+        return "IsViewable" in self.ask("xwininfo", "-name", title)
+
+    def picture(self, title):
+        """What the window looks like now, as bytes to compare."""
+        return subprocess.run(["import", "-silent", "-window", title, "rgb:-"], env=os.environ | self.environment,
+                              capture_output=True, timeout=20, check=True).stdout
+
+    def close(self):
+        for process in reversed(self.processes):
+            end(process)
 
 
 def median_p90(values):

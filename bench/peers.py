@@ -12,8 +12,8 @@ import subprocess
 import time
 from pathlib import Path
 
-from lab import (Monitor, PrivateSound, accept_ms, assistant_line, connect, end, median_p90, pss_kb, short_folder, tone, wait_for,
-                 wakeups)
+from lab import (BETWEEN, LOUD_PEAK, Monitor, PrivateSound, accept_ms, assistant_line, connect, end, main_thread_percent, median_p90, pss_kb,
+                 short_folder, tone, wait_for, wakeups)
 
 ROUNDS = 20
 STARTS = 5
@@ -85,10 +85,12 @@ def dialogue(path):
 
 
 class Stage:
-    """A sound server, and a folder that is the peer's home; with a monitor, or able to sleep as a desktop's is."""
+    """A sound server, and a folder that is the peer's home; with a monitor, or able to sleep as a desktop's is. Sound up to
+    `floor` is silence to the monitor."""
 
-    def __init__(self, monitor=True):
+    def __init__(self, monitor=True, floor=0):
         self.listens = monitor
+        self.floor = floor
         self.held = contextlib.ExitStack()
         self.monitor = None
 
@@ -99,7 +101,7 @@ class Stage:
             held.callback(self.sound.stop)
             self.sound.start("" if self.listens else "load-module module-suspend-on-idle timeout=1\n")
             if self.listens:
-                self.monitor = Monitor(self.sound)
+                self.monitor = Monitor(self.sound, self.floor)
                 held.callback(self.monitor.stop)
             self.environment = os.environ | self.sound.environment | {"HOME": str(self.folder), "XDG_RUNTIME_DIR": str(self.folder)}
             self.held = held.pop_all()
@@ -205,8 +207,8 @@ class Mpv:
                         return
         raise RuntimeError("mpv closed its socket")
 
-    def load(self):
-        self.send(["loadfile", "tone.wav"])
+    def load(self, name="tone.wav"):
+        self.send(["loadfile", name])
 
     def reset(self):
         # A pause outlives the file that it paused.
@@ -287,6 +289,40 @@ def mpv_pause():
         return median_p90(values)[0]
 
 
+@peer("mpv", "mpv")
+def mpv_other_file():
+    """From one file in the midst of another."""
+    with Stage(floor=BETWEEN) as stage:
+        tone(stage.folder / "tone.wav", 30)
+        tone(stage.folder / "loud.wav", 30, peak=LOUD_PEAK)
+        mpv = Mpv(stage.folder, stage.environment)
+        values = []
+        with mpv.running():
+            for _ in range(ROUNDS):
+                stage.idle()
+                mpv.load()
+                wait_for("the first file", stage.sound.sink_inputs, ANSWER)
+                stage.still(random.uniform(0.3, 0.32))
+                began = time.monotonic_ns()
+                mpv.load("loud.wav")
+                values.append((stage.edge("on") - began) / 1e6)
+                mpv.reset()
+        return median_p90(values)[0]
+
+
+@peer("mpv", "mpv")
+def mpv_main_thread():
+    """While it plays, without a window."""
+    with Stage(monitor=False) as stage:
+        tone(stage.folder / "tone.wav", 30)
+        mpv = Mpv(stage.folder, stage.environment)
+        with mpv.running() as (_, process):
+            mpv.load()
+            wait_for("its stream on the sound server", stage.sound.sink_inputs, ANSWER)
+            time.sleep(2)
+            return main_thread_percent(process.pid, 10)
+
+
 class Mpd:
     """A music daemon with one tone in its library."""
 
@@ -353,6 +389,19 @@ def mpd_first_sound():
         with mpd.running():
             mpd.read_library()
             return stage.first_sound_ms(lambda: mpd.send("add tone.wav", "play"), lambda: mpd.send("stop", "clear"))
+
+
+@peer("mpd", "mpd")
+def mpd_main_thread():
+    with Stage(monitor=False) as stage:
+        mpd = Mpd(stage)
+        tone(stage.folder / "music/tone.wav", 30)
+        with mpd.running() as (_, process):
+            mpd.read_library()
+            mpd.send("add tone.wav", "play")
+            wait_for("its stream on the sound server", stage.sound.sink_inputs, ANSWER)
+            time.sleep(2)
+            return main_thread_percent(process.pid, 10)
 
 
 class SpeechDispatcher:

@@ -1,7 +1,8 @@
 // Tells when a sink begins and ceases to sound: a recorder on its monitor with fragments of 5 ms.
-//   sound_monitor SOURCE
+//   sound_monitor SOURCE [FLOOR]
 // prints "on <ns>" when sound begins after 50 ms of silence and "off <ns>" when 30 ms of silence
-// begin, on the monotonic clock. Staying open, it also keeps a null sink at work
+// begin, on the monotonic clock. Samples up to FLOOR, which is 0 unless given, are silence, so that
+// a loud sound can be told from a quiet one that it follows. Staying open, it also keeps a null sink at work
 // in blocks of 5 ms.
 //
 // An edge is dated by the arrival of the fragment that shows it: of the first sound, and of the
@@ -14,6 +15,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <span>
 
 namespace {
@@ -31,6 +33,8 @@ std::int64_t nowNs() {
 /// Finds the edges of sound in a run of samples.
 class Edges {
   public:
+    explicit Edges(int floor) : floor_(floor) {}
+
     void feed(std::span<const std::int16_t> samples, std::int64_t arrivedNs) {
         for (const auto value : samples) sample(value, arrivedNs);
         std::fflush(stdout);
@@ -38,7 +42,7 @@ class Edges {
 
   private:
     void sample(std::int16_t value, std::int64_t arrivedNs) {
-        if (value != 0) {
+        if (std::abs(value) > floor_) {
             if (!sounding_ && quiet_ >= quietBefore) {
                 std::printf("on %lld\n", static_cast<long long>(arrivedNs));
                 sounding_ = true;
@@ -53,6 +57,7 @@ class Edges {
         }
     }
 
+    const int floor_;
     std::int64_t quiet_ = quietBefore;
     std::int64_t silentNs_ = 0;
     bool sounding_ = false;
@@ -95,8 +100,8 @@ void onContext(pa_context* context, void* userdata) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
-    Recorder recorder{argv[1], nullptr, {}};
+    if (argc != 2 && argc != 3) return 2;
+    Recorder recorder{argv[1], nullptr, Edges(argc == 3 ? std::atoi(argv[2]) : 0)};
     pa_mainloop* loop = pa_mainloop_new();
     pa_context* context = pa_context_new(pa_mainloop_get_api(loop), "sound_monitor");
     pa_context_set_state_callback(context, onContext, &recorder);
