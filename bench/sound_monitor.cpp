@@ -2,8 +2,8 @@
 //   sound_monitor SOURCE [FLOOR]
 // prints "on <ns>" when sound begins after 50 ms of silence and "off <ns>" when 30 ms of silence
 // begin, on the monotonic clock. Samples up to FLOOR, which is 0 unless given, are silence, so that
-// a loud sound can be told from a quiet one that it follows. Staying open, it also keeps a null sink at work
-// in blocks of 5 ms.
+// a loud sound can be told from a quiet one that it follows. Staying open, it also keeps a null
+// sink at work in blocks of 5 ms.
 //
 // An edge is dated by the arrival of the fragment that shows it: of the first sound, and of the
 // first silence behind the last one. Where within its block of 5 ms a null sink "plays" a sample is
