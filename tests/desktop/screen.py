@@ -1,4 +1,5 @@
 """A private X server with a window manager, and the questions that any program there may ask."""
+import hashlib
 import os
 import re
 import subprocess
@@ -75,8 +76,8 @@ class CaptionsSeen:
         return [int(number) for number in re.findall(r"\d+", self.screen.ask("xprop", "-name", CAPTIONS, name).partition("=")[2])]
 
     def settled(self, seconds=0.4):
-        """Its pixels once they have stayed the same for so long."""
-        seen = {"picture": b"", "since": time.monotonic()}
+        """Its picture once it has stayed the same for so long."""
+        seen = {"picture": None, "since": time.monotonic()}
 
         def is_settled():
             now = self.picture()
@@ -88,7 +89,7 @@ class CaptionsSeen:
         return seen["picture"]
 
     def picture(self):
-        """Its pixels, or nothing where none is shown."""
+        """A number that stands for its pixels, or nothing where none is shown."""
         shot = subprocess.run(["xwd", "-silent", "-name", CAPTIONS], env=self.screen.environment, capture_output=True,
                               timeout=20)
-        return shot.stdout
+        return shot.stdout and hashlib.sha256(shot.stdout).hexdigest()

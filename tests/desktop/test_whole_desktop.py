@@ -273,20 +273,30 @@ class Captions(WholeDesktop):
         self.assertEqual(self.screen.active_name(), "worker")
         self.typed("while-it-speaks")
         until("its hints", lambda: {"ABOVE", "SKIP_TASKBAR", "SKIP_PAGER"} <= self.captions.states())
-        self.screen.ask("wmctrl", "-a", "worker")
+        self.assertIn(CAPTIONS, self.screen.ask("wmctrl", "-l"))
+        self.screen.start("xterm", "-T", "later", env=self.screen.environment)
+        until("another window in front", lambda: self.screen.active_name() == "later")
+        self.assertEqual(len(self.screen.stacking()), 3)
         self.assertEqual(self.screen.stacking()[-1], int(self.captions.window()))
-        listed = self.screen.ask("wmctrl", "-l")
-        self.assertIn(CAPTIONS, listed)
+
+    def shown_of(self, number, text):
+        """The panel's picture at the first word of a reply, where it is made to stand still."""
+        self.narrate(number, text)
+        self.service.send({"cmd": "pause"}, {"cmd": "restart"})
+        until("the first word", lambda: self.home.now_playing()["state"] == "paused"
+              and self.home.now_playing()["elapsed"] == 0)
+        shown = self.captions.settled()
+        self.service.send({"cmd": "resume"})
+        self.wait_idle()
+        return shown
 
     def test_it_shows_what_is_spoken(self):
         self.attach()
         self.wait_visible()
-        waiting = self.captions.picture()
-        self.narrate(1)
-        words = self.captions.picture()
-        self.assertTrue(words)
-        self.assertNotEqual(words, waiting)
-        until("the next word", lambda: self.captions.picture() != words)
+        one, other = "These words are to be seen", "Other words are to be seen"
+        first = self.shown_of(1, one)
+        self.assertNotEqual(self.shown_of(2, other), first)
+        self.assertEqual(self.shown_of(3, one), first)
 
     def test_closed_it_stays_away_until_another_session_is_attached(self):
         self.attach()
