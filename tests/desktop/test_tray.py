@@ -124,7 +124,7 @@ class Menu(Tray):
         sessions = icon.row("Narrating: 2")["id"]
         self.assertEqual(icon.labels(sessions), [])
         icon.open(sessions)
-        self.assertEqual(icon.labels(sessions), ["CDX  proj  aaaaaaaa", "PI  proj  bbbbbbbb", "-",
+        self.assertEqual(icon.labels(sessions), ["CDX  proj  aaaaaaaa\tDetach", "PI  proj  bbbbbbbb\tDetach", "-",
                                                  "Stop narrating all sessions"])
         rows = icon.layout(sessions)
         icon.click(rows[3]["id"])
