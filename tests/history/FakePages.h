@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,7 +33,13 @@ class FakeTranscript : public std::enable_shared_from_this<FakeTranscript> {
         const std::lock_guard lock(mutex_);
         ids_.push_back(id);
     }
+    /// Pages that were begun.
     [[nodiscard]] int reads() const { return reads_; }
+    /// Waits until so many pages were begun: the ones before are then where they were wanted.
+    [[nodiscard]] bool awaitReads(int count) {
+        std::unique_lock lock(mutex_);
+        return begun_.wait_for(lock, std::chrono::seconds(20), [&] { return reads_ >= count; });
+    }
 
     OpenHistoryPages opener() {
         return [self = shared_from_this()](const std::string&, HistorySource) {
@@ -58,7 +66,11 @@ class FakeTranscript : public std::enable_shared_from_this<FakeTranscript> {
     };
 
     void pass() {
-        ++reads_;
+        {
+            const std::lock_guard lock(mutex_);
+            ++reads_;
+            begun_.notify_all();
+        }
         if (held_) gate_.wait();
     }
     std::size_t size() {
@@ -71,6 +83,7 @@ class FakeTranscript : public std::enable_shared_from_this<FakeTranscript> {
     }
 
     std::mutex mutex_;
+    std::condition_variable begun_;
     std::vector<std::string> ids_;
     std::atomic<bool> held_ = false;
     std::atomic<int> reads_ = 0;

@@ -1,22 +1,19 @@
+#include <atomic>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <set>
 
-#include "FakePages.h"
 #include "HistoryFixture.h"
+#include "frame/Semaphore.h"
 #include "history/MessageHistoryQueue.h"
 
 namespace sonra::test {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
 constexpr auto longestWait = 50ms;
-
-/// A machine that is busy with other things can stretch a wait, but not to this.
-constexpr auto longestWaitWhenBusy = 10 * longestWait;
 
 std::chrono::nanoseconds processorTime() {
     timespec time{};
@@ -245,113 +242,6 @@ TEST_F(MessageHistoryQueueSessionTest, TenInterleavedSessionsKeepApartAndLeakNot
     queue_.clearAll();
     queue_.ring().directory()->drain();
     EXPECT_TRUE(std::filesystem::is_empty(ringDir()));
-}
-
-/// With a transcript whose reading the test holds up.
-class SlowTranscriptTest : public QueueTest {
-  protected:
-    SlowTranscriptTest() : SlowTranscriptTest(std::make_shared<FakeTranscript>(ids(100))) {}
-    explicit SlowTranscriptTest(const std::shared_ptr<FakeTranscript>& transcript)
-        : QueueTest(transcript->opener()), transcript_(transcript) {}
-    ~SlowTranscriptTest() override { transcript_->letThrough(1000); }
-
-    /// Attaches it, with no count of its own.
-    void attachSlow() {
-        transcript_->hold();
-        queue_.setSession("", HistorySource::opencode);
-    }
-    template <typename Body>
-    Clock::duration timed(Body body) {
-        const auto start = Clock::now();
-        body();
-        return Clock::now() - start;
-    }
-
-    const std::shared_ptr<FakeTranscript> transcript_;
-};
-
-TEST_F(SlowTranscriptTest, AMoveGoesOnWithoutAPageThatDoesNotCome) {
-    hear("x");
-    hear("y");
-    attachSlow();
-    EXPECT_LT(timed([this] { EXPECT_EQ(resolved(queue_.smartPrevious()), "x"); }),
-              longestWaitWhenBusy);
-    EXPECT_EQ(cursor(), inHistory(1, 2));
-    EXPECT_LT(timed([this] { queue_.scrubTo(10'000); }), longestWaitWhenBusy);
-    EXPECT_EQ(cursor(), inHistory(1, 2));
-    EXPECT_LT(timed([this] { EXPECT_FALSE(queue_.historyText("unknown")); }), longestWaitWhenBusy);
-}
-
-TEST_F(SlowTranscriptTest, ADiskThatHangsCostsOneWait) {
-    hear("x");
-    hear("y");
-    attachSlow();
-    queue_.smartPrevious();
-    const auto rest = timed([this] {
-        for (int i = 0; i < 200; ++i) {
-            queue_.smartPrevious();
-            loop_.advance(20ms);
-        }
-    });
-    EXPECT_LT(rest, longestWaitWhenBusy);
-    EXPECT_EQ(transcript_->reads(), 1);
-}
-
-TEST_F(SlowTranscriptTest, APageThatComesLateIsMergedAndTold) {
-    hear("x");
-    hear("y");
-    attachSlow();
-    queue_.smartPrevious();
-    fired_.clear();
-    transcript_->letThrough();
-    ASSERT_TRUE(loop_.runUntil([this] { return !fired_.empty(); }));
-    EXPECT_EQ(cursor(), inHistory(1, 2));
-    EXPECT_EQ(queue_.liveTimelineCounts().totalMessages, 18);
-    EXPECT_EQ(resolved(queue_.smartPrevious()), "m99");
-    EXPECT_EQ(resolved(queue_.smartPrevious()), "m98");
-}
-
-TEST_F(SlowTranscriptTest, PagesOfAnEarlierSessionAreDropped) {
-    hear("x");
-    hear("y");
-    attachSlow();
-    queue_.smartPrevious();
-    queue_.clearAll();
-    hear("z");
-    fired_.clear();
-    transcript_->letThrough(10);
-    ASSERT_TRUE(loop_.runUntil([this] { return transcript_->reads() >= 1; }));
-    pool_.drain();
-    loop_.runPosted();
-    EXPECT_TRUE(fired_.empty());
-    EXPECT_EQ(queue_.liveTimelineCounts().totalMessages, 1);
-}
-
-TEST_F(SlowTranscriptTest, ACursorBeyondWhatIsLoadedPointsAtTheOldestKnown) {
-    hear("x");
-    hear("y");
-    attachSlow();
-    transcript_->letThrough();
-    ASSERT_TRUE(loop_.runUntil([this] { return transcript_->reads() == 2; }));
-    queue_.scrubTo(60);
-    EXPECT_EQ(std::get<State::History>(cursor()).messageIndex, 17);
-    EXPECT_EQ(currentId(), "m84");
-    transcript_->release();
-    queue_.scrubTo(60);
-    ASSERT_TRUE(loop_.runUntil([this] {
-        queue_.scrubTo(60);
-        return currentId() == "m41";
-    }));
-    EXPECT_EQ(std::get<State::History>(cursor()).messageIndex, 60);
-}
-
-TEST_F(SlowTranscriptTest, TheNewSessionDoesNotWaitForTheOldOnesDisk) {
-    hear("x");
-    attachSlow();
-    ASSERT_TRUE(loop_.runUntil([this] { return transcript_->reads() == 1; }));
-    transcript_->hold();
-    attachSlow();
-    ASSERT_TRUE(loop_.runUntil([this] { return transcript_->reads() == 2; }));
 }
 
 }  // namespace

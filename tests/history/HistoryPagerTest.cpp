@@ -1,0 +1,75 @@
+#include "history/HistoryPager.h"
+
+#include "Asleep.h"
+#include "FakePages.h"
+#include "HistoryFixture.h"
+
+namespace sonra::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto patience = 20ms;
+
+class HistoryPagerTest : public HistoryTest {
+  protected:
+    HistoryPagerTest() { transcript_->hold(); }
+    ~HistoryPagerTest() override { transcript_->letThrough(1000); }
+
+    std::unique_ptr<HistoryPager> open() {
+        return std::make_unique<HistoryPager>(
+            loop_, [t = transcript_] { return t->opener()("", HistorySource::claudeCode); }, 16, 4,
+            [this] { ++arrivals_; });
+    }
+
+    const std::shared_ptr<FakeTranscript> transcript_ = std::make_shared<FakeTranscript>(ids(100));
+    int arrivals_ = 0;
+};
+
+TEST_F(HistoryPagerTest, WhatArrivesAfterItsEndIsDropped) {
+    auto pager = open();
+    ASSERT_TRUE(transcript_->awaitReads(1));
+    transcript_->letThrough();
+    ASSERT_TRUE(transcript_->awaitReads(2));
+    // One page is announced and not told yet, the next is in the reading.
+    bool answered = false;
+    pager->lookUp("m0", [&](const std::optional<std::string>& text) {
+        answered = true;
+        EXPECT_FALSE(text);
+    });
+    pager = nullptr;
+    loop_.runPosted();
+    EXPECT_EQ(arrivals_, 0);
+    EXPECT_TRUE(answered);
+    transcript_->letThrough();
+    // Until nobody else has the transcript.
+    ASSERT_TRUE(loop_.runUntil([this] { return transcript_.use_count() == 1; }));
+    loop_.runPosted();
+    EXPECT_EQ(arrivals_, 0);
+    EXPECT_EQ(transcript_->reads(), 2);
+}
+
+TEST_F(HistoryPagerTest, ReadsAheadOnlySoFar) {
+    transcript_->release();
+    const auto pager = open();
+    ASSERT_TRUE(loop_.runUntil([this] { return arrivals_ == 4; }));
+    EXPECT_EQ(transcript_->reads(), 4);
+    ASSERT_TRUE(pager->next(HistoryPager::Deadline::max()));
+    ASSERT_TRUE(loop_.runUntil([this] { return arrivals_ == 5; }));
+    EXPECT_EQ(transcript_->reads(), 5);
+}
+
+TEST_F(HistoryPagerTest, ADeadlineThatHasPassedIsNoWaitInVain) {
+    const auto pager = open();
+    ASSERT_TRUE(transcript_->awaitReads(1));
+    EXPECT_FALSE(pager->next(HistoryPager::Deadline::min()));
+    const auto deadline = Clock::now() + patience;
+    EXPECT_FALSE(pager->next(deadline));
+    EXPECT_GE(Clock::now(), deadline);
+    // That was one.
+    EXPECT_LE(Asleep::during([&] { pager->next(Clock::now() + 10s); }), patience / 2);
+}
+
+}  // namespace
+}  // namespace sonra::test
