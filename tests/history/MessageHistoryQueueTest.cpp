@@ -276,5 +276,51 @@ TEST_F(MessageHistoryQueueTest, AScrubEndsAtItsBudgetAndAtTheOldest) {
     EXPECT_EQ(cursor(), inHistory(143, 400));
 }
 
+/// A queue that was told nothing about its ring.
+class DefaultRingTest : public HistoryTest {
+  protected:
+    ~DefaultRingTest() override { pool_.drain(); }
+
+    /// Without any room on the disk, and given away.
+    void hear(const std::string& id, std::uintmax_t bytes) {
+        const auto heard = chunk(id, "s", 0);
+        std::filesystem::resize_file(heard.url, bytes);
+        queue_.recordLive(heard);
+    }
+    [[nodiscard]] const std::deque<std::string>& kept() const {
+        return queue_.ring().messageIdOrder();
+    }
+
+    const TempHome home_;
+    WorkerPool pool_;
+    MessageHistoryQueue queue_{loop_, pool_};
+};
+
+TEST_F(DefaultRingTest, LiesInTheSharedDirectory) {
+    EXPECT_EQ(queue_.ring().ringDirURL(), home_.path() + "/.claude/tts/history-ring");
+    hear("m", 10);
+    EXPECT_EQ(readFile(home_.shared() + "/history-ring/m/1.wav").size(), 10U);
+}
+
+TEST_F(DefaultRingTest, KeepsTwentyMessages) {
+    for (const auto& id : ids(20)) hear(id, 10);
+    EXPECT_EQ(kept().size(), 20U);
+    EXPECT_EQ(kept().front(), "m0");
+    hear("m20", 10);
+    EXPECT_EQ(kept().size(), 20U);
+    EXPECT_EQ(kept().front(), "m1");
+}
+
+TEST_F(DefaultRingTest, KeepsTwoHundredMebibytes) {
+    constexpr std::uintmax_t bytes = 209715200;
+    hear("large", bytes - 10);
+    hear("small", 10);
+    EXPECT_EQ(kept(), (std::deque<std::string>{"large", "small"}));
+    EXPECT_EQ(queue_.ring().totalBytes(), static_cast<std::int64_t>(bytes));
+    hear("last", 1);
+    EXPECT_EQ(kept(), (std::deque<std::string>{"small", "last"}));
+    queue_.ring().directory()->drain();
+}
+
 }  // namespace
 }  // namespace sonra::test

@@ -252,5 +252,40 @@ TEST_F(ResynthProviderTest, ATextThatIsReadForLongDoesNotHoldTheCaller) {
     EXPECT_EQ(emitted_.size(), 1U);
 }
 
+class ResynthIds : public ResynthProviderTest, public testing::WithParamInterface<std::string> {};
+
+/// Whatever a message is called: one directory in the ring, nothing touched beside it, and heard
+/// from the ring the second time.
+TEST_P(ResynthIds, StayInsideTheRing) {
+    const auto& id = GetParam();
+    writeFile(directory_ / "beside", "somebody's");
+    fs::create_directories(directory_ / "_");
+    transcript_->append(id);
+    resolveToEnd(id);
+    ASSERT_EQ(emitted_.size(), 1U);
+    const auto heard = emitted_[0];
+    EXPECT_EQ(heard.messageId, id);
+    EXPECT_EQ(text_, "body of " + id);
+    EXPECT_EQ(readFile(heard.url), "speech");
+    EXPECT_EQ(fs::canonical(heard.url).parent_path().parent_path(), fs::canonical(ringDir()));
+    EXPECT_EQ(fs::path(scratch_).parent_path(), fs::path(heard.url).parent_path());
+    resolveToEnd(id);
+    EXPECT_EQ(spoken_, 1);
+    EXPECT_EQ(emitted_, (std::vector{heard, heard}));
+    settle();
+    EXPECT_EQ(ringFiles(), std::vector{heard.url});
+    ring_->clearAll();
+    settle();
+    EXPECT_TRUE(fs::is_empty(ringDir()));
+    EXPECT_EQ(readFile(directory_ / "beside"), "somebody's");
+    EXPECT_TRUE(fs::is_directory(directory_ / "_"));
+}
+
+INSTANTIATE_TEST_SUITE_P(ResynthProvider, ResynthIds,
+                         testing::Values(".", "..", "a/b", "/", "../beside", "../../beside",
+                                         "with some spaces", " ", std::string(300, 'x'),
+                                         "\x01\x02\x1F\x7F\t\r\n", "🙂👩‍👩‍👧🇨🇿",
+                                         "resynth.wav", ".discarded-1-1", "-rf"));
+
 }  // namespace
 }  // namespace sonra::test

@@ -308,6 +308,18 @@ INSTANTIATE_TEST_SUITE_P(RingCacheProvider, RingIds,
                                          std::string(300, 'x'), "line\nfeed", ".discarded-1-1",
                                          ".hidden", "ünïcode", "-rf"));
 
+/// Each is thrown out by the next, and takes nobody else along.
+TEST_F(RingCacheProviderTest, NastyIdsInARingOfOneLeaveOnlyTheLast) {
+    ring(1);
+    writeFile(directory_ / "beside", "somebody's");
+    for (const auto* id : {".", "..", "a/b", "a_b", "../beside", " ", "\x01\n", "🙂", "plain"}) {
+        const auto durable = store(id);
+        EXPECT_EQ(names().size(), 1U) << id;
+        EXPECT_EQ(ringFiles(), std::vector{durable.url}) << id;
+    }
+    EXPECT_EQ(readFile(directory_ / "beside"), "somebody's");
+}
+
 TEST_F(RingCacheProviderTest, ARingThatCannotBeWrittenLeavesMessagesCold) {
     LogWatch log;
     log.expect(copyFailed);
