@@ -1,9 +1,9 @@
-# sonra_room(NAME [PUBLIC libs...] [PRIVATE libs...] [EXCLUDE regex])
+# sonra_room(NAME [PUBLIC libs...] [PRIVATE libs...] [EXCLUDE regex] [PRECOMPILED name])
 #
 # One static library for each folder under src/. The headers form a verified header set, so that each of them
 # compiles alone (target all_verify_interface_header_sets).
 function(sonra_room name)
-    cmake_parse_arguments(ROOM "" "EXCLUDE" "PUBLIC;PRIVATE" ${ARGN})
+    cmake_parse_arguments(ROOM "" "EXCLUDE;PRECOMPILED" "PUBLIC;PRIVATE" ${ARGN})
     file(GLOB headers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     if(ROOM_EXCLUDE)
@@ -28,5 +28,11 @@ function(sonra_room name)
     target_link_libraries(${target} ${own} sonra_flags ${ROOM_PRIVATE})
     if(TARGET sonra_flags)
         target_compile_features(${target} ${scope} cxx_std_20)
+    endif()
+    if(sources)
+        if(NOT ROOM_PRECOMPILED)
+            set(ROOM_PRECOMPILED room)
+        endif()
+        sonra_use_precompiled(${target} ${ROOM_PRECOMPILED})
     endif()
 endfunction()

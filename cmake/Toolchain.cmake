@@ -10,7 +10,7 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-    set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 
 add_library(sonra_flags INTERFACE)
@@ -21,6 +21,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
 endif()
 target_compile_definitions(sonra_flags INTERFACE
     SONRA_VERSION="${PROJECT_VERSION}"
+    # PulseAudio's users have it; a precompiled header must be made with what its users define.
+    _REENTRANT
     $<$<BOOL:${SONRA_ASSERTIONS}>:SONRA_ASSERTIONS=1>)
 if(SONRA_SANITIZE)
     add_compile_options(-fsanitize=${SONRA_SANITIZE} -fno-sanitize-recover=all -g1 -O1)
