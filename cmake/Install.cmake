@@ -3,7 +3,7 @@
 set(RESOURCES ${CMAKE_BINARY_DIR}/share/sonra)
 set(SCRIPTS ${PROJECT_SOURCE_DIR}/companion/tts_kokoro.py)
 # What the scripts import; they look for it beside themselves.
-set(MODULES tts_files.py tts_playing.py tts_voices.py)
+set(MODULES tts_files.py tts_playing.py tts_stretch.py tts_voices.py)
 list(TRANSFORM MODULES PREPEND ${PROJECT_SOURCE_DIR}/companion/)
 set(LAUNCHERS ${PROJECT_SOURCE_DIR}/companion/uv)
 

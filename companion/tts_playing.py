@@ -74,8 +74,10 @@ class ServicePlayer:
     def play(self, sound: Sound, text: str) -> None:
         path = temporary_wav(sound)
         snippet = (self._snippet or text)[:SNIPPET_CHARS]
-        self._service.send("play", wav=path, text=text, title="Claude", artist="TTS", snippet=snippet)
-        unfinished.files.discard(path)
+        # In one step, so that an end in between can't take away what the service has been given.
+        with unfinished.step:
+            self._service.send("play", wav=path, text=text, title="Claude", artist="TTS", snippet=snippet)
+            unfinished.files.discard(path)
 
     def finish(self) -> None:
         """The service plays on without this process."""

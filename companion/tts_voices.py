@@ -8,6 +8,7 @@ import weakref
 from typing import NamedTuple
 
 from tts_files import SpeechError, reason, say, unfinished
+from tts_stretch import Stretch
 
 MODELS = os.path.expanduser("~/.claude/tts/models")
 # The launcher looks for the same names.
@@ -100,6 +101,7 @@ class EspeakBackend:
         callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_int, ctypes.c_void_p)
         self._keep_callback = callback(self._take)
         self._library.espeak_SetSynthCallback(self._keep_callback)
+        self._stretch = Stretch()
         self.name = f"eSpeak NG {self._library.espeak_Info(None).decode().split()[0]}"
         self.voices = frozenset(ESPEAK_VOICES)
 
@@ -112,7 +114,8 @@ class EspeakBackend:
         )
         if status != 0:
             raise SpeechError(f"eSpeak NG failed with status {status}")
-        return Sound(b"".join(self._parts), self._rate)
+        pcm = b"".join(self._parts)
+        return Sound(self._stretch.faster(pcm, self._rate, self.NORMAL_WPM * speed / self.FASTEST_WPM), self._rate)
 
     @staticmethod
     def _load() -> ctypes.CDLL:
@@ -176,6 +179,7 @@ class KokoroBackend:
 
         self._numpy = numpy
         self._kokoro = kokoro_onnx.Kokoro(model, voices)
+        self._stretch = Stretch()
         self.name = f"Kokoro ({os.path.basename(model)})"
         self.voices = frozenset(self._kokoro.get_voices())
 
@@ -186,10 +190,10 @@ class KokoroBackend:
         phonemes = self._kokoro.tokenizer.phonemize(clean, language)
         if not phonemes.strip():
             return Sound(b"", 24_000)
-        speed = max(self.SLOWEST, min(self.FASTEST, speed))
-        audio, rate = self._kokoro.create(phonemes, voice=voice, speed=speed, is_phonemes=True)
-        pcm = (self._numpy.clip(audio, -1.0, 1.0) * 32_767).astype("<i2")
-        return Sound(pcm.tobytes(), rate)
+        own = max(self.SLOWEST, min(self.FASTEST, speed))
+        audio, rate = self._kokoro.create(phonemes, voice=voice, speed=own, is_phonemes=True)
+        pcm = (self._numpy.clip(audio, -1.0, 1.0) * 32_767).astype("<i2").tobytes()
+        return Sound(self._stretch.faster(pcm, rate, speed / self.FASTEST), rate)
 
 
 def kokoro_file(variable: str, names: tuple[str, ...]) -> str | None:
