@@ -38,6 +38,7 @@ class DemoFailed(Exception):
 
 
 SERVICE = []
+USER_DIRECTORIES = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}
 
 
 def wait_for(what, condition, limit=30.0):
@@ -189,13 +190,17 @@ def run(folder):
     say(f"a temporary home is at {folder}; your own sessions and settings are not touched")
 
     sound = None
-    environment = os.environ | {"HOME": str(folder)}
+    # The user's own directories may stand elsewhere than below the home.
+    environment = {name: value for name, value in os.environ.items() if name not in USER_DIRECTORIES}
+    environment["HOME"] = str(folder)
     if sound_server_answers():
         say("a sound server is running: you will hear the demo")
         cookie = Path.home() / ".config/pulse/cookie"
         if cookie.exists():
             environment.setdefault("PULSE_COOKIE", str(cookie))
     else:
+        if not shutil.which("pulseaudio"):
+            raise DemoFailed("no sound server is running, and without PulseAudio's the demo can't start one of its own")
         say("no sound server here: starting a private one that plays into a recording")
         sound = PrivateSound(folder)
         environment |= sound.environment
