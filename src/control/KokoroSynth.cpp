@@ -36,8 +36,10 @@ NarrationPump::Synth makeKokoroSynth(std::shared_ptr<SpeechEngine> engine,
         if (chunks.empty()) return;
         const SpeechConfig settings = config();
         for (std::size_t i = 0; i < chunks.size(); ++i) {
-            const auto file = fileFor(sessionId, i);
+            auto file = fileFor(sessionId, i);
             if (!worker->synthCombinedToFile(chunks[i], settings.voice.id, settings.speed, file)) {
+                // A worker that is late may still write the other one.
+                file = fileFor(sessionId, i);
                 if (const auto error = speakToFile(*engine, chunks[i], settings, file)) {
                     warnOfGap(log, i, chunks.size(), *error);
                     continue;

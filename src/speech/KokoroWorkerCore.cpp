@@ -1,5 +1,7 @@
 #include "speech/KokoroWorkerCore.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <stdexcept>
 #include <utility>
@@ -150,6 +152,14 @@ void KokoroWorkerEngine::Core::becameReady(const WorkerMessage& message) {
 void KokoroWorkerEngine::Core::answered(const WorkerMessage& message) {
     // An id that differs is the late answer to a request that nobody waits for any more.
     if (pending_ && (!message.id || *message.id == pending_->id)) settlePending(message);
+    removeAbandoned(message);
+}
+
+/// Nobody knows of the file that comes with a late answer.
+void KokoroWorkerEngine::Core::removeAbandoned(const WorkerMessage& result) {
+    const auto abandoned =
+        result.id ? abandoned_.extract(*result.id) : decltype(abandoned_)::node_type();
+    if (!abandoned.empty()) ::unlink(abandoned.mapped().c_str());
 }
 
 void KokoroWorkerEngine::Core::settlePending(const WorkerMessage& result) {
@@ -172,6 +182,7 @@ std::shared_ptr<KokoroWorkerEngine::Core::Pending> KokoroWorkerEngine::Core::sub
     request.id = nextId_++;
     auto pending = std::make_shared<Pending>();
     pending->id = request.id;
+    pending->file = request.outWav;
     pending_ = pending;
     const auto failure = proc_->writeStdin(request.line(), options_.limits.write);
     if (!failure) return pending;
@@ -186,6 +197,7 @@ std::shared_ptr<KokoroWorkerEngine::Core::Pending> KokoroWorkerEngine::Core::sub
 void KokoroWorkerEngine::Core::abandon(const std::shared_ptr<Pending>& pending) {
     SONRA_ASSERT_ON(ioQueue_);
     if (pending_ == pending) pending_ = nullptr;
+    if (!pending->settled) abandoned_[pending->id] = pending->file;
     log_.warn("worker synth timed out; falling back", input({{"id", pending->id}}));
 }
 
@@ -219,6 +231,7 @@ void KokoroWorkerEngine::Core::forgetProcess() {
     ready_ = false;
     workerPid_ = 0;
     settlePending({.type = WorkerMessage::Type::result, .ok = false});
+    for (const auto& [id, file] : std::exchange(abandoned_, {})) ::unlink(file.c_str());
     failReadyWaiters();
 }
 

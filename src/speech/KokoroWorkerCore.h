@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +31,7 @@ class KokoroWorkerEngine::Core : public std::enable_shared_from_this<Core> {
     /// A request in flight. Settled on ioQueue; the waiting thread reads the result after `sem`.
     struct Pending {
         std::int64_t id = 0;
+        std::string file;  ///< that the worker writes
         std::optional<WorkerMessage> result;
         Semaphore sem;
         bool settled = false;
@@ -71,6 +73,7 @@ class KokoroWorkerEngine::Core : public std::enable_shared_from_this<Core> {
     void endProcess();
     void forgetProcess();
     void settlePending(const WorkerMessage& result);
+    void removeAbandoned(const WorkerMessage& result);
     void failReadyWaiters();
 
     const Options options_;
@@ -86,6 +89,9 @@ class KokoroWorkerEngine::Core : public std::enable_shared_from_this<Core> {
     std::int64_t nextId_ = 1;
     std::int32_t workerPid_ = 0;
     std::shared_ptr<Pending> pending_;
+    /// Files by request, of requests that nobody waits for any more: the worker may still write
+    /// them.
+    std::map<std::int64_t, std::string> abandoned_;
     std::vector<std::shared_ptr<Semaphore>> readyWaiters_;
     SerialQueue::Timer readyTimer_;
 };

@@ -67,8 +67,13 @@ KokoroSpawnPlan SpawnedEngine::buildPlan(const std::string& /*text*/, const Spee
 
 void SpawnedEngine::synthesize(std::string text, SpeechConfig config, SynthesisSink sink,
                                Chunking chunking, ChunkCallback onChunk, DoneCallback onDone) {
+    std::uint64_t number = 0;
+    {
+        const MutexLock lock(procLock_);
+        number = ++latest_;
+    }
     pool_.post([self = shared_from_this(),
-                job = Job{std::move(text), std::move(config), std::move(sink), chunking},
+                job = Job{number, std::move(text), std::move(config), std::move(sink), chunking},
                 onChunk = std::move(onChunk), onDone = std::move(onDone)] {
         onDone(errorOf([&] { self->perform(job, onChunk); }));
     });
@@ -85,14 +90,15 @@ void SpawnedEngine::perform(const Job& job, const ChunkCallback& onChunk) {
     } catch (const std::system_error& error) {
         throw cannotWriteText(error);
     }
-    runPlan(plan, *url, job.chunking);
+    runPlan(plan, *url, job);
     // The caller may start the next request from here, and then finds nothing left of this one.
     file.reset();
     onChunk({.url = *url, .text = job.text, .index = 0});
 }
 
 void SpawnedEngine::runPlan(const KokoroSpawnPlan& plan, const std::string& outURL,
-                            Chunking chunking) {
+                            const Job& job) {
+    if (isCancelled(job.number)) throw SynthError::synthesisFailed(names_.brief + " cancelled");
     auto [process, error] = ChildProcess::spawn({.executable = plan.executablePath,
                                                  .arguments = plan.arguments,
                                                  .environment = plan.environment,
@@ -104,7 +110,9 @@ void SpawnedEngine::runPlan(const KokoroSpawnPlan& plan, const std::string& outU
         const MutexLock lock(procLock_);
         currentProc_ = running;
     }
-    const auto failure = errorOf([&] { finish(*running, outURL, chunking); });
+    // It may have been cancelled between the two.
+    if (isCancelled(job.number)) running->terminate();
+    const auto failure = errorOf([&] { finish(*running, outURL, job.chunking); });
     {
         const MutexLock lock(procLock_);
         if (currentProc_ == running) currentProc_.reset();
@@ -128,10 +136,16 @@ void SpawnedEngine::finish(ChildProcess& process, const std::string& outURL,
     throw SynthError::synthesisFailed(failureDetail(*status, readableOutput(output.bytes)));
 }
 
+bool SpawnedEngine::isCancelled(std::uint64_t number) {
+    const MutexLock lock(procLock_);
+    return cancelled_ == number;
+}
+
 void SpawnedEngine::cancelCurrent() {
     std::shared_ptr<ChildProcess> process;
     {
         const MutexLock lock(procLock_);
+        cancelled_ = latest_;
         process = currentProc_;
     }
     if (process) process->terminate();

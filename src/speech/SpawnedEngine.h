@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -31,7 +32,7 @@ class SpawnedEngine : public SpeechEngine, public std::enable_shared_from_this<S
                                             const std::string& outURL, Chunking chunking) const;
     void synthesize(std::string text, SpeechConfig config, SynthesisSink sink, Chunking chunking,
                     ChunkCallback onChunk, DoneCallback onDone) final;
-    /// Ends the process of the most recent request, which then fails.
+    /// Ends the process of the most recent request, also one that is still to start; it then fails.
     void cancelCurrent();
 
   protected:
@@ -46,6 +47,7 @@ class SpawnedEngine : public SpeechEngine, public std::enable_shared_from_this<S
 
   private:
     struct Job {
+        std::uint64_t number;
         std::string text;
         SpeechConfig config;
         SynthesisSink sink;
@@ -60,7 +62,8 @@ class SpawnedEngine : public SpeechEngine, public std::enable_shared_from_this<S
 
     std::string newTextFile() const;
     void perform(const Job& job, const ChunkCallback& onChunk);
-    void runPlan(const KokoroSpawnPlan& plan, const std::string& outURL, Chunking chunking);
+    void runPlan(const KokoroSpawnPlan& plan, const std::string& outURL, const Job& job);
+    bool isCancelled(std::uint64_t number);
     void finish(ChildProcess& process, const std::string& outURL, Chunking chunking) const;
 
     WorkerPool& pool_;
@@ -68,6 +71,8 @@ class SpawnedEngine : public SpeechEngine, public std::enable_shared_from_this<S
     const Limits limits_;
     Mutex procLock_;
     std::shared_ptr<ChildProcess> currentProc_ SONRA_GUARDED_BY(procLock_);
+    std::uint64_t latest_ SONRA_GUARDED_BY(procLock_) = 0;  ///< number of the last request, from 1
+    std::uint64_t cancelled_ SONRA_GUARDED_BY(procLock_) = 0;
 };
 
 }  // namespace sonra

@@ -13,6 +13,8 @@
 #include <sstream>
 #include <thread>
 
+#include "support/ComesTrue.h"
+
 namespace sonra {
 namespace {
 
@@ -39,15 +41,6 @@ bool exists(pid_t pid) {
     return ::kill(pid, 0) == 0;
 }
 
-bool comesTrue(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
 /// What `watch` reported; shared with its thread, which may outlive a test.
 struct Watched {
     std::mutex mutex;
@@ -72,10 +65,10 @@ struct Watched {
         return bytes;
     }
     bool hasLine() {
-        return comesTrue([this] { return seen().find('\n') != std::string::npos; });
+        return test::comesTrue([this] { return seen().find('\n') != std::string::npos; });
     }
     std::optional<int> exitStatus() {
-        comesTrue([this] {
+        test::comesTrue([this] {
             const std::lock_guard lock(mutex);
             return status.has_value();
         });
@@ -195,7 +188,7 @@ TEST(ChildProcess, TerminatesTheWholeGroup) {
     ASSERT_GT(grandchild, 1);
     process->terminate();
     EXPECT_EQ(watched->exitStatus(), 128 + SIGTERM);
-    EXPECT_TRUE(comesTrue([&] {
+    EXPECT_TRUE(test::comesTrue([&] {
         std::ifstream stat("/proc/" + std::to_string(grandchild) + "/stat");
         std::string number, name, state;
         stat >> number >> name >> state;
@@ -244,7 +237,7 @@ TEST(ChildProcess, IsReapedByItsDestruction) {
     auto process = start(shell("exit 0"));
     const auto pid = process->pid();
     process.reset();
-    EXPECT_TRUE(comesTrue([&] { return !exists(pid); }));
+    EXPECT_TRUE(test::comesTrue([&] { return !exists(pid); }));
 }
 
 TEST(ChildProcess, IsReapedWhenItOutlivesItsObject) {
@@ -254,7 +247,7 @@ TEST(ChildProcess, IsReapedWhenItOutlivesItsObject) {
     const auto pid = process->pid();
     ASSERT_TRUE(exists(pid));
     process.reset();
-    EXPECT_TRUE(comesTrue([&] { return !exists(pid); }));
+    EXPECT_TRUE(test::comesTrue([&] { return !exists(pid); }));
 }
 
 TEST(ChildProcess, StopsReadingAtTheLimit) {
@@ -321,7 +314,7 @@ TEST(ChildProcess, WatchSleepsWhileNothingHappens) {
         return total;
     };
     // At least the one with which it fell asleep.
-    ASSERT_TRUE(comesTrue([&] { return switches() > 0; }));
+    ASSERT_TRUE(test::comesTrue([&] { return switches() > 0; }));
     const auto before = switches();
     std::this_thread::sleep_for(500ms);
     EXPECT_LE(switches() - before, 1);

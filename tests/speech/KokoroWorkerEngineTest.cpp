@@ -176,12 +176,13 @@ TEST_F(KokoroWorkerEngineTest, DropsAReplyAfterTheTimeout) {
     with.limits.synthesis = 1s;
     make(with);
     for (const auto* late : {"late-success", "late-failure"}) {
-        EXPECT_FALSE(synth("hold", "1.wav"));
+        EXPECT_FALSE(synth("hold", "held.wav"));
         const auto pid = engine->currentPid();
         // The worker has this one when it answers the other, and must not be taken to answer this.
         EXPECT_EQ(synth(late, "1.wav"), late == std::string_view("late-failure")) << late;
         EXPECT_TRUE(synth("next", "2.wav"));
         EXPECT_EQ(engine->currentPid(), pid);
+        EXPECT_FALSE(std::filesystem::exists(directory / "held.wav")) << "nobody knows of it";
     }
     EXPECT_EQ(inputOf("worker synth timed out; falling back").at("id"), 1);
     EXPECT_EQ(log.count("worker synth timed out; falling back"), 2U);

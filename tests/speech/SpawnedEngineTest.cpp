@@ -200,6 +200,28 @@ TEST_F(SpawnedEngineTest, CancelsTheCurrentRequest) {
     engine->cancelCurrent();
 }
 
+TEST_F(SpawnedEngineTest, CancelsARequestThatIsStillToStart) {
+    WorkerPool one(1);
+    Semaphore busy;
+    Semaphore freed;
+    one.post([&] {
+        busy.signal();
+        freed.wait();
+    });
+    busy.wait();
+    KokoroProcessEngine::Options options;
+    options.scriptOverride = script("touch " + (directory / "started") + "; cp \"$text\" \"$out\"");
+    options.uvResolver = [uv = directory / "uv"] { return uv; };
+    const auto engine = KokoroProcessEngine::make(one, options);
+    auto cancelled = begin(*engine, "x", SynthesisSink::file(out));
+    engine->cancelCurrent();
+    freed.signal();
+    EXPECT_EQ(cancelled.get().error, "Synthesis failed: Kokoro cancelled");
+    EXPECT_FALSE(std::filesystem::exists(directory / "started"));
+    EXPECT_EQ(leftovers(), 0U);
+    one.drain();
+}
+
 TEST_F(SpawnedEngineTest, CancelsNobodyElse) {
     const auto body = "touch " + (directory / "started") + "; while [ ! -e " + (directory / "go") +
                       " ]; do sleep 0.01; done; cp \"$text\" \"$out\"";

@@ -11,20 +11,11 @@
 #include <thread>
 
 #include "speech/KokoroWorkerEngine.h"
+#include "support/ComesTrue.h"
 #include "support/LogWatch.h"
 #include "support/TempDir.h"
 
 namespace sonra::test {
-
-/// Waits until `condition` holds; false after 20 seconds.
-inline bool comesTrue(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 inline bool isWav(const std::string& path) {
     return readFile(path).starts_with("RIFF");
