@@ -77,11 +77,19 @@ void CaptionWindow::applyAppearance() {
 }
 
 Rect CaptionWindow::firstFrame() const {
-    const Rect visible = screens_.mainVisibleFrame().value_or(CaptionFrame::assumedScreen);
     const auto origin = CaptionFrame::pointFrom(defaults_.string(originKey).value_or(""));
     const auto size = CaptionFrame::sizeFrom(defaults_.string(sizeKey).value_or(""));
-    return origin && size ? CaptionFrame::held({*origin, *size}, visible)
-                          : CaptionFrame::standard(visible);
+    const Rect stored{origin.value_or(Point()), size.value_or(Size())};
+    const bool isStored = origin && size;
+    const auto screen = isStored ? screenFor(stored) : screens_.mainVisibleFrame();
+    const Rect visible = screen.value_or(CaptionFrame::assumedScreen);
+    return isStored ? CaptionFrame::held(stored, visible) : CaptionFrame::standard(visible);
+}
+
+/// The screen on which a frame stands, or the primary one if that screen has gone.
+std::optional<Rect> CaptionWindow::screenFor(const Rect& frame) const {
+    const auto own = screens_.visibleFrameOf(frame);
+    return own ? own : screens_.mainVisibleFrame();
 }
 
 void CaptionWindow::persistFrame() {
@@ -102,7 +110,7 @@ void CaptionWindow::resetPosition() {
 void CaptionWindow::show() {
     SONRA_ASSERT_MAIN_THREAD();
     // The screen on which it was left may have gone.
-    if (const auto visible = screens_.mainVisibleFrame()) {
+    if (const auto visible = screenFor(window_->frame())) {
         const Rect frame = CaptionFrame::held(window_->frame(), *visible);
         if (frame != window_->frame()) window_->setFrame(frame, false);
     }

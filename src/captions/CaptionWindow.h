@@ -81,6 +81,7 @@ class CaptionWindow {
     void connectPanel();
     void applyAppearance();
     [[nodiscard]] Rect firstFrame() const;
+    [[nodiscard]] std::optional<Rect> screenFor(const Rect& frame) const;
     void persistFrame();
     void showActiveWord(int index);
     void scrub(double fraction);

@@ -8,6 +8,7 @@ namespace sonra {
 class QtScreens : public Screens {
   public:
     [[nodiscard]] std::optional<Rect> mainVisibleFrame() const override;
+    [[nodiscard]] std::optional<Rect> visibleFrameOf(const Rect& frame) const override;
 };
 
 }  // namespace sonra

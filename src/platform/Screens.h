@@ -13,6 +13,8 @@ class Screens {
 
     /// What panels and docks leave free of the primary screen; absent without any screen.
     [[nodiscard]] virtual std::optional<Rect> mainVisibleFrame() const = 0;
+    /// The same of the screen that shows most of a rectangle; absent if none shows any of it.
+    [[nodiscard]] virtual std::optional<Rect> visibleFrameOf(const Rect& frame) const = 0;
 };
 
 }  // namespace sonra

@@ -49,6 +49,17 @@ TEST_F(CaptionWindowFrameTest, WithoutAnyScreenOneIsAssumed) {
     EXPECT_EQ(moves, panel().moves.size());
 }
 
+TEST_F(CaptionWindowFrameTest, StaysOnTheSecondScreenWhereItWasPut) {
+    const Rect there{{1500, 700}, {600, 200}};
+    desktop_.screens.second = Rect{{1440, 0}, {1920, 1080}};
+    EXPECT_EQ(there, firstFrame("{1500, 700}", "{600, 200}"));
+    window_->show();
+    EXPECT_EQ(there, panel().frame());
+    desktop_.screens.second.reset();
+    window_->show();
+    EXPECT_EQ((Rect{{830, 690}, {600, 200}}), panel().frame());
+}
+
 TEST_F(CaptionWindowFrameTest, AFrameOffThePresentScreensComesBackOnShow) {
     firstFrame("{900, 600}", "{500, 200}");
     desktop_.screens.visible = Rect{{0, 0}, {1024, 768}};
