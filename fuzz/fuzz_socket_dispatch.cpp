@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "control/CommandArguments.h"
 #include "control/CommandTable.h"
 #include "control/IPCServer.h"
 #include "frame/Log.h"
@@ -68,19 +69,6 @@ std::string textOf(const Json& message, std::string_view key) {
     return json::stringAt(message, key).value_or("");
 }
 
-/// The paths that arrive here are the fuzzer's: nothing is opened by them, and nothing removed.
-AudioChunk chunkFrom(const Json& message) {
-    AudioChunk chunk;
-    chunk.url = "/dev/null/none.wav";
-    chunk.text = textOf(message, "text");
-    chunk.title = json::stringAt(message, "title").value_or("Claude");
-    chunk.artist = json::stringAt(message, "artist").value_or("TTS");
-    chunk.albumLine = json::stringAt(message, "snippet").value_or(chunk.text);
-    chunk.sessionId = textOf(message, "sessionId");
-    chunk.messageId = textOf(message, "messageId");
-    return chunk;
-}
-
 /// The commands on a queue, and a record of what the last message did.
 class Service {
   public:
@@ -123,8 +111,7 @@ class Service {
         add("play", [this](const Json& message) { return play(message); });
         add("volume", [this](const Json& message) { return setVolume(message); });
         add("scrub", [](const Json& message) {
-            const auto index = json::doubleAt(message, "index").value_or(0);
-            return std::to_string(static_cast<int>(std::clamp(index, -1.0, 1e6)));
+            return std::to_string(CommandArguments::scrubIndex(message));
         });
         add("highlight", [this](const Json& message) {
             const auto progress = json::doubleAt(message, "progress");
@@ -134,22 +121,29 @@ class Service {
         add("set", [](const Json& message) { return textOf(message, "text"); });
         add("attach", [](const Json& message) {
             const bool resumes = json::boolAt(message, "resume").value_or(false);
-            return textOf(message, "id") + textOf(message, "cwd") + (resumes ? "again" : "");
+            const auto request = CommandArguments::attachRequest(message);
+            for (const auto* text : {&request.id, &request.cwd, &request.transcript,
+                                     &request.source, &request.branch, &request.title})
+                require(text::isUtf8(*text));
+            return request.id + request.cwd + (resumes ? "again" : "");
         });
         add("detach", [](const Json& message) { return textOf(message, "id"); });
     }
     std::string play(const Json& message) {
         const auto before = held();
-        const auto wav = json::stringAt(message, "wav");
-        if (!wav) return "";
-        const auto chunk = chunkFrom(message);
-        for (const auto* text : {&chunk.text, &chunk.title, &chunk.artist, &chunk.messageId})
+        auto chunk = CommandArguments::playedChunk(message);
+        if (!chunk) return "";
+        require(chunk->ephemeral);
+        const auto wav = chunk->url;
+        // The paths that arrive here are the fuzzer's: nothing is opened by them, nothing removed.
+        chunk->url = "/dev/null/none.wav";
+        for (const auto* text : {&chunk->text, &chunk->title, &chunk->artist, &chunk->messageId})
             require(text::isUtf8(*text));
         if (before < mostHeld) {
-            queue_.enqueue(chunk);
+            queue_.enqueue(*chunk);
             require(held() == before + 1);
         }
-        return *wav + chunk.text + chunk.title + chunk.artist + chunk.albumLine;
+        return wav + chunk->text + chunk->title + chunk->artist + chunk->albumLine;
     }
     std::string setVolume(const Json& message) {
         const auto value = json::intAt(message, "value");

@@ -1,7 +1,8 @@
 #include "control/AppCoordinator.h"
 
 #include <algorithm>
-#include <thread>
+#include <condition_variable>
+#include <mutex>
 
 #include "control/CtlRunner.h"
 #include "control/KokoroSynth.h"
@@ -141,7 +142,7 @@ NarrationStatus AppCoordinator::queueStatus() const {
 void AppCoordinator::onNewAttach(const AttachRequest& request) {
     ++*attaches_;
     captions_->sessionAttached();
-    setSession(request);
+    offerSession(request);
     captions_->sessionReady();
     prewarmKokoro();
     if (!ServiceState::read().paused) return;
@@ -154,6 +155,28 @@ void AppCoordinator::setSession(const AttachRequest& request) {
         makeResynthSynth(speech_.resynth, [] { return configOf(ServiceState::read()); }));
     messageHistoryQueue_->setSession(
         request.transcript, historySource(request.source).value_or(HistorySource::claudeCode));
+    pagedSession_ = request.id;
+}
+
+/// The history is the new session's, unless the listener is back in another one's: he isn't torn
+/// out of it, and the next that he hears decides.
+void AppCoordinator::offerSession(const AttachRequest& request) {
+    const auto& focused = messageHistoryQueue_->focusedSessionId();
+    const bool isBack =
+        std::holds_alternative<History::History>(messageHistoryQueue_->state().cursor);
+    if (!isBack || focused == request.id || !sessions_->isNarrating(focused)) setSession(request);
+}
+
+void AppCoordinator::recordLive(const AudioChunk& chunk) {
+    messageHistoryQueue_->recordLive(chunk);
+    followFocus();
+}
+
+/// With several sessions attached, going back leads through the one that is being heard.
+void AppCoordinator::followFocus() {
+    const auto& focused = messageHistoryQueue_->focusedSessionId();
+    if (focused == pagedSession_) return;
+    if (const auto request = sessions_->narrated(focused)) setSession(*request);
 }
 
 /// The queue plays out what it holds; the worker is no longer needed.
@@ -276,22 +299,25 @@ void AppCoordinator::maybeAutoAttachSoleSession(const StateTick& tick) {
     if (sessions_->userDetachedThisRun()) return;
     const auto row = SessionRows::soleAutoAttachCandidate(
         tick.sessions.attached, tick.sessions.discovered, platform_.wallClockMs());
-    if (!row || row == refusedCandidate_) return;
+    if (!row) return;
+    AttachRequest request{row->id, row->cwd, row->transcript, row->source, row->branch, row->title};
+    // What couldn't be served may be another time; a row that is already there stays.
+    if (row == passedOver_ && (passedOverForGood_ || !sessions_->canServe(request))) return;
     log_.info("auto-attach sole session",
               {{"input", {{"sessionId", row->id}, {"source", row->source}}}});
-    const bool attached = attachSessionLocal(
-        {row->id, row->cwd, row->transcript, row->source, row->branch, row->title});
-    refusedCandidate_ = attached ? std::nullopt : row;
+    const auto outcome = attachSessionLocal(std::move(request));
+    passedOverForGood_ = outcome == AttachOutcome::unchanged;
+    passedOver_ = passedOverForGood_ || outcome == AttachOutcome::refused ? row : std::nullopt;
 }
 
 void AppCoordinator::attachSession(const std::string& id, const std::string& cwd) {
     attachSessionLocal({id, cwd, "", "claude-code", "", ""});
 }
 
-bool AppCoordinator::attachSessionLocal(AttachRequest request) {
-    const bool added = sessions_->attach(std::move(request));
+AttachOutcome AppCoordinator::attachSessionLocal(AttachRequest request) {
+    const auto outcome = sessions_->attach(std::move(request));
     refreshMenuBar();
-    return added;
+    return outcome;
 }
 
 void AppCoordinator::detachSessionLocal(const std::string& id) {
@@ -317,13 +343,22 @@ void AppCoordinator::prewarmKokoro() {
 
 /// The user's own wish to quit: in good order, but within the watchdog's time.
 void AppCoordinator::quit() {
-    platform_.pool.post([exitAtOnce = platform_.exitAtOnce] {
-        std::this_thread::sleep_for(QuitTeardownPlan::watchdogDeadline);
-        exitAtOnce(0);
-    });
+    armWatchdog();
     speech_.worker->stop();
     runCtl({"stop-daemon"});
     platform_.loop.post([exit = platform_.exit] { exit(0); });
+}
+
+/// Once: a second wish to quit doesn't put the end off.
+void AppCoordinator::armWatchdog() {
+    if (watchdog_.joinable()) return;
+    watchdog_ = std::jthread([exitAtOnce = platform_.exitAtOnce](const std::stop_token& stop) {
+        std::mutex mutex;
+        std::unique_lock lock(mutex);
+        std::condition_variable_any ended;
+        ended.wait_for(lock, stop, QuitTeardownPlan::watchdogDeadline, [] { return false; });
+        if (!stop.stop_requested()) exitAtOnce(0);
+    });
 }
 
 }  // namespace sonra

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "captions/CaptionWindow.h"
 #include "control/CaptionPresenter.h"
@@ -79,8 +80,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void handleIPC(const Json& message);
 
     void attachSession(const std::string& id, const std::string& cwd);
-    /// True if a row was added.
-    bool attachSessionLocal(AttachRequest request);
+    AttachOutcome attachSessionLocal(AttachRequest request);
     void detachSessionLocal(const std::string& id);
 
     [[nodiscard]] AudioQueue& queue() { return *queue_; }
@@ -116,7 +116,10 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void onSynthesisStart();
     void onSynthesisEnd();
     void stopWorkerUnlessAttached();
+    void offerSession(const AttachRequest& request);
     void setSession(const AttachRequest& request);
+    void recordLive(const AudioChunk& chunk);
+    void followFocus();
     void applyPauseState(bool paused);
     void next();
     void noteSkip();
@@ -131,6 +134,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void refreshMenuBar(const std::optional<StateTick>& tick = {});
     NarrationStatus queueStatus() const;
     void quit();
+    void armWatchdog();
     void play(const Json& message);
     void attach(const Json& message);
     void maybeAutoAttachSoleSession(const StateTick& tick);
@@ -151,14 +155,17 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     std::unique_ptr<IPCServer> ipc_;
     CommandTable commands_;
     std::string lastSnippet_;
+    std::string pagedSession_;  ///< whose transcript the history's pages come from
     int synthesesUnderWay_ = 0;
     /// Counts attaches; a stop of the worker that is overtaken by one is void.
     std::shared_ptr<std::atomic<int>> attaches_ = std::make_shared<std::atomic<int>>(0);
     std::shared_ptr<std::atomic<bool>> prewarming_ = std::make_shared<std::atomic<bool>>(false);
-    /// The candidate of the automatic rule that couldn't be attached; tried again when it changes.
-    std::optional<DiscoveredRow> refusedCandidate_;
+    /// The candidate of the automatic rule that couldn't be attached.
+    std::optional<DiscoveredRow> passedOver_;
+    bool passedOverForGood_ = false;  ///< until its row changes
     Log log_;
     LoopHandle stateTimer_;
+    std::jthread watchdog_;  ///< of a quit; ends with the coordinator
 };
 
 }  // namespace sonra

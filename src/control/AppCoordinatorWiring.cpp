@@ -1,42 +1,11 @@
-#include <algorithm>
-
 #include "control/AppCoordinator.h"
+#include "control/CommandArguments.h"
 #include "control/CtlRunner.h"
 #include "control/LoginItem.h"
 #include "frame/CtlInvocation.h"
 #include "frame/ThreadAffinity.h"
 
 namespace sonra {
-namespace {
-
-std::string textOf(const Json& message, std::string_view key) {
-    return json::stringAt(message, key).value_or("");
-}
-
-/// The chunk that a "play" command stands for; its file belongs to the queue, whatever the sender
-/// says.
-AudioChunk chunkFrom(const Json& message, const std::string& wav) {
-    AudioChunk chunk;
-    chunk.url = wav;
-    chunk.text = textOf(message, "text");
-    chunk.title = json::stringAt(message, "title").value_or("Claude");
-    chunk.artist = json::stringAt(message, "artist").value_or("TTS");
-    chunk.albumLine = json::stringAt(message, "snippet").value_or(chunk.text);
-    chunk.sessionId = textOf(message, "sessionId");
-    chunk.messageId = textOf(message, "messageId");
-    chunk.ephemeral = true;
-    return chunk;
-}
-
-/// Any number will do for a position; without one it is live.
-int indexFrom(const Json& message) {
-    constexpr double farthest = 1'000'000;
-    return static_cast<int>(
-        std::clamp(json::doubleAt(message, "index").value_or(0), -1.0, farthest));
-}
-
-}  // namespace
-
 void AppCoordinator::wireQueue() {
     AudioQueue::Callbacks callbacks;
     callbacks.onChunkStart = whileAlive<const AudioChunk&, int, int>(
@@ -86,10 +55,8 @@ void AppCoordinator::wireHistory() {
 void AppCoordinator::wireSessions() {
     NarrationSessions::Callbacks callbacks;
     callbacks.synth = makeSynth();
-    callbacks.recordLive =
-        whileAlive<const AudioChunk&>([](AppCoordinator& self, const AudioChunk& chunk) {
-            self.messageHistoryQueue_->recordLive(chunk);
-        });
+    callbacks.recordLive = whileAlive<const AudioChunk&>(
+        [](AppCoordinator& self, const AudioChunk& chunk) { self.recordLive(chunk); });
     callbacks.enqueue = whileAlive<const AudioChunk&>(
         [](AppCoordinator& self, const AudioChunk& chunk) { self.queue_->enqueue(chunk); });
     callbacks.onSynthesisStart = whileAlive<const std::string&, const std::string&>(
@@ -97,7 +64,7 @@ void AppCoordinator::wireSessions() {
             self.onSynthesisStart();
         });
     callbacks.onNewAttach = [this](const AttachRequest& request) { onNewAttach(request); };
-    callbacks.onResume = [this](const AttachRequest& request) { setSession(request); };
+    callbacks.onResume = [this](const AttachRequest& request) { offerSession(request); };
     callbacks.onDetach = [this] { captions_->sessionDetached(); };
     callbacks.onLastDetach = [this] { onLastDetach(); };
     callbacks.wallClockMs = platform_.wallClockMs;
@@ -139,7 +106,7 @@ void AppCoordinator::wireMenu() {
     callbacks.onDetach = whileAlive<const std::string&>(
         [](AppCoordinator& self, const std::string& id) { self.detachSessionLocal(id); });
     // The control tool puts the entry there; without it the row would do nothing.
-    if (CtlInvocation::resolve())
+    if (!CtlInvocation::ctlSpawnDisabled() && CtlInvocation::resolve())
         callbacks.onToggleStartAtLogin = [] {
             runCtl({isLaunchAgentInstalled() ? "uninstall" : "install"});
         };
@@ -167,8 +134,11 @@ void AppCoordinator::installRemoteCommandHandlers() {
     handlers.togglePlayPause =
         done([](AppCoordinator& self) { self.applyPauseState(!self.queue_->paused()); });
     handlers.stop = done([](AppCoordinator& self) { self.transport_->stop(); });
-    handlers.nextTrack =
-        answering([](AppCoordinator& self) { return self.transport_->nextTrack(); });
+    handlers.nextTrack = answering([](AppCoordinator& self) {
+        const auto status = self.transport_->nextTrack();
+        if (status == RemoteCommandStatus::success) self.noteSkip();
+        return status;
+    });
     handlers.previousTrack =
         answering([](AppCoordinator& self) { return self.transport_->previousTrack(); });
     handlers.seek = whileAlive<double>(
@@ -199,8 +169,9 @@ void AppCoordinator::wireTransport() {
 void AppCoordinator::wireHistoryCommands() {
     commands_.add("next", [this](const Json&) { next(); });
     commands_.add("previous", [this](const Json&) { transport_->previous(); });
-    commands_.add("scrub",
-                  [this](const Json& message) { transport_->scrubTo(indexFrom(message)); });
+    commands_.add("scrub", [this](const Json& message) {
+        transport_->scrubTo(CommandArguments::scrubIndex(message));
+    });
 }
 
 void AppCoordinator::wireCaptionCommands() {
@@ -217,25 +188,23 @@ void AppCoordinator::wireCaptionCommands() {
 
 void AppCoordinator::wireSessionCommands() {
     commands_.add("attach", [this](const Json& message) { attach(message); });
-    commands_.add("detach",
-                  [this](const Json& message) { detachSessionLocal(textOf(message, "id")); });
+    commands_.add("detach", [this](const Json& message) {
+        detachSessionLocal(json::stringAt(message, "id").value_or(""));
+    });
 }
 
 /// The history must know the message before the queue starts it.
 void AppCoordinator::play(const Json& message) {
-    const auto wav = json::stringAt(message, "wav");
-    if (!wav) return;
-    const auto chunk = chunkFrom(message, *wav);
-    messageHistoryQueue_->recordLive(chunk);
-    queue_->enqueue(chunk);
+    const auto chunk = CommandArguments::playedChunk(message);
+    if (!chunk) return;
+    recordLive(*chunk);
+    queue_->enqueue(*chunk);
 }
 
 void AppCoordinator::attach(const Json& message) {
-    const auto id = textOf(message, "id");
-    if (json::boolAt(message, "resume").value_or(false) && sessions_->resume(id)) return;
-    attachSessionLocal({id, textOf(message, "cwd"), textOf(message, "transcript"),
-                        textOf(message, "source"), textOf(message, "branch"),
-                        textOf(message, "title")});
+    auto request = CommandArguments::attachRequest(message);
+    if (json::boolAt(message, "resume").value_or(false) && sessions_->resume(request.id)) return;
+    attachSessionLocal(std::move(request));
 }
 
 }  // namespace sonra

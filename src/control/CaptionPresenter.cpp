@@ -4,6 +4,7 @@
 #include "frame/HarnessTheme.h"
 #include "frame/ServiceState.h"
 #include "frame/Text.h"
+#include "ui/AttachCandidates.h"
 
 namespace sonra {
 namespace {
@@ -22,26 +23,13 @@ LiveIndicator indicatorFor(const History::Cursor& cursor) {
     return {};
 }
 
-std::string lastComponent(const std::string& path) {
-    return path.substr(path.find_last_of('/') + 1);
-}
-
 /// Folder and branch of the session that was attached first, whose colours are shown too.
 std::string labelOf(const SessionRows& sessions) {
     if (sessions.attached.empty()) return {};
     const auto& first = sessions.attached.front();
-    const auto folder =
-        first.cwd.empty() ? std::string(text::prefix(first.id, 8)) : lastComponent(first.cwd);
+    auto folder = menu::folderOf(first.cwd);
+    if (folder.empty()) folder = text::prefix(first.id, 8);
     return first.branch.empty() ? folder : folder + " · " + first.branch;
-}
-
-/// The agent of the first attached session, else of the first that was found.
-const HarnessTheme& themeOf(const SessionRows& sessions) {
-    for (const auto& session : sessions.attached)
-        if (!session.source.empty()) return HarnessTheme::current(session.source);
-    for (const auto& session : sessions.discovered)
-        if (!session.source.empty()) return HarnessTheme::current(session.source);
-    return HarnessTheme::current("");
 }
 
 }  // namespace
@@ -52,7 +40,7 @@ CaptionPresenter::CaptionPresenter(MainLoop& loop, CaptionWindow& window,
 
 void CaptionPresenter::follow(const StateTick& tick) {
     window_.setSpeed(tick.state.speed);
-    window_.setTheme(themeOf(tick.sessions));
+    window_.setTheme(HarnessTheme::current(tick.sessions.leadingSource));
     window_.setSessionLabel(labelOf(tick.sessions));
     if (!tick.hasDocument) return;
     // What another program has to say shows even where captions are off.
@@ -138,6 +126,8 @@ void CaptionPresenter::chunkStarted(const std::string& text, int index, int tota
                                  : "▶ " + std::to_string(index) + "/" + std::to_string(total));
     window_.setPaused(false);
     setStatus({Phase::playing});
+    // These words have replaced it; another program that is at it again says so anew.
+    synthesizingShown_ = false;
     if (ServiceState::read().captions) window_.show();
 }
 

@@ -18,7 +18,7 @@ namespace sonra {
 namespace {
 
 constexpr auto defaultSource = "claude-code";
-/// How long an attach may wait for the transcript's last message.
+/// How long an attach waits for the transcript's last message, so that it comes before newer ones.
 constexpr std::chrono::milliseconds seedPatience{40};
 
 std::string shortId(const std::string& id) {
@@ -59,22 +59,15 @@ Json rowFor(const AttachRequest& request, std::int64_t offset, std::int64_t atta
     return row;
 }
 
-/// What was said just before the attach. A transcript whose end can't be read in good time gives
-/// nothing: the attach mustn't wait for it.
-std::optional<HistoryMessage> lastMessage(WorkerPool& pool, const AttachRequest& request) {
-    struct Answer {
-        Semaphore done;
-        std::optional<HistoryMessage> message;
-    };
-    const auto answer = std::make_shared<Answer>();
-    pool.post([answer, transcript = request.transcript, source = request.source] {
-        answer->message = previousMessageToSeed(transcript, source);
-        answer->done.signal();
-    });
-    return answer->done.waitFor(seedPatience) ? answer->message : std::nullopt;
-}
-
 }  // namespace
+
+/// What was said just before an attach, being looked for. Main thread, but for what the search
+/// writes before `done`.
+struct NarrationSessions::Seed {
+    Semaphore done;
+    std::optional<HistoryMessage> message;
+    bool taken = false;
+};
 
 NarrationSessions::NarrationSessions(MainLoop& loop, FileWatcher& watcher, WorkerPool& pool,
                                      Callbacks callbacks)
@@ -110,6 +103,11 @@ std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request
     return "attach: transcript missing on disk";
 }
 
+bool NarrationSessions::canServe(AttachRequest request) {
+    Json input;
+    return !problemWith(request, input);
+}
+
 /// True if the request can be served; otherwise the reason has been logged.
 bool NarrationSessions::complete(AttachRequest& request) const {
     Json input = Json::object();
@@ -133,12 +131,14 @@ bool NarrationSessions::addRow(const AttachRequest& request, std::int64_t offset
     return added;
 }
 
-bool NarrationSessions::attach(AttachRequest request) {
+AttachOutcome NarrationSessions::attach(AttachRequest request) {
     SONRA_ASSERT_MAIN_THREAD();
-    if (!complete(request)) return false;
+    if (!complete(request)) return AttachOutcome::refused;
     std::error_code unreadable;
     const auto size = std::filesystem::file_size(request.transcript, unreadable);
     const auto offset = unreadable ? 0 : static_cast<std::int64_t>(size);
+    // Taken before the row is written, which may have to wait: what is said meanwhile is new.
+    const auto end = endOf(request);
     bool updated = false;
     const bool newAttach = addRow(request, offset, updated);
     log_.child({{"method", "attachSessionLocal"}})
@@ -147,12 +147,24 @@ bool NarrationSessions::attach(AttachRequest request) {
             {{"input",
               {{"sessionId", shortId(request.id)}, {"source", request.source}, {"offset", offset}}},
              {"result", {{"wrote", updated}, {"newAttach", newAttach}}}});
-    if (!newAttach) return false;
-    lastKnownAttachedIds_.insert(request.id);
+    if (!newAttach) return updated ? AttachOutcome::unchanged : AttachOutcome::notWritten;
+    noteAttached(request.id);
     transcripts_[request.id] = request.transcript;
     callbacks_.onNewAttach(request);
-    start(request, lastMessage(pool_, request));
-    return true;
+    start(request, end, findSeed(request, end));
+    return AttachOutcome::added;
+}
+
+/// A failure to write goes unreported, so the document is asked.
+void NarrationSessions::noteAttached(const std::string& id) {
+    if (StateTick::read().sessions.attachedIds().contains(id)) {
+        lastKnownAttachedIds_.insert(id);
+        return;
+    }
+    withoutRow_.insert(id);
+    log_.child({{"method", "attachSessionLocal"}})
+        .warn("attach: the row couldn't be written; narrating until the service ends",
+              {{"input", {{"id", shortId(id)}}}});
 }
 
 bool NarrationSessions::resume(const std::string& id) {
@@ -166,7 +178,7 @@ bool NarrationSessions::resume(const std::string& id) {
     transcripts_[id] = request.transcript;
     if (!tailers_.contains(id)) callbacks_.onResume(request);
     // What was said before the restart has been heard.
-    start(request, std::nullopt);
+    start(request, endOf(request), nullptr);
     return true;
 }
 
@@ -176,6 +188,14 @@ std::string NarrationSessions::transcriptPath(const std::string& id,
                                               const std::string& fallback) const {
     const auto found = transcripts_.find(id);
     return found == transcripts_.end() || found->second.empty() ? fallback : found->second;
+}
+
+std::optional<AttachRequest> NarrationSessions::narrated(const std::string& id) const {
+    const auto found = tailers_.find(id);
+    if (found == tailers_.end()) return std::nullopt;
+    auto request = found->second.request;
+    request.transcript = transcriptPath(id, request.transcript);
+    return request;
 }
 
 NativeNarration::SessionOptions NarrationSessions::optionsFor(const AttachRequest& request) {
@@ -195,22 +215,56 @@ NativeNarration::SessionOptions NarrationSessions::optionsFor(const AttachReques
     return options;
 }
 
-void NarrationSessions::start(const AttachRequest& request,
-                              const std::optional<HistoryMessage>& seed) {
+/// Looks for the transcript's last message elsewhere: the attach mustn't hang on a slow disk. What
+/// lies behind `end` is the tailer's to find.
+std::shared_ptr<NarrationSessions::Seed> NarrationSessions::findSeed(
+    const AttachRequest& request, const std::optional<TailOffset>& end) {
+    auto seed = std::make_shared<Seed>();
+    pool_.post([seed, &loop = loop_, self = std::weak_ptr(self_), request, end] {
+        seed->message = previousMessageToSeed(request.transcript, request.source);
+        if (end != endOf(request)) seed->message.reset();
+        seed->done.signal();
+        loop.post([seed, self, id = request.id] {
+            if (const auto sessions = self.lock()) (*sessions)->primeLate(id, *seed);
+        });
+    });
+    return seed;
+}
+
+/// The last message was found, maybe after the tailer had to start without it.
+void NarrationSessions::primeLate(const std::string& id, const Seed& seed) {
+    const auto tailer = tailers_.find(id);
+    if (seed.taken || !seed.message || tailer == tailers_.end()) return;
+    tailer->second.session->prime(seed.message->messageId, seed.message->text);
+}
+
+/// Absent where nobody can read the agent's transcripts live.
+std::optional<TailOffset> NarrationSessions::endOf(const AttachRequest& request) {
+    const auto* reader = LiveTailReaderRegistry::reader(request.source);
+    return reader ? std::optional(reader->initialOffset(request.transcript)) : std::nullopt;
+}
+
+void NarrationSessions::start(const AttachRequest& request, const std::optional<TailOffset>& from,
+                              const std::shared_ptr<Seed>& seed) {
     const auto& id = request.id;
     if (tailers_.contains(id)) return;
-    const auto* reader = LiveTailReaderRegistry::reader(request.source);
-    if (reader == nullptr) {
+    if (!from) {
         log_.info("no live reader for source; skipping native tailer",
                   {{"input", {{"sessionId", id}, {"source", request.source}}}});
         return;
     }
-    const auto attachBytePos = reader->initialOffset(request.transcript).intValue();
+    const auto attachBytePos = from->intValue();
     offsets_.seed(id, attachBytePos);
-    auto session = NativeNarration::makeSession(loop_, watcher_, *reader, optionsFor(request));
-    if (seed) session->prime(seed->messageId, seed->text);
+    auto options = optionsFor(request);
+    options.startOffset = from;
+    auto session = NativeNarration::makeSession(
+        loop_, watcher_, *LiveTailReaderRegistry::reader(request.source), std::move(options));
+    if (seed && seed->done.waitFor(seedPatience)) {
+        seed->taken = true;
+        if (seed->message) session->prime(seed->message->messageId, seed->message->text);
+    }
     session->start();
-    tailers_[id] = std::move(session);
+    tailers_[id] = {request, std::move(session)};
     log_.info(
         "native tailer started (forward-only)",
         {{"input",
@@ -220,10 +274,11 @@ void NarrationSessions::start(const AttachRequest& request,
 void NarrationSessions::stop(const std::string& id) {
     const auto found = tailers_.find(id);
     if (found != tailers_.end()) {
-        found->second->stop();
+        found->second.session->stop();
         tailers_.erase(found);
     }
     transcripts_.erase(id);
+    withoutRow_.erase(id);
     offsets_.forget(id);
 }
 
@@ -256,8 +311,9 @@ void NarrationSessions::follow(const SessionRows& rows) {
     const auto current = rows.attachedIds();
     std::vector<std::string> gone;
     for (const auto& [id, tailer] : tailers_)
-        if (!current.contains(id)) gone.push_back(id);
+        if (!current.contains(id) && !withoutRow_.contains(id)) gone.push_back(id);
     for (const auto& id : gone) stop(id);
+    for (const auto& id : current) withoutRow_.erase(id);
     transcripts_.clear();
     for (const auto& session : rows.attached) transcripts_[session.id] = session.transcript;
     noteVanished(current);

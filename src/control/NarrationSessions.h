@@ -30,6 +30,13 @@ struct AttachRequest {
     std::string title = {};
 };
 
+enum class AttachOutcome {
+    added,       ///< a row was added
+    unchanged,   ///< there was a row
+    refused,     ///< the request isn't valid
+    notWritten,  ///< somebody else kept the document's lock; it may work another time
+};
+
 /// The sessions that are being narrated: their rows in the shared document, and the tailer of each.
 ///
 /// Main thread only; owned by the coordinator, which gives it the voice and the queue as callbacks.
@@ -58,8 +65,9 @@ class NarrationSessions {
 
     /// Adds the row and starts narrating from the end of the transcript; does nothing for a session
     /// that has a row.
-    /// True if a row was added.
-    bool attach(AttachRequest request);
+    AttachOutcome attach(AttachRequest request);
+    /// True if nothing speaks against an attach of it now.
+    [[nodiscard]] static bool canServe(AttachRequest request);
     /// Starts narrating a session that has a row but no tailer, as after a restart, from the end of
     /// its transcript. False if it has no row.
     bool resume(const std::string& id);
@@ -72,19 +80,35 @@ class NarrationSessions {
     [[nodiscard]] bool isNarrating(const std::string& id) const { return tailers_.contains(id); }
     /// True while any session has a tailer.
     [[nodiscard]] bool isNarrating() const { return !tailers_.empty(); }
+    /// What is narrated under this id, with the transcript that its row names now; absent without a
+    /// tailer.
+    [[nodiscard]] std::optional<AttachRequest> narrated(const std::string& id) const;
     /// True once anybody has detached a session while this process lives.
     [[nodiscard]] bool userDetachedThisRun() const { return userDetachedThisRun_; }
 
   private:
+    struct Tailer {
+        AttachRequest request;
+        std::unique_ptr<NativeNarrationSession> session;
+    };
+    struct Seed;
+
     static std::optional<std::string> problemWith(AttachRequest& request, Json& input);
     bool complete(AttachRequest& request) const;
     bool addRow(const AttachRequest& request, std::int64_t offset, bool& updated);
-    /// `seed` is taken as though it had just been said.
-    void start(const AttachRequest& request, const std::optional<HistoryMessage>& seed);
+    [[nodiscard]] std::shared_ptr<Seed> findSeed(const AttachRequest& request,
+                                                 const std::optional<TailOffset>& end);
+    void primeLate(const std::string& id, const Seed& seed);
+    static std::optional<TailOffset> endOf(const AttachRequest& request);
+    /// Narrates what is written behind `from`. What `seed` finds is taken as though it had just
+    /// been said; it may be null.
+    void start(const AttachRequest& request, const std::optional<TailOffset>& from,
+               const std::shared_ptr<Seed>& seed);
     NativeNarration::SessionOptions optionsFor(const AttachRequest& request);
     std::string transcriptPath(const std::string& id, const std::string& fallback) const;
     void stop(const std::string& id);
     void noteVanished(const std::set<std::string>& current);
+    void noteAttached(const std::string& id);
 
     MainLoop& loop_;
     FileWatcher& watcher_;
@@ -92,10 +116,14 @@ class NarrationSessions {
     Callbacks callbacks_;
     Log log_;
     TailOffsetStore offsets_;
-    std::map<std::string, std::unique_ptr<NativeNarrationSession>> tailers_;
+    std::map<std::string, Tailer> tailers_;
     std::map<std::string, std::string> transcripts_;  ///< by id, as the rows have them
     std::set<std::string> lastKnownAttachedIds_;
+    /// Attached though their rows couldn't be written, as on a full disk: nobody has detached them.
+    std::set<std::string> withoutRow_;
     bool userDetachedThisRun_ = false;
+    /// Expires with the sessions.
+    const std::shared_ptr<NarrationSessions*> self_ = std::make_shared<NarrationSessions*>(this);
 };
 
 }  // namespace sonra

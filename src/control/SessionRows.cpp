@@ -44,11 +44,23 @@ std::vector<Row> rowsAt(const Json& document, std::string_view key, Read read) {
     return rows;
 }
 
+std::string leadingSourceOf(const Json& document) {
+    const auto named = [](const Json& row) -> std::optional<std::string> {
+        auto source = json::stringAt(row, "source");
+        return source && !source->empty() ? source : std::nullopt;
+    };
+    for (const auto* key : {"sessions", "discoveredSessions"})
+        if (auto sources = rowsAt<std::string>(document, key, named); !sources.empty())
+            return std::move(sources.front());
+    return {};
+}
+
 }  // namespace
 
 SessionRows SessionRows::from(const Json& document) {
     return {rowsAt<AttachedSession>(document, "sessions", attachedFrom),
-            rowsAt<DiscoveredRow>(document, "discoveredSessions", discoveredFrom)};
+            rowsAt<DiscoveredRow>(document, "discoveredSessions", discoveredFrom),
+            leadingSourceOf(document)};
 }
 
 std::set<std::string> SessionRows::attachedIds() const {

@@ -15,6 +15,9 @@ namespace sonra {
 struct SessionRows {
     std::vector<AttachedSession> attached;
     std::vector<DiscoveredRow> discovered;
+    /// The first agent that a row names: one of the attached sessions', else one of those that were
+    /// found; also of a row that can't be read otherwise. Empty if none is named.
+    std::string leadingSource = {};
 
     static SessionRows from(const Json& document);
 

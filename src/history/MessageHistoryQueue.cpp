@@ -134,19 +134,26 @@ auto MessageHistoryQueue::patiently(Wait wait) {
 }
 
 void MessageHistoryQueue::prefetch(int target) {
+    takePages(target, [this] {
+        return patiently([this](auto deadline) { return pager_->next(deadline); });
+    });
+}
+
+void MessageHistoryQueue::takePages(
+    int target, const std::function<std::optional<HistoryPager::Page>()>& next) {
     while (wantsPage(target)) {
-        const auto page = patiently([this](auto deadline) { return pager_->next(deadline); });
+        const auto page = next();
         if (!page) break;
         merge(*page);
     }
     wantedIndex_ = wantsPage(target) ? std::optional(target) : std::nullopt;
 }
 
-/// A move may have gone on without these.
+/// A move may have gone on without these. Nobody waits for the ones after them.
 void MessageHistoryQueue::pagesArrived() {
     if (!wantedIndex_) return;
     const int before = refCount();
-    prefetch(*wantedIndex_);
+    takePages(*wantedIndex_, [this] { return pager_->next(HistoryPager::Deadline::min()); });
     if (refCount() != before) fire();
 }
 

@@ -128,6 +128,7 @@ class MessageHistoryQueue {
 
     /// Merges pages until `target` is well inside of what is known, or no page comes in time.
     void prefetch(int target);
+    void takePages(int target, const std::function<std::optional<HistoryPager::Page>()>& next);
     [[nodiscard]] bool wantsPage(int target) const;
     template <typename Wait>
     auto patiently(Wait wait);

@@ -49,8 +49,10 @@ TEST_F(Coordinator, UnreadableDocumentGivesTheDefaults) {
 TEST_F(Coordinator, PlayWithoutAFileAddsNothing) {
     start();
     send({{"cmd", "play"}});
-    send({{"cmd", "play"}, {"wav", 7}});
+    send({{"cmd", "play"}, {"wav", 7}, {"messageId", "m"}});
     EXPECT_TRUE(players.calls().empty());
+    EXPECT_TRUE(coordinator->history().live().ids().empty());
+    EXPECT_EQ(coordinator->history().state(), MessageHistoryQueueState());
 }
 
 TEST_F(Coordinator, PlayedChunkIsEphemeralWhateverTheSenderSays) {

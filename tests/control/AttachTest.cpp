@@ -135,13 +135,33 @@ TEST_F(Attach, SpeaksOfTheTranscriptOnlyTheLastMessage) {
     EXPECT_EQ(coordinator->queue().currentChunk()->text, "This is spoken because it came later");
 }
 
-TEST_F(Attach, AStubIsNotRepeated) {
-    test::appendFile(transcript, test::assistantLine("m0", "Done."));
+TEST_F(Attach, WhatIsSaidDuringTheAttachIsSpoken) {
+    // The panel comes up in the middle of an attach, before the tailer starts.
+    panel->onOrderFront = [this] {
+        test::appendFile(transcript, test::assistantLine("m1", "This was said in the meantime"));
+        test::appendFile(transcript, test::assistantLine("m2", "And this one right behind it"));
+    };
     coordinator->attachSession("s1", "/p");
-    reply(transcript, "m1", "This is spoken because it came later");
-    EXPECT_TRUE(waitForPlays(1));
+    panel->onOrderFront = nullptr;
+    files.fire(transcript, {.written = true});
+    ASSERT_TRUE(loop.runUntil([&] { return log.count("chunk enqueued") == 2; }));
     EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
-    EXPECT_EQ(log.count("chunk enqueued"), 1U);
+}
+
+TEST_F(Attach, ARowThatCannotBeWrittenEndsNoNarration) {
+    log.expect("attach: the row couldn't be written; narrating until the service ends");
+    // A directory in its place can be neither read nor replaced.
+    std::filesystem::remove(ServiceState::path());
+    std::filesystem::create_directories(ServiceState::path() + "/in the way");
+    coordinator->attachSession("s1", "/p");
+    loop.advance(stateTick);
+    std::filesystem::remove_all(ServiceState::path());
+    writeDocument(Json::object());
+    loop.advance(stateTick * 2);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_FALSE(coordinator->sessions().userDetachedThisRun());
+    reply(transcript, "m1", "This is heard all the same");
+    EXPECT_TRUE(waitForPlays(1));
 }
 
 TEST_F(Attach, FollowsARowThatMovesToAnotherTranscript) {
@@ -326,17 +346,33 @@ TEST_F(AutoAttach, TakesTheSoleFreshSessionAtTheNextTick) {
     EXPECT_EQ(log.count("auto-attach sole session"), 1U);
 }
 
-TEST_F(AutoAttach, CandidateThatCannotBeAttachedIsTriedAgainOnlyWhenItChanges) {
+TEST_F(AutoAttach, CandidateWithoutATranscriptIsTakenOnceThatIsThere) {
     log.expect("attach: transcript missing on disk");
     auto row = discovered("s9", home / "late.jsonl");
     writeDocument({{"discoveredSessions", {row}}});
     loop.advance(stateTick * 5);
     EXPECT_EQ(log.count("attach: transcript missing on disk"), 1U);
     test::writeFile(home / "late.jsonl", "");
-    row["mtimeMs"] = wallClockMs;
-    writeDocument({{"discoveredSessions", {row}}});
     loop.advance(stateTick);
     EXPECT_TRUE(coordinator->sessions().isNarrating("s9"));
+}
+
+TEST_F(AutoAttach, CandidateThatHasARowWithoutADirectoryIsTriedOnce) {
+    writeDocument(
+        {{"sessions", {{{"id", "s1"}}}}, {"discoveredSessions", {discovered("s1", transcript)}}});
+    loop.advance(stateTick * 5);
+    EXPECT_EQ(log.count("auto-attach sole session"), 1U);
+}
+
+TEST_F(AutoAttach, ALockThatWasHeldTooLongIsNoRefusal) {
+    log.expect("state-lock timeout; skipping write");
+    writeDocument({{"discoveredSessions", {discovered("s1", transcript)}}});
+    ASSERT_TRUE(StateLock::tryAcquire(ServiceState::path()));
+    loop.advance(stateTick);
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
+    StateLock::release(ServiceState::path());
+    loop.advance(stateTick);
+    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
 }
 
 TEST_F(AutoAttach, StandsDownAfterADetachThoughTheCandidateWouldStillQualify) {

@@ -80,6 +80,49 @@ TEST_F(Captions, ClosingThePanelTurnsTheSettingOff) {
     panel->pressClose();
     EXPECT_FALSE(panel->isVisible());
     EXPECT_EQ(document()["captions"], false);
+    // That is no wish for all time: the next attach opens it.
+    makeTranscript("s1", "/p");
+    coordinator->attachSession("s1", "/p");
+    EXPECT_TRUE(panel->isVisible());
+}
+
+TEST_F(Captions, AnotherProgramsSynthesisIsShownEachTimeItBegins) {
+    start();
+    writeDocument({{"synthesizing", true}});
+    loop.advance(stateTick);
+    EXPECT_EQ(*caption().chunkText, "Synthesizing…");
+    playMessage("m1", "words");
+    EXPECT_EQ(*caption().chunkText, "words");
+    EXPECT_EQ(document()["synthesizing"], false);
+    writeDocument({{"synthesizing", true}});
+    loop.advance(stateTick);
+    EXPECT_EQ(*caption().chunkText, "Synthesizing…");
+}
+
+TEST_F(Captions, TheColoursAreThoseOfTheFirstAgentThatIsNamed) {
+    start();
+    writeDocument({{"sessions", {{{"id", "a"}, {"cwd", "/p"}}, {{"id", "b"}, {"source", "codex"}}}},
+                   {"discoveredSessions", {{{"sessionId", "c"}, {"source", "gemini"}}}}});
+    loop.advance(stateTick);
+    EXPECT_EQ(caption().theme->id, "codex");
+    writeDocument({{"sessions", {{{"id", "a"}, {"cwd", "/work/app/"}, {"branch", "main"}}}},
+                   {"discoveredSessions", {{{"sessionId", "c"}, {"source", "gemini"}}}}});
+    loop.advance(stateTick);
+    EXPECT_EQ(caption().theme->id, "gemini");
+    EXPECT_EQ(*caption().sessionLabel, "app · main");
+}
+
+TEST_F(Captions, TheBadgeCountsWhatCameWhileTheListenerWasBack) {
+    start();
+    playMessage("m1", "one");
+    playMessage("m2", "two");
+    coordinator->handleIPC({{"cmd", "scrub"}, {"index", 1}});
+    playMessage("m3", "three");
+    playMessage("m4", "four");
+    EXPECT_EQ(*caption().newLiveCount, 2);
+    caption().onJumpToLive();
+    loop.runPosted();
+    EXPECT_EQ(*caption().newLiveCount, 0);
 }
 
 TEST_F(Captions, ANewAttachOpensThemUnlessTheUserTurnedThemOff) {

@@ -170,7 +170,11 @@ TEST_F(HistoryCommands, TheMessageBeforeAnAttachIsSpokenOnceAsAProof) {
     EXPECT_EQ(heardMessage(), "before");
     reply(transcript, "before", "What was said just before");
     reply(transcript, "after", "What was said after it");
-    ASSERT_TRUE(loop.runUntil([&] { return coordinator->queue().totalChunksThisTurn() == 2; }));
+    ASSERT_TRUE(loop.runUntil([&] { return log.count("chunk enqueued") == 2; }));
+    send({{"cmd", "skip"}});
+    EXPECT_EQ(heardMessage(), "after");
+    loop.advance(std::chrono::seconds(1));
+    EXPECT_EQ(log.count("chunk enqueued"), 2U);
 }
 
 TEST_F(HistoryCommands, SkippingForAMinuteLeavesTheCursorRight) {

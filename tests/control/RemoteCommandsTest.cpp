@@ -47,6 +47,32 @@ TEST_F(RemoteCommands, PreviousIsOfferedWhileSomethingPlaysOrInHistory) {
     EXPECT_EQ(remote.canNavigate, true);
 }
 
+TEST_F(RemoteCommands, NextLeadsForwardAgain) {
+    for (const auto* id : {"m1", "m2", "m3"}) {
+        playMessage(id, "words");
+        coordinator->handleIPC({{"cmd", "skip"}});
+    }
+    coordinator->handleIPC({{"cmd", "scrub"}, {"index", 2}});
+    loop.runPosted();
+    EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m1");
+    EXPECT_EQ(remote.handlers.nextTrack(), Status::success);
+    loop.runPosted();
+    EXPECT_EQ(coordinator->queue().currentChunk()->messageId, "m2");
+}
+
+TEST_F(RemoteCommands, NextInAPauseIsSeenAtOnce) {
+    playMessage("m1", "one");
+    playMessage("m1", "two");
+    remote.handlers.pause();
+    loop.runPosted();
+    EXPECT_EQ(remote.canNavigate, true);
+    EXPECT_EQ(remote.handlers.nextTrack(), Status::success);
+    loop.runPosted();
+    EXPECT_EQ(*caption().status, NarrationStatus::paused(1));
+    EXPECT_EQ(coordinator->queue().current(), nullptr);
+    EXPECT_EQ(remote.canNavigate, false);
+}
+
 TEST_F(RemoteCommands, SeekStopAndVolumeActOnTheQueue) {
     playMessage("m1", "one");
     remote.handlers.seek(1.5);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "platform/FloatingPanel.h"
@@ -23,6 +24,7 @@ class FakePanel : public FloatingPanel {
     void orderFront() override {
         visible_ = true;
         ++fronts;
+        if (onOrderFront) onOrderFront();
     }
     void orderOut() override { visible_ = false; }
     [[nodiscard]] bool isVisible() const override { return visible_; }
@@ -36,7 +38,8 @@ class FakePanel : public FloatingPanel {
 
     std::vector<Move> moves;  ///< that the owner asked for
     int fronts = 0;
-    double opacity = -1;  ///< below 0 until it is set
+    std::function<void()> onOrderFront;  ///< what happens meanwhile elsewhere
+    double opacity = -1;                 ///< below 0 until it is set
 
   private:
     Rect frame_;
