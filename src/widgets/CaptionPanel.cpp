@@ -153,7 +153,9 @@ void CaptionPanel::refreshStatus() {
         flow_->hasWords() && *model_.chunkText != NarrationStatusFormat::placeholder({});
     flow_->setVisible(hasWords);
     placeholder_->setStatus(hasWords ? QString() : line, spins);
-    status_->setStatus(hasWords ? line : QString(), spins);
+    // Words that stand there while nothing plays need no comment.
+    const bool isIdle = status.phase == NarrationStatus::Phase::idle;
+    status_->setStatus(hasWords && !isIdle ? line : QString(), spins);
     arrange();
 }
 

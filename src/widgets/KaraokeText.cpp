@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "frame/Text.h"
+
 namespace sonra {
 
-void KaraokeText::setText(const std::string& text) {
+void KaraokeText::setText(const std::string& whole) {
+    const auto text = std::string(text::prefix(whole, mostCharacters));
     words_ = KaraokeMath::tokenize(text);
     text_.clear();
     spans_.clear();

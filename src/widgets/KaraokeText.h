@@ -27,7 +27,10 @@ class KaraokeText {
         double baseline = 0;
     };
 
-    /// Takes UTF-8; layOut must follow.
+    /// What of a text is laid out: a layout holds the main thread, and nobody reads a book here.
+    static constexpr std::size_t mostCharacters = 60'000;
+
+    /// Takes UTF-8, of which it shows no more than `mostCharacters`; layOut must follow.
     void setText(const std::string& text);
     void layOut(const QFont& font, double width, double lineHeight);
 

@@ -13,9 +13,11 @@ QString oneLine(const std::string& text) {
     return line;
 }
 
-QString words(const std::vector<MenuText>& title) {
+QString words(const std::vector<MenuText>& title, MenuDrawnBy drawer) {
     QString joined;
     for (const auto& piece : title) {
+        // Here the row's icon shows it; not every panel shows icons.
+        if (piece.role == MenuText::Role::activeDot && drawer == MenuDrawnBy::qt) continue;
         joined += oneLine(piece.text);
         const bool isLast = &piece == &title.back();
         if (piece.role == MenuText::Role::chip && !isLast) joined += u"  ";
@@ -34,8 +36,9 @@ void escapeForPanel(QString& label) {
 }  // namespace
 
 QString menuLabel(const MenuRow& row, MenuDrawnBy drawer) {
-    auto label = words(row.title);
-    if (!row.trailing.empty()) label += u'\t' + oneLine(row.trailing);
+    auto label = words(row.title, drawer);
+    const auto& trailing = row.trailing.empty() ? row.imageDescription : row.trailing;
+    if (!trailing.empty()) label += u'\t' + oneLine(trailing);
     if (drawer == MenuDrawnBy::panel)
         escapeForPanel(label);
     else

@@ -11,7 +11,8 @@ namespace sonra {
 enum class MenuDrawnBy { panel, qt };
 
 /// A row's title as one line of plain text, what stands at its right edge behind a tab, so that
-/// every character is shown as it is. Pure.
+/// every character is shown as it is. What an image means stands there too, since nobody hears an
+/// image. Pure.
 QString menuLabel(const MenuRow& row, MenuDrawnBy drawer);
 
 }  // namespace sonra

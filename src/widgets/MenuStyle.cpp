@@ -13,25 +13,42 @@ QString rgba(const QColor& color) {
         .arg(color.alpha());
 }
 
+/// The captions' typeface, as a style sheet names it: submenus inherit sheets, but no fonts.
+QString families() {
+    QStringList quoted;
+    for (const auto& family : Tokens::font(13).families())
+        quoted << u'"' + QString(family).remove(u'"') + u'"';
+    return quoted.join(QStringLiteral(", "));
+}
+
 }  // namespace
 
 QString menuStyleSheet(const Look& look) {
     const auto tokens = Tokens::of(look);
+    const auto on = look.dark ? QStringLiteral("dark") : QStringLiteral("light");
+    // In high contrast the chosen row is the menu turned inside out, and what can't be chosen dims.
+    const auto& chosen = look.highContrast ? tokens.text : tokens.hover;
+    const auto& chosenText = look.highContrast ? tokens.ground : tokens.text;
+    const auto& disabled = look.highContrast ? tokens.dim : tokens.soft;
     // Menus lie on anything: more opaque than a caption, which has few words.
     auto ground = tokens.ground;
     ground.setAlpha(255);
     return QStringLiteral(
                "QMenu { background: %1; color: %2; border: 1px solid %3; border-radius: %4px;"
-               " padding: 5px; font-size: 13px; }"
-               "QMenu::item { padding: 6px 24px 6px 10px; border-radius: %5px; }"
-               "QMenu::item:selected { background: %6; }"
+               " padding: 5px; menu-scrollable: 1; font-family: %10; font-size: 13px; }"
+               "QMenu::item { padding: 6px 26px 6px 14px; border-radius: %5px; }"
+               "QMenu::item:selected { background: %6; color: %8; }"
                "QMenu::item:disabled { color: %7; background: transparent; }"
-               "QMenu::icon, QMenu::indicator { left: 10px; }"
+               "QMenu::icon { left: 9px; }"
+               "QMenu::indicator { width: 14px; height: 14px; left: 9px; }"
+               "QMenu::indicator:checked { image: url(:/sonra/icons/check-on-%9.svg); }"
+               "QMenu::right-arrow { image: url(:/sonra/icons/submenu-on-%9.svg);"
+               " width: 12px; height: 12px; right: 8px; }"
                "QMenu::separator { height: 1px; background: %3; margin: 5px 9px; }")
         .arg(rgba(ground), rgba(tokens.text), rgba(tokens.hairline))
         .arg(look.composited ? 10 : 0)
         .arg(Tokens::chipRadius)
-        .arg(rgba(tokens.hover), rgba(tokens.soft));
+        .arg(rgba(chosen), rgba(disabled), rgba(chosenText), on, families());
 }
 
 }  // namespace sonra

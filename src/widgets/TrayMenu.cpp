@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "widgets/AgentDot.h"
 #include "widgets/SymbolicIcon.h"
 
 namespace sonra {
@@ -30,6 +31,17 @@ QIcon imageOf(Image image, const QColor& ink) {
             return icon("process-stop-symbolic", "detach");
     }
     return {};
+}
+
+/// A row without an image of its own shows its agent.
+QIcon iconOf(const MenuRow& row, const QColor& ink) {
+    if (row.image != Image::none) return imageOf(row.image, ink);
+    const auto dot = agentDotOf(row);
+    return dot ? dot->icon() : QIcon();
+}
+
+bool showsTheSame(const MenuRow& one, const MenuRow& other) {
+    return one.image == other.image && agentDotOf(one) == agentDotOf(other);
 }
 
 }  // namespace
@@ -103,7 +115,7 @@ void TrayMenu::update(Entry& entry, MenuRow row, bool isNew) const {
     if (const auto label = menuLabel(row, drawer_); label != action.text()) action.setText(label);
     const auto toolTip = QString::fromStdString(row.toolTip);
     if (toolTip != action.toolTip()) action.setToolTip(toolTip);
-    if (isNew || row.image != entry.row.image) action.setIcon(imageOf(row.image, ink_));
+    if (isNew || !showsTheSame(row, entry.row)) action.setIcon(iconOf(row, ink_));
     action.setEnabled(row.isEnabled);
     action.setCheckable(row.isChecked.has_value());
     action.setChecked(row.isChecked.value_or(false));
@@ -141,7 +153,7 @@ void TrayMenu::click(const std::string& id) {
 void TrayMenu::setInk(const QColor& ink) {
     ink_ = ink;
     for (const auto& [id, entry] : entries_) {
-        if (entry->row.image != Image::none) entry->action->setIcon(imageOf(entry->row.image, ink));
+        if (entry->row.image != Image::none) entry->action->setIcon(iconOf(entry->row, ink));
         if (entry->submenu) entry->submenu->setInk(ink);
     }
 }
