@@ -2,7 +2,7 @@
 import unittest
 
 from service import assistant_line
-from soundlab import RATE, loudness, wait_for
+from soundlab import RATE, loudness, wait_for, write_tone
 from test_narration import NarrationCase
 
 LONG = " and then ".join(["this sentence goes on for a good while"] * 12)
@@ -47,7 +47,13 @@ class Transport(NarrationCase):
         wait_for("the document", lambda: self.home.state().get("paused"))
         self.home.append(assistant_line(1, "This was written while we paused"))
         wait_for("the chunk", lambda: self.home.log("chunk enqueued"))
+        # What came before it is behind it once another command has been carried out.
+        self.service.send({"cmd": "volume", "value": 99})
+        wait_for("the volume", lambda: self.home.state().get("volume") == 99)
+        recorded = self.sound.seconds()
+        wait_for("half a second of recording", lambda: self.sound.seconds() > recorded + 0.5)
         self.assertEqual(self.heard(), 0)
+        self.assertEqual(self.home.log("playback started"), [])
         self.service.send({"cmd": "resume"})
         self.wait_heard(1)
 
@@ -56,20 +62,21 @@ class Transport(NarrationCase):
         self.home.append(assistant_line(2, "The next one starts at once"))
         wait_for("the next chunk", lambda: len(self.home.log("chunk enqueued")) == 2)
         self.service.send({"cmd": "skip"})
-        wait_for("the next chunk to end", lambda: self.home.log("chunk finished"))
-        self.assertEqual(len(self.home.log("playback started")), 2)
+        wait_for("the next chunk", lambda: self.home.now_playing().get("messageId") == "u-2", 5)
+        wait_for("its end", lambda: self.home.log("chunk finished"))
+        self.assertEqual(len(self.home.log("chunk finished")), 1, "what was skipped doesn't come to its end")
 
-    def test_clear_and_stop_silence_and_empty_the_queue(self):
-        for command in ("clear", "stop"):
-            with self.subTest(command):
-                self.service.send({"cmd": "detach", "id": self.home.session})
-                before = len(self.home.log("playback started"))
-                self.listen()
-                self.home.append(assistant_line(command, LONG))
-                wait_for("the first sound", lambda: len(self.home.log("playback started")) > before)
-                self.service.send({"cmd": command})
-                self.wait_silent()
-                wait_for("an idle snapshot", lambda: self.home.now_playing()["state"] == "idle")
+    def silences_and_empties_the_queue(self, command):
+        self.start_speaking()
+        self.service.send({"cmd": command})
+        self.wait_silent()
+        wait_for("an idle snapshot", lambda: self.home.now_playing()["state"] == "idle")
+
+    def test_clear_silences_and_empties_the_queue(self):
+        self.silences_and_empties_the_queue("clear")
+
+    def test_stop_silences_and_empties_the_queue(self):
+        self.silences_and_empties_the_queue("stop")
 
     def test_volume_is_heard_at_once_and_written(self):
         self.start_speaking()
@@ -102,29 +109,20 @@ class Transport(NarrationCase):
         self.start_speaking()
         wait_for("a second of speech", lambda: self.home.now_playing()["elapsed"] > 1)
         self.service.send({"cmd": "restart"})
-        wait_for("the start again", lambda: self.home.now_playing()["elapsed"] < 1)
+        again = wait_for("the start again", lambda: self.home.now_playing()["elapsed"] < 1 and self.home.now_playing(), 5)
+        self.assertEqual(again["state"], "playing")
+        self.assertEqual((len(self.home.log("playback started")), self.home.log("chunk finished")), (1, []))
 
     def test_play_speaks_a_file_and_takes_it_over(self):
         self.sound.record()
         wav = self.home.path / "made.wav"
-        self.home.path.joinpath("text").write_text("a file made by somebody else")
-        self.make_wav(wav)
+        write_tone(wav)
         self.service.send({"cmd": "play", "wav": str(wav), "text": "a file", "sessionId": "s", "messageId": "m"})
         self.wait_heard(1)
         wait_for("the file to go", lambda: not wav.exists())
         self.service.send({"cmd": "play", "text": "no file at all"})
         self.service.send({"cmd": "play", "wav": 7})
         self.assertEqual(len(self.home.log("chunk enqueued")), 1)
-
-    def make_wav(self, path):
-        import math
-        import struct
-        import wave
-        with wave.open(str(path), "wb") as out:
-            out.setnchannels(1)
-            out.setsampwidth(2)
-            out.setframerate(RATE)
-            out.writeframes(b"".join(struct.pack("<h", int(9000 * math.sin(i / 20))) for i in range(RATE // 2)))
 
 
 class SoundServerTroubles(NarrationCase):
