@@ -114,6 +114,37 @@ TEST(KaraokeMath, ARangeThatOnlyTouchesAWordDoesNotMakeItActive) {
     EXPECT_EQ(WordRole::past, KaraokeMath::role(word, TextRange{9, 12}, 9));
 }
 
+TEST(KaraokeMath, AnEmptyRangeBesideAWordDoesNotMakeItActive) {
+    const auto word = KaraokeMath::tokenize("the quick")[1];
+    for (const std::size_t at : {0U, 3U, 4U, 9U, 12U}) {
+        EXPECT_EQ(WordRole::future, KaraokeMath::role(word, TextRange{at, at}, {})) << at;
+        EXPECT_EQ(WordRole::future, KaraokeMath::role(word, TextRange{at, at}, 8)) << at;
+        EXPECT_EQ(WordRole::past, KaraokeMath::role(word, TextRange{at, at}, 9)) << at;
+    }
+}
+
+TEST(KaraokeMath, WithAnActiveWordAndNothingPastTheOthersAreYetToCome) {
+    const auto words = KaraokeMath::tokenize("the quick brown");
+    EXPECT_EQ(WordRole::future, KaraokeMath::role(words[0], words[1].range, {}));
+    EXPECT_EQ(WordRole::active, KaraokeMath::role(words[1], words[1].range, {}));
+    EXPECT_EQ(WordRole::future, KaraokeMath::role(words[2], words[1].range, {}));
+}
+
+TEST(KaraokeMath, ARangeOverSeveralWordsMakesAllOfThemActive) {
+    const auto words = KaraokeMath::tokenize("the quick brown fox");
+    const TextRange active{5, 11};
+    EXPECT_EQ(WordRole::past, KaraokeMath::role(words[0], active, active.begin));
+    EXPECT_EQ(WordRole::active, KaraokeMath::role(words[1], active, active.begin));
+    EXPECT_EQ(WordRole::active, KaraokeMath::role(words[2], active, active.begin));
+    EXPECT_EQ(WordRole::future, KaraokeMath::role(words[3], active, active.begin));
+}
+
+TEST(KaraokeMath, ALoneWordBeginsInTheMiddle) {
+    EXPECT_EQ(-1, KaraokeMath::wordIndex(0.49, 1));
+    EXPECT_EQ(0, KaraokeMath::wordIndex(0.5, 1));
+    EXPECT_EQ(0, KaraokeMath::wordIndex(1, 1));
+}
+
 TEST(KaraokeMath, ContentThatFitsDoesNotScroll) {
     EXPECT_EQ(0, KaraokeMath::scrollOffset(80, 100, 100, 0.45));
     EXPECT_EQ(0, KaraokeMath::scrollOffset(80, 100, 60, 0.45));

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
 
 #include "captions/CaptionFixture.h"
@@ -37,6 +38,14 @@ class LegacyPlayerTest : public testing::Test {
         testing::internal::CaptureStderr();
         loop_.advance(by);
         return testing::internal::GetCapturedStderr();
+    }
+
+    /// What the first that connected has sent so far.
+    static std::string receivedBy(const UniqueFd& listener) {
+        const UniqueFd accepted(accept(listener.get(), nullptr, nullptr));
+        std::array<char, 4096> bytes{};
+        const auto got = recv(accepted.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+        return {bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))};
     }
 
     test::TempDir directory_;
@@ -122,15 +131,11 @@ TEST_F(LegacyPlayerTest, WithASocketTheServerShowsTheCaptions) {
     const UniqueFd listener(bindUnixSocket(*args_.captionsSock));
     run();
     loop_.advance(200ms);
-    const UniqueFd accepted(accept(listener.get(), nullptr, nullptr));
-    std::array<char, 4096> bytes{};
-    const auto got = recv(accepted.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-    ASSERT_GT(got, 0);
     EXPECT_EQ(
         "{\"cmd\":\"set\",\"text\":\"the quick brown fox jumps\"}\n"
         "{\"cmd\":\"highlight\",\"progress\":0.05}\n"
         "{\"cmd\":\"highlight\",\"progress\":0.1}\n",
-        std::string(bytes.data(), static_cast<std::size_t>(got)));
+        receivedBy(listener));
     EXPECT_EQ(nullptr, desktop_.panel);
 }
 
@@ -153,12 +158,38 @@ TEST_F(LegacyPlayerTest, ASocketAloneAsksForNoCaptions) {
 }
 
 TEST_F(LegacyPlayerTest, AFileOfNoLengthEndsAtOnceWithStatusZero) {
-    args_.captions = true;
     players_.setDuration(0);
     run();
     loop_.advance(0ms);
     EXPECT_EQ((std::vector{0}), statuses_);
+}
+
+/// As while a player doesn't know the length of its file, or not any more.
+TEST_F(LegacyPlayerTest, WhilePlayingWithoutALengthTheProgressIsZero) {
+    args_.captions = true;
+    run();
+    loop_.advance(1s);
+    ASSERT_DOUBLE_EQ(0.5, *desktop_.model->progress);
+    players_.sound()->duration = 0;
+    loop_.advance(100ms);
+    ASSERT_TRUE(players_.sound()->playing);
+    EXPECT_EQ(0, *desktop_.model->duration);
     EXPECT_EQ(0, *desktop_.model->progress);
+    EXPECT_EQ("", desktop_.activeWord());
+}
+
+TEST_F(LegacyPlayerTest, WithoutALengthTheServerIsToldAProgressOfZero) {
+    args_.captions = true;
+    args_.captionsSock = directory_ / "s";
+    const UniqueFd listener(bindUnixSocket(*args_.captionsSock));
+    run();
+    players_.sound()->duration = 0;
+    loop_.advance(100ms);
+    ASSERT_TRUE(players_.sound()->playing);
+    EXPECT_EQ(
+        "{\"cmd\":\"set\",\"text\":\"the quick brown fox jumps\"}\n"
+        "{\"cmd\":\"highlight\",\"progress\":0.0}\n",
+        receivedBy(listener));
 }
 
 }  // namespace
