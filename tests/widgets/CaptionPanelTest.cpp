@@ -280,5 +280,38 @@ TEST_F(CaptionPanelTest, StatusStandsInTheMiddleOnlyWithoutWords) {
     EXPECT_EQ(child("Waiting for narration…")->geometry().center().x(), panel.rect().center().x());
 }
 
+TEST_F(CaptionPanelTest, WordsThatStandThereWhileNothingPlaysNeedNoComment) {
+    look.set({.reducedMotion = true});
+    model.chunkText = std::string(text);
+    model.status = NarrationStatus{NarrationStatus::Phase::synthesizing};
+    show();
+    auto* line = child("Synthesizing…");
+    ASSERT_NE(line, nullptr);
+    EXPECT_TRUE(line->isVisible());
+    model.status = NarrationStatus{};
+    EXPECT_FALSE(line->isVisible());
+    EXPECT_EQ(line->accessibleName(), "");
+    EXPECT_EQ(child("Waiting for narration…"), nullptr);
+    EXPECT_TRUE(child(text)->isVisible());
+}
+
+TEST_F(CaptionPanelTest, APauseIsSaidAboveTheWords) {
+    look.set({.reducedMotion = true});
+    model.chunkText = std::string(text);
+    model.status = NarrationStatus::paused(0);
+    show();
+    auto* line = child("Paused");
+    ASSERT_NE(line, nullptr);
+    EXPECT_TRUE(line->isVisible());
+    EXPECT_TRUE(child(text)->isVisible());
+    EXPECT_LE(line->geometry().bottom(), child(text)->geometry().top() + 24);
+    EXPECT_LT(line->geometry().bottom(), 60);
+    model.status = NarrationStatus::paused(3);
+    EXPECT_EQ(line->accessibleName(), QString::fromUtf8("Paused · 3 queued"));
+    EXPECT_TRUE(line->isVisible());
+    model.status = NarrationStatus{};
+    EXPECT_FALSE(line->isVisible());
+}
+
 }  // namespace
 }  // namespace sonra::test
