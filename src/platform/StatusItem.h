@@ -13,7 +13,7 @@ struct MenuText {
 
     std::string text;
     Role role = Role::label;
-    std::string source;  ///< for a chip: the agent whose colours it has
+    std::string source = {};  ///< for a chip: the agent whose colours it has
 
     bool operator==(const MenuText&) const = default;
 };

@@ -26,9 +26,9 @@ QString families() {
 QString menuStyleSheet(const Look& look) {
     const auto tokens = Tokens::of(look);
     const auto on = look.dark ? QStringLiteral("dark") : QStringLiteral("light");
-    // In high contrast the chosen row is the menu turned inside out, and what can't be chosen dims.
-    const auto& chosen = look.highContrast ? tokens.text : tokens.hover;
-    const auto& chosenText = look.highContrast ? tokens.ground : tokens.text;
+    // In high contrast a frame shows what is chosen, and what can't be chosen dims.
+    const auto chosen = look.highContrast ? QColor(Qt::transparent) : tokens.hover;
+    const auto frame = look.highContrast ? tokens.text : QColor(Qt::transparent);
     const auto& disabled = look.highContrast ? tokens.dim : tokens.soft;
     // Menus lie on anything: more opaque than a caption, which has few words.
     auto ground = tokens.ground;
@@ -36,8 +36,9 @@ QString menuStyleSheet(const Look& look) {
     return QStringLiteral(
                "QMenu { background: %1; color: %2; border: 1px solid %3; border-radius: %4px;"
                " padding: 5px; menu-scrollable: 1; font-family: %10; font-size: 13px; }"
-               "QMenu::item { padding: 6px 26px 6px 14px; border-radius: %5px; }"
-               "QMenu::item:selected { background: %6; color: %8; }"
+               "QMenu::item { padding: 5px 25px 5px 13px; border-radius: %5px;"
+               " border: 1px solid transparent; }"
+               "QMenu::item:selected { background: %6; border-color: %8; }"
                "QMenu::item:disabled { color: %7; background: transparent; }"
                "QMenu::icon { left: 9px; }"
                "QMenu::indicator { width: 14px; height: 14px; left: 9px; }"
@@ -48,7 +49,7 @@ QString menuStyleSheet(const Look& look) {
         .arg(rgba(ground), rgba(tokens.text), rgba(tokens.hairline))
         .arg(look.composited ? 10 : 0)
         .arg(Tokens::chipRadius)
-        .arg(rgba(chosen), rgba(disabled), rgba(chosenText), on, families());
+        .arg(rgba(chosen), rgba(disabled), rgba(frame), on, families());
 }
 
 }  // namespace sonra
