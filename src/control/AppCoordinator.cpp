@@ -18,6 +18,8 @@ namespace {
 
 using History = MessageHistoryQueueState;
 
+constexpr std::chrono::milliseconds snapshotDelay{20};
+
 SpeechConfig configOf(const ServiceState& state) {
     return {{VoiceID::Namespace::kokoro, state.voice}, state.speed, static_cast<int>(state.volume)};
 }
@@ -117,7 +119,7 @@ void AppCoordinator::onIdle() {
 
 void AppCoordinator::onSynthesisStart() {
     ++synthesesUnderWay_;
-    nowPlayingSnapshot_->updateSynthesizing(true);
+    tellSynthesizing();
     captions_->synthesisBegan();
     menuBar_->setSynthesizing(true);
 }
@@ -125,11 +127,18 @@ void AppCoordinator::onSynthesisStart() {
 /// A message that was under way at the last detach may have brought the worker up once more.
 void AppCoordinator::onSynthesisEnd() {
     --synthesesUnderWay_;
-    nowPlayingSnapshot_->updateSynthesizing(isSynthesizing());
+    tellSynthesizing();
     menuBar_->setSynthesizing(isSynthesizing());
     if (isSynthesizing()) return;
     captions_->synthesisEnded(queueStatus());
     if (!sessions_->isNarrating()) stopWorkerUnlessAttached();
+}
+
+/// A moment later: replacing a file can take as long as a quick voice does, and the sound comes
+/// first.
+void AppCoordinator::tellSynthesizing() {
+    synthesizingTeller_ = platform_.loop.after(
+        snapshotDelay, [this] { nowPlayingSnapshot_->updateSynthesizing(isSynthesizing()); });
 }
 
 NarrationStatus AppCoordinator::queueStatus() const {

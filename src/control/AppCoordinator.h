@@ -115,6 +115,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void onLastDetach();
     void onSynthesisStart();
     void onSynthesisEnd();
+    void tellSynthesizing();
     void stopWorkerUnlessAttached();
     void offerSession(const AttachRequest& request);
     void setSession(const AttachRequest& request);
@@ -165,6 +166,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     bool passedOverForGood_ = false;  ///< until its row changes
     Log log_;
     LoopHandle stateTimer_;
+    LoopHandle synthesizingTeller_;
     std::jthread watchdog_;  ///< of a quit; ends with the coordinator
 };
 

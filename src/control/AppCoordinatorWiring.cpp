@@ -157,6 +157,7 @@ void AppCoordinator::wireTransport() {
     commands_.add("resume", [this](const Json&) { applyPauseState(false); });
     commands_.add("toggle", [this](const Json&) { applyPauseState(!queue_->paused()); });
     commands_.add("skip", [this](const Json&) {
+        if (queue_->current() == nullptr) return;
         queue_->skip();
         noteSkip();
     });

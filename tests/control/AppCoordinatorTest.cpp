@@ -182,10 +182,16 @@ TEST_F(Coordinator, SnapshotTellsThatSpeechIsBeingMade) {
     start();
     coordinator->attachSession("s1", "/p");
     reply(transcript, "m1", "A reply that takes its time");
-    EXPECT_TRUE(loop.runUntil([&] { return snapshot()["synthesizing"] == true; }));
+    const auto tells = [&](bool synthesizing) {
+        return loop.runUntil([&] {
+            loop.advance(std::chrono::milliseconds(1));
+            return snapshot()["synthesizing"] == synthesizing;
+        });
+    };
+    EXPECT_TRUE(tells(true));
     test::writeFile(gate, "");
     EXPECT_TRUE(waitForPlays(1));
-    EXPECT_TRUE(loop.runUntil([&] { return snapshot()["synthesizing"] == false; }));
+    EXPECT_TRUE(tells(false));
 }
 
 TEST_F(Coordinator, WithoutTheControlToolNothingIsWarmedAhead) {
