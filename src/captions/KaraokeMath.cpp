@@ -55,7 +55,8 @@ int wordIndex(double progress, std::size_t wordCount) {
 
 WordRole role(const KaraokeWord& word, const std::optional<TextRange>& activeRange,
               std::optional<std::size_t> pastEndIndex) {
-    if (activeRange && word.range.begin < activeRange->end && word.range.end > activeRange->begin)
+    const bool isRange = activeRange && activeRange->begin < activeRange->end;
+    if (isRange && word.range.begin < activeRange->end && word.range.end > activeRange->begin)
         return WordRole::active;
     return pastEndIndex && word.range.end <= *pastEndIndex ? WordRole::past : WordRole::future;
 }

@@ -64,8 +64,11 @@ bool SessionHistory::readMoreBackward() {
         static_cast<std::size_t>(std::min<std::uint64_t>(nextReadEnd_, chunkBytes_));
     const std::uint64_t start = nextReadEnd_ - length;
     std::string block(length, '\0');
+    const auto got = file.readAt(start, block.data(), length);
+    if (got == 0) return endReading();
     // A block that has lost its end isn't what the carried bytes follow.
-    if (file.readAt(start, block.data(), length) < length) return endReading();
+    if (got < length) carryHead_.clear();
+    block.resize(got);
     nextReadEnd_ = start;
     takeBlock(std::move(block));
     if (nextReadEnd_ == 0) hitFileStart_ = true;
