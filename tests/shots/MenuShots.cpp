@@ -155,7 +155,7 @@ class OpenMenu {
     OpenMenu(const Shot& shot, const Look& look)
         : controller_(item_, [] { return nowMs; }),
           menu_(sonra::MenuDrawnBy::qt, sonra::Tokens::of(look).text) {
-        controller_.setCallbacks({.onAbout = [] {}, .onToggleStartAtLogin = [] {}});
+        controller_.setCallbacks({.onToggleStartAtLogin = [] {}});
         Picture picture;
         shot.prepare(picture);
         controller_.reflect(picture);
