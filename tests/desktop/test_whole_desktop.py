@@ -293,6 +293,8 @@ class Captions(WholeDesktop):
     def test_it_shows_what_is_spoken(self):
         self.attach()
         self.wait_visible()
+        # Folder and branch of the session come with the next look at the shared document.
+        self.captions.settled(2)
         one, other = "These words are to be seen", "Other words are to be seen"
         first = self.shown_of(1, one)
         self.assertNotEqual(self.shown_of(2, other), first)

@@ -231,9 +231,11 @@ TEST_F(PulseFilePlayerTest, VolumeChangedInAPauseIsHeardFromItsEndOn) {
     ASSERT_TRUE(untilFinished());
     const auto recording = heard();
     EXPECT_EQ(recording.sound().size(), samples.size());
-    const auto first = recording.utterances(100ms).front();
-    const auto rest = std::span(samples).subspan(first.end - first.begin);
-    EXPECT_TRUE(recording.find(rest, quiet, 0.5F));
+    // A busy server may have had a gap in the first part.
+    std::size_t before = 0;
+    for (const auto& part : recording.utterances(100ms))
+        if (part.begin < quiet) before += part.end - part.begin;
+    EXPECT_TRUE(recording.find(std::span(samples).subspan(before), quiet, 0.5F));
 }
 
 TEST_F(PulseFilePlayerTest, VolumeInTheMixerIsTheUsers) {
