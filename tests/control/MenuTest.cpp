@@ -110,8 +110,8 @@ TEST_F(Menu, QuitStopsInGoodOrder) {
 TEST_F(Menu, QuitEndsWithinASecondEvenIfItsOrderHangs) {
     start();
     // Work that fills the pool is no help to a quit that hangs.
-    Semaphore freed;
-    for (int thread = 0; thread < 8; ++thread) pool.post([&freed] { freed.wait(); });
+    const auto freed = std::make_shared<Semaphore>();
+    for (int thread = 0; thread < 8; ++thread) pool.post([freed] { freed->wait(); });
     const auto wish = std::chrono::steady_clock::now();
     statusItem.row("quit").onClick();
     // The main loop doesn't run any more: what it was to do never happens.
@@ -120,7 +120,7 @@ TEST_F(Menu, QuitEndsWithinASecondEvenIfItsOrderHangs) {
     EXPECT_GE(took, std::chrono::milliseconds(900)) << "an orderly end has its time";
     EXPECT_LT(took, std::chrono::seconds(3));
     EXPECT_TRUE(exits.empty());
-    for (int thread = 0; thread < 8; ++thread) freed.signal();
+    for (int thread = 0; thread < 8; ++thread) freed->signal();
 }
 
 }  // namespace

@@ -75,12 +75,12 @@ TEST_F(TwoSessions, AnAttachTearsNobodyOutOfAnotherSessionsHistory) {
 
 TEST_F(TwoSessions, AMessageBeforeTheAttachThatIsFoundLateIsSpokenAllTheSame) {
     // Nothing can be looked for while the pool is busy; the attach doesn't wait for that.
-    Semaphore freed;
-    for (int thread = 0; thread < 8; ++thread) pool.post([&freed] { freed.wait(); });
+    const auto freed = std::make_shared<Semaphore>();
+    for (int thread = 0; thread < 8; ++thread) pool.post([freed] { freed->wait(); });
     coordinator->attachSession("a", "/p");
     EXPECT_TRUE(coordinator->sessions().isNarrating("a"));
     EXPECT_FALSE(hasHeard("a3"));
-    for (int thread = 0; thread < 8; ++thread) freed.signal();
+    for (int thread = 0; thread < 8; ++thread) freed->signal();
     EXPECT_TRUE(loop.runUntil([&] { return hasHeard("a3"); }));
 }
 
