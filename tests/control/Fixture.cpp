@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 
 #include "frame/ScriptResolver.h"
 #include "support/TranscriptLines.h"
@@ -11,11 +13,20 @@ namespace sonra::test {
 
 namespace {
 
+/// The name of a thread; empty for one that has ended, perhaps just now.
+std::string threadName(const std::filesystem::path& task) {
+    std::ifstream in(task / "comm");
+    std::string name;
+    std::getline(in, name);
+    return name;
+}
+
 /// Whether the history's queues, which end by themselves behind their owner, have ended.
 bool historyQueuesHaveEnded() {
-    std::error_code ignored;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task", ignored)) {
-        const auto name = readFile(task.path() / "comm");
+    std::error_code error;
+    for (std::filesystem::directory_iterator task("/proc/self/task", error), end;
+         !error && task != end; task.increment(error)) {
+        const auto name = threadName(task->path());
         for (const auto* queue : {"sonra.resynth", "sonra.history", "sonra.ring"})
             if (name.starts_with(queue)) return false;
     }
