@@ -146,7 +146,7 @@ bool CoordinatorTest::waitForPlays(std::size_t count) {
 }
 
 std::string CoordinatorTest::makeWav(const std::string& name) const {
-    const auto path = home / name;
+    auto path = home / name;
     writeFile(path, "RIFF");
     return path;
 }

@@ -43,6 +43,7 @@ class FakeStatusItem : public StatusItem {
     /// Title of each row; a separator is "-".
     static std::vector<std::string> titlesOf(const std::vector<MenuRow>& rows) {
         std::vector<std::string> titles;
+        titles.reserve(rows.size());
         for (const auto& candidate : rows)
             titles.push_back(candidate.kind == MenuRow::Kind::separator ? "-"
                                                                         : words(candidate.title));
