@@ -38,8 +38,9 @@ std::string pointerOf(const std::string& home) {
     return home + "/Library/Application Support/Sonra/ctl-path.txt";
 }
 
-std::optional<Resolved> resolveWith(const Environment& environment, std::optional<std::string> node,
-                                    std::optional<std::string> script) {
+std::optional<Resolved> resolveWith(const Environment& environment,
+                                    const std::optional<std::string>& node,
+                                    const std::optional<std::string>& script) {
     return CtlInvocation::resolve(
         "/home/u", environment, [=] { return node; }, [=](const std::string&) { return script; });
 }
