@@ -26,10 +26,10 @@ void addKeys(std::vector<std::string>& lines) {
         {R"({"\u0074ype":"assistant","uuid":"u","message":{"content":)" + hi + "}}",
          R"({"type":"\u0061ssistant","uuid":"u","message":{"content":)" + hi + "}}",
          R"({"type":"assist\u0061nt","uuid":"u","message":{"content":)" + hi + "}}",
-         R"({"type":"assistant","uuid":"u","message":{"content":[{"type":"te\u0078t",)"
-         R"("te\u0078t":"Hi."}]}})",
-         R"({"type":"assistant","uuid":"u","message":{"content":[{"t\u0079pe":"text",)"
-         R"("\u0074\u0065\u0078\u0074":"Hi."}]}})",
+         (R"({"type":"assistant","uuid":"u","message":{"content":[{"type":"te\u0078t",)"
+          R"("te\u0078t":"Hi."}]}})"),
+         (R"({"type":"assistant","uuid":"u","message":{"content":[{"t\u0079pe":"text",)"
+          R"("\u0074\u0065\u0078\u0074":"Hi."}]}})"),
          R"({"type":"assistant","u\u0075id":"u","message":{"content":)" + hi + "}}",
          R"({"Type":"assistant","uuid":"u","message":{"content":)" + hi + "}}",
          R"({"type":"user","uuid":"u","type":"assistant","message":{"content":)" + hi + "}}",
