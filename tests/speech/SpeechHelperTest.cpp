@@ -46,7 +46,7 @@ class SpeechHelperTest : public test::WorkerTest {
     }
     /// One that stops before the helper has begun.
     std::string stoppedLauncher() const {
-        const auto path = directory / "uv";
+        auto path = directory / "uv";
         test::writeFile(
             path, "#!/bin/sh\nkill -STOP $$\nexec " + std::string(launcherPath) + " \"$@\"\n");
         std::filesystem::permissions(path, std::filesystem::perms::owner_all);
