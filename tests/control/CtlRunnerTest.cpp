@@ -15,7 +15,8 @@ namespace {
 class CtlRunner : public testing::Test {
   protected:
     void SetUp() override {
-        test::writeFile(home / "node", "#!/bin/sh\nwhile [ ! -e " + (home / "go") +
+        test::writeFile(home / "node", "#!/bin/sh\necho \"$2\" >> " + (home / "started") +
+                                           "\nwhile [ ! -e " + (home / "go") +
                                            " ]; do sleep 0.01; done\nprintf '%s\\n' \"$@\" > " +
                                            (home / "told.tmp") + "; mv " + (home / "told.tmp") +
                                            " " + (home / "told") + "\n");
@@ -40,9 +41,13 @@ TEST_F(CtlRunner, StartsNothingWhenItIsDisabled) {
     const test::ScopedEnv disabled("TTS_DISABLE_CTL", "1");
     test::writeFile(home / "go", "");
     EXPECT_FALSE(runCtl({"stop-daemon"}));
-    EXPECT_FALSE(std::filesystem::exists(home / "told"));
     EXPECT_EQ(log.records().back()["input"],
               (Json{{"subcommand", "stop-daemon"}, {"argCount", 1}}));
+    // What is started behind it comes alone.
+    const test::ScopedEnv allowed("TTS_DISABLE_CTL", "0");
+    EXPECT_TRUE(runCtl({"install"}));
+    EXPECT_TRUE(loop.runUntil([&] { return std::filesystem::exists(home / "told"); }));
+    EXPECT_EQ(test::readFile(home / "started"), "install\n");
 }
 
 TEST_F(CtlRunner, ALaunchThatFailsIsLoggedWithItsReason) {
