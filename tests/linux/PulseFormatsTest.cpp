@@ -55,10 +55,14 @@ TEST_P(PulseFormatsTest, IsHeard) {
     ASSERT_TRUE(untilFinished());
     EXPECT_EQ(finished, std::vector<bool>{true});
     const auto recording = heard();
-    const auto utterances = recording.utterances(20ms);
-    ASSERT_EQ(utterances.size(), 1U);
-    EXPECT_NEAR(utterances[0].seconds(), 0.4, 0.02);
-    EXPECT_NEAR(recording.rms(utterances[0].begin, utterances[0].end), 0.5 / std::sqrt(2), 0.05);
+    double seconds = 0;
+    double power = 0;
+    for (const auto& part : recording.utterances(5ms)) {  // a busy server may have had a gap
+        seconds += part.seconds();
+        power += part.seconds() * std::pow(recording.rms(part.begin, part.end), 2);
+    }
+    EXPECT_NEAR(seconds, 0.4, 0.02);
+    EXPECT_NEAR(std::sqrt(power / seconds), 0.5 / std::sqrt(2), 0.05);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -43,11 +43,16 @@ std::optional<std::size_t> Recording::find(std::span<const float> pattern, std::
     const auto same = [scale](float heard, float played) {
         return std::abs(heard - played * scale) <= tolerance;
     };
-    const auto start =
-        samples.begin() + static_cast<std::ptrdiff_t>(std::min(from, samples.size()));
-    const auto at = std::search(start, samples.end(), pattern.begin(), pattern.end(), same);
-    if (at == samples.end()) return std::nullopt;
-    return static_cast<std::size_t>(at - samples.begin());
+    const bool silent = std::any_of(pattern.begin(), pattern.end(),
+                                    [scale](float sample) { return !isAudible(sample * scale); });
+    std::vector<std::size_t> places;
+    for (std::size_t i = from; i < samples.size(); ++i)
+        if (silent || isAudible(samples[i])) places.push_back(i);
+    const auto at =
+        std::search(places.begin(), places.end(), pattern.begin(), pattern.end(),
+                    [&](std::size_t place, float played) { return same(samples[place], played); });
+    if (at == places.end()) return std::nullopt;
+    return *at;
 }
 
 Recording::Clock::time_point Recording::arrivedAt(std::size_t sample) const {

@@ -34,7 +34,8 @@ struct Recording {
     /// Everything audible in one piece, silence cut out.
     [[nodiscard]] std::vector<float> sound() const;
     [[nodiscard]] double rms(std::size_t begin, std::size_t end) const;
-    /// Where `pattern` is found sample by sample, `scale` times as loud.
+    /// Where `pattern` is found sample by sample, `scale` times as loud. A pattern without silence
+    /// is found across the gaps that a busy server makes, too.
     [[nodiscard]] std::optional<std::size_t> find(std::span<const float> pattern,
                                                   std::size_t from = 0, float scale = 1) const;
     [[nodiscard]] Clock::time_point arrivedAt(std::size_t sample) const;
