@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -57,11 +58,12 @@ std::int64_t FileTail::sizeOf(const std::string& path) {
     return isFile ? status.st_size : 0;
 }
 
-std::optional<FileTail> FileTail::read(const std::string& path, std::int64_t start) {
+std::optional<FileTail> FileTail::read(const std::string& path, std::int64_t start,
+                                       std::size_t limit) {
     const Descriptor file(path);
     const auto size = regularSize(file.get());
     if (!size || start < 0 || start >= *size) return std::nullopt;
-    const auto wanted = static_cast<std::size_t>(*size - start);
+    const auto wanted = std::min(static_cast<std::size_t>(*size - start), limit);
     std::unique_ptr<char[]> buffer(new (std::nothrow) char[wanted]);
     if (!buffer) return std::nullopt;
     const std::size_t count = readAt(file.get(), buffer.get(), wanted, start);

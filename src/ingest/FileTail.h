@@ -19,8 +19,9 @@ class FileTail {
     /// Size of the file, 0 if there is none.
     static std::int64_t sizeOf(const std::string& path);
 
-    /// Absent if the file can't be read, or holds nothing behind `start`.
-    static std::optional<FileTail> read(const std::string& path, std::int64_t start);
+    /// At most `limit` bytes. Absent if the file can't be read, or holds nothing behind `start`.
+    static std::optional<FileTail> read(const std::string& path, std::int64_t start,
+                                        std::size_t limit = SIZE_MAX);
 
     std::string_view bytes() const { return {buffer_.get(), size_}; }
 

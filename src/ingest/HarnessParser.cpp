@@ -12,4 +12,8 @@ std::optional<HistoryMessage> HarnessParser::parse(const TranscriptRecord& recor
     return object ? parseObject(*object) : std::nullopt;
 }
 
+std::optional<HistoryMessage> HarnessParser::parseObject(const Json& /*object*/) const {
+    return std::nullopt;
+}
+
 }  // namespace sonra

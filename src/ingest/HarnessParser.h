@@ -27,7 +27,7 @@ class HarnessParser {
 
   protected:
     /// `object` is a JSON object.
-    virtual std::optional<HistoryMessage> parseObject(const Json& object) const = 0;
+    virtual std::optional<HistoryMessage> parseObject(const Json& object) const;
 };
 
 }  // namespace sonra

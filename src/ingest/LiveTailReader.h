@@ -33,6 +33,10 @@ class LiveTailReader {
     virtual Reading readSince(const std::string& url, TailOffset offset) const = 0;
     /// The parser for the records that this reader produces.
     virtual const HarnessParser& parser() const = 0;
+    /// The file or directory to look at for changes of the transcript `url`, and which exists if
+    /// the transcript may: for most agents the transcript itself. Told by the name; asked at every
+    /// step.
+    virtual std::string watchPath(const std::string& url) const { return url; }
 };
 
 }  // namespace sonra

@@ -49,9 +49,10 @@ struct SessionTailer::State : std::enable_shared_from_this<SessionTailer::State>
     void stop();
     void tick();
     void deliver(const LiveTailReader::Reading& reading, unsigned stopsBefore);
-    void armWatch(const std::string& location);
+    void armWatch(const std::string& path);
     void disarmWatch();
-    [[nodiscard]] bool isWatching(const std::string& location) const;
+    [[nodiscard]] bool isWatching(const std::string& path) const;
+    void rearmWatchIfMoved(const std::string& location);
     void armPollTimer();
     void onEvents(FileEvents events);
     void resetIfTruncated(const std::string& location);
@@ -64,7 +65,7 @@ void SessionTailer::State::start() {
     const std::string location = options.pathProvider();
     if (stops != stopsBefore) return;
     offset = chooseOffset(options.startOffset, reader.initialOffset(location));
-    armWatch(location);
+    armWatch(reader.watchPath(location));
     armPollTimer();
 }
 
@@ -75,14 +76,14 @@ void SessionTailer::State::stop() {
     disarmWatch();
 }
 
-void SessionTailer::State::armWatch(const std::string& location) {
+void SessionTailer::State::armWatch(const std::string& path) {
     // Looked at before it is watched: a file that takes the name in between makes the next step arm
     // once too often rather than never.
-    watchedFile = identify(location);
-    watch = watcher.watch(location, [weak = weak_from_this()](FileEvents events) {
+    watchedFile = identify(path);
+    watch = watcher.watch(path, [weak = weak_from_this()](FileEvents events) {
         if (const auto self = weak.lock()) self->onEvents(events);
     });
-    if (watch) watchedPath = location;
+    if (watch) watchedPath = path;
 }
 
 void SessionTailer::State::disarmWatch() {
@@ -92,8 +93,15 @@ void SessionTailer::State::disarmWatch() {
 
 /// A watch stays with its file and isn't told when a folder above is renamed, or a link to it leads
 /// elsewhere.
-bool SessionTailer::State::isWatching(const std::string& location) const {
-    return watchedPath == location && watchedFile == identify(location);
+bool SessionTailer::State::isWatching(const std::string& path) const {
+    return watchedPath == path && watchedFile == identify(path);
+}
+
+void SessionTailer::State::rearmWatchIfMoved(const std::string& location) {
+    const std::string path = reader.watchPath(location);
+    if (!started || isWatching(path)) return;
+    disarmWatch();
+    armWatch(path);
 }
 
 void SessionTailer::State::armPollTimer() {
@@ -111,7 +119,7 @@ void SessionTailer::State::onEvents(FileEvents events) {
     if (stops != stopsBefore || !(events.renamed || events.removed)) return;
     disarmWatch();
     const std::string location = options.pathProvider();
-    if (stops == stopsBefore) armWatch(location);
+    if (stops == stopsBefore) armWatch(reader.watchPath(location));
 }
 
 /// Only positions in a file can lie behind its end; a shrunken document of another kind holds the
@@ -126,10 +134,7 @@ void SessionTailer::State::tick() {
     const unsigned stopsBefore = stops;
     const std::string location = options.pathProvider();
     if (stops != stopsBefore) return;
-    if (started && !isWatching(location)) {
-        disarmWatch();
-        armWatch(location);
-    }
+    rearmWatchIfMoved(location);
     resetIfTruncated(location);
     const auto reading = reader.readSince(location, offset);
     // The cursor moves before the delivery, which isn't acknowledged: nothing is said twice.

@@ -23,6 +23,8 @@ class TailOffset {
     }
     static constexpr TailOffset unixMs(std::int64_t value) { return {Kind::unixMs, value}; }
 
+    static constexpr TailOffset of(Kind kind, std::int64_t value) { return {kind, value}; }
+
     constexpr Kind kind() const { return kind_; }
     constexpr std::int64_t intValue() const { return value_; }
 

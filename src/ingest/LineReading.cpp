@@ -1,0 +1,64 @@
+#include "ingest/LineReading.h"
+
+#include <utility>
+
+#include "ingest/FileTail.h"
+#include "ingest/Utf8Trim.h"
+
+namespace sonra::LineReading {
+namespace {
+
+/// How much of `bytes` is complete lines.
+std::string_view completeLines(std::string_view bytes) {
+    bytes = bytes.substr(0, trimToCompleteUtf8(bytes));
+    return bytes.substr(0, bytes.rfind('\n') + 1);  // none when there is no line feed
+}
+
+/// Hands each line of `bytes`, which ends in a line feed, and its position to `take`; empty lines
+/// aren't handed out.
+template <typename Take>
+void eachLine(std::string_view bytes, Take take) {
+    std::size_t start = 0;
+    while (start < bytes.size()) {
+        const std::size_t end = bytes.find('\n', start);
+        if (end > start) take(bytes.substr(start, end - start), start);
+        start = end + 1;
+    }
+}
+
+}  // namespace
+
+TailOffset endOf(const std::string& url) {
+    return TailOffset::byte(FileTail::sizeOf(url));
+}
+
+LiveTailReader::Reading since(const std::string& url, TailOffset offset) {
+    const auto tail = FileTail::read(url, offset.intValue());
+    if (!tail) return {{}, offset};
+    const auto bytes = completeLines(tail->bytes());
+    std::vector<TranscriptRecord> records;
+    eachLine(bytes, [&](std::string_view line, std::size_t) {
+        records.push_back(TranscriptRecord::jsonl(std::string(line)));
+    });
+    return {std::move(records),
+            TailOffset::byte(offset.intValue() + static_cast<std::int64_t>(bytes.size()))};
+}
+
+std::vector<Line> linesSince(const std::string& url, std::int64_t position) {
+    std::vector<Line> lines;
+    const auto tail = FileTail::read(url, position);
+    if (!tail) return lines;
+    eachLine(completeLines(tail->bytes()), [&](std::string_view line, std::size_t at) {
+        const auto start = position + static_cast<std::int64_t>(at);
+        lines.push_back(
+            {std::string(line), start, start + static_cast<std::int64_t>(line.size()) + 1});
+    });
+    return lines;
+}
+
+std::string beginning(const std::string& url, std::size_t count) {
+    const auto head = FileTail::read(url, 0, count);
+    return head ? std::string(head->bytes()) : std::string();
+}
+
+}  // namespace sonra::LineReading

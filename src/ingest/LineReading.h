@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ingest/LiveTailReader.h"
+
+/// What readers of line by line transcripts have in common. Any thread, never throws.
+namespace sonra::LineReading {
+
+/// `byte` of the file's size.
+TailOffset endOf(const std::string& url);
+
+/// The complete lines behind the position `offset`, without their terminators, empty ones left out.
+/// A line is returned once its line feed is there; until then the cursor stays at its start.
+LiveTailReader::Reading since(const std::string& url, TailOffset offset);
+
+/// A line and where it starts and ends in its file, its line feed included.
+struct Line {
+    std::string text;
+    std::int64_t start;
+    std::int64_t end;
+};
+
+/// As `since`, but tells where the lines are.
+std::vector<Line> linesSince(const std::string& url, std::int64_t position);
+
+/// The first bytes of a file, at most `count`: for a look at what it is.
+std::string beginning(const std::string& url, std::size_t count);
+
+}  // namespace sonra::LineReading
