@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "search/IndexFile.h"
+
+namespace sonra {
+
+/// Why the cache couldn't be written, in the system's words; `code` is its errno.
+class SessionIndexStoreError : public std::runtime_error {
+  public:
+    SessionIndexStoreError(int code, const std::string& description)
+        : std::runtime_error(description), code_(code) {}
+    [[nodiscard]] static const char* domain() { return "SessionIndexStore"; }
+    [[nodiscard]] int code() const { return code_; }
+
+  private:
+    int code_;
+};
+
+/// The catalogue's file. A cache: what can't be read is as if it weren't there, with a line on
+/// standard error where it was damaged or another version's. Any thread, but two savers need a
+/// lock.
+class SessionIndexStore {
+  public:
+    /// Larger files aren't read: a catalogue of a hundred thousand sessions fits, and a file of
+    /// something else costs no memory.
+    static constexpr std::size_t maxBytes = std::size_t{96} << 20;
+
+    /// Without a directory "Sonra" in the user's caches directory.
+    explicit SessionIndexStore(std::optional<std::string> cacheDir = std::nullopt);
+
+    [[nodiscard]] const std::string& cacheDir() const { return cacheDir_; }
+    [[nodiscard]] const std::string& cachePath() const { return cachePath_; }
+
+    /// Makes the directory and those above it; throws SessionIndexStoreError.
+    void ensureDir() const;
+    [[nodiscard]] std::optional<IndexFile> load() const;
+    /// Replaces the file whole; throws SessionIndexStoreError.
+    void save(const IndexFile& file) const;
+
+  private:
+    std::string cacheDir_;
+    std::string cachePath_;
+};
+
+}  // namespace sonra
