@@ -1,15 +1,38 @@
 #include "ingest/LiveTailReaderRegistry.h"
 
 #include <algorithm>
-#include <array>
+#include <memory>
+#include <utility>
+#include <vector>
 
 #include "ingest/ClaudeCodeReader.h"
+#include "ingest/ClineReader.h"
+#include "ingest/CodexReader.h"
+#include "ingest/GeminiReader.h"
+#include "ingest/PiReader.h"
+#include "ingest/ShapedReader.h"
 
 namespace sonra::LiveTailReaderRegistry {
+namespace {
+
+/// A reader of an agent, with readers of the further shapes that its transcripts may have.
+template <typename Original, typename... Shapes>
+const LiveTailReader* shaped() {
+    static const ShapedReader reader = [] {
+        std::vector<std::unique_ptr<const ShapeReader>> shapes;
+        (shapes.push_back(std::make_unique<const Shapes>()), ...);
+        return ShapedReader(std::make_unique<const Original>(), std::move(shapes));
+    }();
+    return &reader;
+}
+
+}  // namespace
 
 std::span<const LiveTailReader* const> all() {
-    static const ClaudeCodeReader claudeCode;
-    static const std::array<const LiveTailReader*, 1> readers{&claudeCode};
+    static const std::vector<const LiveTailReader*> readers{
+        shaped<ClaudeCodeReader>(), shaped<CodexReader>(), shaped<GeminiReader>(),
+        shaped<ClineReader>(),      shaped<PiReader>(),
+    };
     return readers;
 }
 

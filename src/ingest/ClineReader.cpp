@@ -1,0 +1,28 @@
+#include "ingest/ClineReader.h"
+
+#include <algorithm>
+
+#include "ingest/DocumentReading.h"
+
+namespace sonra {
+namespace {
+
+/// Absent if the document isn't an array of objects.
+std::optional<Json> loadMessages(const std::string& url) {
+    auto document = DocumentReading::load(url);
+    if (!document || !document->is_array() || !std::ranges::all_of(*document, &Json::is_object))
+        return std::nullopt;
+    return document;
+}
+
+}  // namespace
+
+TailOffset ClineReader::initialOffset(const std::string& url) const {
+    return DocumentReading::endOf(loadMessages(url));
+}
+
+LiveTailReader::Reading ClineReader::readSince(const std::string& url, TailOffset offset) const {
+    return DocumentReading::since(loadMessages(url), offset);
+}
+
+}  // namespace sonra

@@ -1,0 +1,29 @@
+#include "ingest/DocumentReading.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ingest/FileTail.h"
+
+namespace sonra::DocumentReading {
+
+std::optional<Json> load(const std::string& url) {
+    const auto file = FileTail::read(url, 0);
+    return file ? json::parse(file->bytes()) : std::nullopt;
+}
+
+TailOffset endOf(const std::optional<Json>& elements) {
+    return TailOffset::messageIndex(elements ? static_cast<std::int64_t>(elements->size()) : 0);
+}
+
+LiveTailReader::Reading since(std::optional<Json> elements, TailOffset offset) {
+    const auto end = endOf(elements);
+    if (end.intValue() <= offset.intValue()) return {{}, offset};
+    std::vector<TranscriptRecord> records;
+    const auto start = static_cast<std::size_t>(std::max<std::int64_t>(offset.intValue(), 0));
+    for (std::size_t i = start; i < elements->size(); ++i)
+        records.push_back(TranscriptRecord::jsonObject(std::move((*elements)[i])));
+    return {std::move(records), end};
+}
+
+}  // namespace sonra::DocumentReading

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ingest/LiveTailReader.h"
+
+/// What readers of transcripts that are rewritten whole have in common. Any thread, never throws.
+namespace sonra::DocumentReading {
+
+/// The document at the path; absent if it can't be read or decoded, as while it is being written.
+std::optional<Json> load(const std::string& url);
+
+/// A cursor behind all elements; behind none if there is no array.
+TailOffset endOf(const std::optional<Json>& elements);
+
+/// The elements behind `offset`. A document that has shrunk has none, and the cursor waits until it
+/// outgrows it.
+LiveTailReader::Reading since(std::optional<Json> elements, TailOffset offset);
+
+}  // namespace sonra::DocumentReading
