@@ -25,14 +25,14 @@ QMargins PanelChrome::margins() const {
     return look_.composited ? shadowRoom : QMargins();
 }
 
-QPainterPath PanelChrome::outline(const QRectF& panel) {
+QPainterPath PanelChrome::outline(const QRectF& panel, double radius) {
     QPainterPath path;
-    path.addRoundedRect(panel, Tokens::panelRadius, Tokens::panelRadius);
+    path.addRoundedRect(panel, radius, radius);
     return path;
 }
 
 QRegion PanelChrome::mask(const QSize& window) const {
-    const auto shape = outline(QRectF(QPointF(), QSizeF(window))).toFillPolygon();
+    const auto shape = outline(QRectF(QPointF(), QSizeF(window)), radius_).toFillPolygon();
     return QRegion(shape.toPolygon());
 }
 
@@ -44,7 +44,7 @@ void PanelChrome::paintShadow(QImage& image, const QRectF& panel, double blur, d
     shape.fill(0);
     QPainter shapePainter(&shape);
     shapePainter.setRenderHint(QPainter::Antialiasing);
-    shapePainter.fillPath(outline(panel.translated(0, drop)), Qt::black);
+    shapePainter.fillPath(outline(panel.translated(0, drop), radius_), Qt::black);
     shapePainter.end();
     QPainter(&image).drawImage(QPointF(),
                                Blur::tinted(Blur::softened(shape, blur / 2 * scale), color));
@@ -54,21 +54,21 @@ void PanelChrome::paintGlass(QPainter& painter, const QRectF& panel) const {
     painter.setRenderHint(QPainter::Antialiasing);
     // The ground replaces the shadow under it, or the glass would be murky.
     painter.setCompositionMode(QPainter::CompositionMode_DestinationOut);
-    painter.fillPath(outline(panel), Qt::black);
+    painter.fillPath(outline(panel, radius_), Qt::black);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.fillPath(outline(panel), tokens_.ground);
+    painter.fillPath(outline(panel, radius_), tokens_.ground);
 
     const double line = look_.highContrast ? 1.5 : 1;
-    auto edge = outline(panel);
+    auto edge = outline(panel, radius_);
     auto inside = QPainterPath();
-    const double radius = Tokens::panelRadius - line;
+    const double radius = radius_ - line;
     inside.addRoundedRect(panel.adjusted(line, line, -line, -line), radius, radius);
     painter.fillPath(edge.subtracted(inside), tokens_.hairline);
 
     // Light from above: a second line that fades out where the sides begin.
     auto lower = QPainterPath();
     lower.addRoundedRect(panel.adjusted(line, line + 1, -line, -line), radius, radius);
-    QLinearGradient light(panel.topLeft(), panel.topLeft() + QPointF(0, Tokens::panelRadius));
+    QLinearGradient light(panel.topLeft(), panel.topLeft() + QPointF(0, radius_));
     light.setColorAt(0, tokens_.sheen);
     light.setColorAt(1, Qt::transparent);
     painter.fillPath(inside.subtracted(lower), light);

@@ -15,13 +15,16 @@ namespace sonra {
 /// to any size, so that painting a part costs as little as the part.
 class PanelChrome {
   public:
+    explicit PanelChrome(int radius = Tokens::panelRadius) : radius_(radius) {}
+
     void setLook(const Look& look);
 
     /// What the window must be larger than the panel.
     [[nodiscard]] QMargins margins() const;
     /// The panel's shape within a window of this size; only without a compositor.
     [[nodiscard]] QRegion mask(const QSize& window) const;
-    [[nodiscard]] static QPainterPath outline(const QRectF& panel);
+    [[nodiscard]] static QPainterPath outline(const QRectF& panel,
+                                              double radius = Tokens::panelRadius);
 
     /// Replaces what is there; `dirty` is the part of the window that is asked for.
     void paint(QPainter& painter, const QRect& dirty, const QRect& window, double devicePixelRatio);
@@ -32,6 +35,7 @@ class PanelChrome {
                      const QColor& color) const;
     void paintGlass(QPainter& painter, const QRectF& panel) const;
 
+    const int radius_;
     Look look_;
     Tokens tokens_ = Tokens::of(Look{});
     QPixmap patch_;  ///< the smallest panel, with its shadow

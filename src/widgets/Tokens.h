@@ -29,6 +29,8 @@ struct Tokens {
     static Tokens of(const Look& look);
 
     static constexpr int panelRadius = 14;
+    static constexpr int searchRadius = 12;
+    static constexpr int rowRadius = 8;
     static constexpr int chipRadius = 6;
     static constexpr double captionLeading = 1.64;
 
