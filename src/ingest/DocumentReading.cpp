@@ -4,12 +4,19 @@
 #include <utility>
 
 #include "ingest/FileTail.h"
+#include "ingest/RecordTexts.h"
 
 namespace sonra::DocumentReading {
 
 std::optional<Json> load(const std::string& url) {
     const auto file = FileTail::read(url, 0);
     return file ? json::parse(file->bytes()) : std::nullopt;
+}
+
+std::optional<Json> loadMessages(const std::string& url) {
+    auto document = load(url);
+    if (!document || RecordTexts::objectsAt(*document, "messages") == nullptr) return std::nullopt;
+    return std::move((*document)["messages"]);
 }
 
 TailOffset endOf(const std::optional<Json>& elements) {

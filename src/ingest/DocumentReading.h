@@ -11,6 +11,10 @@ namespace sonra::DocumentReading {
 /// The document at the path; absent if it can't be read or decoded, as while it is being written.
 std::optional<Json> load(const std::string& url);
 
+/// The array "messages" of a document that is an object; absent if it has none, or anything else
+/// than objects in it.
+std::optional<Json> loadMessages(const std::string& url);
+
 /// A cursor behind all elements; behind none if there is no array.
 TailOffset endOf(const std::optional<Json>& elements);
 

@@ -19,8 +19,6 @@ class GeminiReader : public LiveTailReader {
 
     /// True if the transcript is a document by its name.
     static bool isDocument(const std::string& url);
-    /// The messages of the document, oldest first; absent if it has none or can't be read.
-    static std::optional<Json> loadMessages(const std::string& url);
 
   private:
     GeminiParser parser_;

@@ -44,15 +44,21 @@ LiveTailReader::Reading since(const std::string& url, TailOffset offset) {
             TailOffset::byte(offset.intValue() + static_cast<std::int64_t>(bytes.size()))};
 }
 
-std::vector<Line> linesSince(const std::string& url, std::int64_t position) {
-    std::vector<Line> lines;
+Lines linesSince(const std::string& url, std::int64_t position) {
     const auto tail = FileTail::read(url, position);
-    if (!tail) return lines;
-    eachLine(completeLines(tail->bytes()), [&](std::string_view line, std::size_t at) {
-        const auto start = position + static_cast<std::int64_t>(at);
-        lines.push_back(
-            {std::string(line), start, start + static_cast<std::int64_t>(line.size()) + 1});
+    if (!tail) return {{}, position};
+    const auto bytes = completeLines(tail->bytes());
+    std::vector<Line> lines;
+    eachLine(bytes, [&](std::string_view line, std::size_t at) {
+        lines.push_back({std::string(line), position + static_cast<std::int64_t>(at)});
     });
+    return {std::move(lines), position + static_cast<std::int64_t>(bytes.size())};
+}
+
+std::vector<std::string_view> linesIn(std::string_view bytes) {
+    std::vector<std::string_view> lines;
+    eachLine(completeLines(bytes),
+             [&](std::string_view line, std::size_t) { lines.push_back(line); });
     return lines;
 }
 

@@ -17,15 +17,22 @@ TailOffset endOf(const std::string& url);
 /// A line is returned once its line feed is there; until then the cursor stays at its start.
 LiveTailReader::Reading since(const std::string& url, TailOffset offset);
 
-/// A line and where it starts and ends in its file, its line feed included.
+/// A line and where it starts in its file.
 struct Line {
     std::string text;
     std::int64_t start;
-    std::int64_t end;
+};
+
+struct Lines {
+    std::vector<Line> lines;
+    std::int64_t end;  ///< where the next read starts
 };
 
 /// As `since`, but tells where the lines are.
-std::vector<Line> linesSince(const std::string& url, std::int64_t position);
+Lines linesSince(const std::string& url, std::int64_t position);
+
+/// The complete lines in `bytes`, without their terminators and without empty ones.
+std::vector<std::string_view> linesIn(std::string_view bytes);
 
 /// The first bytes of a file, at most `count`: for a look at what it is.
 std::string beginning(const std::string& url, std::size_t count);

@@ -5,9 +5,13 @@
 #include <utility>
 #include <vector>
 
+#include "ingest/ClaudeCodeAgentReader.h"
 #include "ingest/ClaudeCodeReader.h"
+#include "ingest/ClineMessagesReader.h"
 #include "ingest/ClineReader.h"
+#include "ingest/CodexItemsReader.h"
 #include "ingest/CodexReader.h"
+#include "ingest/GeminiLinesReader.h"
 #include "ingest/GeminiReader.h"
 #include "ingest/PiReader.h"
 #include "ingest/ShapedReader.h"
@@ -30,8 +34,11 @@ const LiveTailReader* shaped() {
 
 std::span<const LiveTailReader* const> all() {
     static const std::vector<const LiveTailReader*> readers{
-        shaped<ClaudeCodeReader>(), shaped<CodexReader>(), shaped<GeminiReader>(),
-        shaped<ClineReader>(),      shaped<PiReader>(),
+        shaped<ClaudeCodeReader, ClaudeCodeAgentReader>(),
+        shaped<CodexReader, CodexItemsReader>(),
+        shaped<GeminiReader, GeminiLinesReader>(),
+        shaped<ClineReader, ClineMessagesReader>(),
+        shaped<PiReader>(),
     };
     return readers;
 }
