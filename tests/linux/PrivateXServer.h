@@ -1,0 +1,57 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/TestProcess.h"
+
+namespace sonra::test {
+
+/// An X server of the test's own, without a window manager.
+class PrivateXServer {
+  public:
+    PrivateXServer() { serve({}); }
+
+    [[nodiscard]] const std::string& display() const { return display_; }
+    /// Ends it and starts another one in its place.
+    void replace() {
+        kill();
+        serve({display_});
+    }
+    void kill() { server_->kill(); }
+    void signal(int number) const { server_->signal(number); }
+
+    /// Runs a program to its end; its output.
+    [[nodiscard]] std::string run(std::vector<std::string> command) const {
+        return TestProcess(std::move(command), {"DISPLAY=" + display_}).readAll();
+    }
+    void xdotool(const std::vector<std::string>& arguments) const {
+        std::vector<std::string> command{"xdotool"};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        static_cast<void>(run(command));
+    }
+    [[nodiscard]] std::unique_ptr<TestProcess> start(const char* program) const {
+        return std::make_unique<TestProcess>(std::vector<std::string>{program},
+                                             std::vector<std::string>{"DISPLAY=" + display_});
+    }
+
+  private:
+    void serve(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "Xvfb");
+        arguments.insert(arguments.end(), {"-displayfd", "1", "-screen", "0", "640x480x24",
+                                           "-noreset", "-nolisten", "tcp"});
+        server_ = std::make_unique<TestProcess>(arguments);
+        display_ = ":";
+        for (char byte = 0; read(server_->output(), &byte, 1) == 1 && byte != '\n';)
+            display_ += byte;
+    }
+
+    std::unique_ptr<TestProcess> server_;
+    std::string display_;
+};
+
+}  // namespace sonra::test

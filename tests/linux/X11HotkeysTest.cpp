@@ -1,0 +1,281 @@
+#include "linux/X11Hotkeys.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "PrivateXServer.h"
+#include "linux/X11Link.h"
+#include "support/LogWatch.h"
+#include "support/PollLoop.h"
+
+namespace sonra {
+namespace {
+
+using namespace std::chrono_literals;
+
+KeyChord superShift(std::uint32_t keysym, const char* name, std::uint8_t position) {
+    return {keysym, name, position, true, false, false, true};
+}
+
+const KeyChord chordF = superShift('f', "f", 33);
+const KeyChord chordZ = superShift('z', "z", 44);
+
+// Keys of the keyboard by their place.
+constexpr auto placeF = "41";
+constexpr auto placeY = "29";
+constexpr auto placeZ = "52";
+
+class X11HotkeysTest : public testing::Test {
+  protected:
+    X11HotkeysTest() { listen(hotkeys); }
+
+    void listen(X11Hotkeys& to) {
+        to.setHandlers(
+            {[this](std::uint32_t id) { pressed.push_back(id); },
+             [this](std::uint32_t, const std::string& why) { refusals.push_back(why); }});
+    }
+    void press(const std::string& key) const {
+        server.xdotool({"keydown", "Super_L", "keydown", "Shift_L"});
+        server.xdotool({"key", key});
+        server.xdotool({"keyup", "Shift_L", "keyup", "Super_L"});
+    }
+    /// Presses the second chord behind what is tested: when that one has arrived, all before has.
+    std::vector<std::uint32_t> pressesSoFar() {
+        server.xdotool({"keydown", "Control_L", "key", "F8", "keyup", "Control_L"});
+        EXPECT_TRUE(loop.runUntil([&] { return !pressed.empty() && pressed.back() == last; }));
+        auto seen = std::exchange(pressed, {});
+        if (!seen.empty()) seen.pop_back();
+        return seen;
+    }
+    void registerLast() {
+        ASSERT_TRUE(hotkeys.registerHotKey(last, {0xffc5, "F8", 66, false, false, true}, "Last"));
+    }
+    /// The modifiers that are on now.
+    [[nodiscard]] unsigned modifiers() const {
+        const auto link = X11Link::open(server.display());
+        const auto state =
+            link->reply<xcb_query_pointer_reply_t>(xcb_query_pointer(link->get(), link->root()));
+        return state->mask & 0xffU;
+    }
+    void setLayout(const char* layout) {
+        static_cast<void>(server.run({"setxkbmap", "-layout", layout}));
+        // The news arrive before a press that comes behind them; what they lead to takes its turn.
+        loop.runUntil([] { return false; }, 100ms);
+    }
+
+    static constexpr std::uint32_t last = 99;
+    test::PollLoop loop;
+    test::PrivateXServer server;
+    X11Hotkeys hotkeys{loop, server.display()};
+    std::vector<std::uint32_t> pressed;
+    std::vector<std::string> refusals;
+};
+
+using Ids = std::vector<std::uint32_t>;
+
+TEST_F(X11HotkeysTest, FiresOnceWhenAnotherProgramHasTheFocus) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    const auto terminal = server.start("xterm");
+    server.xdotool({"search", "--sync", "--onlyvisible", "--class", "xterm", "windowfocus"});
+    ASSERT_NE(server.run({"xdotool", "getwindowfocus", "getwindowpid"}), "");
+    press("f");
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+}
+
+TEST_F(X11HotkeysTest, OtherModifiersAreOtherChords) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    server.xdotool({"key", "f"});
+    server.xdotool({"key", "super+f"});
+    server.xdotool({"key", "super+shift+ctrl+f"});
+    server.xdotool({"key", "super+shift+g"});
+    EXPECT_EQ(pressesSoFar(), Ids{});
+    auto withAlt = chordF;
+    withAlt.option = true;
+    ASSERT_TRUE(hotkeys.registerHotKey(2, withAlt, "Other"));
+    server.xdotool({"key", "super+shift+alt+f"});
+    press("f");
+    EXPECT_EQ(pressesSoFar(), (Ids{2, 1}));
+}
+
+TEST_F(X11HotkeysTest, FiresWhateverTheLocksAre) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    const unsigned caps = XCB_MOD_MASK_LOCK;
+    const unsigned num = XCB_MOD_MASK_2;
+    server.xdotool({"key", "Num_Lock"});
+    ASSERT_EQ(modifiers(), num);
+    press(placeF);
+    server.xdotool({"key", "Caps_Lock"});
+    ASSERT_EQ(modifiers(), num | caps);
+    press(placeF);
+    server.xdotool({"key", "Num_Lock"});
+    ASSERT_EQ(modifiers(), caps);
+    press(placeF);
+    EXPECT_EQ(pressesSoFar(), (Ids{1, 1, 1}));
+}
+
+TEST_F(X11HotkeysTest, AHeldKeyFiresOnce) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    server.xdotool({"keydown", "Super_L", "keydown", "Shift_L", "keydown", "f"});
+    // Longer than the server waits before it repeats a key.
+    EXPECT_FALSE(loop.runUntil([&] { return pressed.size() > 1; }, 1500ms));
+    server.xdotool({"keyup", "f", "keyup", "Shift_L", "keyup", "Super_L"});
+    press("f");
+    EXPECT_EQ(pressesSoFar(), (Ids{1, 1}));
+}
+
+TEST_F(X11HotkeysTest, UnregisteringFreesTheChordForOthers) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    X11Hotkeys other(loop, server.display());
+    listen(other);
+    EXPECT_FALSE(other.registerHotKey(7, chordF, "Theirs"));
+    hotkeys.unregisterHotKey(1);
+    hotkeys.unregisterHotKey(1);
+    press("f");
+    EXPECT_EQ(pressesSoFar(), Ids{});
+    ASSERT_TRUE(other.registerHotKey(7, chordF, "Theirs"));
+    press("f");
+    ASSERT_TRUE(loop.runUntil([&] { return !pressed.empty(); }));
+    EXPECT_EQ(pressesSoFar(), Ids{7});
+}
+
+TEST_F(X11HotkeysTest, ARefusedChordLeavesNothingBehind) {
+    // Another program has it with Num Lock on only.
+    const auto other = X11Link::open(server.display());
+    constexpr std::uint16_t state = XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_2;
+    xcb_grab_key(other->get(), 0, other->root(), state, 41, XCB_GRAB_MODE_ASYNC,
+                 XCB_GRAB_MODE_ASYNC);
+    ASSERT_TRUE(other->sync());
+    EXPECT_FALSE(hotkeys.registerHotKey(1, chordF, "Search"));
+    X11Hotkeys third(loop, server.display());
+    listen(third);
+    xcb_ungrab_key(other->get(), 41, other->root(), state);
+    ASSERT_TRUE(other->sync());
+    ASSERT_TRUE(third.registerHotKey(7, chordF, "Theirs"));
+    press("f");
+    ASSERT_TRUE(loop.runUntil([&] { return !pressed.empty(); }));
+    EXPECT_EQ(pressed, Ids{7});
+}
+
+TEST_F(X11HotkeysTest, TheSameChordTwiceIsRefused) {
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    EXPECT_FALSE(hotkeys.registerHotKey(2, chordF, "Again"));
+}
+
+TEST_F(X11HotkeysTest, FollowsTheKeyToItsPlaceInAnotherLayout) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordZ, "Undo"));
+    press(placeZ);
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+    setLayout("de");
+    press(placeZ);
+    EXPECT_EQ(pressesSoFar(), Ids{}) << "there is y now";
+    press(placeY);
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+    setLayout("us");
+    press(placeZ);
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+}
+
+TEST_F(X11HotkeysTest, StaysAtItsPlaceWhereTheLayoutHasNoSuchLetter) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    for (const auto* const layout : {"ru", "ru,us", "us,ru"}) {
+        setLayout(layout);
+        press(placeF);
+        EXPECT_EQ(pressesSoFar(), Ids{1}) << layout;
+    }
+    EXPECT_TRUE(refusals.empty());
+}
+
+TEST_F(X11HotkeysTest, FiresInTheSecondOfTwoLayouts) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    static_cast<void>(server.run({"setxkbmap", "-layout", "us,ru", "-option", "grp:rctrl_toggle"}));
+    loop.runUntil([] { return false; }, 100ms);
+    server.xdotool({"key", "105"});  // the right Control key
+    press(placeF);
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+}
+
+TEST_F(X11HotkeysTest, AChordThatTheNewLayoutHasElsewhereMayBeTakenThere) {
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordZ, "Undo"));
+    const auto foreign = X11Link::open(server.display());
+    xcb_grab_key(foreign->get(), 0, foreign->root(), XCB_MOD_MASK_ANY, 29, XCB_GRAB_MODE_ASYNC,
+                 XCB_GRAB_MODE_ASYNC);
+    ASSERT_TRUE(foreign->sync());
+    setLayout("de");
+    ASSERT_TRUE(loop.runUntil([&] { return !refusals.empty(); }));
+    EXPECT_EQ(refusals, std::vector<std::string>{"already in use"});
+    refusals.clear();
+    setLayout("us");
+    registerLast();
+    press(placeZ);
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+}
+
+TEST_F(X11HotkeysTest, WithoutAServerNothingIsRegistered) {
+    X11Hotkeys nowhere(loop, ":4242");
+    EXPECT_FALSE(nowhere.registerHotKey(1, chordF, "Search"));
+}
+
+TEST_F(X11HotkeysTest, AServerThatComesBackHasItsChordsTakenAnew) {
+    test::LogWatch log;
+    log.expect("x server connection lost, global hotkeys are taken anew");
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    server.replace();
+    ASSERT_TRUE(loop.runUntil([&] {
+        press("f");
+        loop.runUntil([&] { return !pressed.empty(); }, 50ms);
+        return !pressed.empty();
+    }));
+    EXPECT_EQ(pressesSoFar(), Ids{1});
+}
+
+TEST_F(X11HotkeysTest, AServerThatStaysAwayIsLoggedOnceAndTold) {
+    test::LogWatch log;
+    const auto* const lost = "x server connection lost, global hotkeys are taken anew";
+    log.expect(lost);
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    server.kill();
+    ASSERT_TRUE(loop.runUntil([&] { return !refusals.empty(); }));
+    EXPECT_EQ(refusals, std::vector<std::string>{"the X server can't be reached"});
+    EXPECT_FALSE(hotkeys.registerHotKey(2, chordZ, "Undo"));
+    EXPECT_EQ(log.count(lost), 1U);
+    hotkeys.unregisterHotKey(1);
+}
+
+TEST_F(X11HotkeysTest, APressUnderWayFindsNobodyAfterTheEnd) {
+    auto brief = std::make_unique<X11Hotkeys>(loop, server.display());
+    listen(*brief);
+    ASSERT_TRUE(brief->registerHotKey(5, chordF, "Search"));
+    registerLast();
+    press("f");
+    brief.reset();
+    EXPECT_EQ(pressesSoFar(), Ids{});
+}
+
+TEST_F(X11HotkeysTest, AServerThatStandsStillHoldsNothingUp) {
+    registerLast();
+    const auto began = MainLoop::Clock::now();
+    server.signal(SIGSTOP);
+    EXPECT_FALSE(hotkeys.registerHotKey(1, chordF, "Search"));
+    EXPECT_LT(MainLoop::Clock::now() - began, 5s);
+    server.signal(SIGCONT);
+    EXPECT_TRUE(hotkeys.registerHotKey(2, chordF, "Search"));
+    press("f");
+    EXPECT_EQ(pressesSoFar(), Ids{2});
+}
+
+}  // namespace
+}  // namespace sonra
