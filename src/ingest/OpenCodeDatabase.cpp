@@ -1,0 +1,251 @@
+#include "ingest/OpenCodeDatabase.h"
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <string_view>
+#include <tuple>
+#include <utility>
+
+#include "ingest/FileTail.h"
+#include "ingest/OpenCodePart.h"
+
+namespace sonra {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int busyMs = 20;
+constexpr std::chrono::milliseconds longestQuery{250};
+constexpr int stepsBetweenLooksAtTheClock = 2000;
+/// A session writes one message after the other; so many that were complete before tell that all
+/// earlier ones were.
+constexpr int enoughOldMessages = 16;
+/// Of these the first are looked into nevertheless, should a message and its parts tell the time
+/// differently.
+constexpr int oldMessagesLookedInto = 4;
+
+constexpr std::string_view magic{"SQLite format 3\0", 16};
+constexpr std::size_t headerSize = 100;
+constexpr std::size_t readVersionAt = 19;
+constexpr char versionWithLog = 2;
+
+constexpr const char* messagesQuery =
+    "SELECT id, data FROM message WHERE session_id = ?1 ORDER BY rowid DESC";
+constexpr const char* partsQuery =
+    "SELECT rowid, id, data FROM part WHERE message_id = ?1 ORDER BY rowid";
+
+bool isUnreserved(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
+           c == '.' || c == '-' || c == '_';
+}
+
+/// The file as a URI, whatever bytes its name has.
+std::string uriOf(const std::string& path, std::string_view parameters) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string uri = "file:";
+    for (const char c : path) {
+        if (isUnreserved(c)) {
+            uri += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        uri += {'%', digits[byte >> 4U], digits[byte & 15U]};
+    }
+    return uri.append("?").append(parameters);
+}
+
+/// A query; after the first error it has no more rows.
+class Statement {
+  public:
+    Statement(sqlite3* handle, const char* sql) {
+        isGood_ = sqlite3_prepare_v2(handle, sql, -1, &statement_, nullptr) == SQLITE_OK;
+    }
+    ~Statement() { sqlite3_finalize(statement_); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    /// Starts over; `text` must outlive the rows.
+    void start(const std::string& text) {
+        if (!isGood_) return;
+        sqlite3_reset(statement_);
+        isGood_ = sqlite3_bind_text64(statement_, 1, text.data(), text.size(), SQLITE_STATIC,
+                                      SQLITE_UTF8) == SQLITE_OK;
+    }
+    bool next() {
+        if (!isGood_) return false;
+        const int result = sqlite3_step(statement_);
+        isGood_ = result == SQLITE_ROW || result == SQLITE_DONE;
+        return result == SQLITE_ROW;
+    }
+    bool isGood() const { return isGood_; }
+
+    std::int64_t number(int column) const { return sqlite3_column_int64(statement_, column); }
+    /// Valid until the next row.
+    std::string_view text(int column) const {
+        const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement_, column));
+        if (bytes == nullptr) return {};
+        return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
+    }
+
+  private:
+    sqlite3_stmt* statement_ = nullptr;
+    bool isGood_ = false;
+};
+
+/// What of a session is wanted, and what was found.
+struct Search {
+    std::int64_t sinceMs;
+    bool onlyNewest;
+    std::vector<OpenCodeDatabase::Text> found;
+
+    void add(OpenCodeDatabase::Text text) {
+        if (text.endedMs < sinceMs) return;
+        if (onlyNewest) sinceMs = text.endedMs;
+        found.push_back(std::move(text));
+    }
+    void finish() {
+        std::erase_if(found, [&](const auto& text) { return text.endedMs < sinceMs; });
+        std::ranges::sort(found, {}, [](const auto& t) { return std::tie(t.endedMs, t.row); });
+    }
+};
+
+/// The words in the part at the statement's row.
+std::optional<Json> wordyPart(const Statement& parts) {
+    const auto data = parts.text(2);
+    // What tools have printed is long and needn't be decoded.
+    if (data.find("\"text\"") == std::string_view::npos) return std::nullopt;
+    auto part = json::parseObject(data);
+    if (part && !OpenCodePart::words(*part)) return std::nullopt;
+    return part;
+}
+
+void searchParts(Statement& parts, const std::string& messageId, const Json& message,
+                 Search& search) {
+    bool isFirst = true;
+    parts.start(messageId);
+    while (parts.next()) {
+        const auto part = wordyPart(parts);
+        if (!part) continue;
+        auto id = isFirst ? messageId : std::string(parts.text(1));
+        isFirst = false;
+        auto ended = OpenCodePart::endedAt(*part);
+        if (!ended) ended = OpenCodePart::completedAt(message);
+        if (ended)
+            search.add({*ended, parts.number(0), std::move(id), *OpenCodePart::words(*part)});
+    }
+}
+
+/// False if the store couldn't be read to the end.
+bool searchSession(sqlite3* handle, const std::string& session, Search& search) {
+    Statement messages(handle, messagesQuery);
+    Statement parts(handle, partsQuery);
+    int oldOnes = 0;
+    messages.start(session);
+    while (oldOnes < enoughOldMessages && messages.next()) {
+        const auto message = json::parseObject(messages.text(1));
+        if (!message || !OpenCodePart::isReply(*message)) continue;
+        const auto completed = OpenCodePart::completedAt(*message);
+        oldOnes = completed && *completed < search.sinceMs ? oldOnes + 1 : 0;
+        if (oldOnes > oldMessagesLookedInto) continue;
+        searchParts(parts, std::string(messages.text(0)), *message, search);
+        if (!parts.isGood()) return false;
+    }
+    return messages.isGood() && parts.isGood();
+}
+
+bool exists(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0;
+}
+
+int isPastDeadline(void* deadline) {
+    return Clock::now() > *static_cast<const Clock::time_point*>(deadline) ? 1 : 0;
+}
+
+}  // namespace
+
+struct OpenCodeDatabase::Unlogged {
+    std::int64_t size;
+    timespec modified;
+
+    /// Absent if a log is there, or the file isn't.
+    static std::optional<Unlogged> of(const std::string& path) {
+        struct stat status {};
+        if (FileTail::sizeOf(path + "-wal") > 0 || ::stat(path.c_str(), &status) != 0)
+            return std::nullopt;
+        return Unlogged{status.st_size, status.st_mtim};
+    }
+    bool operator==(const Unlogged& other) const {
+        return size == other.size && modified.tv_sec == other.modified.tv_sec &&
+               modified.tv_nsec == other.modified.tv_nsec;
+    }
+};
+
+void OpenCodeDatabase::Close::operator()(sqlite3* handle) const {
+    sqlite3_close_v2(handle);
+}
+
+OpenCodeDatabase::OpenCodeDatabase(Handle handle, std::string path,
+                                   std::shared_ptr<const Unlogged> unlogged)
+    : handle_(std::move(handle)), path_(std::move(path)), unlogged_(std::move(unlogged)) {}
+
+std::optional<OpenCodeDatabase> OpenCodeDatabase::open(const std::string& path) {
+    std::shared_ptr<const Unlogged> unlogged;
+    // To a reader a log that isn't there is one to create. Without it there is nothing but the file
+    // to read, which changes only with a log.
+    const bool mayLackLog =
+        !exists(path + "-wal") || (FileTail::sizeOf(path + "-wal") == 0 && !exists(path + "-shm"));
+    if (mayLackLog) {
+        const auto header = FileTail::read(path, 0, headerSize);
+        if (!header || !header->bytes().starts_with(magic)) return std::nullopt;
+        if (header->bytes().size() == headerSize &&
+            header->bytes()[readVersionAt] == versionWithLog) {
+            const auto state = Unlogged::of(path);
+            if (!state) return std::nullopt;
+            unlogged = std::make_shared<Unlogged>(*state);
+        }
+    }
+    sqlite3* raw = nullptr;
+    const auto uri = uriOf(path, unlogged ? "mode=ro&immutable=1" : "mode=ro");
+    const int result = sqlite3_open_v2(
+        uri.c_str(), &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX, nullptr);
+    Handle handle(raw);
+    if (result != SQLITE_OK) return std::nullopt;
+    sqlite3_busy_timeout(raw, busyMs);
+    sqlite3_db_config(raw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    return OpenCodeDatabase(std::move(handle), path, std::move(unlogged));
+}
+
+std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::textsSince(
+    const std::string& session, std::int64_t sinceMs) const {
+    return look(session, sinceMs, false);
+}
+
+std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::newestTexts(
+    const std::string& session) const {
+    return look(session, INT64_MIN, true);
+}
+
+std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::look(
+    const std::string& session, std::int64_t sinceMs, bool onlyNewest) const {
+    auto deadline = Clock::now() + longestQuery;
+    sqlite3_progress_handler(handle_.get(), stepsBetweenLooksAtTheClock, isPastDeadline, &deadline);
+    Search search{sinceMs, onlyNewest, {}};
+    // Messages and parts of one moment.
+    sqlite3_exec(handle_.get(), "BEGIN", nullptr, nullptr, nullptr);
+    const bool isWhole = searchSession(handle_.get(), session, search) && isStillUnlogged();
+    sqlite3_exec(handle_.get(), "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_progress_handler(handle_.get(), 0, nullptr, nullptr);
+    if (!isWhole) return std::nullopt;
+    search.finish();
+    return std::move(search.found);
+}
+
+/// Without a log the look isn't guarded by locks, so that what changed meanwhile isn't trusted.
+bool OpenCodeDatabase::isStillUnlogged() const {
+    return !unlogged_ || Unlogged::of(path_) == *unlogged_;
+}
+
+}  // namespace sonra

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+
+#include "ingest/OpenCodePartParser.h"
+#include "ingest/ShapeReader.h"
+
+namespace sonra {
+
+/// Follows a session in the SQLite store of OpenCode. The transcript is named by the store's path,
+/// "#" and the session's id.
+///
+/// A text is spoken once it is complete, which it says or its message does. The cursor is `unixMs`
+/// in thousandths: the time of the newest text that was read, and in the last three digits how many
+/// of that time were, so that another one of the same time isn't lost. A read takes no longer than
+/// OpenCodeDatabase does. Immutable, any thread as far as the clock is, never throws.
+class OpenCodeDatabaseReader : public ShapeReader {
+  public:
+    using Clock = std::function<std::chrono::system_clock::time_point()>;
+
+    explicit OpenCodeDatabaseReader(Clock clock = std::chrono::system_clock::now)
+        : clock_(std::move(clock)) {}
+
+    std::string_view id() const override { return parser_.id(); }
+    bool recognises(const std::string& url) const override;
+    TailOffset::Kind cursorKind() const override { return TailOffset::Kind::unixMs; }
+    TailOffset initialOffset(const std::string& url) const override;
+    Reading readSince(const std::string& url, TailOffset offset) const override;
+    const OpenCodePartParser& parser() const override { return parser_; }
+    /// The store.
+    std::string watchPath(const std::string& url) const override;
+
+  private:
+    const Clock clock_;
+    OpenCodePartParser parser_;
+};
+
+}  // namespace sonra
