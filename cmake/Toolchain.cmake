@@ -17,7 +17,7 @@ add_library(sonra_flags INTERFACE)
 target_compile_options(sonra_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fno-omit-frame-pointer)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-    target_compile_options(sonra_flags INTERFACE -Wthread-safety)
+    target_compile_options(sonra_flags INTERFACE -Wthread-safety -Wreserved-identifier)
 endif()
 target_compile_definitions(sonra_flags INTERFACE
     SONRA_VERSION="${PROJECT_VERSION}"
