@@ -2,6 +2,9 @@
 
 #include "history/ReplyMarks.h"
 #include "ingest/ClaudeCodeParser.h"
+#include "ingest/CodexParser.h"
+#include "ingest/GeminiParser.h"
+#include "ingest/PiParser.h"
 
 namespace sonra {
 namespace {
@@ -20,16 +23,20 @@ class QuickClaudeCodeParser final : public ClaudeCodeParser {
 
 const HarnessParser* lineParser(HistorySource source) {
     static const QuickClaudeCodeParser claudeCode;
+    static const CodexParser codex;
+    static const GeminiParser gemini;
+    static const PiParser pi;
     switch (source) {
         case HistorySource::claudeCode:
             return &claudeCode;
-        // These agents' parsers come with their adapters; until then their transcripts have no
-        // history.
         case HistorySource::codex:
+            return &codex;
         case HistorySource::gemini:
-        case HistorySource::aider:
+            return &gemini;
         case HistorySource::pi:
+            return &pi;
         // These have no lines to read backward.
+        case HistorySource::aider:
         case HistorySource::opencode:
         case HistorySource::cline:
             return nullptr;

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <utility>
 
-#include "frame/Text.h"
-#include "history/LineParsers.h"
 #include "history/TranscriptFile.h"
+#include "history/WholeTranscript.h"
+#include "ingest/GeminiReader.h"
 #include "ingest/Md5.h"
 
 namespace sonra {
@@ -17,9 +17,11 @@ constexpr std::size_t leastChunkBytes = 1024;
 /// Gemini's documents say by their name that they can be paged, whatever is in them.
 bool canPage(HistorySource source, const std::string& transcript, std::uint64_t size) {
     if (!hasBackwardReader(source)) return false;
-    const bool isDocument =
-        source == HistorySource::gemini && text::lowered(transcript).ends_with(".json");
-    return isDocument || size > 0;
+    return size > 0 || (source == HistorySource::gemini && GeminiReader::isDocument(transcript));
+}
+
+std::unique_ptr<BackwardLines> linesOf(const std::string& transcript, HistorySource source) {
+    return isReadWhole(transcript, source) ? nullptr : BackwardLines::of(transcript, source);
 }
 
 /// Null if there is none. Unlike rfind it doesn't look at every byte by itself.
@@ -31,12 +33,14 @@ const char* lastLineFeed(std::string_view bytes) {
 
 SessionHistory::SessionHistory(std::string transcript, HistorySource source, std::size_t chunkBytes)
     : transcript_(std::move(transcript)),
-      parser_(lineParser(source)),
+      lines_(linesOf(transcript_, source)),
       chunkBytes_(std::max(chunkBytes, leastChunkBytes)),
       fileSize_(TranscriptFile(transcript_).size()),
       canPageHistory_(canPage(source, transcript_, fileSize_)),
       nextReadEnd_(fileSize_),
-      hitFileStart_(fileSize_ == 0 || parser_ == nullptr) {}
+      hitFileStart_(fileSize_ == 0 || lines_ == nullptr) {
+    if (isReadWhole(transcript_, source)) pendingMessages_ = wholeTranscript(transcript_, source);
+}
 
 std::vector<HistoryMessage> SessionHistory::loadOlder(int limit) {
     if (limit < 1 || isExhausted()) return {};
@@ -71,7 +75,8 @@ bool SessionHistory::readMoreBackward() {
     block.resize(got);
     nextReadEnd_ = start;
     takeBlock(std::move(block));
-    if (nextReadEnd_ == 0) hitFileStart_ = true;
+    if (nextReadEnd_ == 0) lines_->finish(pendingMessages_);
+    if (nextReadEnd_ == 0 || lines_->isComplete()) hitFileStart_ = true;
     return true;
 }
 
@@ -98,8 +103,7 @@ void SessionHistory::takeBlock(std::string block) {
 
 void SessionHistory::takeLine(std::string line) {
     if (line.empty()) return;
-    if (auto message = parser_->parse(TranscriptRecord::jsonl(std::move(line))))
-        pendingMessages_.push_back(*std::move(message));
+    lines_->take(std::move(line), pendingMessages_);
 }
 
 std::string SessionHistory::joinedWithCarry(std::string_view start) {

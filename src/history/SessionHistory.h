@@ -3,12 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "history/BackwardLines.h"
 #include "history/HistorySource.h"
-#include "ingest/HarnessParser.h"
 #include "ingest/HistoryMessage.h"
 
 namespace sonra {
@@ -57,7 +58,8 @@ class SessionHistory {
     std::string joinedWithCarry(std::string_view start);
 
     const std::string transcript_;
-    const HarnessParser* const parser_;  ///< null if there is none for lines of this agent
+    /// Null if there are none to read: the whole transcript was, or can't be.
+    const std::unique_ptr<BackwardLines> lines_;
     const std::size_t chunkBytes_;
     const std::uint64_t fileSize_;
     const bool canPageHistory_;

@@ -5,36 +5,16 @@
 #include <ranges>
 #include <utility>
 
+#include "ingest/CodexLines.h"
 #include "ingest/CodexParser.h"
 #include "ingest/FileTail.h"
 #include "ingest/LineReading.h"
-#include "ingest/RecordTexts.h"
 
 namespace sonra {
 namespace {
 
-using RecordTexts::isTextAt;
-
 /// How far before an event its response item is looked for.
 constexpr std::int64_t lookBack = 65536;
-
-bool isAnyOf(const std::string& text, std::initializer_list<std::string_view> texts) {
-    return std::ranges::find(texts, text) != texts.end();
-}
-
-/// True if whatever belongs to a message that was reported before this line has been written.
-bool endsWait(const Json& line) {
-    const Json* payload = RecordTexts::objectAt(line, "payload");
-    if (payload == nullptr) return false;
-    const std::string type = RecordTexts::textOrEmpty(line, "type");
-    const std::string what = RecordTexts::textOrEmpty(*payload, "type");
-    if (type == "response_item") return what != "reasoning";
-    if (type != "event_msg") return isAnyOf(type, {"turn_context", "compacted"});
-    if (what != "item_completed")
-        return isAnyOf(what, {"task_started", "task_complete", "turn_aborted", "user_message"});
-    const Json* item = RecordTexts::objectAt(*payload, "item");
-    return item != nullptr && !isTextAt(*item, "type", "Reasoning");
-}
 
 /// The words of a response item, empty if the line is none.
 std::string responseText(const Json& line) {
@@ -49,7 +29,7 @@ bool wasSaidBefore(const std::string& url, std::int64_t position, const std::str
     if (!block) return false;
     for (const auto line : std::views::reverse(LineReading::linesIn(block->bytes()))) {
         const auto object = json::parseObject(line);
-        if (!object || !endsWait(*object)) continue;
+        if (!object || !CodexLines::separates(*object)) continue;
         return responseText(*object) == text;
     }
     return false;
@@ -64,7 +44,7 @@ class Sorter {
         std::optional<Json> object;
         if (waiting_ || line.text.find("item_completed") != std::string::npos)
             object = json::parseObject(line.text);
-        if (object && waiting_ && endsWait(*object)) {
+        if (object && waiting_ && CodexLines::separates(*object)) {
             if (responseText(*object) == waiting_->text)
                 waiting_.reset();
             else

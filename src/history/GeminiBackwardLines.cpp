@@ -1,0 +1,37 @@
+#include "history/GeminiBackwardLines.h"
+
+#include <ranges>
+#include <utility>
+
+#include "ingest/GeminiChange.h"
+
+namespace sonra {
+
+void GeminiBackwardLines::take(std::string line, std::deque<HistoryMessage>& messages) {
+    if (isComplete_) return;
+    const auto object = json::parseObject(line);
+    if (!object) return;
+    if (auto target = GeminiChange::rewindTarget(*object)) {
+        rewinds_.push_back(*std::move(target));
+    } else if (const Json* all = GeminiChange::replacement(*object)) {
+        for (const auto& message : std::views::reverse(*all)) takeMessage(message, messages);
+        isComplete_ = true;
+    } else {
+        takeMessage(*object, messages);
+    }
+}
+
+/// While something is skipped an older rewind is gone back first: what it has taken back wasn't
+/// there any more when the newer one came.
+void GeminiBackwardLines::takeMessage(const Json& object, std::deque<HistoryMessage>& messages) {
+    const std::string id = GeminiChange::messageId(object);
+    if (!rewinds_.empty()) {
+        if (id == rewinds_.back() && !id.empty()) rewinds_.pop_back();
+        return;
+    }
+    if (!id.empty() && !seen_.insert(id).second) return;
+    if (auto message = parser_.parse(TranscriptRecord::jsonObject(object)))
+        messages.push_back(*std::move(message));
+}
+
+}  // namespace sonra

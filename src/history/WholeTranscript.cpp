@@ -1,0 +1,34 @@
+#include "history/WholeTranscript.h"
+
+#include <ranges>
+#include <utility>
+
+#include "ingest/DocumentReading.h"
+#include "ingest/GeminiParser.h"
+#include "ingest/GeminiReader.h"
+
+namespace sonra {
+namespace {
+
+std::deque<HistoryMessage> geminiDocument(const std::string& transcript) {
+    std::deque<HistoryMessage> messages;
+    const auto elements = DocumentReading::loadMessages(transcript);
+    if (!elements) return messages;
+    for (const auto& element : std::views::reverse(*elements))
+        if (auto message = GeminiParser().parse(TranscriptRecord::jsonObject(element)))
+            messages.push_back(*std::move(message));
+    return messages;
+}
+
+}  // namespace
+
+bool isReadWhole(const std::string& transcript, HistorySource source) {
+    return source == HistorySource::gemini && GeminiReader::isDocument(transcript);
+}
+
+std::deque<HistoryMessage> wholeTranscript(const std::string& transcript, HistorySource source) {
+    if (source == HistorySource::gemini) return geminiDocument(transcript);
+    return {};
+}
+
+}  // namespace sonra
