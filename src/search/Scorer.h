@@ -23,6 +23,17 @@ struct Scorer {
 
     /// Compares in lower case. Absent if the field doesn't hold the token.
     static std::optional<FieldMatch> match(std::string_view token, std::string_view field);
+    /// As `match`, for what is in lower case and in UTF-16 already.
+    static std::optional<FieldMatch> matchUnits(std::u16string_view token,
+                                                std::u16string_view field);
+    /// True if a word begins behind this unit.
+    static constexpr bool isWordSeparator(char16_t unit) {
+        return unit == u' ' || unit == u'-' || unit == u'_' || unit == u'/' || unit == u'.' ||
+               unit == u'\t';
+    }
+
+  private:
+    static int scoreOf(const std::vector<int>& indices, std::u16string_view field);
 };
 
 }  // namespace sonra

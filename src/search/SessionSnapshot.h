@@ -10,6 +10,7 @@
 namespace sonra {
 
 class SearchTable;
+class SearchText;
 struct SessionEntry;
 
 /// The catalogue at one moment: a list of sessions that never changes. Copying it costs a pointer;
@@ -55,6 +56,8 @@ class SessionSnapshot {
 
     /// The session at `index`, which keeps the whole snapshot alive.
     [[nodiscard]] std::shared_ptr<const SessionMeta> shared(std::size_t index) const;
+    /// What the search reads of the session at `index`.
+    [[nodiscard]] const SearchText& text(std::size_t index) const;
     [[nodiscard]] const SearchTable& table() const;
 
     bool operator==(const SessionSnapshot& other) const;

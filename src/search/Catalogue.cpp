@@ -1,0 +1,71 @@
+#include "search/Catalogue.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace sonra {
+namespace {
+
+bool comesFirst(const Catalogue::Entry& a, const Catalogue::Entry& b) {
+    if (a->meta.mtime != b->meta.mtime) return a->meta.mtime > b->meta.mtime;
+    return a->meta.jsonlPath < b->meta.jsonlPath;
+}
+
+}  // namespace
+
+void Catalogue::forgetId(const SessionEntry& entry) {
+    const auto found = byId_.find(entry.meta.sessionId);
+    if (found == byId_.end()) return;
+    std::erase_if(found->second, [&](const Entry& other) { return other.get() == &entry; });
+    if (found->second.empty()) byId_.erase(found);
+}
+
+void Catalogue::publish(Entry entry) {
+    auto& place = byPath_[entry->meta.jsonlPath];
+    if (place) forgetId(*place);
+    byId_[entry->meta.sessionId].push_back(entry);
+    place = std::move(entry);
+    snapshot_.reset();
+}
+
+bool Catalogue::remove(const std::string& path) {
+    const auto found = byPath_.find(path);
+    if (found == byPath_.end()) return false;
+    forgetId(*found->second);
+    byPath_.erase(found);
+    snapshot_.reset();
+    return true;
+}
+
+std::vector<std::string> Catalogue::adopt(const std::unordered_map<std::string, StatAttr>& walked) {
+    std::vector<std::string> gone;
+    for (const auto& [path, entry] : byPath_)
+        if (!walked.contains(path)) gone.push_back(path);
+    for (const auto& path : gone) remove(path);
+    std::vector<std::string> changed;
+    for (const auto& [path, attributes] : walked) {
+        const auto known = byPath_.find(path);
+        if (known == byPath_.end() ||
+            StatAttr{known->second->meta.mtime, known->second->meta.bytes} != attributes)
+            changed.push_back(path);
+    }
+    return changed;
+}
+
+Catalogue::Entry Catalogue::withId(const std::string& sessionId) const {
+    const auto found = byId_.find(sessionId);
+    return found == byId_.end() ? nullptr : found->second.back();
+}
+
+const SessionSnapshot& Catalogue::snapshot() {
+    if (!snapshot_) {
+        SessionSnapshot::Entries entries;
+        entries.reserve(byPath_.size());
+        for (const auto& [path, entry] : byPath_) entries.push_back(entry);
+        std::ranges::sort(entries, comesFirst);
+        snapshot_.emplace(std::move(entries));
+    }
+    return *snapshot_;
+}
+
+}  // namespace sonra

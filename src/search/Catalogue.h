@@ -1,0 +1,40 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "search/ProjectsWalk.h"
+#include "search/SessionEntry.h"
+#include "search/SessionSnapshot.h"
+
+namespace sonra {
+
+/// The sessions in memory, by path and by id. One transcript is one session; two transcripts may
+/// have one id, then the last that was published answers to it. One thread at a time.
+class Catalogue {
+  public:
+    using Entry = std::shared_ptr<const SessionEntry>;
+
+    /// In place of what was there for its path.
+    void publish(Entry entry);
+    /// False if there was nothing.
+    bool remove(const std::string& path);
+    /// Drops every session whose path isn't in `walked`; returns the paths that are new or changed.
+    std::vector<std::string> adopt(const std::unordered_map<std::string, StatAttr>& walked);
+
+    [[nodiscard]] Entry withId(const std::string& sessionId) const;
+    /// Newest first, of equal times by path. Kept until the next change.
+    [[nodiscard]] const SessionSnapshot& snapshot();
+
+  private:
+    void forgetId(const SessionEntry& entry);
+
+    std::unordered_map<std::string, Entry> byPath_;
+    std::unordered_map<std::string, std::vector<Entry>> byId_;
+    std::optional<SessionSnapshot> snapshot_;
+};
+
+}  // namespace sonra

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "search/SearchText.h"
+#include "search/SessionSnapshot.h"
+
+namespace sonra {
+
+/// A snapshot's sessions as the search walks them: by time, the newest first and of equal times the
+/// one that stands first in the snapshot, each with all that decides whether its text is looked at.
+/// Points into the snapshot's entries. Immutable; any thread.
+class SearchTable {
+  public:
+    /// One line of the processor's cache.
+    struct Row {
+        const unsigned char* text;
+        double mtime;
+        std::array<std::uint64_t, SearchText::fieldCount> masks;
+        std::array<std::uint32_t, SearchText::fieldCount> lengths;
+    };
+    static_assert(sizeof(Row) == 64);
+
+    /// Sessions whose folders have the same name.
+    struct Project {
+        std::string_view name;  ///< as it was written
+        std::string lowered;
+    };
+
+    explicit SearchTable(const SessionSnapshot::Entries& entries);
+
+    [[nodiscard]] const std::vector<Row>& rows() const { return rows_; }
+    /// Where a row's session stands in the snapshot.
+    [[nodiscard]] std::uint32_t sessionOf(std::size_t row) const { return sessions_[row]; }
+    [[nodiscard]] const std::vector<Project>& projects() const { return projects_; }
+    [[nodiscard]] std::uint32_t projectOf(std::size_t row) const { return projectOf_[row]; }
+    /// One bit of a digest of the session's id: an id with another bit is another id.
+    [[nodiscard]] std::uint64_t idBit(std::size_t row) const {
+        return std::uint64_t{1} << idBits_[row];
+    }
+    static std::uint64_t idBit(std::string_view sessionId);
+
+  private:
+    void sortByTime(const SessionSnapshot::Entries& entries);
+    void groupByProject(const SessionSnapshot::Entries& entries);
+
+    std::vector<std::uint32_t> sessions_;
+    std::vector<Row> rows_;
+    std::vector<std::uint32_t> projectOf_;
+    std::vector<Project> projects_;
+    std::vector<std::uint8_t> idBits_;
+};
+
+}  // namespace sonra

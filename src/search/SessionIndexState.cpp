@@ -1,0 +1,280 @@
+#include "search/SessionIndexState.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+#include "frame/FileProbe.h"
+#include "frame/ThreadAffinity.h"
+#include "frame/WorkerPool.h"
+#include "search/Summarizer.h"
+
+namespace sonra {
+namespace {
+
+constexpr std::size_t maxSummarisers = 8;
+constexpr std::size_t filesWorthAThread = 16;
+constexpr auto quietBeforeFlush = std::chrono::milliseconds(500);
+
+std::string rootOf(const std::optional<std::string>& root) {
+    return SessionIndex::canonicalize(root ? *root : SessionIndex::defaultProjectsRoot());
+}
+
+Catalogue::Entry entryOf(const SessionRecord& record) {
+    return std::make_shared<const SessionEntry>(record.toMeta());
+}
+
+Catalogue::Entry summarised(const std::string& path) {
+    const auto record = Summarizer::summarize(path);
+    return record ? entryOf(*record) : nullptr;
+}
+
+std::size_t summarisersFor(std::size_t files) {
+    const std::size_t cores = std::max(1U, std::thread::hardware_concurrency());
+    return std::min({maxSummarisers, cores, files / filesWorthAThread + 1});
+}
+
+}  // namespace
+
+SessionIndex::State::State(MainLoop& loop, WorkerPool& workers, TreeWatcher& watcher,
+                           SessionIndexStore store)
+    : store_(std::move(store)), loop_(&loop), workers_(&workers), watcher_(&watcher) {}
+
+void SessionIndex::State::release() {
+    released_ = true;
+    {
+        MutexLock lock(outside_);
+        loop_ = nullptr;
+        workers_ = nullptr;
+        watcher_ = nullptr;
+    }
+    for (const auto& slot : *listeners_) *slot = nullptr;
+    onQueue([this] { closeStream(); });
+}
+
+/// Waits for the queue, so it must not be the queue that waits: in every build, since the program
+/// would stand still.
+void SessionIndex::State::onQueue(const std::function<void()>& work) {
+    if (queue_.isCurrent()) threadAffinityBroken("off the index's queue", __FILE__, __LINE__);
+    queue_.sync(work);
+}
+
+void SessionIndex::State::onPool(std::function<void(State&)> work) {
+    MutexLock lock(outside_);
+    if (workers_ == nullptr) return;
+    workers_->post([weak = weak_from_this(), work = std::move(work)] {
+        const auto self = weak.lock();
+        if (self && !self->released_) work(*self);
+    });
+}
+
+void SessionIndex::State::bootstrap() {
+    if (queue_.isCurrent()) threadAffinityBroken("off the index's queue", __FILE__, __LINE__);
+    Catalogue loaded;
+    if (const auto file = store_.load())
+        for (const auto& record : file->sessions) loaded.publish(entryOf(record));
+    onQueue([&] { catalogue_ = std::move(loaded); });
+}
+
+SessionSnapshot SessionIndex::State::snapshot() {
+    SessionSnapshot result;
+    onQueue([&] { result = catalogue_.snapshot(); });
+    return result;
+}
+
+std::optional<SessionMeta> SessionIndex::State::lookup(const std::string& sessionId) {
+    Catalogue::Entry entry;
+    onQueue([&] { entry = catalogue_.withId(sessionId); });
+    return entry ? std::optional(entry->meta) : std::nullopt;
+}
+
+ReconcileProgress SessionIndex::State::progress() {
+    ReconcileProgress result;
+    onQueue([&] { result = progress_; });
+    return result;
+}
+
+LoopHandle SessionIndex::State::addListener(Listener listener) {
+    std::erase_if(*listeners_, [](const auto& slot) { return !*slot; });
+    auto slot = std::make_shared<Listener>(std::move(listener));
+    listeners_->push_back(slot);
+    return LoopHandle([slot] { *slot = nullptr; });
+}
+
+void SessionIndex::State::reconcile(std::optional<std::string> root,
+                                    std::function<void()> completion) {
+    onPool([root = std::move(root), completion = std::move(completion)](State& self) {
+        self.runReconcile(rootOf(root), completion);
+    });
+}
+
+void SessionIndex::State::runReconcile(const std::string& root,
+                                       const std::function<void()>& completion) {
+    const auto walked = statWalk(root);
+    std::vector<std::string> changed;
+    std::uint64_t generation = 0;
+    onQueue([&] { changed = beginReconcile(walked, generation); });
+    if (!changed.empty()) {
+        summariseAll(changed, generation);
+        onQueue([&] { endReconcile(generation); });
+    }
+    if (released_) return;
+    saveAndNotify();
+    if (completion && !released_) completion();
+}
+
+std::vector<std::string> SessionIndex::State::beginReconcile(
+    const std::unordered_map<std::string, StatAttr>& walked, std::uint64_t& generation) {
+    SONRA_ASSERT_ON(queue_);
+    auto changed = catalogue_.adopt(walked);
+    generation = ++generation_;
+    progress_ = {static_cast<int>(changed.size()), 0, !changed.empty()};
+    return changed;
+}
+
+void SessionIndex::State::endReconcile(std::uint64_t generation) {
+    SONRA_ASSERT_ON(queue_);
+    if (generation == generation_) progress_.inFlight = false;
+}
+
+void SessionIndex::State::summariseAll(const std::vector<std::string>& paths,
+                                       std::uint64_t generation) {
+    std::atomic<std::size_t> next = 0;
+    const auto work = [&] {
+        for (auto i = next++; i < paths.size() && !released_; i = next++)
+            summariseOne(paths[i], generation);
+    };
+    std::vector<std::jthread> others;
+    for (std::size_t i = 1; i < summarisersFor(paths.size()); ++i) others.emplace_back(work);
+    work();
+}
+
+/// The queue is given the row without waiting for it; whoever asks later finds it there.
+void SessionIndex::State::summariseOne(const std::string& path, std::uint64_t generation) {
+    queue_.post([weak = weak_from_this(), entry = summarised(path), generation] {
+        const auto self = weak.lock();
+        if (!self) return;
+        if (entry) self->catalogue_.publish(entry);
+        if (generation == self->generation_) ++self->progress_.done;
+    });
+}
+
+void SessionIndex::State::applyTouched(std::vector<std::string> paths) {
+    if (paths.empty()) return;
+    onPool([paths = std::move(paths)](State& self) { self.runTouched(paths); });
+}
+
+void SessionIndex::State::runTouched(const std::vector<std::string>& paths) {
+    bool changed = false;
+    for (const auto& path : paths) {
+        if (released_) return;
+        changed |= refresh(path);
+    }
+    if (changed) saveAndNotify();
+}
+
+bool SessionIndex::State::refresh(const std::string& path) {
+    if (!fileExists(path)) {
+        onQueue([&] { catalogue_.remove(path); });
+        return true;
+    }
+    const auto entry = summarised(path);
+    if (entry) onQueue([&] { catalogue_.publish(entry); });
+    return entry != nullptr;
+}
+
+void SessionIndex::State::saveAndNotify() {
+    {
+        MutexLock lock(saving_);
+        const auto sessions = snapshot();
+        IndexFile file;
+        file.sessions.reserve(sessions.size());
+        for (const auto& meta : sessions) file.sessions.push_back(SessionRecord::from(meta));
+        try {
+            store_.save(file);
+        } catch (const SessionIndexStoreError&) {
+            // The next reconcile writes it again.
+        }
+    }
+    notify(snapshot());
+}
+
+/// A listener may end itself or others, or release the index.
+void SessionIndex::State::notify(SessionSnapshot sessions) {
+    MutexLock lock(outside_);
+    if (loop_ == nullptr) return;
+    loop_->post([weak = std::weak_ptr(listeners_), sessions = std::move(sessions)] {
+        const auto listeners = weak.lock();
+        if (!listeners) return;
+        for (const auto& slot : Listeners(*listeners))
+            if (const auto listener = *slot) listener(sessions);
+    });
+}
+
+void SessionIndex::State::startWatching(std::optional<std::string> root) {
+    queue_.post([weak = weak_from_this(), root = std::move(root)] {
+        if (const auto self = weak.lock()) self->openStream(rootOf(root));
+    });
+}
+
+void SessionIndex::State::openStream(const std::string& root) {
+    SONRA_ASSERT_ON(queue_);
+    if (stream_) return;
+    MutexLock lock(outside_);
+    if (watcher_ == nullptr) return;
+    watchedRoot_ = root;
+    stream_ = watcher_->watch(root, [weak = weak_from_this()](TreeEvents events) {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->queue_.post([weak, events = std::move(events)]() mutable {
+            if (const auto still = weak.lock()) still->handleEvents(std::move(events));
+        });
+    });
+    if (!stream_) std::fputs("[session-index] FSEventStreamCreate failed\n", stderr);
+}
+
+void SessionIndex::State::handleEvents(TreeEvents events) {
+    SONRA_ASSERT_ON(queue_);
+    if (!stream_) return;
+    if (events.rescan) {
+        pendingPaths_.clear();
+        coalesceWork_.cancel();
+        reconcile(watchedRoot_, nullptr);
+        return;
+    }
+    std::erase_if(events.paths, [](const auto& path) { return !path.ends_with(".jsonl"); });
+    enqueueTouched(std::move(events.paths));
+}
+
+void SessionIndex::State::enqueueTouched(std::vector<std::string> paths) {
+    SONRA_ASSERT_ON(queue_);
+    pendingPaths_.insert(std::make_move_iterator(paths.begin()),
+                         std::make_move_iterator(paths.end()));
+    coalesceWork_.cancel();
+    coalesceWork_ = queue_.after(quietBeforeFlush, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->flushTouched();
+    });
+}
+
+void SessionIndex::State::flushTouched() {
+    SONRA_ASSERT_ON(queue_);
+    const auto paths = std::exchange(pendingPaths_, {});
+    if (!paths.empty()) applyTouched({paths.begin(), paths.end()});
+}
+
+void SessionIndex::State::stopWatching() {
+    queue_.post([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->closeStream();
+    });
+}
+
+void SessionIndex::State::closeStream() {
+    SONRA_ASSERT_ON(queue_);
+    coalesceWork_.cancel();
+    pendingPaths_.clear();
+    stream_.reset();
+}
+
+}  // namespace sonra
