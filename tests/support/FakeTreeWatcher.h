@@ -10,53 +10,61 @@
 
 namespace sonra::test {
 
-/// Remembers what is watched, and reports what the test says has happened. Any thread.
+/// A tree watcher whose events the test fires by hand. Any thread.
 class FakeTreeWatcher : public TreeWatcher {
   public:
-    std::unique_ptr<TreeWatch> watch(const std::string& root, Callback onEvents) override {
-        const std::lock_guard lock(state_->mutex);
-        if (state_->refuses) return nullptr;
-        state_->roots.push_back(root);
-        state_->callback = std::move(onEvents);
-        return std::make_unique<Watch>(state_);
+    [[nodiscard]] std::unique_ptr<TreeWatch> watch(const std::string& root,
+                                                   Callback onEvents) override {
+        const std::lock_guard lock(shared_->mutex);
+        shared_->roots.push_back(root);
+        if (refuse_) return nullptr;
+        shared_->callback = std::move(onEvents);
+        ++shared_->running;
+        return std::make_unique<Watch>(shared_);
     }
 
-    void refuse() {
-        const std::lock_guard lock(state_->mutex);
-        state_->refuses = true;
+    void refuse() { refuse_ = true; }
+    /// False if nobody watches.
+    bool fire(TreeEvents events) {
+        const std::lock_guard lock(shared_->mutex);
+        if (shared_->running == 0) return false;
+        shared_->callback(std::move(events));
+        return true;
     }
-    /// Every root that was ever watched.
+    /// What was asked for, in order.
     [[nodiscard]] std::vector<std::string> roots() const {
-        const std::lock_guard lock(state_->mutex);
-        return state_->roots;
+        const std::lock_guard lock(shared_->mutex);
+        return shared_->roots;
     }
-    [[nodiscard]] bool isWatching() const {
-        const std::lock_guard lock(state_->mutex);
-        return state_->callback != nullptr;
-    }
-    /// Nothing happens where nobody watches.
-    void report(TreeEvents events) {
-        const std::lock_guard lock(state_->mutex);
-        if (state_->callback) state_->callback(std::move(events));
+    [[nodiscard]] int running() const {
+        const std::lock_guard lock(shared_->mutex);
+        return shared_->running;
     }
 
   private:
-    struct State {
+    struct Shared {
         std::mutex mutex;
         std::vector<std::string> roots;
         Callback callback;
-        bool refuses = false;
+        int running = 0;
     };
-    struct Watch : TreeWatch {
-        explicit Watch(std::shared_ptr<State> watched) : state(std::move(watched)) {}
+    class Watch : public TreeWatch {
+      public:
+        explicit Watch(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
         ~Watch() override {
-            const std::lock_guard lock(state->mutex);
-            state->callback = nullptr;
+            const std::lock_guard lock(shared_->mutex);
+            --shared_->running;
+            shared_->callback = nullptr;
         }
-        const std::shared_ptr<State> state;
+        Watch(const Watch&) = delete;
+        Watch& operator=(const Watch&) = delete;
+
+      private:
+        const std::shared_ptr<Shared> shared_;
     };
 
-    const std::shared_ptr<State> state_ = std::make_shared<State>();
+    const std::shared_ptr<Shared> shared_ = std::make_shared<Shared>();
+    bool refuse_ = false;
 };
 
 }  // namespace sonra::test
