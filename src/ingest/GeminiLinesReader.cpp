@@ -89,7 +89,8 @@ class Versions {
 
 bool GeminiLinesReader::recognises(const std::string& url) const {
     if (GeminiReader::isDocument(url)) return false;
-    const auto lines = LineReading::linesIn(LineReading::beginning(url, beginning));
+    const std::string head = LineReading::beginning(url, beginning);
+    const auto lines = LineReading::linesIn(head);
     if (lines.empty()) return false;
     return isHeader(lines.front()) || std::ranges::any_of(lines, isChange);
 }

@@ -33,6 +33,7 @@ Lines linesSince(const std::string& url, std::int64_t position);
 
 /// The complete lines in `bytes`, without their terminators and without empty ones.
 std::vector<std::string_view> linesIn(std::string_view bytes);
+std::vector<std::string_view> linesIn(std::string&& bytes) = delete;  ///< they would dangle
 
 /// The first bytes of a file, at most `count`: for a look at what it is.
 std::string beginning(const std::string& url, std::size_t count);

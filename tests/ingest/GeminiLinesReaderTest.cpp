@@ -1,0 +1,154 @@
+#include "ingest/GeminiLinesReader.h"
+
+#include <gtest/gtest.h>
+
+#include "support/TempDir.h"
+
+namespace sonra {
+namespace {
+
+const std::string header =
+    R"({"sessionId":"s","projectHash":"h","startTime":"2026-04-23T12:52:52.759Z","kind":"main"})"
+    "\n";
+const std::string touched = R"({"$set":{"lastUpdated":"2026-04-23T12:53:02.597Z"}})"
+                            "\n";
+
+std::string reply(const std::string& id, const std::string& text) {
+    return R"({"id":")" + id + R"(","timestamp":"2026-04-23T12:53:11.257Z","type":"gemini",)" +
+           R"("content":")" + text + "\"}\n";
+}
+
+std::string userLine(const std::string& id) {
+    return R"({"id":")" + id + R"(","type":"user","content":[{"text":"Please."}]})" + "\n";
+}
+
+std::string rewindTo(const std::string& id) {
+    return R"({"$rewindTo":")" + id + "\"}\n";
+}
+
+class GeminiLines : public testing::Test {
+  protected:
+    /// Appends, and looks at once, as after an event; then what was said.
+    void expectSaid(const std::string& appended, const std::vector<std::string>& texts) {
+        test::appendFile(path, appended);
+        now = std::chrono::system_clock::now();
+        expectSaidNow(texts);
+    }
+    void expectSaidAfterQuiet(const std::vector<std::string>& texts) {
+        now += QuietFile::enough;
+        expectSaidNow(texts);
+    }
+    void expectSaidNow(const std::vector<std::string>& texts) {
+        std::vector<std::string> said;
+        const auto reading = reader.readSince(path, cursor);
+        cursor = cursor.advanced(reading.newOffset);
+        for (const auto& record : reading.records)
+            if (const auto message = reader.parser().parse(record)) said.push_back(message->text);
+        EXPECT_EQ(said, texts);
+    }
+    bool recognises(const std::string& content) {
+        test::writeFile(path, content);
+        return reader.recognises(path);
+    }
+
+    test::TempDir dir;
+    std::string path = dir / "session.jsonl";
+    std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
+    GeminiLinesReader reader{QuietFile([this] { return now; })};
+    TailOffset cursor = TailOffset::byte(0);
+};
+
+TEST_F(GeminiLines, AReplyIsFinalWhenAnotherMessageFollows) {
+    expectSaid(header + reply("a", "One.") + touched, {});
+    expectSaid(userLine("u"), {"One."});
+    expectSaid(reply("b", "Two.") + reply("c", "Three."), {"Two."});
+}
+
+TEST_F(GeminiLines, AReplyIsFinalAfterQuiet) {
+    expectSaid(header + reply("a", "One."), {});
+    expectSaidAfterQuiet({"One."});
+    EXPECT_EQ(cursor, reader.initialOffset(path));
+    expectSaidNow({});
+}
+
+TEST_F(GeminiLines, ARepeatedIdReplacesTheEarlierMessageAndIsSaidOnce) {
+    expectSaid(header + reply("a", "") + touched, {});
+    expectSaid(reply("a", "One.") + touched, {});
+    expectSaid(reply("a", "One and a half.") + touched, {});
+    expectSaidAfterQuiet({"One and a half."});
+}
+
+TEST_F(GeminiLines, CursorWaitsInFrontOfAReplyThatMayChange) {
+    expectSaid(header + userLine("u"), {});
+    const auto before = cursor;
+    EXPECT_EQ(before, reader.initialOffset(path));
+    expectSaid(reply("a", "One."), {});
+    EXPECT_EQ(cursor, before);
+}
+
+TEST_F(GeminiLines, ARewindTakesBackTheReplyThatWaits) {
+    expectSaid(header + userLine("u") + reply("a", "One."), {});
+    expectSaid(rewindTo("u"), {});
+    expectSaidAfterQuiet({});
+    expectSaid(userLine("v") + reply("b", "Two."), {});
+    expectSaidAfterQuiet({"Two."});
+}
+
+TEST_F(GeminiLines, ASetOfMessagesReplacesTheReplyThatWaits) {
+    expectSaid(header + reply("a", "One."), {});
+    expectSaid(R"({"$set":{"messages":[{"id":"z","type":"gemini","content":"Old."},)"
+               R"({"id":"a","type":"gemini","content":"Better."}]}})"
+               "\n",
+               {});
+    expectSaidAfterQuiet({"Better."});
+    expectSaid(reply("b", "Two."), {});
+    expectSaid(R"({"$set":{"messages":[]}})"
+               "\n",
+               {});
+    expectSaidAfterQuiet({});
+}
+
+TEST_F(GeminiLines, AReplyWithoutAnIdCanNotChangeAndIsFinalAtOnce) {
+    expectSaid(header + R"({"type":"gemini","content":"One."})" + "\n", {"One."});
+}
+
+TEST_F(GeminiLines, LinesThatAreNoMessagesEndNothing) {
+    expectSaid(header + reply("a", "One."), {});
+    expectSaid("nonsense\n7\n[]\n{}\n{\"$other\":1}\n" + touched, {});
+    expectSaidAfterQuiet({"One."});
+}
+
+TEST_F(GeminiLines, TheSameIsSaidHoweverTheFileGrows) {
+    const std::string all = header + userLine("u") + reply("a", "") + touched + reply("a", "One.") +
+                            touched + reply("b", "Two.") + reply("c", "Gone.") + rewindTo("c") +
+                            reply("d", "Four.") + userLine("w");
+    std::vector<std::string> said;
+    for (std::size_t at = 0; at < all.size(); at += 7) {
+        test::appendFile(path, all.substr(at, 7));
+        now = std::chrono::system_clock::now();
+        const auto reading = reader.readSince(path, cursor);
+        cursor = reading.newOffset;
+        for (const auto& record : reading.records)
+            if (const auto message = reader.parser().parse(record)) said.push_back(message->text);
+    }
+    EXPECT_EQ(said, (std::vector<std::string>{"One.", "Two.", "Four."}));
+}
+
+TEST_F(GeminiLines, AreRecognisedByTheHeaderOrAChange) {
+    EXPECT_TRUE(recognises(header));
+    EXPECT_TRUE(recognises(reply("a", "One.") + touched));
+    EXPECT_TRUE(recognises(reply("a", "One.") + rewindTo("a")));
+    EXPECT_FALSE(recognises(reply("a", "One.") + userLine("u")));
+    EXPECT_FALSE(recognises(""));
+    EXPECT_FALSE(recognises(header.substr(0, 40)));
+    EXPECT_FALSE(recognises("nonsense\n"));
+    EXPECT_FALSE(reader.recognises(dir / "missing.jsonl"));
+}
+
+TEST_F(GeminiLines, ADocumentIsNotAFileOfLines) {
+    test::writeFile(dir / "session.json", header);
+    EXPECT_FALSE(reader.recognises(dir / "session.json"));
+}
+
+}  // namespace
+}  // namespace sonra
