@@ -61,12 +61,14 @@ bool AppCoordinator::start() {
     wireCaptions();
     applyHistoryState();
     wireQueue();
+    wireSearch();
     wireMenu();
     wireSessions();
     wireTransport();
     wireHistoryCommands();
     wireCaptionCommands();
     wireSessionCommands();
+    search_->start();
     applyState();
     ipc_->onCommand = whileAlive<const Json&>(
         [](AppCoordinator& self, const Json& message) { self.handleIPC(message); });
@@ -286,6 +288,7 @@ void AppCoordinator::refreshMenuBar(const std::optional<StateTick>& given) {
     picture.currentSnippet = lastSnippet_;
     picture.sessions = std::move(tick.sessions.attached);
     picture.discovered = std::move(tick.sessions.discovered);
+    picture.recent = search_->recentSessionsForMenu();
     picture.isLaunchAgentInstalled = isLaunchAgentInstalled();
     menuBar_->reflect(std::move(picture));
 }
@@ -320,7 +323,20 @@ void AppCoordinator::maybeAutoAttachSoleSession(const StateTick& tick) {
 }
 
 void AppCoordinator::attachSession(const std::string& id, const std::string& cwd) {
-    attachSessionLocal({id, cwd, "", "claude-code", "", ""});
+    AttachRequest request{id, cwd, "", "claude-code", "", ""};
+    // The folder's name doesn't always tell where a session lies: it may have been moved.
+    if (!sessions_->canServe(request)) request.transcript = search_->transcriptOf(id).value_or("");
+    attachSessionLocal(std::move(request));
+}
+
+bool AppCoordinator::openURL(const std::string& url) {
+    SONRA_ASSERT_MAIN_THREAD();
+    return search_->openFromURLString(url);
+}
+
+void AppCoordinator::openSearchPanel() {
+    SONRA_ASSERT_MAIN_THREAD();
+    search_->openPanel();
 }
 
 AttachOutcome AppCoordinator::attachSessionLocal(AttachRequest request) {

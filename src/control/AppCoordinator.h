@@ -13,6 +13,7 @@
 #include "control/HistoryTransport.h"
 #include "control/IPCServer.h"
 #include "control/NarrationSessions.h"
+#include "control/SessionSearch.h"
 #include "control/StateTick.h"
 #include "frame/WorkerPool.h"
 #include "history/MessageHistoryQueue.h"
@@ -48,6 +49,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
         Screens& screens;
         StatusItem& statusItem;
         CaptionWindow::PanelFactory makeCaptionPanel;
+        SearchPorts search;
         NowPlayingCenter* nowPlaying = nullptr;         ///< null where the desktop has none
         RemoteCommandCenter* remoteCommands = nullptr;  ///< null where the desktop has none
         std::function<void(int status)> exit;           ///< ends the process; may not return
@@ -79,9 +81,13 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void applyState();
     void handleIPC(const Json& message);
 
+    /// A session of Claude Code's, wherever its transcript turns out to be.
     void attachSession(const std::string& id, const std::string& cwd);
     AttachOutcome attachSessionLocal(AttachRequest request);
     void detachSessionLocal(const std::string& id);
+    /// Attaches the session that an address of this program's names; false for any other address.
+    bool openURL(const std::string& url);
+    void openSearchPanel();
 
     [[nodiscard]] AudioQueue& queue() { return *queue_; }
     [[nodiscard]] NarrationSessions& sessions() { return *sessions_; }
@@ -95,6 +101,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void wireHistory();
     void wireSessions();
     void wireCaptions();
+    void wireSearch();
     void wireMenu();
     void installRemoteCommandHandlers();
     void wireTransport();
@@ -153,6 +160,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     std::unique_ptr<CaptionPresenter> captions_;
     std::unique_ptr<MenuBarController> menuBar_;
     std::unique_ptr<NarrationSessions> sessions_;
+    std::unique_ptr<SessionSearch> search_;
     std::unique_ptr<IPCServer> ipc_;
     CommandTable commands_;
     std::string lastSnippet_;

@@ -86,6 +86,22 @@ void AppCoordinator::wireCaptions() {
     window.onJumpToLive = whileAlive([](AppCoordinator& self) { self.transport_->jumpToLive(); });
 }
 
+void AppCoordinator::wireSearch() {
+    SessionSearch::Callbacks callbacks;
+    callbacks.currentAttachedIds = [] { return StateTick::read().sessions.attachedIds(); };
+    callbacks.onAttach = whileAlive<const std::string&, const std::string&>(
+        [](AppCoordinator& self, const std::string& id, const std::string& cwd) {
+            self.attachSession(id, cwd);
+        });
+    callbacks.onRecentChanged = whileAlive([](AppCoordinator& self) { self.refreshMenuBar(); });
+    search_ = std::make_unique<SessionSearch>(
+        platform_.search,
+        SessionSearch::Surroundings{platform_.loop, platform_.pool, platform_.screens,
+                                    platform_.defaults, platform_.wallClockMs},
+        std::move(callbacks));
+    if (search_->hasPanel()) commands_.add("search", [this](const Json&) { openSearchPanel(); });
+}
+
 void AppCoordinator::wireMenu() {
     MenuBarController::Callbacks callbacks;
     callbacks.onPlayPause =
@@ -105,6 +121,8 @@ void AppCoordinator::wireMenu() {
         });
     callbacks.onDetach = whileAlive<const std::string&>(
         [](AppCoordinator& self, const std::string& id) { self.detachSessionLocal(id); });
+    if (search_->hasPanel())
+        callbacks.onSearch = whileAlive([](AppCoordinator& self) { self.openSearchPanel(); });
     // The control tool puts the entry there; without it the row would do nothing.
     if (!CtlInvocation::ctlSpawnDisabled() && CtlInvocation::resolve())
         callbacks.onToggleStartAtLogin = [] {

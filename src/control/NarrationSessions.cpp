@@ -98,7 +98,9 @@ std::optional<std::string> NarrationSessions::problemWith(AttachRequest& request
     if (request.transcript.empty())
         request.transcript = homeDirectory() + "/.claude/projects/" +
                              SessionRows::sanitizeCwd(request.cwd) + "/" + request.id + ".jsonl";
-    if (fileExists(request.transcript)) return std::nullopt;
+    const auto* reader = LiveTailReaderRegistry::reader(request.source);
+    if (fileExists(reader == nullptr ? request.transcript : reader->watchPath(request.transcript)))
+        return std::nullopt;
     input = {{"id", id}, {"transcript", request.transcript}};
     return "attach: transcript missing on disk";
 }

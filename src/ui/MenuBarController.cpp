@@ -192,11 +192,14 @@ Rows MenuBarController::Shown::levelSection() const {
 Rows MenuBarController::Shown::sessionSection() const {
     const auto count = picture.sessions.size();
     const auto narrating = count == 0 ? "(none)" : std::to_string(count);
-    return {
+    Rows section{
         submenu("sessions", "Narrating: " + narrating,
                 making([](const Shown& shown) { return shown.sessionRows(); })),
         submenu("attach", hasCandidates(picture) ? "Attach session…" : "Attach session…  (none)",
                 making([](const Shown& shown) { return shown.attachRows(); }))};
+    if (callbacks.onSearch)
+        section.push_back(action("search", "Search sessions…", calling(&Callbacks::onSearch)));
+    return section;
 }
 
 Rows MenuBarController::Shown::programSection() const {

@@ -32,6 +32,7 @@ class MenuBarController {
         /// With the row's id, folder, transcript, source, branch and title.
         std::function<void(const DiscoveredRow& session)> onAttach = {};
         std::function<void(const std::string& id)> onDetach = {};
+        std::function<void()> onSearch = {};  ///< optional
         std::function<void()> onAbout = {};
         std::function<void()> onToggleStartAtLogin = {};  ///< optional
         std::function<void()> onQuit = {};

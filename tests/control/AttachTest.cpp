@@ -1,4 +1,5 @@
 #include "control/Fixture.h"
+#include "frame/HarnessTheme.h"
 #include "support/TranscriptLines.h"
 
 namespace sonra {
@@ -96,11 +97,25 @@ TEST_F(Attach, UnknownSourceNamesTheKnownOnesSorted) {
               {"known", {"aider", "claude-code", "cline", "codex", "gemini", "opencode", "pi"}}}));
 }
 
-TEST_F(Attach, SourceWithoutAReaderKeepsItsRowButNarratesNothing) {
-    coordinator->attachSessionLocal({"c1", "/p", transcript, "codex"});
-    EXPECT_EQ(rows()[0]["source"], "codex");
-    EXPECT_FALSE(coordinator->sessions().isNarrating("c1"));
-    EXPECT_EQ(log.count("no live reader for source; skipping native tailer"), 1U);
+TEST_F(Attach, SessionOfEveryKnownAgentIsNarrated) {
+    for (const auto& theme : HarnessTheme::all()) {
+        coordinator->attachSessionLocal(
+            {std::string(theme.id), "/p", transcript, std::string(theme.id)});
+        EXPECT_TRUE(coordinator->sessions().isNarrating(std::string(theme.id))) << theme.id;
+    }
+    EXPECT_EQ(rows().size(), HarnessTheme::all().size());
+}
+
+/// A session of OpenCode's store is named by the store and its id there.
+TEST_F(Attach, SessionInAStoreIsThereIfTheStoreIs) {
+    const auto store = home / "opencode.db";
+    log.expect("attach: transcript missing on disk");
+    EXPECT_EQ(coordinator->attachSessionLocal({"o1", "/p", store + "#ses_1", "opencode"}),
+              AttachOutcome::refused);
+    test::writeFile(store, "");
+    EXPECT_EQ(coordinator->attachSessionLocal({"o1", "/p", store + "#ses_1", "opencode"}),
+              AttachOutcome::added);
+    EXPECT_EQ(rows()[0]["transcript"], store + "#ses_1");
 }
 
 TEST_F(Attach, ClearsAStalePause) {

@@ -56,6 +56,16 @@ void CoordinatorTest::useResidentWorker() {
     chmod(workerScript.c_str(), 0700);
 }
 
+SearchPorts CoordinatorTest::searchPorts() {
+    if (!showsPanels) return {tree, desktopSearch};
+    const auto makePanel = [this] {
+        auto made = std::make_unique<FakeSearchPanel>();
+        searchPanel = made.get();
+        return made;
+    };
+    return {tree, desktopSearch, makePanel, &hotkeys};
+}
+
 AppCoordinator::Platform CoordinatorTest::platform() {
     const auto makePanel = [this](CaptionPanelModel&) {
         auto made = std::make_unique<FakePanel>();
@@ -70,6 +80,7 @@ AppCoordinator::Platform CoordinatorTest::platform() {
             screens,
             statusItem,
             makePanel,
+            searchPorts(),
             nullptr,
             &remote,
             [this](int status) { exits.push_back(status); },

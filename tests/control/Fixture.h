@@ -8,13 +8,17 @@
 #include <vector>
 
 #include "control/AppCoordinator.h"
+#include "search/RecordedDesktopSearch.h"
 #include "support/FakeDefaults.h"
 #include "support/FakeFileWatcher.h"
+#include "support/FakeGlobalHotkeys.h"
 #include "support/FakePanel.h"
 #include "support/FakePlayer.h"
 #include "support/FakeRemoteCommandCenter.h"
 #include "support/FakeScreens.h"
+#include "support/FakeSearchPanel.h"
 #include "support/FakeStatusItem.h"
+#include "support/FakeTreeWatcher.h"
 #include "support/LogWatch.h"
 #include "support/ManualLoop.h"
 #include "support/TempDir.h"
@@ -35,6 +39,7 @@ class CoordinatorTest : public testing::Test {
 
     /// The test's ports, as a coordinator takes them.
     AppCoordinator::Platform platform();
+    SearchPorts searchPorts();
     /// Starts the coordinator on what the shared document says now.
     void start();
     /// Before `start`: the resident worker is a script that stays up and answers nothing.
@@ -70,7 +75,12 @@ class CoordinatorTest : public testing::Test {
     FakeScreens screens;
     FakeStatusItem statusItem;
     FakeRemoteCommandCenter remote;
-    FakePanel* panel = nullptr;  ///< the coordinator's; null before `start`
+    FakeTreeWatcher tree;
+    RecordedDesktopSearch desktopSearch{loop};
+    FakeGlobalHotkeys hotkeys;
+    FakePanel* panel = nullptr;              ///< the coordinator's; null before `start`
+    FakeSearchPanel* searchPanel = nullptr;  ///< the coordinator's; null before `start`
+    bool showsPanels = true;                 ///< before `start`: there is a display
     std::vector<int> exits;
     std::atomic<int> exitsAtOnce{0};
     std::string voiceLauncher;

@@ -30,7 +30,7 @@ ScopedEnv::~ScopedEnv() {
     }
 }
 
-TempHome::TempHome() : home_("HOME", path()) {
+TempHome::TempHome() : home_("HOME", path()), cache_("XDG_CACHE_HOME", *this / ".cache") {
     std::filesystem::create_directories(shared());
 }
 

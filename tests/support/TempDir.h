@@ -43,6 +43,7 @@ class TempHome : public TempDir {
 
   private:
     ScopedEnv home_;
+    ScopedEnv cache_;
 };
 
 std::string readFile(const std::string& path);

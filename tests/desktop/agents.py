@@ -1,0 +1,244 @@
+"""The seven agents as they write their transcripts: each class lays one out below a home and adds replies to it."""
+import hashlib
+import json
+import sqlite3
+import time
+from pathlib import Path
+
+
+def short_digest(text):
+    return hashlib.md5(text.encode(), usedforsecurity=False).hexdigest()[:16]
+
+
+class Agent:
+    """One session of an agent. `say` adds a reply and gives its message id, or None where that is the agent's affair."""
+
+    source = ""
+    place = ""
+
+    def __init__(self, home):
+        self.path = Path(home) / self.place
+        self.path.parent.mkdir(parents=True, exist_ok=True)
+        self.begin()
+
+    def begin(self):
+        self.path.write_text("")
+
+    @property
+    def transcript(self):
+        return str(self.path)
+
+    def append(self, *records):
+        with self.path.open("a", encoding="utf-8") as out:
+            for record in records:
+                out.write(json.dumps(record) + "\n")
+
+    def replace(self, document):
+        """As agents rewrite a document: whole, by rename."""
+        fresh = self.path.with_name(self.path.name + ".new")
+        fresh.write_text(json.dumps(document), encoding="utf-8")
+        fresh.rename(self.path)
+
+
+class ClaudeCode(Agent):
+    source = "claude-code"
+    place = ".claude/projects/-home-me-proj/0b6f7f1d-bbbb-4b57-9a3a-5f0c2a516d0e.jsonl"
+
+    def say(self, text):
+        self.append({"type": "assistant", "uuid": "u-1", "timestamp": "2026-05-01T10:00:00.000Z",
+                     "message": {"id": "m-1", "role": "assistant", "content": [{"type": "text", "text": text}]}})
+        return "u-1"
+
+
+class Codex(Agent):
+    source = "codex"
+    place = ".codex/sessions/2026/05/02/rollout-1.jsonl"
+    time = "2026-05-02T09:09:00.000Z"
+
+    def say(self, text):
+        self.append({"type": "response_item", "timestamp": self.time,
+                     "payload": {"type": "message", "role": "assistant", "content": [{"type": "output_text", "text": text}]}})
+        return short_digest(text + self.time)
+
+
+class CodexItems(Codex):
+    place = ".codex/sessions/2026/05/02/rollout-2.jsonl"
+
+    def say(self, text):
+        self.append({"type": "event_msg", "timestamp": self.time,
+                     "payload": {"type": "item_completed", "thread_id": "t", "turn_id": "1", "completed_at_ms": 5,
+                                 "item": {"type": "AgentMessage", "id": "i-1", "content": [{"type": "Text", "text": text}]}}})
+
+
+class Pi(Agent):
+    source = "pi"
+    place = ".pi/agent/sessions/--home-me-proj--/1_2.jsonl"
+
+    def say(self, text):
+        self.append({"type": "message", "id": "deadbeef", "parentId": None, "timestamp": "2026-06-04T07:20:00.000Z",
+                     "message": {"role": "assistant", "content": [{"type": "text", "text": text}]}})
+        return "deadbeef"
+
+
+class GeminiDocument(Agent):
+    source = "gemini"
+    place = ".gemini/tmp/p/chats/session-1.json"
+
+    def begin(self):
+        self.replace({"messages": [{"type": "user", "content": "hello"}]})
+
+    def say(self, text):
+        document = json.loads(self.path.read_text())
+        document["messages"].append({"id": "g-1", "type": "gemini", "content": text})
+        self.replace(document)
+        return "g-1"
+
+
+class GeminiLines(Agent):
+    source = "gemini"
+    place = ".gemini/tmp/p/chats/session-2.jsonl"
+    time = "2026-05-03T08:09:00.000Z"
+
+    def say(self, text):
+        self.append({"type": "gemini", "timestamp": self.time, "content": [{"text": text}]})
+        return short_digest(text + self.time)
+
+
+class GeminiChanges(GeminiLines):
+    """A reply is written under one id first empty, then whole."""
+
+    place = ".gemini/tmp/p/chats/session-3.jsonl"
+
+    def begin(self):
+        super().begin()
+        self.append({"sessionId": "s", "projectHash": "p", "kind": "main"})
+
+    def say(self, text):
+        reply = {"id": "g-2", "type": "gemini", "timestamp": self.time}
+        self.append(reply | {"content": ""}, {"$set": {"lastUpdated": self.time}},
+                    reply | {"content": text}, {"$set": {"lastUpdated": self.time}})
+        return "g-2"
+
+
+class Cline(Agent):
+    source = "cline"
+    place = ".config/Code/User/globalStorage/saoudrizwan.claude-dev/tasks/1/api_conversation_history.json"
+
+    def begin(self):
+        self.replace([{"role": "user", "content": "hello"}])
+
+    def say(self, text):
+        document = json.loads(self.path.read_text())
+        document.append({"role": "assistant", "ts": 2000, "content": [{"type": "text", "text": text}]})
+        self.replace(document)
+        return short_digest("2000" + text[:64])
+
+
+class ClineMessages(Agent):
+    source = "cline"
+    place = ".cline/data/sessions/1/1.messages.json"
+
+    def begin(self):
+        self.replace({"version": "1", "sessionId": "1", "messages": [{"id": "c-0", "role": "user", "content": "hello"}]})
+
+    def say(self, text):
+        document = json.loads(self.path.read_text())
+        document["messages"].append({"id": "c-1", "role": "assistant", "content": [{"type": "text", "text": text}]})
+        self.replace(document)
+
+
+class Aider(Agent):
+    source = "aider"
+    place = "proj/history.md"
+    time = "2026-05-03 08:00:00"
+
+    def begin(self):
+        self.path.write_text("# aider chat started at 2026-05-03 07:59:00\n")
+
+    def say(self, text):
+        with self.path.open("a") as out:
+            out.write(f"\n#### {self.time}\n> please edit foo.py\n\n#### aider response\n{text}\n")
+        return short_digest(self.time + text)
+
+
+class AiderChat(Aider):
+    """As aider writes today: the user's words behind hashes, and nothing that ends a reply."""
+
+    place = "proj/.aider.chat.history.md"
+
+    def say(self, text):
+        with self.path.open("a") as out:
+            out.write(f"\n#### please edit foo.py\n\n{text}\n\n> Applied edit to foo.py  \n")
+
+
+class OpenCode(Agent):
+    source = "opencode"
+    place = ".local/share/opencode/messages"
+
+    def begin(self):
+        self.path.mkdir()
+
+    def say(self, text):
+        self.write(self.path / "1.json", {"id": "o-1", "role": "assistant", "content": text})
+        return "o-1"
+
+    def write(self, path, document):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        fresh = path.with_suffix(".new")
+        fresh.write_text(json.dumps(document))
+        fresh.rename(path)
+
+
+class OpenCodeParts(OpenCode):
+    place = ".local/share/opencode/storage/message/ses_1"
+
+    def begin(self):
+        self.path.mkdir()
+        self.write(self.path / "msg_0.json", {"id": "msg_0", "sessionID": "ses_1", "role": "user", "time": {"created": 1}})
+
+    def say(self, text):
+        now = round(time.time() * 1000)
+        message = {"id": "msg_1", "sessionID": "ses_1", "role": "assistant"}
+        self.write(self.path / "msg_1.json", message | {"time": {"created": now}})
+        part = {"id": "prt_1", "sessionID": "ses_1", "messageID": "msg_1", "type": "text", "text": text}
+        self.write(self.path.parents[1] / "part/msg_1/prt_1.json", part | {"time": {"start": now, "end": now + 5}})
+        self.write(self.path / "msg_1.json", message | {"time": {"created": now, "completed": now + 9}})
+
+
+class OpenCodeDatabase(Agent):
+    source = "opencode"
+    place = ".local/share/opencode/opencode.db"
+
+    def begin(self):
+        with sqlite3.connect(self.path) as store:
+            store.execute("pragma journal_mode=wal")
+            store.executescript("""
+                create table session(id text primary key, project_id text not null, parent_id text, slug text not null,
+                    directory text not null, title text not null, version text not null, time_created integer not null,
+                    time_updated integer not null);
+                create table message(id text primary key, session_id text not null, time_created integer not null,
+                    time_updated integer not null, data text not null);
+                create table part(id text primary key, message_id text not null, session_id text not null,
+                    time_created integer not null, time_updated integer not null, data text not null);
+                insert into session values('ses_2', 'p', null, 's', '/home/me/proj', 't', '1', 1, 1);""")
+        # Held open, as the agent does: what it writes stays in the log beside the store.
+        self.store = sqlite3.connect(self.path)
+
+    @property
+    def transcript(self):
+        return f"{self.path}#ses_2"
+
+    def say(self, text):
+        now = round(time.time() * 1000)
+        message = {"role": "assistant", "time": {"created": now, "completed": now + 9}}
+        part = {"type": "text", "text": text, "time": {"start": now, "end": now + 5}}
+        with self.store:
+            self.store.execute("insert into message values('msg_2', 'ses_2', ?, ?, ?)", (now, now, json.dumps(message)))
+            self.store.execute("insert into part values('prt_2', 'msg_2', 'ses_2', ?, ?, ?)", (now, now, json.dumps(part)))
+
+    def __del__(self):
+        self.store.close()
+
+
+ALL = (ClaudeCode, Codex, CodexItems, Pi, GeminiDocument, GeminiLines, GeminiChanges, Cline, ClineMessages, Aider, AiderChat,
+       OpenCode, OpenCodeParts, OpenCodeDatabase)
