@@ -20,4 +20,14 @@ if(SONRA_WITH_QT)
     install(PROGRAMS ${LAUNCHERS} DESTINATION share/sonra/bin)
     install(DIRECTORY DESTINATION share/sonra/cli)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/data/icons DESTINATION share)
+    set(DATA ${PROJECT_SOURCE_DIR}/data/dev.trelnivorn.sonra)
+    install(FILES ${DATA}.desktop DESTINATION share/applications)
+    install(FILES ${DATA}.search-provider.ini DESTINATION share/gnome-shell/search-providers)
+    install(FILES ${DATA}.krunner.desktop DESTINATION share/krunner/dbusplugins
+        RENAME dev.trelnivorn.sonra.desktop)
+    # The bus starts programs by their whole path, and the prefix may still change when installing.
+    install(CODE "
+        set(SONRA_BINARY_DIRECTORY \${CMAKE_INSTALL_PREFIX}/bin)
+        set(service \${CMAKE_INSTALL_PREFIX}/share/dbus-1/services/dev.trelnivorn.sonra.service)
+        configure_file(${DATA}.service.in \$ENV{DESTDIR}\${service} @ONLY)")
 endif()

@@ -25,10 +25,11 @@ std::optional<QDBusConnection> connectTo(const std::string& address, const QStri
 
 }  // namespace
 
-QtSessionBus::QtSessionBus(MainLoop& loop, QString name, OnConnected onConnected)
+QtSessionBus::QtSessionBus(MainLoop& loop, QString name, OnConnected onConnected, OnAbsent onAbsent)
     : loop_(loop),
       name_(std::move(name)),
       onConnected_(std::move(onConnected)),
+      onAbsent_(std::move(onAbsent)),
       log_(Log::shared().child({{"class", "QtSessionBus"}})) {}
 
 QtSessionBus::~QtSessionBus() {
@@ -54,7 +55,9 @@ void QtSessionBus::finish(const std::optional<QDBusConnection>& bus) {
     bus_ = bus;
     if (isConnected()) return onConnected_();
     if (!std::exchange(absenceLogged_, true))
-        log_.info("no session bus, the desktop's media controls stay off");
+        log_.info("no session bus, what needs one stays off",
+                  {{"input", {{"name", name_.toStdString()}}}});
+    if (onAbsent_) onAbsent_();
 }
 
 }  // namespace sonra

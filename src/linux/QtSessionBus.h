@@ -19,14 +19,16 @@ namespace sonra {
 class QtSessionBus {
   public:
     using OnConnected = std::function<void()>;
+    using OnAbsent = std::function<void()>;
 
     /// `name` tells the connection from others of this process.
-    QtSessionBus(MainLoop& loop, QString name, OnConnected onConnected);
+    QtSessionBus(MainLoop& loop, QString name, OnConnected onConnected, OnAbsent onAbsent = {});
     ~QtSessionBus();
     QtSessionBus(const QtSessionBus&) = delete;
     QtSessionBus& operator=(const QtSessionBus&) = delete;
 
-    /// `onConnected` follows later, unless there is a connection or an attempt already.
+    /// `onConnected` or `onAbsent` follows later, unless there is a connection or an attempt
+    /// already.
     void connect();
     [[nodiscard]] bool isConnected() const { return bus_ && bus_->isConnected(); }
     /// Only while connected.
@@ -38,6 +40,7 @@ class QtSessionBus {
     MainLoop& loop_;
     const QString name_;
     const OnConnected onConnected_;
+    const OnAbsent onAbsent_;
     const Log log_;
     std::optional<QDBusConnection> bus_;
     bool connecting_ = false;

@@ -94,9 +94,9 @@ class Notifications(dbus.service.Object):
 class PrivateBus:
     """A session bus of its own with a connection to it."""
 
-    def __init__(self):
+    def __init__(self, configuration="--session"):
         DBusGMainLoop(set_as_default=True)
-        self.daemon = subprocess.Popen(["dbus-daemon", "--session", "--nofork", "--print-address"],
+        self.daemon = subprocess.Popen(["dbus-daemon", configuration, "--nofork", "--print-address"],
                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.address = self.daemon.stdout.readline().strip()
         self.connection = dbus.bus.BusConnection(self.address)

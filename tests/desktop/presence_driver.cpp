@@ -1,0 +1,146 @@
+// The program's place on the session bus: launcher's interface, desktop search and global chords of
+// the portal, steered line by line on standard input. Prints what reaches its handlers.
+
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <cstdio>
+#include <sstream>
+#include <string>
+
+#include "frame/Log.h"
+#include "linux/QtApplicationInterface.h"
+#include "linux/QtDesktopSearch.h"
+#include "linux/QtMainLoop.h"
+#include "linux/QtPortalShortcuts.h"
+
+namespace {
+
+using namespace sonra;
+
+/// Prints a line at once, also into a pipe.
+void say(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+std::function<void(const std::string&)> saying(const std::string& what) {
+    return [what](const std::string& text) { say(what + " " + text); };
+}
+
+SearchableItem session(const std::string& id, const std::string& folder,
+                       const std::string& description, double date) {
+    SearchableItem item;
+    item.uniqueIdentifier = "tts://session/" + id;
+    item.domainIdentifier = "sessions";
+    item.title = folder + " · " + id.substr(0, 8);
+    item.contentDescription = description;
+    item.keywords = {folder, "/home/ana/" + folder, id, id.substr(0, 8)};
+    item.contentModificationDate = date;
+    return item;
+}
+
+class Driver {
+  public:
+    explicit Driver(MainLoop& loop)
+        : application_(loop, {[] { say("activate"); }, saying("open"), saying("action")}),
+          search_(loop, application_.exported(), {saying("open"), saying("search")}),
+          shortcuts_(loop) {
+        shortcuts_.setHandlers({[](std::uint32_t id) { say("pressed " + std::to_string(id)); },
+                                [](std::uint32_t id, const std::string& why) {
+                                    say("refused " + std::to_string(id) + " " + why);
+                                }});
+    }
+
+    void obey(const std::string& line) {
+        std::istringstream words(line);
+        std::string command;
+        words >> command;
+        if (command == "publish") application_.publish();
+        if (command == "item") add(words);
+        if (command == "many") addMany(words);
+        if (command == "delete") remove(words);
+        if (command == "chord") chord(words);
+        if (command == "drop") drop(words);
+        say("done " + command);
+    }
+
+  private:
+    /// item ID FOLDER DATE DESCRIPTION
+    void add(std::istringstream& words) {
+        std::string id;
+        std::string folder;
+        std::string description;
+        double date = 0;
+        words >> id >> folder >> date;
+        std::getline(words >> std::ws, description);
+        search_.index().indexSearchableItems({session(id, folder, description, date)}, {});
+    }
+    void addMany(std::istringstream& words) {
+        int count = 0;
+        words >> count;
+        std::vector<SearchableItem> items;
+        for (int i = 0; i < count; ++i)
+            items.push_back(session(std::to_string(10'000'000 + i) + "-4f1c-9d2e",
+                                    "project" + std::to_string(i % 100),
+                                    "The parser reads the next record and the tests for number " +
+                                        std::to_string(i) + " pass with the change in place.",
+                                    i));
+        search_.index().indexSearchableItems(std::move(items), {});
+    }
+    void remove(std::istringstream& words) {
+        std::string id;
+        words >> id;
+        search_.index().deleteSearchableItems({"tts://session/" + id}, {});
+    }
+    /// chord ID KEYSYM-NAME TITLE; with Command and Shift
+    void chord(std::istringstream& words) {
+        std::uint32_t id = 0;
+        KeyChord chord;
+        std::string title;
+        words >> id >> chord.keyName;
+        std::getline(words >> std::ws, title);
+        chord.command = chord.shift = true;
+        say(shortcuts_.registerHotKey(id, chord, title) ? "taken" : "not taken");
+    }
+    void drop(std::istringstream& words) {
+        std::uint32_t id = 0;
+        words >> id;
+        shortcuts_.unregisterHotKey(id);
+    }
+
+    QtApplicationInterface application_;
+    QtDesktopSearch search_;
+    QtPortalShortcuts shortcuts_;
+};
+
+/// Calls `obey` with each whole line that has arrived; ends the program with its input.
+void readLines(std::string& buffer, Driver& driver) {
+    char block[4096];
+    const auto got = read(STDIN_FILENO, block, sizeof block);
+    if (got <= 0) {
+        Log::shared().flush();
+        _exit(0);
+    }
+    buffer.append(block, static_cast<std::size_t>(got));
+    for (auto end = buffer.find('\n'); end != std::string::npos; end = buffer.find('\n')) {
+        const auto line = buffer.substr(0, end);
+        buffer.erase(0, end + 1);
+        driver.obey(line);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    QtMainLoop loop;
+    Driver driver(loop);
+    std::string buffer;
+    const auto input =
+        loop.watch(STDIN_FILENO, MainLoop::Interest::readable, [&] { readLines(buffer, driver); });
+    // As the bus starts a program: what was asked for is there when the name is taken.
+    if (argc > 1) driver.obey(argv[1]);
+    say("ready");
+    return QCoreApplication::exec();
+}
