@@ -98,7 +98,11 @@ PieceLayout::PieceLayout(const QString& text, const std::vector<int>& emphasised
             widthOf(*laidOut(line.left(bounds[middle]) + u'…', style, ranges)) <= room;
         (hasRoom ? fits : tooLong) = middle;
     }
-    if (isCut_) layout_ = laidOut(line.left(bounds[fits]) + u'…', style, ranges);
+    if (isCut_) {
+        const std::vector kept(bounds.begin(),
+                               bounds.begin() + static_cast<std::ptrdiff_t>(fits) + 1);
+        layout_ = laidOut(line.left(kept.back()) + u'…', style, rangesOf(kept, emphasised, style));
+    }
     width_ = widthOf(*layout_);
 }
 

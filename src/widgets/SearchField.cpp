@@ -4,6 +4,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QProxyStyle>
+#include <algorithm>
 #include <optional>
 
 namespace sonra {
@@ -113,8 +114,10 @@ void SearchField::timerEvent(QTimerEvent* event) {
 
 QRect SearchField::caret() const {
     const auto box = cursorRect();
-    const int middle = box.center().x();
-    return {std::min(middle, width() - caretWidth), box.top(), caretWidth, box.height()};
+    // Beside the letter, not upon it.
+    const bool isRightOfIt = cursorPosition() > 0 && !text().isRightToLeft();
+    const int left = box.center().x() + (isRightOfIt ? 1 : -caretWidth);
+    return {std::clamp(left, 0, width() - caretWidth), box.top(), caretWidth, box.height()};
 }
 
 void SearchField::paintEvent(QPaintEvent* event) {

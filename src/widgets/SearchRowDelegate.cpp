@@ -23,6 +23,7 @@ constexpr int textEnd = 20;   ///< as far from the panel's right edge
 constexpr double markX = 25;  ///< the middle of the gutter's mark
 constexpr double folderRoom = 200;
 constexpr double dotRadius = 3.5;
+constexpr double separatorGap = 2;  ///< beside what the blanks give
 
 QFont fontOf(Role role) {
     auto font = Tokens::font(fontSize, role == Role::name ? QFont::Medium : QFont::Normal);
@@ -147,8 +148,9 @@ void SearchRowDelegate::paintPieces(QPainter& painter, const QRectF& row, const 
                                 .emphasis = look_.highContrast ? tokens_.text : accent.textStart,
                                 .underlinesEmphasis = tokens_.underlinesActive},
                                room);
-        line.draw(painter, {x, baseline});
-        x += line.width();
+        const double gap = piece.role == Role::separator ? separatorGap : 0;
+        line.draw(painter, {x + gap, baseline});
+        x += line.width() + 2 * gap;
     }
 }
 

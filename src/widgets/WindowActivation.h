@@ -7,10 +7,9 @@ namespace sonra {
 /// The keyboard for a window that the user has just asked for from elsewhere. Main thread only.
 namespace WindowActivation {
 
-/// Asks the window manager to make the window the active one, in the user's name and as of now:
-/// while the user works in another program, Qt's last word from the user is old, and window
-/// managers that guard the focus would refuse. The window must have been created. Under anything
-/// but X11 it does nothing.
+/// Asks the window manager to make the window the active one, in the user's name and as of now, so
+/// that one that guards the focus doesn't take it for a program that pushes itself forward. The
+/// window must have been created. Under anything but X11 it does nothing.
 void claim(const QWidget& window);
 
 }  // namespace WindowActivation

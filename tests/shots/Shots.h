@@ -9,6 +9,7 @@ namespace sonra::shots {
 
 bool drawCaptions(const QDir& folder);
 bool drawMenus(const QDir& folder);
+bool drawSearch(const QDir& folder);
 bool drawTrayIcons(const QDir& folder);
 
 }  // namespace sonra::shots

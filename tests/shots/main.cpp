@@ -44,6 +44,6 @@ int main(int argc, char** argv) {
     }
     const QDir folder(argv[1]);
     const bool drawn = sonra::shots::drawCaptions(folder) && sonra::shots::drawMenus(folder) &&
-                       sonra::shots::drawTrayIcons(folder);
+                       sonra::shots::drawSearch(folder) && sonra::shots::drawTrayIcons(folder);
     return drawn ? 0 : 1;
 }

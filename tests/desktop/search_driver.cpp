@@ -1,0 +1,104 @@
+// The search panel on its own, for test_search_panel.py: does what the lines of standard input say
+// and prints what the user did.
+#include <unistd.h>
+
+#include <QApplication>
+#include <QClipboard>
+#include <QSocketNotifier>
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "widgets/SearchPanelWindow.h"
+
+namespace {
+
+using sonra::SearchPanel;
+using sonra::SearchRow;
+
+void say(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+const char* nameOf(SearchPanel::Command command) {
+    switch (command) {
+        case SearchPanel::Command::moveUp:
+            return "moveUp";
+        case SearchPanel::Command::moveDown:
+            return "moveDown";
+        case SearchPanel::Command::cancel:
+            return "cancel";
+        case SearchPanel::Command::activate:
+            return "activate";
+        case SearchPanel::Command::copy:
+            return "copy";
+    }
+    return "";
+}
+
+class Driver {
+  public:
+    Driver() {
+        panel_.onQueryChanged = [this] { say("query " + panel_.query()); };
+        panel_.onCommand = [this](SearchPanel::Command command) {
+            if (command == SearchPanel::Command::cancel) panel_.orderOut();
+            say(std::string("command ") + nameOf(command));
+        };
+        panel_.onSelect = [](std::size_t row) { say("select " + std::to_string(row)); };
+        std::vector<SearchRow> rows;
+        for (int i = 0; i < 13; ++i) {
+            SearchRow row;
+            row.pieces = {{"session-" + std::to_string(i), SearchRow::Role::words}};
+            rows.push_back(row);
+        }
+        panel_.setRows(rows);
+        panel_.select(0);
+        panel_.setFooter("↵ attach · ⌘C copy id · esc dismiss");
+    }
+
+    void obey(const std::string& line) {
+        std::istringstream words(line);
+        std::string command;
+        words >> command;
+        if (command == "show") panel_.activate();
+        if (command == "hide") panel_.orderOut();
+        if (command == "frame") place(words);
+        if (command == "copy") panel_.copy(line.substr(command.size() + 1));
+        if (command == "clipboard")
+            say("clipboard " + QGuiApplication::clipboard()->text().toStdString());
+        say("done");
+    }
+
+  private:
+    void place(std::istringstream& numbers) {
+        sonra::Rect frame;
+        numbers >> frame.origin.x >> frame.origin.y >> frame.size.width >> frame.size.height;
+        panel_.setFrame(frame);
+    }
+
+    sonra::SearchPanelWindow panel_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const QApplication application(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    Driver driver;
+    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    std::string pending;
+    QObject::connect(&input, &QSocketNotifier::activated, [&] {
+        char bytes[4096];
+        const auto count = read(STDIN_FILENO, bytes, sizeof bytes);
+        if (count <= 0) return QApplication::quit();
+        pending.append(bytes, static_cast<std::size_t>(count));
+        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
+            driver.obey(pending.substr(0, end));
+            pending.erase(0, end + 1);
+        }
+    });
+    say("ready");
+    return QApplication::exec();
+}

@@ -1,0 +1,203 @@
+#include "search/SpotlightIndexer.h"
+
+#include <gtest/gtest.h>
+
+#include "RecordedDesktopSearch.h"
+#include "support/FakeDefaults.h"
+#include "support/ManualLoop.h"
+
+namespace sonra::test {
+namespace {
+
+using Address = SpotlightIndexer::Address;
+using Calls = std::vector<std::string>;
+
+SessionMeta meta(const std::string& id, double mtime = 100) {
+    SessionMeta session;
+    session.sessionId = id;
+    session.cwd = "/src/tts";
+    session.lastAssistantSnippet = "All tests pass.";
+    session.mtime = mtime;
+    return session;
+}
+
+SessionSnapshot snapshot(std::vector<SessionMeta> sessions) {
+    return SessionSnapshot(std::move(sessions));
+}
+
+class SpotlightIndexerTest : public testing::Test {
+  protected:
+    SpotlightIndexerTest() {
+        indexer->setCallbacks({
+            .lookup = [](const auto& id) -> std::optional<SessionMeta> {
+                if (id == "known") return meta(id);
+                return std::nullopt;
+            },
+            .onAttach = [this](const auto& id,
+                               const auto& cwd) { attaches.push_back(id + " " + cwd); },
+        });
+    }
+    /// Lets the desktop take in the sessions, and the indexer hear of it.
+    void reindex(std::vector<SessionMeta> sessions) {
+        indexer->reindexAll(snapshot(std::move(sessions)));
+        loop.runPosted();
+    }
+    /// The calls since the last time, once the newest is `last`.
+    Calls callsUpTo(const std::string& last) {
+        const auto isLast = [&] {
+            const auto calls = index.calls();
+            return calls.size() > seen && calls.back() == last;
+        };
+        EXPECT_TRUE(loop.runUntil(isLast)) << "never came: " << last;
+        const auto calls = index.calls();
+        Calls fresh(calls.begin() + static_cast<std::ptrdiff_t>(seen), calls.end());
+        seen = calls.size();
+        return fresh;
+    }
+
+    ManualLoop loop;
+    RecordedDesktopSearch index{loop};
+    FakeDefaults defaults;
+    Calls attaches;
+    std::size_t seen = 0;
+    std::optional<SpotlightIndexer> indexer{std::in_place, loop, index, defaults};
+};
+
+TEST_F(SpotlightIndexerTest, HandsOverEverySessionAsAnItem) {
+    reindex({meta("0123456789-a", 12.5), meta("b")});
+    ASSERT_EQ(index.items.size(), 2U);
+    const SearchableItem expected{
+        .uniqueIdentifier = "tts://session/0123456789-a",
+        .domainIdentifier = "sessions",
+        .contentType = "text/plain",
+        .title = "tts · 01234567",
+        .contentDescription = "All tests pass.",
+        .keywords = {"tts", "/src/tts", "0123456789-a", "01234567"},
+        .contentModificationDate = 12.5,
+    };
+    EXPECT_EQ(index.items.at("tts://session/0123456789-a"), expected);
+}
+
+TEST_F(SpotlightIndexerTest, ASessionIsHandedOverAgainOnlyIfItsFileChanged) {
+    reindex({meta("a"), meta("b")});
+    callsUpTo("index tts://session/a tts://session/b");
+    indexer->update(snapshot({meta("a"), meta("b")}));
+    indexer->update(snapshot({meta("a"), meta("b", 101), meta("c")}));
+    // The first update asked for nothing.
+    EXPECT_EQ(callsUpTo("index tts://session/b tts://session/c").size(), 1U);
+    indexer->update(snapshot({meta("a"), meta("b", 99), meta("c")}));
+    EXPECT_EQ(callsUpTo("index tts://session/b").size(), 1U);
+}
+
+TEST_F(SpotlightIndexerTest, SessionsThatHaveGoneAreTakenBack) {
+    reindex({meta("a"), meta("b")});
+    callsUpTo("index tts://session/a tts://session/b");
+    indexer->update(snapshot({meta("b")}));
+    EXPECT_EQ(callsUpTo("delete tts://session/a"), (Calls{"delete tts://session/a"}));
+    indexer->update(snapshot({meta("c")}));
+    EXPECT_EQ(callsUpTo("delete tts://session/b"),
+              (Calls{"index tts://session/c", "delete tts://session/b"}));
+}
+
+TEST_F(SpotlightIndexerTest, AResetForgetsWhatWasHandedOver) {
+    reindex({meta("a"), meta("b")});
+    callsUpTo("index tts://session/a tts://session/b");
+    indexer->resetAndReindex(snapshot({meta("b")}));
+    EXPECT_EQ(callsUpTo("index tts://session/b"), (Calls{"delete all", "index tts://session/b"}));
+    loop.runPosted();
+    EXPECT_EQ(index.items.size(), 1U);
+    indexer->update(snapshot({meta("b"), meta("c")}));
+    EXPECT_EQ(callsUpTo("index tts://session/c").size(), 1U);
+}
+
+TEST_F(SpotlightIndexerTest, AnErrorOfReindexingIsSaid) {
+    index.error = "no bus";
+    testing::internal::CaptureStderr();
+    reindex({meta("a")});
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[spotlight] reindex error: no bus\n");
+}
+
+TEST_F(SpotlightIndexerTest, WhatAnEarlierDesignLeftIsPurged) {
+    defaults.set("tts.search.indexMessages", true);
+    defaults.set("tts.other", true);
+    SearchableItem legacy;
+    legacy.domainIdentifier = "messages";
+    index.items["tts://session/a/message/m"] = legacy;
+    reindex({meta("a")});
+    indexer->purgeLegacyMessageIndex();
+    loop.runPosted();
+    EXPECT_EQ(index.items.size(), 1U);
+    EXPECT_TRUE(index.items.contains("tts://session/a"));
+    EXPECT_FALSE(defaults.boolean("tts.search.indexMessages"));
+    EXPECT_TRUE(defaults.boolean("tts.other"));
+}
+
+TEST_F(SpotlightIndexerTest, NothingHappensOnceItHasGone) {
+    indexer->reindexAll(snapshot({meta("a")}));
+    indexer->resetAndReindex(snapshot({meta("a")}));
+    EXPECT_TRUE(indexer->openFromURLString("tts://session/known"));
+    indexer.reset();
+    loop.runPosted();
+    EXPECT_TRUE(attaches.empty());
+    EXPECT_EQ(index.calls(), (Calls{"index tts://session/a", "delete all"}));
+}
+
+TEST(SpotlightAddress, NamesASessionAndMaybeAMessage) {
+    struct Case {
+        std::string text;
+        std::optional<Address> address;
+    };
+    const Case cases[] = {
+        {"tts://session/abc", Address{"abc", std::nullopt}},
+        {"tts://session/abc/message/m1", Address{"abc", "m1"}},
+        {"tts://session/abc/", Address{"abc", std::nullopt}},
+        {"tts://session//abc", Address{"abc", std::nullopt}},
+        {"tts://session/abc/message", Address{"abc", std::nullopt}},
+        {"tts://session/abc/other/m1", Address{"abc", std::nullopt}},
+        {"tts://session/abc/message/m1/more", Address{"abc", "m1"}},
+        {"tts://session/abc?from=panel#top", Address{"abc", std::nullopt}},
+        {"tts://session/a%20b%zz%4", Address{"a b%zz%4", std::nullopt}},
+        {"tts://me@session:80/abc", Address{"abc", std::nullopt}},
+        {"tts://other/abc", std::nullopt},
+        {"https://session/abc", std::nullopt},
+        {"tts://session", std::nullopt},
+        {"tts://session/", std::nullopt},
+        {"tts://session?abc", std::nullopt},
+        {"tts://sessions/abc", std::nullopt},
+        {"tts:session/abc", std::nullopt},
+        {"session/abc", std::nullopt},
+        {"tts://", std::nullopt},
+        {"", std::nullopt},
+    };
+    for (const auto& [text, address] : cases)
+        EXPECT_EQ(SpotlightIndexer::parseURL(text), address) << text;
+}
+
+TEST_F(SpotlightIndexerTest, AnAddressAttachesItsSession) {
+    EXPECT_TRUE(indexer->openFromURLString("tts://session/known/message/m1"));
+    EXPECT_TRUE(attaches.empty()) << "on the main queue, not at once";
+    loop.runPosted();
+    EXPECT_TRUE(indexer->openFromURLString("tts://session/unknown"));
+    loop.runPosted();
+    EXPECT_EQ(attaches, (Calls{"known /src/tts", "unknown "}));
+}
+
+TEST_F(SpotlightIndexerTest, ABadAddressIsRefused) {
+    EXPECT_FALSE(indexer->openFromURLString("tts://other/abc"));
+    loop.runPosted();
+    EXPECT_TRUE(attaches.empty());
+}
+
+TEST_F(SpotlightIndexerTest, AChosenResultAttachesItsSession) {
+    const std::string type(SpotlightIndexer::CSSearchableItemActionType);
+    const std::string key(SpotlightIndexer::CSSearchableItemActivityIdentifier);
+    EXPECT_TRUE(indexer->handleActivity({type, {{key, "tts://session/known"}}}));
+    EXPECT_FALSE(indexer->handleActivity({"other", {{key, "tts://session/known"}}}));
+    EXPECT_FALSE(indexer->handleActivity({type, {}}));
+    EXPECT_FALSE(indexer->handleActivity({type, {{key, "nonsense"}}}));
+    loop.runPosted();
+    EXPECT_EQ(attaches, (Calls{"known /src/tts"}));
+}
+
+}  // namespace
+}  // namespace sonra::test
