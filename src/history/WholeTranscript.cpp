@@ -3,6 +3,7 @@
 #include <ranges>
 #include <utility>
 
+#include "history/AiderDocument.h"
 #include "ingest/DocumentReading.h"
 #include "ingest/GeminiParser.h"
 #include "ingest/GeminiReader.h"
@@ -23,10 +24,12 @@ std::deque<HistoryMessage> geminiDocument(const std::string& transcript) {
 }  // namespace
 
 bool isReadWhole(const std::string& transcript, HistorySource source) {
+    if (source == HistorySource::aider) return true;
     return source == HistorySource::gemini && GeminiReader::isDocument(transcript);
 }
 
 std::deque<HistoryMessage> wholeTranscript(const std::string& transcript, HistorySource source) {
+    if (source == HistorySource::aider) return aiderDocument(transcript);
     if (source == HistorySource::gemini) return geminiDocument(transcript);
     return {};
 }

@@ -21,8 +21,8 @@ enum class Speaker : std::uint8_t { user, tool, assistant };
 /// A new session ends what was said before, as the user does.
 Speaker speakerOf(std::string_view line) {
     if (line.starts_with(userMark) || line.starts_with(sessionMark)) return Speaker::user;
-    if (line.starts_with(toolMark) || text::trimmed(line) == ">") return Speaker::tool;
-    return Speaker::assistant;
+    const bool isBlankOfTool = line.starts_with('>') && text::trimmed(line.substr(1)).empty();
+    return line.starts_with(toolMark) || isBlankOfTool ? Speaker::tool : Speaker::assistant;
 }
 
 std::string_view withoutReturn(std::string_view line) {
@@ -43,6 +43,8 @@ class Lines {
     }
     std::size_t start() const { return start_; }
     std::size_t end() const { return end_; }
+    /// What needn't be looked at again: the line, if it has an end.
+    std::size_t seen() const { return text_[end_ - 1] == '\n' ? end_ : start_; }
     std::string_view line() const {
         const auto whole = text_.substr(start_, end_ - start_);
         return withoutReturn(whole.ends_with('\n') ? whole.substr(0, whole.size() - 1) : whole);
@@ -76,8 +78,9 @@ class Collector {
         found_.ended = found_.replies.size();
         found_.turn = end;
     }
-    Stretch finish() {
+    Stretch finish(std::size_t end) {
         endReply();
+        found_.end = end;
         return std::move(found_);
     }
 
@@ -123,23 +126,27 @@ bool isWrittenSo(std::string_view beginning) {
 Stretch read(std::string_view text, std::int64_t position, std::string_view lineStart) {
     Collector collector(text, position);
     Lines lines(text);
+    std::size_t end = 0;
     while (lines.next()) {
         std::string joined(lines.start() == 0 ? lineStart : std::string_view{});
         joined += lines.line();
         switch (speakerOf(joined)) {
             case Speaker::assistant:
                 collector.addLine(lines.start(), lines.end());
+                end = lines.end();
                 break;
             case Speaker::tool:
                 collector.endReply();
                 if (startsReport(joined)) lines = skipReport(lines);
+                end = lines.seen();
                 break;
             case Speaker::user:
-                collector.endTurn(lines.end());
+                end = lines.seen();
+                collector.endTurn(end);
                 break;
         }
     }
-    return collector.finish();
+    return collector.finish(end);
 }
 
 std::size_t undecidedTail(std::string_view text) {

@@ -14,6 +14,10 @@
 /// that aren't UTF-8 are taken as they come.
 namespace sonra::AiderChat {
 
+/// The user's first line is looked for in so many bytes; what stands before it are a few lines of
+/// tools.
+inline constexpr std::size_t beginningSize = std::size_t{64} << 10;
+
 /// True if a file that begins so is written this way, rather than with a heading for each turn's
 /// time and each response. False until the user has said something.
 bool isWrittenSo(std::string_view beginning);
@@ -29,6 +33,7 @@ struct Stretch {
     std::vector<Reply> replies;
     std::size_t ended = 0;  ///< of them stand before a line of the user
     std::size_t turn = 0;   ///< where the last turn starts: behind the last line of the user
+    std::size_t end = 0;  ///< of what was said, less a last line of a user or tool that has no end
 };
 
 /// Looks at `text`, which stands at `position`. Its first line may be the rest of one that begins

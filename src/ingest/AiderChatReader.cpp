@@ -9,8 +9,6 @@
 namespace sonra {
 namespace {
 
-/// The user's first line is looked for here; what stands before it are a few lines of tools.
-constexpr std::size_t beginningSize = std::size_t{64} << 10;
 /// More than any mark that a line starts with.
 constexpr std::int64_t longestLookBack = 4096;
 
@@ -33,7 +31,7 @@ std::vector<TranscriptRecord> recordsOf(const std::vector<AiderChat::Reply>& rep
 }  // namespace
 
 bool AiderChatReader::recognises(const std::string& url) const {
-    return AiderChat::isWrittenSo(LineReading::beginning(url, beginningSize));
+    return AiderChat::isWrittenSo(LineReading::beginning(url, AiderChat::beginningSize));
 }
 
 TailOffset AiderChatReader::initialOffset(const std::string& url) const {
@@ -50,7 +48,7 @@ LiveTailReader::Reading AiderChatReader::readSince(const std::string& url,
     text = text.substr(0, trimToCompleteUtf8(text));
     text.remove_suffix(AiderChat::undecidedTail(text));
     const auto found = AiderChat::read(text, start, lineStartBefore(url, start));
-    const std::size_t end = isEnded ? text.size() : found.turn;
+    const std::size_t end = isEnded ? found.end : found.turn;
     return {recordsOf(found.replies, isEnded ? found.replies.size() : found.ended),
             TailOffset::byte(start + static_cast<std::int64_t>(end))};
 }

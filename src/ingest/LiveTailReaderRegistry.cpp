@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "ingest/AiderChatReader.h"
+#include "ingest/AiderReader.h"
 #include "ingest/ClaudeCodeAgentReader.h"
 #include "ingest/ClaudeCodeReader.h"
 #include "ingest/ClineMessagesReader.h"
@@ -13,6 +15,9 @@
 #include "ingest/CodexReader.h"
 #include "ingest/GeminiLinesReader.h"
 #include "ingest/GeminiReader.h"
+#include "ingest/OpenCodeDatabaseReader.h"
+#include "ingest/OpenCodePartsReader.h"
+#include "ingest/OpenCodeReader.h"
 #include "ingest/PiReader.h"
 #include "ingest/ShapedReader.h"
 
@@ -36,8 +41,10 @@ std::span<const LiveTailReader* const> all() {
     static const std::vector<const LiveTailReader*> readers{
         shaped<ClaudeCodeReader, ClaudeCodeAgentReader>(),
         shaped<CodexReader, CodexItemsReader>(),
+        shaped<AiderReader, AiderChatReader>(),
         shaped<GeminiReader, GeminiLinesReader>(),
         shaped<ClineReader, ClineMessagesReader>(),
+        shaped<OpenCodeReader, OpenCodeDatabaseReader, OpenCodePartsReader>(),
         shaped<PiReader>(),
     };
     return readers;

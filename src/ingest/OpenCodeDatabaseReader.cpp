@@ -75,8 +75,8 @@ LiveTailReader::Reading OpenCodeDatabaseReader::readSince(const std::string& url
                                                           TailOffset offset) const {
     const auto name = nameOf(url);
     const auto store = name ? OpenCodeDatabase::open(name->store) : std::nullopt;
-    if (!store || offset.intValue() < 0) return {{}, offset};
     const auto sinceMs = offset.intValue() / textsPerMs;
+    if (!store || offset.intValue() < 0 || sinceMs > latestMs) return {{}, offset};
     // Times before 1970 count as 1970.
     const auto texts = store->textsSince(name->session, sinceMs == 0 ? INT64_MIN : sinceMs);
     if (!texts) return {{}, offset};

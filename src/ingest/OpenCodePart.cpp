@@ -1,6 +1,7 @@
 #include "ingest/OpenCodePart.h"
 
 #include "frame/Text.h"
+#include "ingest/RecordTexts.h"
 
 namespace sonra::OpenCodePart {
 namespace {
@@ -10,15 +11,14 @@ bool isTrue(const Json& object, std::string_view key) {
 }
 
 std::optional<std::int64_t> timeAt(const Json& object, std::string_view key) {
-    const Json* time = json::find(object, "time");
-    if (time == nullptr) return std::nullopt;
-    return json::intAt(*time, key);
+    const Json* time = RecordTexts::objectAt(object, "time");
+    return time == nullptr ? std::nullopt : json::intAt(*time, key);
 }
 
 }  // namespace
 
 bool isReply(const Json& message) {
-    return json::stringAt(message, "role") == "assistant" && !isTrue(message, "summary");
+    return RecordTexts::isTextAt(message, "role", "assistant") && !isTrue(message, "summary");
 }
 
 std::optional<std::int64_t> completedAt(const Json& message) {
@@ -30,9 +30,9 @@ std::optional<std::int64_t> endedAt(const Json& part) {
 }
 
 std::optional<std::string> words(const Json& part) {
-    if (json::stringAt(part, "type") != "text") return std::nullopt;
+    if (!RecordTexts::isTextAt(part, "type", "text")) return std::nullopt;
     if (isTrue(part, "synthetic") || isTrue(part, "ignored")) return std::nullopt;
-    const auto text = json::stringAt(part, "text").value_or("");
+    const auto text = RecordTexts::textOrEmpty(part, "text");
     const auto trimmed = text::trimmed(text);
     if (trimmed.empty()) return std::nullopt;
     return std::string(trimmed);

@@ -10,6 +10,7 @@
 #include "ingest/FileTail.h"
 #include "ingest/OpenCodePart.h"
 #include "ingest/OpenCodeReader.h"
+#include "ingest/RecordTexts.h"
 
 namespace sonra {
 namespace {
@@ -49,7 +50,7 @@ std::span<const File> lastOf(const std::vector<File>& messages) {
 }
 
 std::string idOf(const Json& object, const File& file) {
-    auto id = json::stringAt(object, "id").value_or("");
+    auto id = RecordTexts::textOrEmpty(object, "id");
     return id.empty() ? fs::path(file.path).stem().string() : id;
 }
 

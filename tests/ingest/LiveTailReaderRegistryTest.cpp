@@ -12,6 +12,15 @@ TEST(LiveTailReaderRegistry, FindsTheReaderOfClaudeCode) {
     EXPECT_EQ(reader->parser().id(), "claude-code");
 }
 
+TEST(LiveTailReaderRegistry, FindsTheReadersOfOtherAgents) {
+    for (const auto* source : {"codex", "aider", "gemini", "cline", "opencode", "pi"}) {
+        const LiveTailReader* reader = LiveTailReaderRegistry::reader(source);
+        ASSERT_NE(reader, nullptr) << source;
+        EXPECT_EQ(reader->id(), source);
+        EXPECT_EQ(reader->parser().id(), source);
+    }
+}
+
 TEST(LiveTailReaderRegistry, KnowsNoUnknownSource) {
     for (const auto* source : {"", "claude", "Claude-Code", "claude-code ", "nobody"})
         EXPECT_EQ(LiveTailReaderRegistry::reader(source), nullptr) << source;

@@ -1,0 +1,384 @@
+#include "ingest/OpenCodeDatabaseReader.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <set>
+
+#include "ingest/OpenCodeParser.h"
+#include "ingest/OpenCodeStore.h"
+#include "support/ForkedProcess.h"
+#include "support/TempDir.h"
+
+namespace sonra {
+namespace {
+
+namespace fs = std::filesystem;
+using test::OpenCodeStore;
+
+const TailOffset start = TailOffset::unixMs(0);
+
+class OpenCodeDatabaseReading : public testing::Test {
+  protected:
+    std::vector<HistoryMessage> follow() {
+        const auto reading = reader.readSince(url, cursor);
+        cursor = cursor.advanced(reading.newOffset);
+        std::vector<HistoryMessage> messages;
+        for (const auto& record : reading.records)
+            if (auto found = reader.parser().parse(record)) messages.push_back(*std::move(found));
+        return messages;
+    }
+    /// "id: text" of what a read speaks.
+    std::vector<std::string> followed() {
+        std::vector<std::string> lines;
+        for (const auto& found : follow()) lines.push_back(found.messageId + ": " + found.text);
+        return lines;
+    }
+    using Lines = std::vector<std::string>;
+
+    void addReply(OpenCodeStore& store, const std::string& id, std::int64_t ms,
+                  const std::string& words) const {
+        store.message(id, OpenCodeStore::reply(ms));
+        store.part("prt_" + id, id, OpenCodeStore::text(words, ms));
+    }
+    void expectNothing() {
+        const auto before = cursor;
+        EXPECT_EQ(followed(), Lines{});
+        EXPECT_EQ(cursor, before);
+    }
+    std::set<std::string> namesInDir() const {
+        std::set<std::string> names;
+        for (const auto& entry : fs::directory_iterator(dir.path()))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    test::TempDir dir;
+    const std::string path = dir / "opencode.db";
+    std::string url = path + "#ses_1";
+    const std::chrono::system_clock::time_point now{std::chrono::milliseconds(5'000'000)};
+    const OpenCodeDatabaseReader reader{[this] { return now; }};
+    TailOffset cursor = start;
+};
+
+TEST_F(OpenCodeDatabaseReading, SpeaksTextsInTheOrderInWhichTheyWereComplete) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_b", 2000, "Second.");
+    addReply(store, "msg_a", 1000, "First.");
+    EXPECT_EQ(followed(), (Lines{"msg_a: First.", "msg_b: Second."}));
+    expectNothing();
+    EXPECT_EQ(cursor, reader.initialOffset(url));
+}
+
+TEST_F(OpenCodeDatabaseReading, SpeaksAllTextsOfAMessage) {
+    OpenCodeStore store(path);
+    store.message("msg_a", OpenCodeStore::reply(3000));
+    store.part("prt_1", "msg_a", R"({"type":"step-start"})");
+    store.part("prt_2", "msg_a", R"({"type":"text","text":"Added.","synthetic":true})");
+    store.part("prt_3", "msg_a", OpenCodeStore::text(" First. ", 1000));
+    store.part("prt_4", "msg_a", R"({"type":"tool","state":{"output":"\"text\""}})");
+    store.part("prt_5", "msg_a", OpenCodeStore::text("Second.", 2000));
+    store.part("prt_6", "msg_a", R"({"type":"text","text":"Third."})");
+    EXPECT_EQ(followed(), (Lines{"msg_a: First.", "prt_5: Second.", "prt_6: Third."}));
+}
+
+TEST_F(OpenCodeDatabaseReading, WaitsUntilATextIsComplete) {
+    OpenCodeStore store(path);
+    store.message("msg_a", OpenCodeStore::reply());
+    store.part("prt_1", "msg_a", OpenCodeStore::text("Half a sent"));
+    expectNothing();
+    store.changePart("prt_1", OpenCodeStore::text("Half a sentence no more.", 1000));
+    EXPECT_EQ(followed(), Lines{"msg_a: Half a sentence no more."});
+    store.message("msg_a", OpenCodeStore::reply(9000));
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, TakesATextForCompleteWithItsMessage) {
+    OpenCodeStore store(path);
+    store.message("msg_a", OpenCodeStore::reply());
+    store.part("prt_1", "msg_a", R"({"type":"text","text":"Words."})");
+    expectNothing();
+    store.message("msg_a", OpenCodeStore::reply(1000));
+    EXPECT_EQ(followed(), Lines{"msg_a: Words."});
+}
+
+TEST_F(OpenCodeDatabaseReading, SpeaksOnlyWhatCameAfterTheAttaching) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_a", 1000, "Old.");
+    addReply(store, "msg_b", 2000, "Old as well.");
+    store.message("msg_c", OpenCodeStore::reply());
+    store.part("prt_c", "msg_c", OpenCodeStore::text("Under way"));
+    cursor = reader.initialOffset(url);
+    expectNothing();
+    store.changePart("prt_c", OpenCodeStore::text("Under way no more.", 3000));
+    EXPECT_EQ(followed(), Lines{"msg_c: Under way no more."});
+}
+
+TEST_F(OpenCodeDatabaseReading, LosesNoTextOfTheSameTime) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_c", 1000, "One.");
+    addReply(store, "msg_b", 1000, "Two.");
+    cursor = reader.initialOffset(url);
+    addReply(store, "msg_a", 1000, "Three.");
+    EXPECT_EQ(followed(), Lines{"msg_a: Three."});
+    addReply(store, "msg_d", 1000, "Four.");
+    EXPECT_EQ(followed(), Lines{"msg_d: Four."});
+    expectNothing();
+    addReply(store, "msg_e", 1001, "Five.");
+    EXPECT_EQ(followed(), Lines{"msg_e: Five."});
+}
+
+TEST_F(OpenCodeDatabaseReading, MovesTheCursorOnlyForward) {
+    OpenCodeStore store(path);
+    std::int64_t before = -1;
+    for (int i = 1; i < 40; ++i) {
+        addReply(store, "msg_" + std::to_string(i), 1000 + i / 3, "Words.");
+        EXPECT_EQ(follow().size(), 1U);
+        EXPECT_GT(cursor.intValue(), before);
+        before = cursor.intValue();
+    }
+    // The number is all that is kept of it.
+    cursor = TailOffset::unixMs(before);
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, FindsTheEndOfALongSession) {
+    OpenCodeStore store(path);
+    store.run("BEGIN");
+    for (int i = 0; i < 2000; ++i) addReply(store, "msg_" + std::to_string(i), 1000 + i, "Words.");
+    store.run("COMMIT");
+    EXPECT_EQ(reader.initialOffset(url), TailOffset::unixMs(2999 * 1000 + 1));
+    EXPECT_EQ(follow().size(), 2000U);
+    EXPECT_EQ(cursor, reader.initialOffset(url));
+}
+
+TEST_F(OpenCodeDatabaseReading, KeepsSessionsApart) {
+    OpenCodeStore store(path);
+    store.message("msg_z", OpenCodeStore::reply(1000), "ses_sub");
+    store.part("prt_z", "msg_z", OpenCodeStore::text("The sub-agent's.", 1000));
+    addReply(store, "msg_a", 500, "Mine.");
+    EXPECT_EQ(followed(), Lines{"msg_a: Mine."});
+    url = path + "#ses_sub";
+    cursor = start;
+    EXPECT_EQ(followed(), Lines{"msg_z: The sub-agent's."});
+    url = path + "#ses_other";
+    cursor = start;
+    expectNothing();
+    EXPECT_EQ(reader.initialOffset(url), start);
+}
+
+TEST_F(OpenCodeDatabaseReading, SpeaksNothingOfUsersAndSummaries) {
+    OpenCodeStore store(path);
+    store.message("msg_a", R"({"role":"user","time":{"created":1,"completed":2}})");
+    store.part("prt_a", "msg_a", OpenCodeStore::text("A question.", 1000));
+    store.message("msg_b", R"({"role":"assistant","summary":true,"time":{"completed":2}})");
+    store.part("prt_b", "msg_b", OpenCodeStore::text("What was said so far.", 1000));
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, PassesOverDataThatIsNotJson) {
+    OpenCodeStore store(path);
+    store.message("msg_a", "{\"role\":");
+    store.part("prt_a", "msg_a", OpenCodeStore::text("Lost.", 1000));
+    addReply(store, "msg_b", 2000, "Words.");
+    store.part("prt_c", "msg_b", "\"text\"");
+    store.run("INSERT INTO part VALUES('prt_d', 'msg_b', 'ses_1', 0, 0, x'00FF22746578742200')");
+    EXPECT_EQ(followed(), Lines{"msg_b: Words."});
+}
+
+TEST_F(OpenCodeDatabaseReading, BearsAnyTime) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_a", INT64_MAX, "Late.");
+    addReply(store, "msg_b", -5, "Early.");
+    EXPECT_EQ(followed(), (Lines{"msg_b: Early.", "msg_a: Late."}));
+    expectNothing();
+    cursor = TailOffset::unixMs(INT64_MAX);
+    expectNothing();
+    cursor = TailOffset::unixMs(-7);
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, SeesWhatAWriterCommitsAndNothingElse) {
+    OpenCodeStore writer(path);
+    addReply(writer, "msg_a", 1000, "One.");
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    writer.run("BEGIN");
+    addReply(writer, "msg_b", 2000, "Two.");
+    expectNothing();
+    writer.run("COMMIT");
+    EXPECT_EQ(followed(), Lines{"msg_b: Two."});
+    writer.run("BEGIN");
+    addReply(writer, "msg_c", 3000, "Three.");
+    writer.run("ROLLBACK");
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, CreatesNothingBesideTheStore) {
+    auto writer = std::make_unique<OpenCodeStore>(path);
+    addReply(*writer, "msg_a", 1000, "One.");
+    const auto withWriter = namesInDir();
+    EXPECT_EQ(withWriter.size(), 3U) << "the store, its log, the log's index";
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    EXPECT_EQ(namesInDir(), withWriter);
+    addReply(*writer, "msg_b", 2000, "Two.");
+    writer.reset();
+    EXPECT_EQ(namesInDir(), std::set<std::string>{"opencode.db"});
+    EXPECT_EQ(followed(), Lines{"msg_b: Two."});
+    EXPECT_EQ(reader.initialOffset(url), cursor);
+    EXPECT_EQ(namesInDir(), std::set<std::string>{"opencode.db"});
+    OpenCodeStore again(path);
+    addReply(again, "msg_c", 3000, "Three.");
+    EXPECT_EQ(followed(), Lines{"msg_c: Three."});
+}
+
+TEST_F(OpenCodeDatabaseReading, ReadsALogThatACrashLeft) {
+    OpenCodeStore writer(path);
+    addReply(writer, "msg_a", 1000, "One.");
+    const auto copy = dir / "copy.db";
+    fs::copy_file(path, copy);
+    fs::copy_file(path + "-wal", copy + "-wal");
+    url = copy + "#ses_1";
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    fs::copy_file(path + "-shm", copy + "-shm", fs::copy_options::overwrite_existing);
+    cursor = start;
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+}
+
+TEST_F(OpenCodeDatabaseReading, ReadsAStoreWithoutALog) {
+    OpenCodeStore store(path, "delete");
+    addReply(store, "msg_a", 1000, "One.");
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    EXPECT_EQ(namesInDir(), std::set<std::string>{"opencode.db"});
+}
+
+TEST_F(OpenCodeDatabaseReading, DoesNotWaitForAnotherProcessThatHasTheStoreForItself) {
+    for (const char* journal : {"wal", "delete"}) {
+        const auto locked = dir / (std::string(journal) + ".db");
+        url = locked + "#ses_1";
+        cursor = start;
+        {
+            OpenCodeStore store(locked, journal);
+            addReply(store, "msg_a", 1000, "One.");
+        }
+        std::array<int, 2> held{};
+        ASSERT_EQ(pipe(held.data()), 0);
+        const test::ForkedProcess holder([&] {
+            OpenCodeStore store(locked, journal);
+            store.run("PRAGMA locking_mode=EXCLUSIVE");
+            store.run("BEGIN EXCLUSIVE");
+            store.part("prt_z", "msg_a", "{}");
+            EXPECT_EQ(write(held[1], "!", 1), 1);
+            for (;;) pause();
+        });
+        char mark = 0;
+        ASSERT_EQ(read(held[0], &mark, 1), 1);
+        close(held[0]);
+        close(held[1]);
+        const auto before = std::chrono::steady_clock::now();
+        expectNothing();
+        EXPECT_EQ(reader.initialOffset(url), TailOffset::unixMs(5'000'000 * std::int64_t{1000}))
+            << "nothing of what can't be seen is new";
+        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    }
+}
+
+TEST_F(OpenCodeDatabaseReading, YieldsNothingOfWhatIsNoStore) {
+    for (const std::string& content :
+         {std::string(), std::string("not a database, but long enough to have a header"),
+          std::string("SQLite format 3\0", 16), std::string(5000, '\0')}) {
+        test::writeFile(path, content);
+        expectNothing();
+        test::writeFile(path + "-wal", "not a log");
+        expectNothing();
+        fs::remove(path + "-wal");
+        fs::remove(path + "-shm");
+    }
+}
+
+TEST_F(OpenCodeDatabaseReading, YieldsNothingWithoutItsTables) {
+    OpenCodeStore store(path);
+    store.run("DROP TABLE part");
+    expectNothing();
+    store.run("CREATE TABLE part(id text, data text)");
+    expectNothing();
+    store.run("DROP TABLE message");
+    expectNothing();
+}
+
+TEST_F(OpenCodeDatabaseReading, BearsAStoreThatIsCutShort) {
+    {
+        OpenCodeStore store(path);
+        for (int i = 0; i < 300; ++i)
+            addReply(store, "msg_" + std::to_string(i), 1000 + i, std::string(300, 'x'));
+    }
+    const auto whole = test::readFile(path);
+    ASSERT_GT(whole.size(), 100'000U);
+    EXPECT_EQ(follow().size(), 300U);
+    for (const std::size_t size : {99U, 100U, 4096U, 5000U, 8192U, 50'000U}) {
+        cursor = start;
+        test::writeFile(path, whole.substr(0, size));
+        EXPECT_LT(follow().size(), 300U) << size;
+    }
+}
+
+TEST_F(OpenCodeDatabaseReading, BearsAStoreWithBytesChanged) {
+    {
+        OpenCodeStore store(path);
+        for (int i = 0; i < 40; ++i) addReply(store, "msg_" + std::to_string(i), 1000 + i, "Word.");
+    }
+    const auto whole = test::readFile(path);
+    for (std::size_t at = 16; at < whole.size(); at += 53) {
+        auto changed = whole;
+        changed[at] = static_cast<char>(changed[at] ^ 0x55);
+        test::writeFile(path, changed);
+        cursor = start;
+        EXPECT_LE(follow().size(), 40U) << at;
+    }
+}
+
+TEST_F(OpenCodeDatabaseReading, YieldsNothingOfAStoreThatVanished) {
+    {
+        OpenCodeStore store(path);
+        addReply(store, "msg_a", 1000, "One.");
+    }
+    EXPECT_EQ(follow().size(), 1U);
+    fs::remove(path);
+    expectNothing();
+    EXPECT_EQ(reader.initialOffset(url), start);
+    EXPECT_FALSE(reader.recognises(url));
+    EXPECT_TRUE(namesInDir().empty());
+}
+
+TEST_F(OpenCodeDatabaseReading, ReadsAStoreWhoseNameIsNotUtf8) {
+    const auto odd = dir / "a?b=%41&\xFF #1.db";
+    OpenCodeStore store(odd);
+    addReply(store, "msg_a", 1000, "One.");
+    url = odd + "#ses_1";
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+}
+
+TEST_F(OpenCodeDatabaseReading, RecognisesASessionInAFile) {
+    EXPECT_FALSE(reader.recognises(url));
+    test::writeFile(path, "");
+    EXPECT_TRUE(reader.recognises(url));
+    EXPECT_EQ(reader.watchPath(url), path);
+    for (const auto& other : {path, path + "#", dir.path(), dir.path() + "#ses_1", std::string()}) {
+        EXPECT_FALSE(reader.recognises(other)) << other;
+        EXPECT_EQ(reader.watchPath(other), other);
+    }
+}
+
+TEST_F(OpenCodeDatabaseReading, YieldsRecordsThatAreNoMessagesToTheOriginalParser) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_a", 1000, "One.");
+    const auto records = reader.readSince(url, start).records;
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_FALSE(OpenCodeParser().parse(records[0]).has_value());
+}
+
+}  // namespace
+}  // namespace sonra
