@@ -24,6 +24,14 @@ class Installed(unittest.TestCase):
             self.assertTrue(os.access(self.prefix / name, os.X_OK), name)
         self.assertTrue((self.prefix / "share/sonra/cli").is_dir())
 
+    def test_a_prefix_registers_the_program_with_the_desktop(self):
+        name = "dev.trelnivorn.sonra"
+        for place in ("applications/{}.desktop", "gnome-shell/search-providers/{}.search-provider.ini",
+                      "krunner/dbusplugins/{}.desktop", "icons/hicolor/scalable/apps/{}.svg"):
+            self.assertTrue((self.prefix / "share" / place.format(name)).is_file(), place)
+        service = (self.prefix / f"share/dbus-1/services/{name}.service").read_text()
+        self.assertEqual(service, f"[D-BUS Service]\nName={name}\nExec={self.prefix}/bin/sonra\n")
+
     def test_an_installed_program_speaks_with_the_prefix_own_resources(self):
         folder = short_folder()
         self.addCleanup(folder.cleanup)
