@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+
+#include "ingest/ClineMessagesReader.h"
+#include "ingest/ClineReader.h"
+#include "ingest/CodexItemsReader.h"
+#include "ingest/CodexReader.h"
+#include "ingest/GeminiLinesReader.h"
+#include "ingest/GeminiReader.h"
+#include "ingest/GoldenMessages.h"
+#include "ingest/LiveTailReaderRegistry.h"
+#include "ingest/PiReader.h"
+#include "ingest/ShapedReader.h"
+#include "support/TempDir.h"
+#include "support/Transcripts.h"
+
+/// Real transcripts of Codex, Gemini, Cline and Pi.
+namespace sonra {
+namespace {
+
+constexpr std::size_t step = 1000;
+
+QuietFile quietNow(bool isQuiet) {
+    return QuietFile([isQuiet] {
+        return isQuiet ? std::chrono::system_clock::time_point{} : std::chrono::system_clock::now();
+    });
+}
+
+/// Codex in both its shapes, as it is registered.
+std::unique_ptr<const LiveTailReader> codexToday(bool isQuiet) {
+    std::vector<std::unique_ptr<const ShapeReader>> shapes;
+    shapes.push_back(std::make_unique<const CodexItemsReader>(quietNow(isQuiet)));
+    return std::make_unique<const ShapedReader>(std::make_unique<const CodexReader>(),
+                                                std::move(shapes));
+}
+
+/// What `reader` finds in all transcripts of the agent, from their beginning.
+Json found(const LiveTailReader& reader, const std::string& agent, const std::string& extension) {
+    Json all = Json::object();
+    for (const auto& file : test::transcripts(agent, extension)) {
+        const auto start = TailOffset::of(reader.initialOffset(file.path).kind(), 0);
+        all[file.name] = test::summaryOf(test::followed(reader, file.path, start));
+    }
+    return all;
+}
+
+/// The file as its agent might have written it: a thousand bytes at a time, looked at after each,
+/// and once more when it has been quiet.
+std::vector<HistoryMessage> readGrowing(const LiveTailReader& busy, const LiveTailReader& quiet,
+                                        const std::string& path) {
+    const std::string content = test::readFile(path);
+    const test::TempDir dir;
+    const std::string copy = dir / "growing.jsonl";
+    std::ofstream growing(copy, std::ios::binary);
+    std::vector<HistoryMessage> messages;
+    TailOffset cursor = TailOffset::byte(0);
+    for (std::size_t at = 0; at < content.size(); at += step) {
+        growing << content.substr(at, step) << std::flush;
+        test::follow(busy, copy, cursor, messages);
+    }
+    test::follow(quiet, copy, cursor, messages);
+    return messages;
+}
+
+struct Golden {
+    const char* name;
+    const LiveTailReader* reader;
+    const char* agent;
+    const char* extension;
+};
+
+class AgentGolden : public testing::TestWithParam<Golden> {};
+
+TEST_P(AgentGolden, MessagesOfRealTranscriptsAreTheKnownOnes) {
+    const auto& [name, reader, agent, extension] = GetParam();
+    const auto messages = found(*reader, agent, extension);
+    if (messages.empty()) GTEST_SKIP();
+    test::expectGolden(std::string(name) + ".json", messages);
+}
+
+const CodexReader codex;
+const auto codexItems = codexToday(true);
+const GeminiReader gemini;
+const GeminiLinesReader geminiLines(quietNow(true));
+const ClineMessagesReader clineMessages;
+const PiReader pi;
+
+INSTANTIATE_TEST_SUITE_P(Readers, AgentGolden,
+                         testing::Values(Golden{"codex", &codex, "codex", ".jsonl"},
+                                         Golden{"codex-items", codexItems.get(), "codex", ".jsonl"},
+                                         Golden{"gemini-documents", &gemini, "gemini", ".json"},
+                                         Golden{"gemini-lines", &geminiLines, "gemini", ".jsonl"},
+                                         Golden{"cline", &clineMessages, "cline", ".json"},
+                                         Golden{"pi", &pi, "pi", ".jsonl"}),
+                         [](const auto& golden) {
+                             std::string name = golden.param.name;
+                             std::erase(name, '-');
+                             return name;
+                         });
+
+TEST(AgentGoldens, CutTranscriptsGiveTheMessagesOfWholeOnes) {
+    const auto start = TailOffset::byte(0);
+    std::size_t messages = 0;
+    for (const auto& file : test::transcripts("codex", ".jsonl")) {
+        const auto whole = test::followed(*codexItems, file.path, start);
+        const auto busy = codexToday(false);
+        EXPECT_EQ(readGrowing(*busy, *codexItems, file.path), whole) << file.name;
+        messages += whole.size();
+    }
+    for (const auto& file : test::transcripts("gemini", ".jsonl")) {
+        const auto whole = test::followed(geminiLines, file.path, start);
+        const GeminiLinesReader busy(quietNow(false));
+        EXPECT_EQ(readGrowing(busy, geminiLines, file.path), whole) << file.name;
+        messages += whole.size();
+    }
+    for (const auto& file : test::transcripts("pi", ".jsonl")) {
+        const auto whole = test::followed(pi, file.path, start);
+        EXPECT_EQ(readGrowing(pi, pi, file.path), whole) << file.name;
+        messages += whole.size();
+    }
+    if (messages == 0) GTEST_SKIP();
+    EXPECT_GT(messages, 100U);
+}
+
+TEST(AgentGoldens, ShapesOfRealTranscriptsAreRecognised) {
+    for (const auto& file : test::transcripts("gemini", ".jsonl"))
+        EXPECT_TRUE(geminiLines.recognises(file.path)) << file.name;
+    for (const auto& file : test::transcripts("gemini", ".json"))
+        EXPECT_FALSE(geminiLines.recognises(file.path)) << file.name;
+    for (const auto& file : test::transcripts("cline", ".json")) {
+        EXPECT_TRUE(clineMessages.recognises(file.path)) << file.name;
+        EXPECT_EQ(ClineReader().initialOffset(file.path), TailOffset::messageIndex(0)) << file.name;
+    }
+}
+
+TEST(AgentGoldens, ADocumentThatHasGrownSaysOnlyWhatIsNew) {
+    const auto files = test::transcripts("gemini", ".json");
+    if (files.size() < 2) GTEST_SKIP();
+    const auto before = gemini.initialOffset(files[0].path);
+    EXPECT_EQ(before, TailOffset::messageIndex(3));
+    EXPECT_EQ(test::followed(gemini, files[1].path, before).size(), 3U);
+}
+
+TEST(AgentGoldens, SubAgentsOfClaudeCodeSayNothing) {
+    const auto& reader = *LiveTailReaderRegistry::reader("claude-code");
+    for (const auto& file : test::transcripts("claude-code", ".jsonl")) {
+        if (file.name.find("agent-") == std::string::npos) continue;
+        EXPECT_TRUE(test::followed(reader, file.path, TailOffset::byte(0)).empty()) << file.name;
+    }
+}
+
+}  // namespace
+}  // namespace sonra
