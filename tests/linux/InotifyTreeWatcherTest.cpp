@@ -1,0 +1,168 @@
+#include "linux/InotifyTreeWatcher.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+#include <set>
+
+#include "support/ComesTrue.h"
+#include "support/LogWatch.h"
+#include "support/TempDir.h"
+
+namespace sonra {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+/// What a watch has told, from its thread.
+class Reports {
+  public:
+    TreeWatcher::Callback callback() {
+        return [this](const TreeEvents& events) {
+            const std::lock_guard lock(mutex_);
+            ++calls_;
+            rescans_ += events.rescan ? 1 : 0;
+            paths_.insert(events.paths.begin(), events.paths.end());
+        };
+    }
+    bool has(const std::string& path) {
+        const std::lock_guard lock(mutex_);
+        return paths_.contains(path);
+    }
+    int rescans() {
+        const std::lock_guard lock(mutex_);
+        return rescans_;
+    }
+    int calls() {
+        const std::lock_guard lock(mutex_);
+        return calls_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::set<std::string> paths_;
+    int rescans_ = 0;
+    int calls_ = 0;
+};
+
+class InotifyTreeWatcherTest : public testing::Test {
+  protected:
+    InotifyTreeWatcherTest() { fs::create_directories(root + "/p"); }
+
+    std::string write(const std::string& name) {
+        auto path = root + "/" + name;
+        test::appendFile(path, "{}\n");
+        return path;
+    }
+
+    test::TempDir dir;
+    const std::string root = dir / "projects";
+    Reports reports;
+    InotifyTreeWatcher watcher;
+};
+
+TEST_F(InotifyTreeWatcherTest, ANewFileIsReportedByEventsAlone) {
+    const auto watch = watcher.watch(root, reports.callback());
+    const auto start = Clock::now();
+    const auto path = write("p/a.jsonl");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(path); }));
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
+    EXPECT_EQ(reports.rescans(), 0);
+}
+
+TEST_F(InotifyTreeWatcherTest, AFileInANewDirectoryIsReported) {
+    const auto watch = watcher.watch(root, reports.callback());
+    fs::create_directory(root + "/q");
+    const auto first = write("q/a.jsonl");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(first); }));
+    const auto second = write("q/b.jsonl");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(second); }));
+}
+
+TEST_F(InotifyTreeWatcherTest, WritesOfHalfASecondAreOneReport) {
+    const auto watch = watcher.watch(root, reports.callback());
+    const auto start = Clock::now();
+    for (int i = 0; i < 200; ++i) write("p/a.jsonl");
+    const auto last = write("p/last.jsonl");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(last); }));
+    const auto halves = (Clock::now() - start) / std::chrono::milliseconds(500);
+    EXPECT_LE(reports.calls(), halves + 1);
+}
+
+TEST_F(InotifyTreeWatcherTest, AMovedRootIsADemandToRescanAndSoIsItsReturn) {
+    const auto watch = watcher.watch(root, reports.callback());
+    fs::rename(root, root + "2");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 1; }));
+    fs::rename(root + "2", root);
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 2; }));
+    const auto path = write("p/a.jsonl");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(path); }));
+}
+
+TEST_F(InotifyTreeWatcherTest, ARootThatAppearsLaterIsWatched) {
+    fs::remove_all(root);
+    const auto watch = watcher.watch(root, reports.callback());
+    ASSERT_TRUE(watch);
+    fs::create_directories(root + "/p");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() > 0; }));
+    const auto path = write("p/a.jsonl");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(path); }));
+}
+
+TEST_F(InotifyTreeWatcherTest, AfterItsEndAWatchIsSilent) {
+    auto watch = watcher.watch(root, reports.callback());
+    Reports other;
+    const auto otherWatch = watcher.watch(root, other.callback());
+    watch.reset();
+    const auto path = write("p/a.jsonl");
+    ASSERT_TRUE(test::comesTrue([&] { return other.has(path); }));
+    EXPECT_EQ(reports.calls(), 0);
+}
+
+TEST_F(InotifyTreeWatcherTest, AWatchMayEndInsideItsCallback) {
+    std::unique_ptr<TreeWatch> watch;
+    std::atomic<bool> ended = false;
+    watch = watcher.watch(root, [&](const TreeEvents&) {
+        watch.reset();
+        ended = true;
+    });
+    write("p/a.jsonl");
+    EXPECT_TRUE(test::comesTrue([&] { return ended.load(); }));
+}
+
+/// The limit is the kernel's, counted by user namespace: the test runs itself again in one of its
+/// own.
+TEST_F(InotifyTreeWatcherTest, TheLimitOfWatchesIsSaidOnceAndRescansTakeTheirPlace) {
+    const char* const inNamespace = "SONRA_TEST_FEW_INOTIFY_WATCHES";
+    if (std::getenv(inNamespace) == nullptr) {
+        const std::string enter = "unshare --user --map-root-user ";
+        if (std::system((enter + "true").c_str()) != 0)
+            GTEST_SKIP() << "user namespaces are forbidden here";
+        const test::ScopedEnv marked(inNamespace, "1");
+        const test::ScopedEnv program("SONRA_TEST_PROGRAM", fs::read_symlink("/proc/self/exe"));
+        const std::string rerun =
+            "sh -c 'echo 2 > /proc/sys/user/max_inotify_watches &&"
+            " exec \"$SONRA_TEST_PROGRAM\" --gtest_filter=*TheLimitOfWatches*'";
+        EXPECT_EQ(std::system((enter + rerun).c_str()), 0);
+        return;
+    }
+    test::LogWatch log;
+    log.expect("no more file watches; sessions are looked for every 30 s");
+    fs::create_directory(root + "/q");
+    using std::chrono::milliseconds;
+    InotifyTreeWatcher quick(InotifyTreeWatcher::Times{milliseconds(5), milliseconds(20)});
+    const auto watch = quick.watch(root, reports.callback());
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() >= 3; }));
+    EXPECT_EQ(log.records().size(), 1U);
+    fs::remove(root + "/q");
+    // There is room now, from the next rescan on.
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(write("p/a.jsonl")); }));
+}
+
+}  // namespace
+}  // namespace sonra
