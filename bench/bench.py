@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures what the program promises and prints it beside the targets and beside other programs.
 
-    bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning scrub spectrum main_thread history
+    bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning scrub spectrum main_thread history search
 """
 import contextlib
 import json
@@ -354,8 +354,27 @@ def history():
     row(f"first page of {made['pageMessages']} messages from its end", made["firstPageMs"], "<= 5", "ms")
 
 
+def search():
+    with short_folder() as folder:
+        rows_path = Path(folder) / "rows"
+        made = result_of("bench_search", str(rows_path))
+        found, index = made["search"], made["index"]
+        others = [other for other in (peers.fzf_filter(rows_path, found["token"]), peers.fzy_filter(rows_path, found["token"])) if other]
+    if index["sessions"] != 5000 or not found["hits"] or not index["hits"]:
+        raise RuntimeError(f"that wasn't a search of sessions: {made}")
+    row("search of 10,000 sessions, one token", found["oneTokenMs"], "<= 1", "ms")
+    row("  three tokens", found["threeTokensMs"], "<= 2", "ms")
+    row("search of 100,000 sessions, one token", found["largeMs"], "<= 16", "ms", others, "fzf 35 to 40, fzy 14 to 19")
+    fzf = dict(others).get("fzf")
+    if fzf:
+        row("  as a ratio to fzf --filter", found["largeMs"] / fzf, "<= 0.4", "")
+    row("catalogue of 5,000 transcripts of 200 KB, nothing known", index["reconcileMs"], "<= 2000", "ms")
+    row("  nothing changed", index["unchangedMs"], "<= 80", "ms")
+    row("start with 5,000 sessions to the first search", index["startMs"], "<= 60", "ms")
+
+
 GROUPS = {f.__name__: f for f in (speech, transport, start, rest, sound, commands, flood, cleaning, scrub, spectrum, main_thread,
-                                  history)}
+                                  history, search)}
 
 
 def main(names):

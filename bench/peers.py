@@ -46,12 +46,12 @@ def peer(name, *programs):
 
     def decorate(measure):
         @functools.wraps(measure)
-        def measured():
+        def measured(*arguments):
             if not all(shutil.which(program) for program in programs):
                 return None
             try:
                 with limited(LIMIT):
-                    return name, measure()
+                    return name, measure(*arguments)
             except Exception as problem:  # whatever it is, the other figures can still be had
                 print(f"{name} isn't measured ({measure.__name__}): {type(problem).__name__}: {problem}", flush=True)
                 return None
@@ -500,3 +500,24 @@ def wakeups_after_speech_dispatcher():
             speaker.wait("702")
             time.sleep(2)
             return wakeups(stage.sound.server.pid, 5)
+
+
+def filter_ms(command, rows):
+    """From the start of a program that filters the lines of `rows` to its last line; the median of all starts."""
+    values = []
+    for _ in range(STARTS):
+        with open(rows, "rb") as lines:
+            began = time.monotonic_ns()
+            subprocess.run(command, stdin=lines, stdout=subprocess.DEVNULL, check=True)
+            values.append((time.monotonic_ns() - began) / 1e6)
+    return median_p90(values)[0]
+
+
+@peer("fzf", "fzf")
+def fzf_filter(rows, token):
+    return filter_ms(["fzf", f"--filter={token}"], rows)
+
+
+@peer("fzy", "fzy")
+def fzy_filter(rows, token):
+    return filter_ms(["fzy", f"--show-matches={token}"], rows)
