@@ -7,6 +7,7 @@
 #include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
 #include "linux/InotifyFileWatcher.h"
+#include "linux/InotifyTreeWatcher.h"
 #include "linux/PulseConnection.h"
 #include "linux/PulseFilePlayerFactory.h"
 
@@ -20,8 +21,8 @@ double wallClockMs() {
 
 }  // namespace
 
-AppDelegate::AppDelegate(Mode mode, MainLoop& loop, Exit exit)
-    : mode_(std::move(mode)), loop_(loop), exit_(std::move(exit)) {}
+AppDelegate::AppDelegate(Mode mode, std::vector<std::string> urls, MainLoop& loop, Exit exit)
+    : mode_(std::move(mode)), urls_(std::move(urls)), loop_(loop), exit_(std::move(exit)) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -39,19 +40,21 @@ AppCoordinator::Platform AppDelegate::platform() {
         shutDown();
         _exit(status);
     };
-    return {loop_,
-            *players_,
-            *files_,
-            pool_,
-            desktop_->defaults(),
-            desktop_->screens(),
-            desktop_->statusItem(),
-            desktop_->panelFactory(),
-            &desktop_->nowPlaying(),
-            &desktop_->remoteCommands(),
-            exit_,
-            exitAtOnce,
-            wallClockMs};
+    return {
+        loop_,
+        *players_,
+        *files_,
+        pool_,
+        desktop_->defaults(),
+        desktop_->screens(),
+        desktop_->statusItem(),
+        desktop_->panelFactory(),
+        {*tree_, desktop_->desktopSearch(), desktop_->searchPanelFactory(), desktop_->hotkeys()},
+        &desktop_->nowPlaying(),
+        &desktop_->remoteCommands(),
+        exit_,
+        exitAtOnce,
+        wallClockMs};
 }
 
 void AppDelegate::bringUp() {
@@ -65,13 +68,23 @@ void AppDelegate::startService(const std::string& socketPath) {
     if (!acquireServiceLock()) return exit_(0);
     sweepTemporaryDirectories();
     bringUp();
+    desktop_->setWishes(wishes());
     files_ = std::make_unique<InotifyFileWatcher>(loop_);
+    tree_ = std::make_unique<InotifyTreeWatcher>();
     coordinator_ = std::make_shared<AppCoordinator>(
         socketPath, platform(),
         AppCoordinator::Speech{std::make_shared<MacSynthesizer>(pool_),
                                std::make_shared<KokoroWorkerEngine>(),
                                KokoroProcessEngine::make(pool_)});
     if (!coordinator_->start()) exit_(1);
+    desktop_->publish();
+    for (const auto& url : urls_) coordinator_->openURL(url);
+}
+
+/// They come once the coordinator has started, whoever asked for them before.
+Desktop::Wishes AppDelegate::wishes() {
+    return {[this](const std::string& url) { coordinator_->openURL(url); },
+            [this](const std::string&) { coordinator_->openSearchPanel(); }};
 }
 
 std::unique_ptr<CaptionWindow> AppDelegate::makeCaptionWindow() {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "app/Desktop.h"
 #include "captions/LegacyCaptionsServer.h"
@@ -20,7 +21,8 @@ class AppDelegate {
   public:
     using Exit = std::function<void(int status)>;
 
-    AppDelegate(Mode mode, MainLoop& loop, Exit exit);
+    /// A service opens `urls` once it has started.
+    AppDelegate(Mode mode, std::vector<std::string> urls, MainLoop& loop, Exit exit);
     ~AppDelegate();
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
@@ -37,12 +39,15 @@ class AppDelegate {
     void bringUp();
     std::unique_ptr<CaptionWindow> makeCaptionWindow();
     AppCoordinator::Platform platform();
+    Desktop::Wishes wishes();
 
     Mode mode_;
+    const std::vector<std::string> urls_;
     MainLoop& loop_;
     Exit exit_;
     WorkerPool pool_;
     std::unique_ptr<FileWatcher> files_;
+    std::unique_ptr<TreeWatcher> tree_;
     std::unique_ptr<FilePlayerFactory> players_;
     std::unique_ptr<Desktop> desktop_;
     std::shared_ptr<AppCoordinator> coordinator_;

@@ -6,11 +6,15 @@
 
 #include "app/HiddenPanel.h"
 #include "frame/DefaultsDocument.h"
+#include "linux/QtApplicationInterface.h"
+#include "linux/QtDesktopSearch.h"
+#include "linux/QtGlobalHotkeys.h"
 #include "linux/QtMpris.h"
 #include "linux/QtScreens.h"
 #include "linux/SessionBusProbe.h"
 #include "widgets/CaptionPanel.h"
 #include "widgets/FollowedLook.h"
+#include "widgets/SearchPanelWindow.h"
 #include "widgets/TrayItem.h"
 
 namespace sonra {
@@ -21,16 +25,24 @@ constexpr auto busAddressVariable = "DBUS_SESSION_BUS_ADDRESS";
 /// An address at which connecting fails at once.
 constexpr auto nobodysAddress = "unix:path=/dev/null";
 
+bool hasDisplay() {
+    return QGuiApplication::platformName() != "offscreen";
+}
+
 }  // namespace
 
 struct Desktop::Parts {
-    explicit Parts(MainLoop& loop) : mpris(loop) {}
+    explicit Parts(MainLoop& mainLoop) : loop(mainLoop), mpris(loop) {}
 
+    MainLoop& loop;
     DefaultsDocument defaults{DefaultsDocument::defaultPath()};
     QtScreens screens;
     FollowedLook look;
     QtMpris mpris;
     std::optional<TrayItem> tray;  ///< made for whoever asks for it
+    std::unique_ptr<GlobalHotkeys> hotkeys;
+    std::optional<QtApplicationInterface> application;
+    std::optional<QtDesktopSearch> search;
 };
 
 Desktop::Desktop(MainLoop& loop) : parts_(std::make_unique<Parts>(loop)) {}
@@ -66,9 +78,35 @@ RemoteCommandCenter& Desktop::remoteCommands() {
 
 CaptionWindow::PanelFactory Desktop::panelFactory() {
     return [this](CaptionPanelModel& model) -> std::unique_ptr<FloatingPanel> {
-        if (QGuiApplication::platformName() == "offscreen") return std::make_unique<HiddenPanel>();
+        if (!hasDisplay()) return std::make_unique<HiddenPanel>();
         return std::make_unique<CaptionPanel>(model, parts_->look);
     };
+}
+
+std::function<std::unique_ptr<SearchPanel>()> Desktop::searchPanelFactory() {
+    if (!hasDisplay()) return {};
+    return [this] { return std::make_unique<SearchPanelWindow>(parts_->look); };
+}
+
+GlobalHotkeys* Desktop::hotkeys() {
+    if (!parts_->hotkeys && hasDisplay()) parts_->hotkeys = makeGlobalHotkeys(parts_->loop);
+    return parts_->hotkeys.get();
+}
+
+void Desktop::setWishes(Wishes wishes) {
+    QtApplicationInterface::Handlers handlers;
+    handlers.open = wishes.openUrl;
+    parts_->application.emplace(parts_->loop, std::move(handlers));
+    parts_->search.emplace(parts_->loop, parts_->application->exported(),
+                           QtDesktopSearch::Handlers{wishes.openUrl, wishes.search});
+}
+
+DesktopSearchIndex& Desktop::desktopSearch() {
+    return parts_->search->index();
+}
+
+void Desktop::publish() {
+    parts_->application->publish();
 }
 
 }  // namespace sonra

@@ -1,19 +1,24 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "captions/CaptionWindow.h"
+#include "platform/DesktopSearchIndex.h"
+#include "platform/GlobalHotkeys.h"
 #include "platform/MainLoop.h"
 #include "platform/NowPlayingCenter.h"
 #include "platform/RemoteCommandCenter.h"
 #include "platform/Screens.h"
+#include "platform/SearchPanel.h"
 #include "platform/StatusItem.h"
 #include "platform/UserDefaults.h"
 
 namespace sonra {
 
-/// The desktop as the program meets it: tray, caption panel, media controls, screens and the user's
-/// settings, each behind its port.
+/// The desktop as the program meets it: tray, panels, media controls, key chords, search, screens
+/// and the user's settings, each behind its port.
 ///
 /// Main thread only; owned by the delegate, made once there is an application object. Without a
 /// display the panel is nowhere and nothing is painted. A session bus that doesn't answer is gone
@@ -36,6 +41,21 @@ class Desktop {
     [[nodiscard]] NowPlayingCenter& nowPlaying();
     [[nodiscard]] RemoteCommandCenter& remoteCommands();
     [[nodiscard]] CaptionWindow::PanelFactory panelFactory();
+    /// Empty without a display.
+    [[nodiscard]] std::function<std::unique_ptr<SearchPanel>()> searchPanelFactory();
+    /// Null without a display.
+    [[nodiscard]] GlobalHotkeys* hotkeys();
+
+    /// What the desktop asks of the running program.
+    struct Wishes {
+        std::function<void(const std::string& url)> openUrl;
+        std::function<void(const std::string& query)> search;
+    };
+    /// Once, before the search of the desktop is used. They are called from `publish` on.
+    void setWishes(Wishes wishes);
+    [[nodiscard]] DesktopSearchIndex& desktopSearch();
+    /// Shows the program on the session bus under its own name.
+    void publish();
 
   private:
     struct Parts;

@@ -15,6 +15,7 @@
 #include "frame/Log.h"
 #include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
+#include "frame/UrlLaunch.h"
 #include "linux/JournalLog.h"
 #include "linux/QtMainLoop.h"
 
@@ -27,6 +28,9 @@ constexpr auto usage =
     "  sonra                              start the service; a second start leaves the first "
     "alone\n"
     "  sonra --service --socket <path>    start it with its socket at a path of choice\n"
+    "  sonra tts://session/<id>           narrate this session of Claude Code's; starts the "
+    "service\n"
+    "                                     if need be\n"
     "  sonra --captions-serve --socket <path>\n"
     "                                     show captions that other programs send\n"
     "  sonra <sound file> [options]       play one file; --volume <0 to 100>, --title,\n"
@@ -87,7 +91,8 @@ void logQtMessage(QtMsgType type, const QMessageLogContext&, const QString& mess
     }
 }
 
-int runApplication(const sonra::Mode& mode, int& argc, char** argv) {
+int runApplication(const sonra::Mode& mode, const std::vector<std::string>& urls, int& argc,
+                   char** argv) {
     choosePlatform();
     sonra::Desktop::avoidDeafSessionBus();
     qInstallMessageHandler(logQtMessage);
@@ -106,7 +111,7 @@ int runApplication(const sonra::Mode& mode, int& argc, char** argv) {
                   {{"input", {{"signal", "SIG" + std::string(sigabbrev_np(number))}}}});
         exit(0);
     });
-    delegate = std::make_unique<sonra::AppDelegate>(mode, loop, exit);
+    delegate = std::make_unique<sonra::AppDelegate>(mode, urls, loop, exit);
     on_exit(endAtExit, delegate.get());
     delegate->applicationDidFinishLaunching();
     endProcess(*delegate, QApplication::exec());
@@ -122,7 +127,11 @@ int main(int argc, char** argv) {
     mallopt(M_ARENA_MAX, 2);
     sonra::SignalWatch::block();
 
-    const auto decision = sonra::parseMode(args);
+    const auto urls = sonra::launchUrls(args);
+    if (!urls.empty() && sonra::tryOpenInExistingService(urls)) return 0;
+    const auto decision = urls.empty()
+                              ? sonra::parseMode(args)
+                              : sonra::Mode(sonra::ServiceMode{sonra::defaultServiceSocketPath()});
     if (const auto* early = std::get_if<sonra::EarlyExit>(&decision)) {
         std::fputs(early->standardError.c_str(), stderr);
         return early->status;
@@ -132,5 +141,5 @@ int main(int argc, char** argv) {
     sonra::Log::shared()
         .child({{"module", "main"}})
         .info("sonra up", {{"input", {{"pid", getpid()}, {"argv", args}}}});
-    return runApplication(std::get<sonra::Mode>(decision), argc, argv);
+    return runApplication(std::get<sonra::Mode>(decision), urls, argc, argv);
 }

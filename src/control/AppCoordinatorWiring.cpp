@@ -99,6 +99,9 @@ void AppCoordinator::wireSearch() {
         SessionSearch::Surroundings{platform_.loop, platform_.pool, platform_.screens,
                                     platform_.defaults, platform_.wallClockMs},
         std::move(callbacks));
+    commands_.add("open", [this](const Json& message) {
+        for (const auto& url : CommandArguments::openedUrls(message)) openURL(url);
+    });
     if (search_->hasPanel()) commands_.add("search", [this](const Json&) { openSearchPanel(); });
 }
 

@@ -37,4 +37,13 @@ AttachRequest attachRequest(const Json& message) {
             textOf(message, "source"), textOf(message, "branch"), textOf(message, "title")};
 }
 
+std::vector<std::string> openedUrls(const Json& message) {
+    std::vector<std::string> opened;
+    const auto urls = message.find("urls");
+    if (urls == message.end() || !urls->is_array()) return opened;
+    for (const auto& url : *urls)
+        if (url.is_string()) opened.push_back(url.get<std::string>());
+    return opened;
+}
+
 }  // namespace sonra::CommandArguments

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "control/NarrationSessions.h"
 #include "frame/AudioChunk.h"
@@ -20,5 +22,8 @@ int scrubIndex(const Json& message);
 
 /// The session of "attach".
 AttachRequest attachRequest(const Json& message);
+
+/// The addresses of "open".
+std::vector<std::string> openedUrls(const Json& message);
 
 }  // namespace sonra::CommandArguments

@@ -116,6 +116,21 @@ TEST_F(Search, AddressAttachesItsSession) {
     EXPECT_FALSE(coordinator->openURL("https://session/s1"));
 }
 
+TEST_F(Search, OpenCommandAttachesTheSessionsOfItsAddresses) {
+    makeSession("s1", "/p", "mend the kettle");
+    makeSession("s2", "/q", "paint the shed");
+    startAndCatalogue();
+    coordinator->handleIPC({{"cmd", "open"}, {"urls", "tts://session/s1"}});
+    coordinator->handleIPC({{"cmd", "open"}});
+    coordinator->handleIPC(
+        {{"cmd", "open"}, {"urls", {"tts://other", 7, "tts://session/s1", "tts://session/s2"}}});
+    EXPECT_TRUE(loop.runUntil([this] {
+        return coordinator->sessions().isNarrating("s1") &&
+               coordinator->sessions().isNarrating("s2");
+    }));
+    EXPECT_EQ(rows().size(), 2U);
+}
+
 TEST_F(Search, AttachedSessionsComeFirstWhileNothingIsTyped) {
     makeSession("s1", "/p", "mend the kettle");
     const auto later = makeSession("s2", "/q", "paint the shed");
