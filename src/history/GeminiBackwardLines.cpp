@@ -1,6 +1,5 @@
 #include "history/GeminiBackwardLines.h"
 
-#include <ranges>
 #include <utility>
 
 #include "ingest/GeminiChange.h"
@@ -14,7 +13,8 @@ void GeminiBackwardLines::take(std::string line, std::deque<HistoryMessage>& mes
     if (auto target = GeminiChange::rewindTarget(*object)) {
         rewinds_.push_back(*std::move(target));
     } else if (const Json* all = GeminiChange::replacement(*object)) {
-        for (const auto& message : std::views::reverse(*all)) takeMessage(message, messages);
+        for (auto message = all->rbegin(); message != all->rend(); ++message)
+            takeMessage(*message, messages);
         isComplete_ = true;
     } else {
         takeMessage(*object, messages);

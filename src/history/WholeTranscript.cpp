@@ -1,6 +1,5 @@
 #include "history/WholeTranscript.h"
 
-#include <ranges>
 #include <utility>
 
 #include "history/AiderDocument.h"
@@ -15,8 +14,8 @@ std::deque<HistoryMessage> geminiDocument(const std::string& transcript) {
     std::deque<HistoryMessage> messages;
     const auto elements = DocumentReading::loadMessages(transcript);
     if (!elements) return messages;
-    for (const auto& element : std::views::reverse(*elements))
-        if (auto message = GeminiParser().parse(TranscriptRecord::jsonObject(element)))
+    for (auto element = elements->rbegin(); element != elements->rend(); ++element)
+        if (auto message = GeminiParser().parse(TranscriptRecord::jsonObject(*element)))
             messages.push_back(*std::move(message));
     return messages;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ranges>
 #include <utility>
 
 #include "ingest/CodexLines.h"
@@ -27,8 +26,9 @@ bool wasSaidBefore(const std::string& url, std::int64_t position, const std::str
     const auto start = std::max<std::int64_t>(position - lookBack, 0);
     const auto block = FileTail::read(url, start, static_cast<std::size_t>(position - start));
     if (!block) return false;
-    for (const auto line : std::views::reverse(LineReading::linesIn(block->bytes()))) {
-        const auto object = json::parseObject(line);
+    const auto lines = LineReading::linesIn(block->bytes());
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const auto object = json::parseObject(*line);
         if (!object || !CodexLines::separates(*object)) continue;
         return responseText(*object) == text;
     }
