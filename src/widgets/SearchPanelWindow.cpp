@@ -144,7 +144,7 @@ void SearchPanelWindow::setFrame(const Rect& frame) {
 
 void SearchPanelWindow::activate() {
     if (!shown_) present();
-    raise();
+    if (XcbConnection::get()) raise();
     activateWindow();
     WindowActivation::claim(*this);
     field_->setFocus(Qt::OtherFocusReason);
