@@ -123,7 +123,8 @@ void InotifyTree::rearm(TreeEvents& result) {
 void InotifyTree::noteNewDirectory(const std::string& name, TreeEvents& result) {
     if (!watchDirectory(name)) return;
     const auto path = pathOf(name);
-    for (const auto& file : namesIn(path)) result.paths.push_back(path + "/" + file);
+    for (const auto& file : namesIn(path))
+        result.paths.push_back(pathOf(name).append("/").append(file));
 }
 
 void InotifyTree::noteRoot(std::uint32_t mask, const std::string& name, TreeEvents& result) {
@@ -148,7 +149,7 @@ void InotifyTree::noteDirectory(int wd, std::uint32_t mask, const std::string& n
         return;
     }
     for (const auto& directory : found->second)
-        result.paths.push_back(pathOf(directory) + "/" + name);
+        result.paths.push_back(pathOf(directory).append("/").append(name));
 }
 
 TreeEvents InotifyTree::collect(std::span<const std::byte> records) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
 
 #include "IndexFixture.h"
@@ -314,6 +315,36 @@ TEST_F(SessionIndexTest, WhenTheIndexGoesItsWatchHasEnded) {
     ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
     index_.reset();
     EXPECT_EQ(watcher_.running(), 0);
+}
+
+/// Asks the index on its own queue, which calls `watch`.
+class AskingWatcher : public TreeWatcher {
+  public:
+    std::unique_ptr<TreeWatch> watch(const std::string& /*root*/, Callback /*onEvents*/) override {
+        ask();
+        return nullptr;
+    }
+
+    std::function<void()> ask;
+};
+
+TEST(SessionIndexDeathTest, ReadersOnTheIndexsOwnQueueEndTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const test::TempDir dir;
+    const auto askOnQueue = [&](const std::function<void(SessionIndex&)>& ask) {
+        test::ManualLoop loop;
+        WorkerPool pool;
+        AskingWatcher watcher;
+        SessionIndex index(loop, pool, watcher, SessionIndexStore(dir.path()));
+        watcher.ask = [&] { ask(index); };
+        index.startWatching(dir.path());
+        (void)index.snapshot();
+    };
+    const auto* const rule = "not on its thread: off the index's queue";
+    EXPECT_DEATH(askOnQueue([](auto& index) { (void)index.snapshot(); }), rule);
+    EXPECT_DEATH(askOnQueue([](auto& index) { (void)index.lookup("a"); }), rule);
+    EXPECT_DEATH(askOnQueue([](auto& index) { (void)index.reconcileProgress(); }), rule);
+    EXPECT_DEATH(askOnQueue([](auto& index) { index.bootstrap(); }), rule);
 }
 
 }  // namespace
