@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 #include "support/TempDir.h"
@@ -101,7 +102,7 @@ TEST_F(SessionHistoryTest, LineOverManyBlocksIsJoined) {
 /// How much is read at a time shows in what is left when the file has gone after the first message.
 TEST_F(SessionHistoryTest, ChunkBytesOfTenAreRaised) {
     write(conversation(20));
-    std::vector<SessionHistory> histories{open(10), open(1024), open(2048)};
+    std::array<SessionHistory, 3> histories{open(10), open(1024), open(2048)};
     for (auto& history : histories) EXPECT_EQ(ids(history.loadOlder(1)), (Ids{"m20"}));
     std::filesystem::remove(path_);
     const auto ofTen = ids(histories[0].loadOlder(20));
