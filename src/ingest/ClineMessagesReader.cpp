@@ -18,7 +18,7 @@ TailOffset ClineMessagesReader::initialOffset(const std::string& url) const {
 
 LiveTailReader::Reading ClineMessagesReader::readSince(const std::string& url,
                                                        TailOffset offset) const {
-    return DocumentReading::since(DocumentReading::loadMessages(url), offset);
+    return DocumentReading::since(url, offset, DocumentReading::loadMessages);
 }
 
 }  // namespace sonra

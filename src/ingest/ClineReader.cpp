@@ -22,7 +22,7 @@ TailOffset ClineReader::initialOffset(const std::string& url) const {
 }
 
 LiveTailReader::Reading ClineReader::readSince(const std::string& url, TailOffset offset) const {
-    return DocumentReading::since(loadMessages(url), offset);
+    return DocumentReading::since(url, offset, loadMessages);
 }
 
 }  // namespace sonra

@@ -18,8 +18,10 @@ std::optional<Json> loadMessages(const std::string& url);
 /// A cursor behind all elements; behind none if there is no array.
 TailOffset endOf(const std::optional<Json>& elements);
 
-/// The elements behind `offset`. A document that has shrunk has none, and the cursor waits until it
-/// outgrows it.
-LiveTailReader::Reading since(std::optional<Json> elements, TailOffset offset);
+/// The elements of the array that `load` finds in the document `url`, from `offset` on. A document
+/// that has shrunk has none, and the cursor waits until it outgrows it. One that nobody has written
+/// to since the last look isn't loaded.
+LiveTailReader::Reading since(const std::string& url, TailOffset offset,
+                              std::optional<Json> (*load)(const std::string& url));
 
 }  // namespace sonra::DocumentReading

@@ -16,7 +16,7 @@ TailOffset GeminiReader::initialOffset(const std::string& url) const {
 }
 
 LiveTailReader::Reading GeminiReader::readSince(const std::string& url, TailOffset offset) const {
-    return isDocument(url) ? DocumentReading::since(DocumentReading::loadMessages(url), offset)
+    return isDocument(url) ? DocumentReading::since(url, offset, DocumentReading::loadMessages)
                            : LineReading::since(url, offset);
 }
 
