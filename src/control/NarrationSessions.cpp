@@ -152,6 +152,7 @@ AttachOutcome NarrationSessions::attach(AttachRequest request) {
     if (!newAttach) return updated ? AttachOutcome::unchanged : AttachOutcome::notWritten;
     noteAttached(request.id);
     transcripts_[request.id] = request.transcript;
+    offsets_.seed(request.id, offset);
     callbacks_.onNewAttach(request);
     start(request, end, findSeed(request, end));
     return AttachOutcome::added;
@@ -256,7 +257,6 @@ void NarrationSessions::start(const AttachRequest& request, const std::optional<
         return;
     }
     const auto attachBytePos = from->intValue();
-    offsets_.seed(id, attachBytePos);
     auto options = optionsFor(request);
     options.startOffset = from;
     auto session = NativeNarration::makeSession(

@@ -102,9 +102,7 @@ void SessionSearch::reconciled() {
 }
 
 void SessionSearch::noteChange(const SessionSnapshot& sessions) {
-    surroundings_.pool.post([spotlight = std::weak_ptr(spotlight_), sessions] {
-        if (const auto alive = spotlight.lock()) alive->update(sessions);
-    });
+    spotlight_->update(sessions);
     takeRecent(sessions);
     if (callbacks_.onRecentChanged) callbacks_.onRecentChanged();
 }

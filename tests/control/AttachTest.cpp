@@ -118,6 +118,17 @@ TEST_F(Attach, SessionInAStoreIsThereIfTheStoreIs) {
     EXPECT_EQ(rows()[0]["transcript"], store + "#ses_1");
 }
 
+/// The row begins with the transcript's size and goes on with its reader's own count.
+TEST_F(Attach, CursorOfADocumentReachesTheRow) {
+    const auto path = home / "history.json";
+    test::writeFile(path, R"([{"role":"user","content":"one"},{"role":"user","content":"two"}])");
+    coordinator->attachSessionLocal({"c1", "/p", path, "cline"});
+    EXPECT_TRUE(loop.runUntil([this] {
+        loop.advance(SessionTailer::defaultPollInterval);
+        return rows()[0]["offset"] == 2;
+    }));
+}
+
 TEST_F(Attach, ClearsAStalePause) {
     writeDocument({{"paused", true}});
     loop.advance(stateTick);

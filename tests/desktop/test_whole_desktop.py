@@ -190,7 +190,8 @@ class TrayMenu(WholeDesktop):
         self.wait_row("Attach session…")
         self.assertEqual(self.icon.labels(), [
             f"Narrating  •  {LONG[:48]}", "-", "Pause", "Skip", "Stop", "Mute", "Captions", "-", "Volume\t100%",
-            "Speed\t1x", "-", "Narrating: 1", "Attach session…", "-", "Quit Sonra"])
+            "Speed\t1x", "-", "Narrating: 1", "Attach session…", "Search sessions…", "-",
+            "Quit Sonra"])
 
     def test_pause_and_resume(self):
         self.attach()
