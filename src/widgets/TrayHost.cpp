@@ -4,6 +4,8 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
+#include <algorithm>
+#include <chrono>
 #include <string>
 
 #include "widgets/XcbConnection.h"
@@ -12,6 +14,7 @@ namespace sonra {
 namespace {
 
 using namespace std::chrono_literals;
+using std::chrono::milliseconds;
 
 const auto watcherName = QStringLiteral("org.kde.StatusNotifierWatcher");
 const auto watcherPath = QStringLiteral("/StatusNotifierWatcher");
@@ -20,6 +23,7 @@ const auto watcherPath = QStringLiteral("/StatusNotifierWatcher");
 constexpr auto settleTime = 200ms;
 // At the start of a session the panel may come after us.
 constexpr auto patienceTime = 5s;
+constexpr auto longestPatience = 10min;
 
 bool hasEmbedder() {
     auto* connection = XcbConnection::get();
@@ -71,10 +75,10 @@ void TrayHost::ask() {
 
 void TrayHost::giveUp() {
     if (isSettled_) return;
-    if (hasEmbedder())
-        settle(Kind::embedder);
-    else
-        Q_EMIT missing();
+    if (hasEmbedder()) return settle(Kind::embedder);
+    if (patience_.interval() == milliseconds(patienceTime).count()) Q_EMIT missing();
+    // An X11 tray doesn't tell when it comes. Ever rarer looks cost nothing worth counting.
+    patience_.start(std::min(2 * patience_.intervalAsDuration(), milliseconds(longestPatience)));
 }
 
 void TrayHost::settle(Kind kind) {

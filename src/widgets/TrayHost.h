@@ -10,7 +10,8 @@ namespace sonra {
 /// Finds out whether this desktop shows tray icons, and how. Qt looks only once, at a process's
 /// first icon, and holds to what it found: so the first icon must wait for `ready`.
 ///
-/// Main thread only. Asks without waiting. A panel that appears after `missing` is still noticed.
+/// Main thread only. Asks without waiting. One that appears after `missing` is still noticed: a
+/// panel at once, an X11 tray after a while.
 class TrayHost : public QObject {
     Q_OBJECT
 
@@ -27,7 +28,7 @@ class TrayHost : public QObject {
   Q_SIGNALS:
     /// Once.
     void ready(sonra::TrayHost::Kind kind);
-    /// At most once: after some seconds there was none.
+    /// At most once: after some seconds there was neither.
     void missing();
 
   private:

@@ -255,10 +255,22 @@ class Icon(Tray):
 
 
 class EmbeddedIcon(Tray):
-    def test_menu_of_an_x11_tray(self):
+    def start_tray(self):
         tray = subprocess.Popen(["trayer", "--edge", "top"], env=self.desktop.environment(),
                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(end, tray)
+
+    def test_comes_to_an_x11_tray_that_comes_late(self):
+        notifications = Notifications(self.desktop.bus)
+        self.start()
+        pump_until("the notification that there is none", lambda: notifications.shown)
+        self.start_tray()
+        pump_until("the icon", self.windows, 60)
+        self.assertEqual(len(notifications.shown), 1)
+
+    def test_menu_of_an_x11_tray(self):
+        self.start_tray()
+        pump_until("the tray", lambda: self.xdotool("search", "--onlyvisible", "--class", "trayer"))
         notifications = Notifications(self.desktop.bus)
         self.start()
         icon = pump_until("the icon", self.windows)[0]
