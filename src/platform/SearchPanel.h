@@ -63,6 +63,7 @@ class SearchPanel {
     [[nodiscard]] virtual bool isVisible() const = 0;
 
     [[nodiscard]] virtual std::string query() const = 0;
+    virtual void setQuery(const std::string& text) = 0;
     /// None of the rows is selected then.
     virtual void setRows(const std::vector<SearchRow>& rows) = 0;
     /// Also scrolls it into view.

@@ -87,8 +87,13 @@ void SearchPanelController::toggle() {
         open();
 }
 
-void SearchPanelController::open() {
+void SearchPanelController::open(const std::optional<std::string>& query) {
     SONRA_ASSERT_MAIN_THREAD();
+    if (query) {
+        expandedProject_.reset();
+        panel_.setQuery(*query);
+    }
+    debounceWork_.cancel();
     if (const auto visible = screens_.mainVisibleFrame()) panel_.setFrame(frameOnScreen(*visible));
     panel_.activate();
     runQuery();

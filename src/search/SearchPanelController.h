@@ -57,7 +57,8 @@ class SearchPanelController {
     /// Command and Shift with F; without it, the panel still opens from elsewhere.
     void registerHotkey();
     void toggle();
-    void open();
+    /// With a query it is as if that had been typed.
+    void open(const std::optional<std::string>& query = {});
     void close();
 
   private:

@@ -182,6 +182,10 @@ std::string SearchPanelWindow::query() const {
     return field_->text().toStdString();
 }
 
+void SearchPanelWindow::setQuery(const std::string& text) {
+    field_->setText(asShown(text));
+}
+
 void SearchPanelWindow::setRows(const std::vector<SearchRow>& rows) {
     rows_->setRows(rows);
     rows_->setVisible(!rows.empty());

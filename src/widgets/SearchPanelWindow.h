@@ -33,6 +33,7 @@ class SearchPanelWindow : public QWidget, public SearchPanel {
     void orderOut() override;
     [[nodiscard]] bool isVisible() const override { return shown_; }
     [[nodiscard]] std::string query() const override;
+    void setQuery(const std::string& text) override;
     void setRows(const std::vector<SearchRow>& rows) override;
     void select(std::optional<std::size_t> row) override;
     void setEmptyText(const std::string& text) override;

@@ -129,6 +129,30 @@ TEST_F(SearchPanelControllerTest, OpeningSearchesAtOnce) {
     EXPECT_EQ(panel.selected, 0U);
 }
 
+TEST_F(SearchPanelControllerTest, OpeningWithAQuerySearchesForItInsteadOfWhatWasTyped) {
+    open();
+    search("tts");
+    panel.press(Command::activate);
+    settle();
+    panel.press(Command::cancel);
+    panel.type("zzz");
+    controller->open("offload");
+    settle();
+    EXPECT_EQ(panel.query(), "offload");
+    const std::vector<std::string> found{"offload · 1 sessions · 2 hr. ago",
+                                         "33333333 · offload · Write tests for tts"};
+    EXPECT_EQ(panel.texts(), found);
+    loop.advance(milliseconds(80));
+    settle();
+    EXPECT_EQ(panel.reloads, 4) << "what was typed before is not searched for once more";
+    controller->open();
+    settle();
+    EXPECT_EQ(panel.texts(), found) << "without a query the last one stays";
+    controller->open("");
+    settle();
+    EXPECT_EQ(panel.rows.size(), 3U);
+}
+
 TEST_F(SearchPanelControllerTest, TogglingShowsAndHides) {
     controller->toggle();
     EXPECT_TRUE(panel.isVisible());

@@ -18,6 +18,7 @@ class FakeSearchPanel : public SearchPanel {
     void orderOut() override { visible_ = false; }
     [[nodiscard]] bool isVisible() const override { return visible_; }
     [[nodiscard]] std::string query() const override { return query_; }
+    void setQuery(const std::string& text) override { query_ = text; }
     void setRows(const std::vector<SearchRow>& newRows) override {
         rows = newRows;
         selected.reset();
