@@ -125,13 +125,10 @@ void SpotlightIndexer::State::reindexAll(const SessionSnapshot& metas) {
     std::vector<SearchableItem> items;
     items.reserve(metas.size());
     for (const auto& session : metas) items.push_back(itemOf(session));
-    index.indexSearchableItems(
-        std::move(items), [weak = weak_from_this(), metas](const auto& error) {
-            report("reindex", error);
-            const auto self = weak.lock();
-            if (!self) return;
-            self->onQueue([metas](State& state) { state.lastIndexed = datesOf(metas); });
-        });
+    // Not when the desktop has answered: an update that is asked for meanwhile builds upon this.
+    onQueue([metas](State& state) { state.lastIndexed = datesOf(metas); });
+    index.indexSearchableItems(std::move(items),
+                               [](const auto& error) { report("reindex", error); });
 }
 
 void SpotlightIndexer::State::update(const SessionSnapshot& metas) {

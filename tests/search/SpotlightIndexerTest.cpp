@@ -99,6 +99,17 @@ TEST_F(SpotlightIndexerTest, SessionsThatHaveGoneAreTakenBack) {
               (Calls{"index tts://session/c", "delete tts://session/b"}));
 }
 
+TEST_F(SpotlightIndexerTest, AnUpdateBeforeTheDesktopHasAnsweredBuildsUponTheReindex) {
+    indexer->reindexAll(snapshot({meta("a"), meta("b")}));
+    indexer->update(snapshot({meta("b", 101)}));
+    EXPECT_EQ(callsUpTo("delete tts://session/a"),
+              (Calls{"index tts://session/a tts://session/b", "index tts://session/b",
+                     "delete tts://session/a"}));
+    loop.runPosted();
+    indexer->update(snapshot({meta("b", 101), meta("c")}));
+    EXPECT_EQ(callsUpTo("index tts://session/c"), (Calls{"index tts://session/c"}));
+}
+
 TEST_F(SpotlightIndexerTest, AResetForgetsWhatWasHandedOver) {
     reindex({meta("a"), meta("b")});
     callsUpTo("index tts://session/a tts://session/b");
