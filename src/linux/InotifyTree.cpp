@@ -2,6 +2,7 @@
 
 #include <sys/inotify.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -15,10 +16,16 @@ namespace fs = std::filesystem;
 constexpr std::uint32_t appearedMask = IN_CREATE | IN_MOVED_TO;
 constexpr std::uint32_t vanishedMask = IN_DELETE | IN_MOVED_FROM;
 constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
-// One mask for all: adding another one for a directory that is watched by another name would
-// replace the first.
-constexpr std::uint32_t watchedMask = appearedMask | vanishedMask | IN_MODIFY | IN_ATTRIB |
-                                      IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+// What happens in the directories above the root is no news, but for what is missing there.
+constexpr std::uint32_t ancestorMask = IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr std::uint32_t awaitingMask = ancestorMask | appearedMask | IN_ATTRIB;
+// One mask for the root and its directories, with all of the others in it: adding another one for
+// a directory that is watched by another name replaces the first.
+constexpr std::uint32_t watchedMask = awaitingMask | vanishedMask | IN_MODIFY;
+
+bool isMissing(int wd) {
+    return wd == -ENOENT || wd == -ENOTDIR;
+}
 
 std::vector<std::string> namesIn(const std::string& directory) {
     std::vector<std::string> names;
@@ -52,47 +59,68 @@ std::string InotifyTree::pathOf(std::string_view name) const {
     return root_ + "/" + std::string(name);
 }
 
-int InotifyTree::add(const std::string& path) {
-    const int wd = watches_.add(path, watchedMask);
+int InotifyTree::add(const std::string& path, std::uint32_t mask) {
+    const int wd = watches_.add(path, mask);
     if (wd == -ENOSPC || wd == -EMFILE || wd == -ENOMEM) incomplete_ = true;
     return wd;
 }
 
-void InotifyTree::disarm() {
-    for (const auto& [wd, names] : namesOf_)
-        if (wd != rootWd_) watches_.remove(wd);
-    if (rootWd_ >= 0) watches_.remove(rootWd_);
-    if (ancestorWd_ >= 0) watches_.remove(ancestorWd_);
+std::set<int> InotifyTree::watched() const {
+    auto all = ancestors_;
+    for (const auto& [wd, names] : namesOf_) all.insert(wd);
+    if (rootWd_ >= 0) all.insert(rootWd_);
+    return all;
+}
+
+/// What is still right stays watched: each watch that ends is an event, and so many at once as a
+/// large tree has would be lost, which would lead here again.
+void InotifyTree::arm() {
+    const auto before = watched();
+    incomplete_ = false;
     namesOf_.clear();
     wdOf_.clear();
-    rootWd_ = ancestorWd_ = -1;
+    armRoot();
+    if (rootWd_ >= 0)
+        for (const auto& name : namesIn(root_)) watchDirectory(name);
+    const auto now = watched();
+    for (const int wd : before)
+        if (!now.contains(wd)) watches_.remove(wd);
 }
 
-void InotifyTree::arm() {
-    disarm();
-    incomplete_ = false;
-    rootWd_ = add(root_);
-    if (rootWd_ < 0) {
-        armAncestor();
-        // It may have come between the two.
-        rootWd_ = add(root_);
-        if (rootWd_ < 0) return;
-        if (ancestorWd_ >= 0) watches_.remove(std::exchange(ancestorWd_, -1));
+/// From above, so that what moves meanwhile is watched already. A directory that may not be read
+/// can be gone through all the same.
+void InotifyTree::armRoot() {
+    rootWd_ = -1;
+    ancestors_.clear();
+    std::string above;
+    fs::path path;
+    for (const auto& name : fs::path(root_).parent_path()) {
+        path /= name;
+        const int wd = addOrAwait(path, above);
+        if (isMissing(wd)) return;
+        if (wd < 0) continue;
+        ancestors_.insert(wd);
+        above = path;
     }
-    for (const auto& name : namesIn(root_)) watchDirectory(name);
+    rootWd_ = std::max(-1, addOrAwait(root_, above));
 }
 
-void InotifyTree::armAncestor() {
-    fs::path path = root_;
-    while (path.has_relative_path() && ancestorWd_ < 0) {
-        path = path.parent_path();
-        ancestorWd_ = add(path);
-    }
+/// Where there is nothing to watch at `path`, the directory above it tells when there is.
+int InotifyTree::addOrAwait(const std::string& path, const std::string& above) {
+    const bool isRoot = path == root_;
+    const auto mask = isRoot ? watchedMask : ancestorMask;
+    const int wd = add(path, mask);
+    if (wd >= 0 || above.empty() || !(isRoot || isMissing(wd))) return wd;
+    add(above, awaitingMask);
+    // It may have come between the two.
+    const int second = add(path, mask);
+    if (second >= 0) add(above, ancestorMask);
+    return second;
 }
 
 /// False for what isn't a directory, may not be read, or is one too many.
 bool InotifyTree::watchDirectory(const std::string& name) {
-    const int wd = add(pathOf(name));
+    const int wd = add(pathOf(name), watchedMask);
     if (wd < 0) return false;
     namesOf_[wd].push_back(name);
     wdOf_[name] = wd;
@@ -108,7 +136,7 @@ bool InotifyTree::forgetDirectory(const std::string& name) {
     std::erase(names, name);
     if (names.empty()) {
         namesOf_.erase(wd);
-        if (wd != rootWd_) watches_.remove(wd);
+        if (wd != rootWd_ && !ancestors_.contains(wd)) watches_.remove(wd);
     }
     return true;
 }
@@ -159,7 +187,7 @@ TreeEvents InotifyTree::collect(std::span<const std::byte> records) {
             // New directories are among what was lost.
             result.rescan = true;
             arm();
-        } else if (wd == ancestorWd_) {
+        } else if (ancestors_.contains(wd) && (rootWd_ < 0 || (mask & goneMask) != 0)) {
             rearm(result);
         } else {
             // Through a link the root may be one of its own directories.

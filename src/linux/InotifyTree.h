@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,13 +24,14 @@ class InotifyWatches {
 };
 
 /// Knows which directories of a tree are watched, and turns what the kernel tells into what the
-/// port promises. While the root isn't there, the nearest directory above it is watched. One thread
-/// at a time; `watches` must outlive it.
+/// port promises. The directories above the root are watched for being moved or removed, and while
+/// the root isn't there the nearest of them for what appears in it. One thread at a time; `watches`
+/// must outlive it.
 class InotifyTree {
   public:
     InotifyTree(std::string root, InotifyWatches& watches);
 
-    /// Watches all there is, from the beginning.
+    /// Looks at all there is, from the beginning, and watches it.
     void arm();
     /// What the records in one read of the descriptor come to.
     TreeEvents collect(std::span<const std::byte> records);
@@ -39,9 +41,10 @@ class InotifyTree {
   private:
     using Names = std::vector<std::string>;
 
-    void disarm();
-    void armAncestor();
-    int add(const std::string& path);
+    [[nodiscard]] std::set<int> watched() const;
+    void armRoot();
+    int add(const std::string& path, std::uint32_t mask);
+    int addOrAwait(const std::string& path, const std::string& above);
     bool watchDirectory(const std::string& name);
     bool forgetDirectory(const std::string& name);
     void rearm(TreeEvents& result);
@@ -53,7 +56,7 @@ class InotifyTree {
     const std::string root_;
     InotifyWatches& watches_;
     int rootWd_ = -1;
-    int ancestorWd_ = -1;
+    std::set<int> ancestors_;
     std::unordered_map<int, Names> namesOf_;  // several where links lead to one directory
     std::unordered_map<std::string, int> wdOf_;
     bool incomplete_ = false;

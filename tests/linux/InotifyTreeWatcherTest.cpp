@@ -104,6 +104,33 @@ TEST_F(InotifyTreeWatcherTest, AMovedRootIsADemandToRescanAndSoIsItsReturn) {
     EXPECT_TRUE(test::comesTrue([&] { return reports.has(path); }));
 }
 
+TEST_F(InotifyTreeWatcherTest, AMovedParentIsADemandToRescanAndAFreshTreeInItsPlaceIsWatched) {
+    const auto deep = root + "/p/projects";
+    fs::create_directories(deep + "/p");
+    const auto watch = watcher.watch(deep, reports.callback());
+    fs::rename(root, root + ".bak");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 1; }));
+    fs::create_directories(deep + "/p");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 2; }));
+    const auto path = write("p/projects/p/a.jsonl");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(path); }));
+}
+
+TEST_F(InotifyTreeWatcherTest, AParentThatIsReplacedAtOnceIsNoticed) {
+    const auto deep = root + "/p/projects";
+    fs::create_directories(deep + "/p");
+    fs::create_directories(dir / "fresh/p/projects/p");
+    const auto watch = watcher.watch(deep, reports.callback());
+    fs::rename(root, root + ".bak");
+    fs::rename(dir / "fresh", root);
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() > 0; }));
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(write("p/projects/p/a.jsonl")); }));
+    test::appendFile(root + ".bak/p/projects/p/old.jsonl", "{}\n");
+    const auto last = write("p/projects/p/last.jsonl");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(last); }));
+    EXPECT_FALSE(reports.has(deep + "/p/old.jsonl"));
+}
+
 TEST_F(InotifyTreeWatcherTest, ARootThatAppearsLaterIsWatched) {
     fs::remove_all(root);
     const auto watch = watcher.watch(root, reports.callback());
@@ -145,8 +172,12 @@ TEST_F(InotifyTreeWatcherTest, TheLimitOfWatchesIsSaidOnceAndRescansTakeTheirPla
             GTEST_SKIP() << "user namespaces are forbidden here";
         const test::ScopedEnv marked(inNamespace, "1");
         const test::ScopedEnv program("SONRA_TEST_PROGRAM", fs::read_symlink("/proc/self/exe"));
+        const auto above = fs::path(root).parent_path();
+        const test::ScopedEnv watches("SONRA_TEST_WATCHES_ABOVE",
+                                      std::to_string(std::distance(above.begin(), above.end())));
         const std::string rerun =
-            "sh -c 'echo 2 > /proc/sys/user/max_inotify_watches &&"
+            // The directories above, the root and one of the two in it.
+            "sh -c 'echo $((SONRA_TEST_WATCHES_ABOVE + 2)) > /proc/sys/user/max_inotify_watches &&"
             " exec \"$SONRA_TEST_PROGRAM\" --gtest_filter=*TheLimitOfWatches*'";
         EXPECT_EQ(std::system((enter + rerun).c_str()), 0);
         return;
