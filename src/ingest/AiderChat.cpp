@@ -115,9 +115,10 @@ bool isWrittenSo(std::string_view beginning) {
         if (!lines.line().starts_with(userMark)) continue;
         const auto heading = text::trimmed(lines.line().substr(userMark.size()));
         if (AiderReader::isAiderTimestampHeader(heading)) return false;
-        if (!userSpoke && AiderParser::isResponseHeader(heading)) return false;
-        // The user may well begin with these words, but not say only them.
-        if (text::lowered(heading) == "aider response") return false;
+        // The user may well begin with these words, but not say only them, and not first of all.
+        const bool isUsers = userSpoke && lines.line().ends_with(lineBreak) &&
+                             text::lowered(heading) != "aider response";
+        if (AiderParser::isResponseHeader(heading) && !isUsers) return false;
         userSpoke = true;
     }
     return userSpoke;

@@ -35,11 +35,13 @@ TEST(AiderChatShape, IsNotTheOneWithHeadings) {
     EXPECT_FALSE(isWrittenSo(session + "\n#### aider response\nDone.\n"));
     EXPECT_FALSE(isWrittenSo("\n#### Aider Response (2)\nDone.\n\n#### notes\n"));
     EXPECT_FALSE(isWrittenSo("#### notes\n\n#### aider response\nDone.\n"));
+    EXPECT_FALSE(isWrittenSo("#### notes\n\n#### aider response (gpt-5)\nDone.\n"));
+    EXPECT_FALSE(isWrittenSo("#### notes\n\n#### Aider Response: 2\nDone.\n"));
     EXPECT_FALSE(isWrittenSo("#### notes\n\n#### 2026-05-03 08:00:00\nDone.\n"));
 }
 
 TEST(AiderChatShape, StaysKnownWhenTheUserTalksOfResponses) {
-    EXPECT_TRUE(isWrittenSo("#### fix the bug\n\nDone.\n\n#### aider response is slow, why?\n"));
+    EXPECT_TRUE(isWrittenSo("#### fix the bug\n\nDone.\n\n#### aider response is slow, why?  \n"));
 }
 
 TEST(AiderChatReplies, AreWhatNeitherUserNorToolsSaid) {
