@@ -45,7 +45,8 @@ LiveTailReader::Reading since(const std::string& url, TailOffset offset,
     const auto known = version ? unchanged.count(url, *version) : std::nullopt;
     if (known && *known <= offset.intValue()) return {{}, offset};
     auto elements = load(url);
-    if (version) unchanged.remember(url, *version, endOf(elements).intValue());
+    // One that can't be read now may be readable later without being written to.
+    if (version && elements) unchanged.remember(url, *version, endOf(elements).intValue());
     return behind(std::move(elements), offset);
 }
 

@@ -31,10 +31,13 @@ constexpr std::size_t headerSize = 100;
 constexpr std::size_t readVersionAt = 19;
 constexpr char versionWithLog = 2;
 
+/// Rows are ordered without their data, which is long, and which an index on more than the session
+/// would have sorted along. Every index has the row's number.
 constexpr const char* messagesQuery =
-    "SELECT id, data FROM message WHERE session_id = ?1 ORDER BY rowid DESC";
-constexpr const char* partsQuery =
-    "SELECT rowid, id, data FROM part WHERE message_id = ?1 ORDER BY rowid";
+    "SELECT rowid FROM message WHERE session_id = ?1 ORDER BY rowid DESC";
+constexpr const char* messageQuery = "SELECT id, data FROM message WHERE rowid = ?1";
+constexpr const char* partsQuery = "SELECT rowid FROM part WHERE message_id = ?1 ORDER BY rowid";
+constexpr const char* partQuery = "SELECT id, data FROM part WHERE rowid = ?1";
 
 bool isUnreserved(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' ||
@@ -72,6 +75,13 @@ class Statement {
         sqlite3_reset(statement_);
         isGood_ = sqlite3_bind_text64(statement_, 1, text.data(), text.size(), SQLITE_STATIC,
                                       SQLITE_UTF8) == SQLITE_OK;
+    }
+    /// Moves to the one row with this number.
+    bool find(std::int64_t row) {
+        if (!isGood_) return false;
+        sqlite3_reset(statement_);
+        isGood_ = sqlite3_bind_int64(statement_, 1, row) == SQLITE_OK;
+        return next();
     }
     bool next() {
         if (!isGood_) return false;
@@ -111,9 +121,8 @@ struct Search {
     }
 };
 
-/// The words in the part at the statement's row.
-std::optional<Json> wordyPart(const Statement& parts) {
-    const auto data = parts.text(2);
+/// The words in a part's data.
+std::optional<Json> wordyPart(std::string_view data) {
     // What tools have printed is long and needn't be decoded.
     if (data.find("\"text\"") == std::string_view::npos) return std::nullopt;
     auto part = json::parseObject(data);
@@ -121,39 +130,66 @@ std::optional<Json> wordyPart(const Statement& parts) {
     return part;
 }
 
-void searchParts(Statement& parts, const std::string& messageId, const Json& message,
-                 Search& search) {
-    bool isFirst = true;
-    parts.start(messageId);
-    while (parts.next()) {
-        const auto part = wordyPart(parts);
-        if (!part) continue;
-        auto id = isFirst ? messageId : std::string(parts.text(1));
-        isFirst = false;
-        auto ended = OpenCodePart::endedAt(*part);
-        if (!ended) ended = OpenCodePart::completedAt(message);
-        if (ended)
-            search.add({*ended, parts.number(0), std::move(id), *OpenCodePart::words(*part)});
-    }
+std::optional<Json> replyIn(std::string_view data) {
+    // What the user has pasted is long, too.
+    if (data.find("\"assistant\"") == std::string_view::npos) return std::nullopt;
+    auto message = json::parseObject(data);
+    if (message && !OpenCodePart::isReply(*message)) return std::nullopt;
+    return message;
 }
 
-/// False if the store couldn't be read to the end.
-bool searchSession(sqlite3* handle, const std::string& session, Search& search) {
-    Statement messages(handle, messagesQuery);
-    Statement parts(handle, partsQuery);
-    int oldOnes = 0;
-    messages.start(session);
-    while (oldOnes < enoughOldMessages && messages.next()) {
-        const auto message = json::parseObject(messages.text(1));
-        if (!message || !OpenCodePart::isReply(*message)) continue;
-        const auto completed = OpenCodePart::completedAt(*message);
-        oldOnes = completed && *completed < search.sinceMs ? oldOnes + 1 : 0;
-        if (oldOnes > oldMessagesLookedInto) continue;
-        searchParts(parts, std::string(messages.text(0)), *message, search);
-        if (!parts.isGood()) return false;
+/// Looks for what is wanted in one moment of a store.
+class Look {
+  public:
+    Look(sqlite3* handle, Search& search)
+        : messages_(handle, messagesQuery),
+          message_(handle, messageQuery),
+          parts_(handle, partsQuery),
+          part_(handle, partQuery),
+          search_(search) {}
+
+    /// False if the store couldn't be read to the end.
+    bool searchSession(const std::string& session) {
+        int oldOnes = 0;
+        messages_.start(session);
+        while (oldOnes < enoughOldMessages && isGood() && messages_.next()) {
+            if (!message_.find(messages_.number(0))) continue;
+            const auto message = replyIn(message_.text(1));
+            if (!message) continue;
+            const auto completed = OpenCodePart::completedAt(*message);
+            oldOnes = completed && *completed < search_.sinceMs ? oldOnes + 1 : 0;
+            if (oldOnes <= oldMessagesLookedInto)
+                searchParts(std::string(message_.text(0)), *message);
+        }
+        return isGood();
     }
-    return messages.isGood() && parts.isGood();
-}
+
+  private:
+    void searchParts(const std::string& messageId, const Json& message) {
+        bool isFirst = true;
+        parts_.start(messageId);
+        while (parts_.next()) {
+            if (!part_.find(parts_.number(0))) continue;
+            const auto part = wordyPart(part_.text(1));
+            if (!part) continue;
+            auto id = isFirst ? messageId : std::string(part_.text(0));
+            isFirst = false;
+            auto ended = OpenCodePart::endedAt(*part);
+            if (!ended) ended = OpenCodePart::completedAt(message);
+            if (ended)
+                search_.add({*ended, parts_.number(0), std::move(id), *OpenCodePart::words(*part)});
+        }
+    }
+    bool isGood() const {
+        return messages_.isGood() && message_.isGood() && parts_.isGood() && part_.isGood();
+    }
+
+    Statement messages_;
+    Statement message_;
+    Statement parts_;
+    Statement part_;
+    Search& search_;
+};
 
 bool exists(const std::string& path) {
     struct stat status {};
@@ -235,7 +271,7 @@ std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::look(
     Search search{sinceMs, onlyNewest, {}};
     // Messages and parts of one moment.
     sqlite3_exec(handle_.get(), "BEGIN", nullptr, nullptr, nullptr);
-    const bool isWhole = searchSession(handle_.get(), session, search) && isStillUnlogged();
+    const bool isWhole = Look(handle_.get(), search).searchSession(session) && isStillUnlogged();
     sqlite3_exec(handle_.get(), "COMMIT", nullptr, nullptr, nullptr);
     sqlite3_progress_handler(handle_.get(), 0, nullptr, nullptr);
     if (!isWhole) return std::nullopt;

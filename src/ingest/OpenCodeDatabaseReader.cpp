@@ -74,20 +74,35 @@ TailOffset OpenCodeDatabaseReader::initialOffset(const std::string& url) const {
 LiveTailReader::Reading OpenCodeDatabaseReader::readSince(const std::string& url,
                                                           TailOffset offset) const {
     const auto name = nameOf(url);
-    const auto store = name ? OpenCodeDatabase::open(name->store) : std::nullopt;
+    if (!name || offset.intValue() < 0 || offset.intValue() / textsPerMs > latestMs)
+        return {{}, offset};
+    // Taken first: what is written during the look makes another version.
+    const auto version = UnchangedDocuments::versionOf(name->store, name->store + "-wal");
+    const auto known = version ? unchanged_.count(url, *version) : std::nullopt;
+    if (known && *known <= offset.intValue()) return {{}, offset};
+    auto reading = look(name->store, name->session, offset);
+    if (!reading) return {{}, offset};
+    if (version) unchanged_.remember(url, *version, reading->newOffset.intValue());
+    return *std::move(reading);
+}
+
+std::optional<LiveTailReader::Reading> OpenCodeDatabaseReader::look(const std::string& path,
+                                                                    const std::string& session,
+                                                                    TailOffset offset) {
+    const auto store = OpenCodeDatabase::open(path);
     const auto sinceMs = offset.intValue() / textsPerMs;
-    if (!store || offset.intValue() < 0 || sinceMs > latestMs) return {{}, offset};
     // Times before 1970 count as 1970.
-    const auto texts = store->textsSince(name->session, sinceMs == 0 ? INT64_MIN : sinceMs);
-    if (!texts) return {{}, offset};
+    const auto texts =
+        store ? store->textsSince(session, sinceMs == 0 ? INT64_MIN : sinceMs) : std::nullopt;
+    if (!texts) return std::nullopt;
     auto seen = offset.intValue() % textsPerMs;
     std::vector<TranscriptRecord> records;
     for (const auto& text : *texts) {
         if (clampedMs(text.endedMs) == sinceMs && seen-- > 0) continue;
         records.push_back(OpenCodePartParser::recordOf(text.messageId, text.text));
     }
-    if (records.empty()) return {{}, offset};
-    return {std::move(records), cursorBehind(*texts)};
+    if (records.empty()) return Reading{{}, offset};
+    return Reading{std::move(records), cursorBehind(*texts)};
 }
 
 }  // namespace sonra

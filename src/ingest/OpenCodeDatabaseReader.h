@@ -2,9 +2,13 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include "ingest/OpenCodePartParser.h"
 #include "ingest/ShapeReader.h"
+#include "ingest/UnchangedDocuments.h"
 
 namespace sonra {
 
@@ -14,13 +18,14 @@ namespace sonra {
 /// A text is spoken once it is complete, which it says or its message does. The cursor is `unixMs`
 /// in thousandths: the time of the newest text that was read, and in the last three digits how many
 /// of that time were, so that another one of the same time isn't lost. A read takes no longer than
-/// OpenCodeDatabase does. Immutable, any thread as far as the clock is, never throws.
+/// OpenCodeDatabase does, and a store that nobody has written to since a look isn't looked into
+/// again. Any thread as far as the clock is, never throws.
 class OpenCodeDatabaseReader : public ShapeReader {
   public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
 
     explicit OpenCodeDatabaseReader(Clock clock = std::chrono::system_clock::now)
-        : clock_(std::move(clock)) {}
+        : clock_(std::move(clock)), unchanged_(clock_) {}
 
     std::string_view id() const override { return parser_.id(); }
     bool recognises(const std::string& url) const override;
@@ -32,7 +37,13 @@ class OpenCodeDatabaseReader : public ShapeReader {
     std::string watchPath(const std::string& url) const override;
 
   private:
+    /// Absent if the store can't be read.
+    static std::optional<Reading> look(const std::string& path, const std::string& session,
+                                       TailOffset offset);
+
     const Clock clock_;
+    /// For each transcript, the cursor behind all that its store had.
+    mutable UnchangedDocuments unchanged_;
     OpenCodePartParser parser_;
 };
 

@@ -21,8 +21,13 @@ namespace sonra {
 /// tick of the clock by which it is stamped. Any thread.
 class UnchangedDocuments {
   public:
-    /// A state of a file.
-    using Version = struct stat;
+    /// A state of a document, and of the file beside it that holds a part of it.
+    struct Version {
+        struct stat document;
+        struct stat companion;  ///< all zero if there is none
+
+        bool operator==(const Version& other) const;
+    };
     using Clock = std::function<std::chrono::system_clock::time_point()>;
 
     explicit UnchangedDocuments(Clock clock = std::chrono::system_clock::now)
@@ -30,6 +35,7 @@ class UnchangedDocuments {
 
     /// Of what stands at the path now; absent if there is nothing.
     static std::optional<Version> versionOf(const std::string& path);
+    static std::optional<Version> versionOf(const std::string& path, const std::string& companion);
 
     /// How many elements this version had, if that is known.
     std::optional<std::int64_t> count(const std::string& path, const Version& version) const;

@@ -1,6 +1,7 @@
 #include "ingest/OpenCodeDatabaseReader.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <array>
@@ -60,7 +61,7 @@ class OpenCodeDatabaseReading : public testing::Test {
     test::TempDir dir;
     const std::string path = dir / "opencode.db";
     std::string url = path + "#ses_1";
-    const std::chrono::system_clock::time_point now{std::chrono::milliseconds(5'000'000)};
+    std::chrono::system_clock::time_point now{std::chrono::milliseconds(5'000'000)};
     const OpenCodeDatabaseReader reader{[this] { return now; }};
     TailOffset cursor = start;
 };
@@ -154,6 +155,85 @@ TEST_F(OpenCodeDatabaseReading, FindsTheEndOfALongSession) {
     EXPECT_EQ(reader.initialOffset(url), TailOffset::unixMs(2999 * 1000 + 1));
     EXPECT_EQ(follow().size(), 2000U);
     EXPECT_EQ(cursor, reader.initialOffset(url));
+}
+
+/// Messages that are large because of what the user has pasted, with all indexes that a store may
+/// have on them.
+TEST_F(OpenCodeDatabaseReading, FollowsALongSessionOfLargeMessagesWhateverItsIndexes) {
+    OpenCodeStore store(path);
+    store.run("BEGIN");
+    const std::string pasted = R"({"role":"user","text":")" + std::string(400'000, 'x') + "\"}";
+    for (int i = 0; i < 400; ++i) {
+        const auto number = std::to_string(i);
+        store.message("msg_u" + number, pasted, i % 4 == 0 ? "ses_1" : "ses_2");
+        if (i % 4 == 0) addReply(store, "msg_" + number, 1000 + i, "Words.");
+    }
+    store.run("COMMIT");
+    const std::vector<std::string> indexes{
+        "CREATE INDEX message_time_idx ON message(session_id, time_created, id)",
+        "DROP INDEX message_time_idx", "DROP INDEX part_message_idx",
+        "CREATE INDEX part_message_id_idx ON part(message_id, id)"};
+    store.run("DROP INDEX message_session_idx");
+    std::int64_t ms = 1400;
+    for (const auto& change : indexes) {
+        store.run(change);
+        cursor = reader.initialOffset(url);
+        EXPECT_EQ(cursor.intValue() / 1000, ms == 1400 ? 1396 : ms) << change;
+        const auto id = "msg_new" + std::to_string(++ms);
+        addReply(store, id, ms, "New.");
+        EXPECT_EQ(followed(), Lines{id + ": New."}) << change;
+    }
+}
+
+/// Tells whether files in a folder are opened: a look opens the store's log in any case.
+class Openings {
+  public:
+    explicit Openings(const std::string& folder) {
+        EXPECT_GE(inotify_add_watch(queue_, folder.c_str(), IN_OPEN), 0);
+    }
+    ~Openings() { close(queue_); }
+    Openings(const Openings&) = delete;
+    Openings& operator=(const Openings&) = delete;
+
+    bool sinceLastAsked() const {
+        std::array<char, 4096> events{};
+        return read(queue_, events.data(), events.size()) > 0;
+    }
+
+  private:
+    const int queue_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+};
+
+TEST_F(OpenCodeDatabaseReading, LeavesAStoreAloneThatNobodyHasWrittenTo) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_a", 1000, "One.");
+    now = std::chrono::system_clock::now() + std::chrono::hours(1);
+    const Openings opened(dir.path());
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    EXPECT_TRUE(opened.sinceLastAsked());
+    expectNothing();
+    EXPECT_FALSE(opened.sinceLastAsked());
+    addReply(store, "msg_b", 2000, "Two.");
+    EXPECT_EQ(followed(), Lines{"msg_b: Two."}) << "which stands in the log only";
+    expectNothing();
+    cursor = start;
+    EXPECT_EQ(followed(), (Lines{"msg_a: One.", "msg_b: Two."})) << "for who starts again";
+    url = path + "#ses_2";
+    cursor = start;
+    EXPECT_TRUE(opened.sinceLastAsked());
+    expectNothing();
+    EXPECT_TRUE(opened.sinceLastAsked()) << "another session's end is another";
+}
+
+TEST_F(OpenCodeDatabaseReading, LooksAgainIntoAStoreThatMayStillBeWrittenTo) {
+    OpenCodeStore store(path);
+    addReply(store, "msg_a", 1000, "One.");
+    now = std::chrono::system_clock::now();
+    const Openings opened(dir.path());
+    for (int look = 0; look < 3; ++look) {
+        follow();
+        EXPECT_TRUE(opened.sinceLastAsked());
+    }
 }
 
 TEST_F(OpenCodeDatabaseReading, KeepsSessionsApart) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "ingest/ClineReader.h"
+#include "ingest/DocumentReading.h"
 #include "support/TempDir.h"
 
 namespace sonra {
@@ -51,6 +52,33 @@ TEST_F(UnchangedDocumentsTest, AnotherVersionIsUnknown) {
 
 TEST_F(UnchangedDocumentsTest, NothingAtThePathHasNoVersion) {
     EXPECT_FALSE(UnchangedDocuments::versionOf(dir / "missing"));
+}
+
+TEST_F(UnchangedDocumentsTest, CompanionIsPartOfTheVersion) {
+    const auto companion = dir / "companion";
+    const auto both = [&] { return UnchangedDocuments::versionOf(path, companion).value(); };
+    documents.remember(path, both(), 3);
+    EXPECT_EQ(documents.count(path, both()), 3) << "none is a state, too";
+    test::writeFile(companion, "1");
+    EXPECT_FALSE(documents.count(path, both()));
+    documents.remember(path, both(), 4);
+    EXPECT_EQ(documents.count(path, both()), 4);
+    test::appendFile(companion, "2");
+    EXPECT_FALSE(documents.count(path, both()));
+    EXPECT_FALSE(UnchangedDocuments::versionOf(dir / "missing", companion));
+}
+
+/// As when there are too many open files for a while.
+TEST_F(UnchangedDocumentsTest, DocumentThatCouldNotBeReadIsNotRemembered) {
+    static bool isReadable = false;
+    const auto load = [](const std::string&) {
+        return isReadable ? std::optional(Json::parse("[{},{}]")) : std::nullopt;
+    };
+    const std::string leftAlone = "/proc/self/exe";
+    const auto start = TailOffset::messageIndex(0);
+    EXPECT_TRUE(DocumentReading::since(leftAlone, start, load).records.empty());
+    isReadable = true;
+    EXPECT_EQ(DocumentReading::since(leftAlone, start, load).records.size(), 2U);
 }
 
 /// Also for a listener who starts again from the front.
