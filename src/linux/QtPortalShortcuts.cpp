@@ -172,10 +172,7 @@ void QtPortalShortcuts::bound(const QVariantMap& results) {
         const auto grants = [name = shortcutId(wish.chord)](const QtPortalShortcut& shortcut) {
             return shortcut.id == name && hasKeys(shortcut);
         };
-        if (!std::ranges::any_of(shortcuts, grants))
-            post([this, id = id] {
-                if (handlers_.refused) handlers_.refused(id, declinedReason);
-            });
+        if (!std::ranges::any_of(shortcuts, grants)) refuse(id, declinedReason);
     }
 }
 
@@ -230,10 +227,15 @@ void QtPortalShortcuts::responded(uint code, const QVariantMap& results,
 void QtPortalShortcuts::refuseAll(State state, const std::string& reason) {
     state_ = state;
     closeSession();
-    for (const auto& [id, wish] : wishes_)
-        post([this, id = id, reason] {
-            if (handlers_.refused) handlers_.refused(id, reason);
-        });
+    for (const auto& [id, wish] : wishes_) refuse(id, reason);
+}
+
+void QtPortalShortcuts::refuse(std::uint32_t id, const std::string& reason) {
+    log_.info("global hotkey can't be had", {{"input", {{"key", wishes_.at(id).chord.keyName}}},
+                                             {"result", {{"reason", reason}}}});
+    post([this, id, reason] {
+        if (handlers_.refused) handlers_.refused(id, reason);
+    });
 }
 
 std::map<std::uint32_t, QtPortalShortcuts::Wish>::iterator QtPortalShortcuts::wishOf(

@@ -68,6 +68,7 @@ class QtPortalShortcuts : public QObject, public GlobalHotkeys {
     void listenTo(const QString& requestPath, OnResponse onResponse);
     void callFailed(const QString& requestPath, const QString& error);
     void refuseAll(State state, const std::string& reason);
+    void refuse(std::uint32_t id, const std::string& reason);
     void post(std::function<void()> work);
     [[nodiscard]] std::map<std::uint32_t, Wish>::iterator wishOf(const QDBusMessage& message);
     void portalCame();

@@ -34,11 +34,12 @@ bool X11Hotkeys::registerHotKey(std::uint32_t id, const KeyChord& chord,
         return false;
     }
     Grab grab{chord, 0, {}};
-    hold(id, grab);
-    if (grab.keys.empty()) {
+    if (holdUnanswered() && link_) hold(id, grab);
+    if (grab.answer == Answer::taken) {
         log_.info("global hotkey is taken", {{"input", {{"key", chord.keyName}}}});
         return false;
     }
+    if (grab.answer == Answer::none) tryLater();
     grabs_.insert_or_assign(id, std::move(grab));
     return true;
 }
@@ -55,8 +56,9 @@ bool X11Hotkeys::connect() {
     auto link = X11Link::open(display_);
     if (!link) return false;
     auto keyMap = X11KeyMap::read(*link);
-    if (!keyMap) return false;
-    retry_.cancel();
+    if (!keyMap) return !link->isBroken();
+    absenceTold_ = false;
+    isMappingOld_ = false;
     link_ = std::move(link);
     keyMap_ = std::make_unique<X11KeyMap>(std::move(*keyMap));
     readable_ = loop_.watch(link_->fd(), MainLoop::Interest::readable, [this] { read(); });
@@ -74,7 +76,8 @@ bool X11Hotkeys::isTaken(const Grab& wanted) const {
 
 void X11Hotkeys::hold(std::uint32_t id, Grab& grab) {
     Grab wanted{grab.chord, keyMap_->modifiersOf(grab.chord), keyMap_->keysOf(grab.chord)};
-    if (isTaken(wanted)) return;
+    grab.answer = Answer::taken;
+    if (wanted.keys.empty() || isTaken(wanted)) return;
     std::vector<xcb_void_cookie_t> asked;
     for (const auto key : wanted.keys)
         for (const auto locks : keyMap_->lockStates())
@@ -85,11 +88,42 @@ void X11Hotkeys::hold(std::uint32_t id, Grab& grab) {
     const auto failures = std::ranges::count_if(
         asked, [this](xcb_void_cookie_t cookie) { return link_->hasFailed(cookie); });
     readLater();
-    if (answered && failures == 0)
-        grab = std::move(wanted);
-    else
-        letGo(wanted);
+    wanted.answer = !answered ? Answer::none : failures > 0 ? Answer::taken : Answer::held;
+    if (wanted.answer != Answer::held) letGo(wanted);
+    grab = std::move(wanted);
     log_.debug("grabbed", {{"input", {{"id", id}}}, {"result", {{"keys", grab.keys.size()}}}});
+}
+
+bool X11Hotkeys::holdUnanswered() {
+    for (auto& [id, grab] : grabs_) {
+        if (grab.answer != Answer::none) continue;
+        if (link_) hold(id, grab);
+        if (grab.answer == Answer::taken) report(id, takenReason);
+        if (grab.answer != Answer::none) continue;
+        tryLater();
+        return false;
+    }
+    return true;
+}
+
+void X11Hotkeys::tryLater() {
+    if (std::exchange(retryPending_, true)) return;
+    log_.debug("global hotkeys are taken later");
+    retry_ = loop_.after(beforeRetry, [this] {
+        retryPending_ = false;
+        tryAgain();
+    });
+}
+
+void X11Hotkeys::tryAgain() {
+    if (link_ && link_->isBroken()) return lose();
+    if (grabs_.empty()) return;
+    if (!link_ && !connect()) {
+        if (!std::exchange(absenceTold_, true)) refuseAll();
+        return tryLater();
+    }
+    if (isMappingOld_) return takeAnew();
+    holdUnanswered();
 }
 
 void X11Hotkeys::letGo(Grab& grab) {
@@ -152,14 +186,17 @@ void X11Hotkeys::takeAnew() {
     if (!link_) return;
     auto keyMap = X11KeyMap::read(*link_);
     readLater();
+    isMappingOld_ = !keyMap;
+    if (!keyMap) return tryLater();
     // Some servers announce a change whenever another keyboard is used.
-    if (!keyMap || *keyMap == *keyMap_) return;
-    for (auto& [id, grab] : grabs_) letGo(grab);
-    *keyMap_ = std::move(*keyMap);
-    for (auto& [id, grab] : grabs_) {
-        hold(id, grab);
-        if (grab.keys.empty()) report(id, takenReason);
+    if (*keyMap != *keyMap_) {
+        for (auto& [id, grab] : grabs_) {
+            letGo(grab);
+            grab.answer = Answer::none;
+        }
+        *keyMap_ = std::move(*keyMap);
     }
+    holdUnanswered();
 }
 
 void X11Hotkeys::lose() {
@@ -167,14 +204,9 @@ void X11Hotkeys::lose() {
         log_.warn("x server connection lost, global hotkeys are taken anew");
     readable_.cancel();
     link_.reset();
-    for (auto& [id, grab] : grabs_) grab.keys.clear();
-    retry_ = loop_.after(beforeRetry, [this] {
-        if (!connect()) return refuseAll();
-        for (auto& [id, grab] : grabs_) {
-            hold(id, grab);
-            if (grab.keys.empty()) report(id, takenReason);
-        }
-    });
+    isMappingOld_ = false;
+    for (auto& [id, grab] : grabs_) grab = {grab.chord, 0, {}};
+    tryLater();
 }
 
 void X11Hotkeys::refuseAll() {
@@ -182,6 +214,9 @@ void X11Hotkeys::refuseAll() {
 }
 
 void X11Hotkeys::report(std::uint32_t id, std::optional<std::string> refusal) {
+    if (refusal)
+        log_.info("global hotkey can't be had", {{"input", {{"key", grabs_.at(id).chord.keyName}}},
+                                                 {"result", {{"reason", *refusal}}}});
     loop_.post([weak = std::weak_ptr(self_), id, refusal = std::move(refusal)] {
         const auto self = weak.lock();
         if (!self) return;

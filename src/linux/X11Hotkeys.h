@@ -22,8 +22,8 @@ class X11Link;
 /// Main thread only; the loop must outlive it. The connection is its own and made for the first
 /// chord; without chords there is none, and nothing wakes up while no key of a chord is pressed. A
 /// chord is taken whatever Caps Lock, Num Lock and Scroll Lock are, and anew when the keyboard's
-/// layout changes. A connection that breaks is made once more a second later; that it broke is
-/// logged once.
+/// layout changes. A server that doesn't answer in time is asked again every second until it does,
+/// and so is one whose connection broke; that it broke is logged once.
 class X11Hotkeys : public GlobalHotkeys {
   public:
     /// An empty display is the environment's.
@@ -38,18 +38,26 @@ class X11Hotkeys : public GlobalHotkeys {
     void unregisterHotKey(std::uint32_t id) override;
 
   private:
+    enum class Answer { none, held, taken };
     struct Grab {
         KeyChord chord;
         std::uint16_t modifiers = 0;
-        std::vector<std::uint8_t> keys;  ///< those held; empty if the chord was refused
+        std::vector<std::uint8_t> keys;  ///< those held; empty unless the chord is held
+        Answer answer = Answer::none;
     };
     struct Release {
         std::uint8_t key = 0;
         std::uint32_t time = 0;
     };
 
+    /// False if there is no server. One that doesn't answer leaves no connection behind either.
     bool connect();
     void hold(std::uint32_t id, Grab& grab);
+    /// Takes the chords that have no answer yet, as long as the server answers; true if all have
+    /// one then, else it goes on later.
+    bool holdUnanswered();
+    void tryLater();
+    void tryAgain();
     void letGo(Grab& grab);
     [[nodiscard]] bool isTaken(const Grab& wanted) const;
     void read();
@@ -70,7 +78,10 @@ class X11Hotkeys : public GlobalHotkeys {
     std::unique_ptr<X11KeyMap> keyMap_;
     std::optional<Release> released_;  ///< the last key of a chord that was let go
     bool lossLogged_ = false;
+    bool absenceTold_ = false;
     bool mappingPending_ = false;
+    bool isMappingOld_ = false;
+    bool retryPending_ = false;
     LoopHandle retry_;
     LoopHandle readable_;  // ends before the connection
     /// Expires with this object.

@@ -52,6 +52,14 @@ class X11HotkeysTest : public testing::Test {
         if (!seen.empty()) seen.pop_back();
         return seen;
     }
+    /// Presses a chord until it arrives, as a user would whose first press was lost.
+    bool pressUntilFired(const std::string& key) {
+        return loop.runUntil([&] {
+            press(key);
+            loop.runUntil([&] { return !pressed.empty(); }, 50ms);
+            return !pressed.empty();
+        });
+    }
     void registerLast() {
         ASSERT_TRUE(hotkeys.registerHotKey(last, {0xffc5, "F8", 66, false, false, true}, "Last"));
     }
@@ -234,11 +242,7 @@ TEST_F(X11HotkeysTest, AServerThatComesBackHasItsChordsTakenAnew) {
     registerLast();
     ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
     server.replace();
-    ASSERT_TRUE(loop.runUntil([&] {
-        press("f");
-        loop.runUntil([&] { return !pressed.empty(); }, 50ms);
-        return !pressed.empty();
-    }));
+    ASSERT_TRUE(pressUntilFired("f"));
     EXPECT_EQ(pressesSoFar(), Ids{1});
 }
 
@@ -252,6 +256,9 @@ TEST_F(X11HotkeysTest, AServerThatStaysAwayIsLoggedOnceAndTold) {
     EXPECT_EQ(refusals, std::vector<std::string>{"the X server can't be reached"});
     EXPECT_FALSE(hotkeys.registerHotKey(2, chordZ, "Undo"));
     EXPECT_EQ(log.count(lost), 1U);
+    // It is looked for all the same, and what it means for the chords is told once.
+    loop.runUntil([] { return false; }, 2500ms);
+    EXPECT_EQ(refusals.size(), 1U);
     hotkeys.unregisterHotKey(1);
 }
 
@@ -269,12 +276,83 @@ TEST_F(X11HotkeysTest, AServerThatStandsStillHoldsNothingUp) {
     registerLast();
     const auto began = MainLoop::Clock::now();
     server.signal(SIGSTOP);
-    EXPECT_FALSE(hotkeys.registerHotKey(1, chordF, "Search"));
+    EXPECT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
     EXPECT_LT(MainLoop::Clock::now() - began, 5s);
     server.signal(SIGCONT);
-    EXPECT_TRUE(hotkeys.registerHotKey(2, chordF, "Search"));
+    EXPECT_TRUE(pressUntilFired("f"));
+    EXPECT_EQ(pressesSoFar().back(), 1U);
+}
+
+/// Nobody else is served while this exists.
+class ServerGrab {
+  public:
+    explicit ServerGrab(const test::PrivateXServer& server)
+        : link_(X11Link::open(server.display())) {
+        xcb_grab_server(link_->get());
+        EXPECT_TRUE(link_->sync());
+    }
+
+  private:
+    const std::unique_ptr<X11Link> link_;
+};
+
+TEST_F(X11HotkeysTest, AChordThatABusyServerDidNotAnswerIsTakenOnceItDoes) {
+    registerLast();
+    auto busy = std::make_unique<ServerGrab>(server);
+    EXPECT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    EXPECT_TRUE(hotkeys.registerHotKey(2, chordZ, "Undo"));
+    // It is asked in vain once more before it is free.
+    loop.runUntil([] { return false; }, 1500ms);
+    busy.reset();
+    EXPECT_TRUE(pressUntilFired("f"));
+    EXPECT_EQ(pressesSoFar().back(), 1U);
+    EXPECT_TRUE(pressUntilFired("z"));
+    EXPECT_EQ(pressesSoFar().back(), 2U);
+    EXPECT_TRUE(refusals.empty());
+}
+
+TEST_F(X11HotkeysTest, AChordThatABusyServerDidNotAnswerMayTurnOutToBeTaken) {
+    registerLast();
+    const auto other = X11Link::open(server.display());
+    xcb_grab_key(other->get(), 0, other->root(), XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT, 41,
+                 XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    ASSERT_TRUE(other->sync());
+    test::LogWatch log;
+    auto busy = std::make_unique<ServerGrab>(server);
+    EXPECT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    busy.reset();
+    ASSERT_TRUE(loop.runUntil([&] { return !refusals.empty(); }));
+    EXPECT_EQ(refusals, std::vector<std::string>{"already in use"});
+    const auto told = log.records("global hotkey can't be had");
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0]["result"]["reason"], "already in use");
+}
+
+TEST_F(X11HotkeysTest, ALayoutThatChangesWhileTheServerIsBusyLosesNoChord) {
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordZ, "Undo"));
+    static_cast<void>(server.run({"setxkbmap", "-layout", "de"}));
+    {
+        const ServerGrab busy(server);
+        loop.runUntil([] { return false; }, 1500ms);
+    }
+    EXPECT_TRUE(pressUntilFired(placeY));
+    EXPECT_EQ(pressesSoFar().back(), 1U);
+    EXPECT_TRUE(refusals.empty());
+}
+
+TEST_F(X11HotkeysTest, AChordThatIsAddedBeforeTheServerIsBackKeepsTheOthers) {
+    test::LogWatch log;
+    log.expect("x server connection lost, global hotkeys are taken anew");
+    registerLast();
+    ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    server.replace();
+    const auto* const lost = "x server connection lost, global hotkeys are taken anew";
+    ASSERT_TRUE(loop.runUntil([&] { return log.count(lost) == 1; }));
+    ASSERT_TRUE(hotkeys.registerHotKey(2, chordZ, "Undo"));
     press("f");
-    EXPECT_EQ(pressesSoFar(), Ids{2});
+    press("z");
+    EXPECT_EQ(pressesSoFar(), (Ids{1, 2}));
 }
 
 }  // namespace
