@@ -54,7 +54,7 @@ std::vector<std::string> Catalogue::adopt(const std::unordered_map<std::string, 
 
 Catalogue::Entry Catalogue::withId(const std::string& sessionId) const {
     const auto found = byId_.find(sessionId);
-    return found == byId_.end() ? nullptr : found->second.back();
+    return found == byId_.end() ? nullptr : *std::ranges::min_element(found->second, comesFirst);
 }
 
 const SessionSnapshot& Catalogue::snapshot() {

@@ -13,7 +13,7 @@
 namespace sonra {
 
 /// The sessions in memory, by path and by id. One transcript is one session; two transcripts may
-/// have one id, then the last that was published answers to it. One thread at a time.
+/// have one id, then the newest answers to it. One thread at a time.
 class Catalogue {
   public:
     using Entry = std::shared_ptr<const SessionEntry>;
@@ -25,6 +25,7 @@ class Catalogue {
     /// Drops every session whose path isn't in `walked`; returns the paths that are new or changed.
     std::vector<std::string> adopt(const std::unordered_map<std::string, StatAttr>& walked);
 
+    /// Of several the first of the snapshot.
     [[nodiscard]] Entry withId(const std::string& sessionId) const;
     /// Newest first, of equal times by path. Kept until the next change.
     [[nodiscard]] const SessionSnapshot& snapshot();
