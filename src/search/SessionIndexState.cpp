@@ -185,20 +185,19 @@ bool SessionIndex::State::refresh(const std::string& path) {
     return entry != nullptr;
 }
 
+/// Under one lock, so that neither the file nor a listener ends on an older catalogue.
 void SessionIndex::State::saveAndNotify() {
-    {
-        MutexLock lock(saving_);
-        const auto sessions = snapshot();
-        IndexFile file;
-        file.sessions.reserve(sessions.size());
-        for (const auto& meta : sessions) file.sessions.push_back(SessionRecord::from(meta));
-        try {
-            store_.save(file);
-        } catch (const SessionIndexStoreError&) {
-            // The next reconcile writes it again.
-        }
+    MutexLock lock(saving_);
+    const auto sessions = snapshot();
+    IndexFile file;
+    file.sessions.reserve(sessions.size());
+    for (const auto& meta : sessions) file.sessions.push_back(SessionRecord::from(meta));
+    try {
+        store_.save(file);
+    } catch (const SessionIndexStoreError&) {
+        // The next reconcile writes it again.
     }
-    notify(snapshot());
+    notify(sessions);
 }
 
 /// A listener may end itself or others, or release the index.
@@ -245,7 +244,17 @@ void SessionIndex::State::handleEvents(TreeEvents events) {
         return;
     }
     std::erase_if(events.paths, [](const auto& path) { return !path.ends_with(".jsonl"); });
+    resolveRoot(events.paths);
     enqueueTouched(std::move(events.paths));
+}
+
+/// A root that wasn't there when its watch began may have come as a link since; a reconcile finds
+/// its sessions by their real paths.
+void SessionIndex::State::resolveRoot(std::vector<std::string>& paths) const {
+    const auto root = canonicalize(watchedRoot_);
+    if (root == watchedRoot_) return;
+    for (auto& path : paths)
+        if (path.starts_with(watchedRoot_ + "/")) path.replace(0, watchedRoot_.size(), root);
 }
 
 void SessionIndex::State::enqueueTouched(std::vector<std::string> paths) {

@@ -58,6 +58,7 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     void endReconcile(std::uint64_t generation);
     void openStream(const std::string& root);
     void handleEvents(TreeEvents events);
+    void resolveRoot(std::vector<std::string>& paths) const;
     void enqueueTouched(std::vector<std::string> paths);
     void flushTouched();
     void closeStream();
@@ -71,7 +72,7 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     WorkerPool* workers_ SONRA_GUARDED_BY(outside_);
     TreeWatcher* watcher_ SONRA_GUARDED_BY(outside_);
 
-    // What is saved last is the newest.
+    // What is saved and told last is the newest.
     Mutex saving_;
 
     // The main thread's. An element holds nothing once its handle went.

@@ -116,6 +116,43 @@ TEST_F(SessionIndexTest, TwoTranscriptsOfOneIdAreTwoSessions) {
     EXPECT_EQ(index_->lookup("a")->jsonlPath, other);
 }
 
+TEST_F(SessionIndexTest, OfTwoTranscriptsOfOneIdTheNewestAnswersAfterARestartToo) {
+    fs::create_directory(root_ + "/q");
+    const auto setTime = [](const std::string& path, time_t seconds) {
+        const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    };
+    const auto newer = addSession("p/a.jsonl");
+    const auto older = addSession("q/a.jsonl");
+    setTime(newer, 2000);
+    setTime(older, 1000);
+    reconcile();
+    EXPECT_EQ(index_->lookup("a")->jsonlPath, newer);
+    index_ = makeIndex();
+    index_->bootstrap();
+    EXPECT_EQ(index_->lookup("a")->jsonlPath, newer);
+    setTime(older, 3000);
+    reconcile();
+    EXPECT_EQ(index_->lookup("a")->jsonlPath, older);
+    index_ = makeIndex();
+    index_->bootstrap();
+    EXPECT_EQ(index_->lookup("a")->jsonlPath, older);
+}
+
+TEST_F(SessionIndexTest, ListenersHearTheCataloguesInTheOrderInWhichTheyCameToBe) {
+    std::vector<std::size_t> told;
+    const auto handle = index_->ttsSessionsChanged(
+        [&](const SessionSnapshot& sessions) { told.push_back(sessions.size()); });
+    Paths added;
+    for (int i = 0; i < 300; ++i) added.push_back(addSession("p/" + std::to_string(i) + ".jsonl"));
+    for (const auto& path : added) index_->applyTouched({path});
+    pool_.drain();
+    loop_.runPosted();
+    EXPECT_EQ(told.size(), added.size());
+    EXPECT_TRUE(std::ranges::is_sorted(told));
+    EXPECT_EQ(told.back(), added.size());
+}
+
 TEST_F(SessionIndexTest, ChangesAreToldOnTheMainLoop) {
     addSession("p/a.jsonl");
     std::vector<std::size_t> told;
@@ -281,6 +318,38 @@ TEST_F(SessionIndexTest, AWatchedTreesFilesAreReadAfterHalfASecondOfQuiet) {
     EXPECT_EQ(watcher_.roots(), Paths{root_});
 }
 
+TEST_F(SessionIndexTest, EachBatchPutsTheReadingOffForAnotherHalfASecond) {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto quiet = std::chrono::milliseconds(500);
+    index_->startWatching(root_);
+    ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
+    const auto path = addSession("p/a.jsonl");
+    const auto start = Clock::now();
+    auto last = start;
+    while (last - start < 3 * quiet && !index_->lookup("a")) {
+        last = Clock::now();
+        ASSERT_TRUE(watcher_.fire({{path}, false}));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("a").has_value(); }));
+    EXPECT_GE(Clock::now() - last, quiet);
+}
+
+TEST_F(SessionIndexTest, ARootThatComesAsALinkGivesEachTranscriptOneRow) {
+    const auto link = SessionIndex::canonicalize(dir_.path()) + "/link";
+    index_->startWatching(link);
+    ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
+    EXPECT_EQ(watcher_.roots(), Paths{link});
+    const auto path = addSession("p/a.jsonl");
+    fs::create_symlink(root_, link);
+    ASSERT_TRUE(watcher_.fire({{}, true}));
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("a").has_value(); }));
+    const auto other = addSession("p/b.jsonl");
+    ASSERT_TRUE(watcher_.fire({{link + "/p/a.jsonl", link + "/p/b.jsonl"}, false}));
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("b").has_value(); }));
+    EXPECT_EQ(paths(), (Paths{path, other}));
+}
+
 TEST_F(SessionIndexTest, LostEventsAreADemandToLookAtEverything) {
     index_->startWatching(root_);
     ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
@@ -297,7 +366,27 @@ TEST_F(SessionIndexTest, StoppingEndsTheWatchAndWhatWasPending) {
     ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 0; }));
     index_->startWatching(root_);
     EXPECT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
-    EXPECT_FALSE(index_->lookup("a"));
+    // What comes later has its half second later: by then the first would be there.
+    watcher_.fire({{addSession("p/b.jsonl")}, false});
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("b").has_value(); }));
+    EXPECT_EQ(paths(), Paths{root_ + "/p/b.jsonl"});
+}
+
+TEST_F(SessionIndexTest, ADemandToLookAtEverythingTakesThePlaceOfWhatWasPending) {
+    index_->startWatching(root_);
+    ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
+    // Below another root, so that only the event tells of it.
+    fs::create_directories(dir_ / "elsewhere");
+    const auto pending = addSession("../elsewhere/pending.jsonl");
+    watcher_.fire({{pending}, false});
+    watcher_.fire({{}, true});
+    watcher_.fire({{addSession("p/b.jsonl")}, false});
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("b").has_value(); }));
+    pool_.drain();
+    const auto told = addSession("p/c.jsonl");
+    watcher_.fire({{told}, false});
+    ASSERT_TRUE(test::comesTrue([&] { return index_->lookup("c").has_value(); }));
+    EXPECT_FALSE(index_->lookup("pending"));
 }
 
 TEST_F(SessionIndexTest, AWatchThatCantBeMadeIsSaid) {
