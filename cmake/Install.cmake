@@ -30,4 +30,10 @@ if(SONRA_WITH_QT)
         set(SONRA_BINARY_DIRECTORY \${CMAKE_INSTALL_PREFIX}/bin)
         set(service \${CMAKE_INSTALL_PREFIX}/share/dbus-1/services/dev.trelnivorn.sonra.service)
         configure_file(${DATA}.service.in \$ENV{DESTDIR}\${service} @ONLY)")
+    # Links are opened by what the cache of the desktop files names; a package's own triggers see to it elsewhere.
+    install(CODE "
+        find_program(UPDATE_DESKTOP_DATABASE update-desktop-database)
+        if(UPDATE_DESKTOP_DATABASE AND \"\$ENV{DESTDIR}\" STREQUAL \"\")
+            execute_process(COMMAND \${UPDATE_DESKTOP_DATABASE} \${CMAKE_INSTALL_PREFIX}/share/applications)
+        endif()")
 endif()
