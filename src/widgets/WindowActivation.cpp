@@ -1,5 +1,7 @@
 #include "widgets/WindowActivation.h"
 
+#include <QAbstractNativeEventFilter>
+#include <QCoreApplication>
 #include <QWidget>
 
 #include "widgets/XcbConnection.h"
@@ -8,30 +10,6 @@ namespace sonra::WindowActivation {
 namespace {
 
 constexpr std::uint32_t fromUser = 2;  ///< the kind of program that asks
-
-struct Disconnect {
-    void operator()(xcb_connection_t* connection) const { xcb_disconnect(connection); }
-};
-
-/// The server's time. It comes with the event of a change, and Qt would take that event away on its
-/// own connection; XCB_CURRENT_TIME where the server can't be reached once more.
-xcb_timestamp_t serverTime() {
-    const std::unique_ptr<xcb_connection_t, Disconnect> own(xcb_connect(nullptr, nullptr));
-    if (xcb_connection_has_error(own.get()) != 0) return XCB_CURRENT_TIME;
-    const auto* screen = xcb_setup_roots_iterator(xcb_get_setup(own.get())).data;
-    const auto window = xcb_generate_id(own.get());
-    const std::uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
-    xcb_create_window(own.get(), XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1, 1, 0,
-                      XCB_WINDOW_CLASS_INPUT_ONLY, screen->root_visual, XCB_CW_EVENT_MASK, &events);
-    xcb_change_property(own.get(), XCB_PROP_MODE_APPEND, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING,
-                        8, 0, nullptr);
-    xcb_flush(own.get());
-    while (const XcbReply<xcb_generic_event_t> event{xcb_wait_for_event(own.get())}) {
-        if ((event->response_type & 0x7F) != XCB_PROPERTY_NOTIFY) continue;
-        return reinterpret_cast<const xcb_property_notify_event_t*>(event.get())->time;
-    }
-    return XCB_CURRENT_TIME;
-}
 
 /// Where window managers look for the time of the user's last deed in a window.
 xcb_window_t userTimeWindow(xcb_window_t window) {
@@ -46,19 +24,14 @@ xcb_window_t userTimeWindow(xcb_window_t window) {
     return *static_cast<const xcb_window_t*>(xcb_get_property_value(reply.get()));
 }
 
-}  // namespace
-
-void claim(const QWidget& window) {
+void askFor(xcb_window_t window, xcb_timestamp_t now) {
     auto* connection = XcbConnection::get();
-    if (!connection || window.internalWinId() == 0) return;
-    const auto id = static_cast<xcb_window_t>(window.internalWinId());
-    const auto now = serverTime();
-    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, userTimeWindow(id),
+    xcb_change_property(connection, XCB_PROP_MODE_REPLACE, userTimeWindow(window),
                         XcbConnection::atom("_NET_WM_USER_TIME"), XCB_ATOM_CARDINAL, 32, 1, &now);
     xcb_client_message_event_t event{};
     event.response_type = XCB_CLIENT_MESSAGE;
     event.format = 32;
-    event.window = id;
+    event.window = window;
     event.type = XcbConnection::atom("_NET_ACTIVE_WINDOW");
     event.data.data32[0] = fromUser;
     event.data.data32[1] = now;
@@ -66,6 +39,53 @@ void claim(const QWidget& window) {
                    XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
                    reinterpret_cast<const char*>(&event));
     xcb_flush(connection);
+}
+
+/// Waits in the event loop for the server's time, which comes with the event of a change, and then
+/// asks. A claim by itself; gone once it has asked or its window has gone. Main thread only.
+class Claim : public QObject, public QAbstractNativeEventFilter {
+  public:
+    explicit Claim(QWidget& window)
+        : QObject(&window),
+          window_(window),
+          id_(static_cast<xcb_window_t>(window.internalWinId())),
+          mark_(mark()) {
+        QCoreApplication::instance()->installNativeEventFilter(this);
+        xcb_change_property(XcbConnection::get(), XCB_PROP_MODE_APPEND, id_, mark_, XCB_ATOM_STRING,
+                            8, 0, nullptr);
+        xcb_flush(XcbConnection::get());
+    }
+
+    bool nativeEventFilter(const QByteArray& /*type*/, void* message,
+                           qintptr* /*result*/) override {
+        const auto* const event = static_cast<const xcb_generic_event_t*>(message);
+        if ((event->response_type & 0x7F) != XCB_PROPERTY_NOTIFY) return false;
+        const auto* const change = reinterpret_cast<const xcb_property_notify_event_t*>(event);
+        if (isOver_ || change->window != id_ || change->atom != mark_) return false;
+        isOver_ = true;
+        deleteLater();
+        // Hidden meanwhile, it wants the keyboard no more.
+        if (window_.isVisible()) askFor(id_, change->time);
+        return false;
+    }
+
+  private:
+    /// Asked for once: no answer of the server is waited for at a later claim.
+    static xcb_atom_t mark() {
+        static const auto atom = XcbConnection::atom("_SONRA_CLAIM");
+        return atom;
+    }
+
+    QWidget& window_;
+    const xcb_window_t id_;
+    const xcb_atom_t mark_;
+    bool isOver_ = false;
+};
+
+}  // namespace
+
+void claim(QWidget& window) {
+    if (XcbConnection::get() && window.internalWinId() != 0) new Claim(window);
 }
 
 }  // namespace sonra::WindowActivation
