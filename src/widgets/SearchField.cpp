@@ -54,6 +54,8 @@ SearchField::SearchField(QWidget* parent) : QLineEdit(parent) {
     setFont(Tokens::font(fontSize, QFont::Medium));
     setPlaceholderText(QStringLiteral("Search projects, sessions, messages…"));
     setAccessibleName(QStringLiteral("Search"));
+    QInputMethodEvent nothing;
+    inputMethodEvent(&nothing);
     connect(this, &QLineEdit::cursorPositionChanged, this, [this] { restartCaret(); });
     connect(this, &QLineEdit::textChanged, this, [this] { restartCaret(); });
 }
@@ -76,10 +78,41 @@ void SearchField::setLook(const Look& look, const Accent& accent) {
 }
 
 void SearchField::keyPressEvent(QKeyEvent* event) {
+    if (removesText(*event)) return event->accept();
     const auto command = commandOf(*event);
     if (!command) return QLineEdit::keyPressEvent(event);
     event->accept();
     if (onCommand) onCommand(*command);
+}
+
+/// Does what these keys do, but for the copy that they leave on the clipboard.
+bool SearchField::removesText(const QKeyEvent& event) {
+    if (event.matches(QKeySequence::DeleteEndOfLine))
+        setSelection(cursorPosition(), static_cast<int>(text().size()) - cursorPosition());
+    else if (event.matches(QKeySequence::DeleteCompleteLine))
+        selectAll();
+    else if (!event.matches(QKeySequence::Cut))
+        return false;
+    if (hasSelectedText()) del();
+    return true;
+}
+
+void SearchField::inputMethodEvent(QInputMethodEvent* event) {
+    auto attributes = event->attributes();
+    const auto isCaret = [](const auto& attribute) {
+        return attribute.type == QInputMethodEvent::Cursor;
+    };
+    if (std::ranges::none_of(attributes, isCaret))
+        attributes.append({QInputMethodEvent::Cursor,
+                           static_cast<int>(event->preeditString().size()), 0, QVariant()});
+    // A caret of no length is not drawn, nor the sign of its direction.
+    for (auto& attribute : attributes)
+        if (isCaret(attribute)) attribute.length = 0;
+    QInputMethodEvent caretless(event->preeditString(), attributes);
+    caretless.setCommitString(event->commitString(), event->replacementStart(),
+                              event->replacementLength());
+    QLineEdit::inputMethodEvent(&caretless);
+    event->setAccepted(caretless.isAccepted());
 }
 
 void SearchField::focusInEvent(QFocusEvent* event) {

@@ -23,12 +23,14 @@ class SearchField : public QLineEdit {
 
   private:
     void keyPressEvent(QKeyEvent* event) override;
+    void inputMethodEvent(QInputMethodEvent* event) override;
     void focusInEvent(QFocusEvent* event) override;
     void focusOutEvent(QFocusEvent* event) override;
     bool focusNextPrevChild(bool next) override;
     void timerEvent(QTimerEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
+    bool removesText(const QKeyEvent& event);
     void restartCaret();
     [[nodiscard]] QRect caret() const;
 

@@ -31,10 +31,10 @@ SearchRowList::SearchRowList(QWidget* parent)
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setUniformItemSizes(true);
     setAutoScroll(false);
-    setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    // The row at the top is always a whole one.
+    setVerticalScrollMode(QAbstractItemView::ScrollPerItem);
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    verticalScrollBar()->setSingleStep(SearchRowDelegate::rowHeight);
     setMouseTracking(true);
     connect(this, &QAbstractItemView::doubleClicked, this, [this] {
         if (onActivate) onActivate();

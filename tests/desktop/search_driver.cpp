@@ -86,6 +86,8 @@ class Driver {
 int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
+    // Two clicks of a script are one double click on a busy machine too.
+    QApplication::setDoubleClickInterval(5000);
     Driver driver;
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     std::string pending;

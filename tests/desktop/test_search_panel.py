@@ -135,7 +135,18 @@ class SearchPanel(unittest.TestCase):
         self.type("x")
         self.panel.expect("query x")
 
-    def test_it_stands_where_it_is_put_and_out_of_the_taskbar(self):
+    def test_it_can_take_the_keyboard_and_is_no_main_window_not_in_taskbar_or_pager_on_all_desktops(self):
+        for _ in range(2):
+            self.panel.open()
+            wanted = {"SKIP_TASKBAR", "SKIP_PAGER"}
+            wait_for("the hints", lambda: wanted <= set(re.findall(
+                r"_NET_WM_STATE_(\w+)", self.screen.ask("xprop", "-name", SEARCH, "_NET_WM_STATE"))))
+            wait_for("all desktops", lambda: "= 4294967295" in self.screen.ask(
+                "xprop", "-name", SEARCH, "_NET_WM_DESKTOP"))
+            self.panel.tell("hide")
+            self.wait_for_worker()
+
+    def test_it_stands_where_it_is_put_above_others(self):
         for frame in ("400 60 640 420", "300 0 640 420"):
             self.panel.tell("frame " + frame)
             self.panel.open()
@@ -143,7 +154,7 @@ class SearchPanel(unittest.TestCase):
             numbers = [int(re.search(re.escape(key) + r":\s+(-?\d+)", text)[1])
                        for key in ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")]
             self.assertEqual(numbers, [int(number) for number in frame.split()])
-            wanted = {"ABOVE", "SKIP_TASKBAR", "SKIP_PAGER"}
+            wanted = {"ABOVE"}
             wait_for("the hints", lambda: wanted <= set(re.findall(
                 r"_NET_WM_STATE_(\w+)", self.screen.ask("xprop", "-name", SEARCH, "_NET_WM_STATE"))))
             self.panel.tell("hide")
@@ -162,8 +173,21 @@ class SearchPanel(unittest.TestCase):
     def test_the_wheel_scrolls_the_rows(self):
         self.panel.open()
         self.screen.ask("xdotool", "mousemove", "600", "300", "click", "--repeat", "20", "5")
-        self.click(600, 60 + 420 - 34 - 8 - 10)
+        # Scrolled to the end the last of eight whole rows.
+        self.click(600, 60 + 60 + 8 + 36 * 7 + 18)
         self.panel.expect("select 12")
+
+    def test_the_keys_that_cut_leave_the_clipboard_alone(self):
+        self.panel.tell("copy before")
+        self.panel.open()
+        for keys in (("ctrl+a", "ctrl+x"), ("ctrl+a", "shift+Delete"), ("Home", "ctrl+k"), ("ctrl+u",)):
+            self.type("secret")
+            self.panel.expect("query secret")
+            self.keys(*keys)
+            # Whichever of them the desktop knows.
+            self.keys("ctrl+a", "BackSpace")
+            self.panel.expect("query ")
+        self.panel.ask("clipboard", "clipboard before")
 
     def test_the_copy_chord_never_takes_text_out_of_the_field(self):
         self.panel.tell("copy before")

@@ -127,6 +127,52 @@ TEST_F(SearchPanelWindowTest, TheCopyChordNeverTakesTextOutOfTheField) {
     EXPECT_EQ(commands.size(), 2U);
 }
 
+TEST_F(SearchPanelWindowTest, TheKeysThatCutRemoveTextAndLeaveTheClipboardAlone) {
+    panel.copy("before");
+    show();
+    const std::pair<int, Qt::KeyboardModifiers> cuts[] = {{Qt::Key_X, Qt::ControlModifier},
+                                                          {Qt::Key_Delete, Qt::ShiftModifier}};
+    for (const auto& [key, modifiers] : cuts) {
+        panel.setQuery("secret");
+        queries.clear();
+        field()->setSelection(0, 3);
+        press(key, modifiers);
+        EXPECT_EQ(queries, (std::vector<std::string>{"ret"}));
+        press(key, modifiers);
+        EXPECT_EQ(queries.size(), 1U) << "nothing is selected";
+    }
+    field()->setCursorPosition(1);
+    for (const auto letter : {Qt::Key_K, Qt::Key_U}) press(letter, Qt::ControlModifier);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), "before");
+}
+
+TEST_F(SearchPanelWindowTest, AQueryOfItsOwnersIsShownAndNotReported) {
+    panel.setQuery("ab");
+    show();
+    EXPECT_EQ(panel.query(), "ab");
+    EXPECT_EQ(field()->selectedText(), "ab");
+    EXPECT_TRUE(queries.empty());
+}
+
+TEST_F(SearchPanelWindowTest, InTextOfBothDirectionsTheCaretIsOneStroke) {
+    look.set({.reducedMotion = true});
+    show();
+    panel.setQuery("\u05e9\u05dc\u05d5\u05dd abc");
+    for (const int position : {0, 2, 5, 8}) {
+        field()->setCursorPosition(position);
+        field()->setFocus();
+        const auto with = field()->grab().toImage();
+        field()->clearFocus();
+        const auto without = field()->grab().toImage();
+        QRegion changed;
+        for (int y = 0; y < with.height(); ++y)
+            for (int x = 0; x < with.width(); ++x)
+                if (with.pixel(x, y) != without.pixel(x, y)) changed += QRect(x, y, 1, 1);
+        EXPECT_EQ(changed.boundingRect().width(), 2) << position;
+        EXPECT_GT(changed.boundingRect().height(), 15) << position;
+    }
+}
+
 TEST_F(SearchPanelWindowTest, TabLeavesTheKeyboardInTheField) {
     panel.setRows(rowsNamed(3));
     show();
@@ -179,6 +225,7 @@ TEST_F(SearchPanelWindowTest, ThirteenRowsScrollToTheSelectedOne) {
     const auto shown = rows()->visualRect(rows()->currentIndex());
     EXPECT_TRUE(rows()->viewport()->rect().contains(shown));
     EXPECT_EQ(shown.height(), 36);
+    EXPECT_EQ(shown.top() % 36, 0) << "the row at the top is a whole one";
     panel.setRows(rowsNamed(13));
     EXPECT_EQ(bar->value(), 0);
 }
