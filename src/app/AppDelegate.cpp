@@ -84,7 +84,7 @@ void AppDelegate::startService(const std::string& socketPath) {
 /// They come once the coordinator has started, whoever asked for them before.
 Desktop::Wishes AppDelegate::wishes() {
     return {[this](const std::string& url) { coordinator_->openURL(url); },
-            [this](const std::string&) { coordinator_->openSearchPanel(); }};
+            [this](const std::string& query) { coordinator_->openSearchPanel(query); }};
 }
 
 std::unique_ptr<CaptionWindow> AppDelegate::makeCaptionWindow() {

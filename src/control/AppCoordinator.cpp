@@ -334,9 +334,9 @@ bool AppCoordinator::openURL(const std::string& url) {
     return search_->openFromURLString(url);
 }
 
-void AppCoordinator::openSearchPanel() {
+void AppCoordinator::openSearchPanel(const std::optional<std::string>& query) {
     SONRA_ASSERT_MAIN_THREAD();
-    search_->openPanel();
+    search_->openPanel(query);
 }
 
 AttachOutcome AppCoordinator::attachSessionLocal(AttachRequest request) {

@@ -87,7 +87,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     void detachSessionLocal(const std::string& id);
     /// Attaches the session that an address of this program's names; false for any other address.
     bool openURL(const std::string& url);
-    void openSearchPanel();
+    void openSearchPanel(const std::optional<std::string>& query = {});
 
     [[nodiscard]] AudioQueue& queue() { return *queue_; }
     [[nodiscard]] NarrationSessions& sessions() { return *sessions_; }

@@ -113,9 +113,9 @@ void SessionSearch::takeRecent(const SessionSnapshot& sessions) {
         recent_.push_back(rowOf(sessions[i]));
 }
 
-void SessionSearch::openPanel() {
+void SessionSearch::openPanel(const std::optional<std::string>& query) {
     SONRA_ASSERT_MAIN_THREAD();
-    if (controller_) controller_->open();
+    if (controller_) controller_->open(query);
 }
 
 bool SessionSearch::openFromURLString(const std::string& text) {

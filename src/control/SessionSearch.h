@@ -60,7 +60,8 @@ class SessionSearch {
     void start();
 
     [[nodiscard]] bool hasPanel() const { return panel_ != nullptr; }
-    void openPanel();
+    /// With the query of last time, unless another is given.
+    void openPanel(const std::optional<std::string>& query = {});
     /// Attaches the session that an address names; false if it names none.
     bool openFromURLString(const std::string& text);
     /// The newest sessions, for the menu.

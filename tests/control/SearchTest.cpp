@@ -46,6 +46,15 @@ TEST_F(Search, CommandOpensThePanel) {
     EXPECT_TRUE(searchPanel->isVisible());
 }
 
+TEST_F(Search, PanelOpensWithAQueryFromElsewhere) {
+    start();
+    coordinator->openSearchPanel("kettle");
+    EXPECT_TRUE(searchPanel->isVisible());
+    EXPECT_EQ(searchPanel->query(), "kettle");
+    coordinator->openSearchPanel();
+    EXPECT_EQ(searchPanel->query(), "kettle");
+}
+
 TEST_F(Search, MenuRowOpensThePanel) {
     start();
     EXPECT_EQ(test::words(statusItem.row("search").title), "Search sessions…");

@@ -33,6 +33,11 @@ class SearchDesktop(WholeDesktop):
         self.keys("super+shift+f")
         self.wait_focus(SEARCH)
 
+    def chosen(self):
+        """The chord for copying takes the id of the chosen row."""
+        self.keys("ctrl+c")
+        return self.screen.ask("timeout", "2", "xclip", "-o", "-selection", "clipboard")
+
     def wait_attached(self, session):
         until("the row", lambda: [row["id"] for row in self.home.state().get("sessions", [])] == [session])
 
@@ -64,11 +69,6 @@ class Panel(SearchDesktop):
         self.assertEqual(self.home.state()["sessions"][0]["transcript"], str(self.home.transcript))
         self.wait_heard(self.home.transcript)
 
-    def chosen(self):
-        """The chord for copying takes the id of the chosen row."""
-        self.keys("ctrl+c")
-        return self.screen.ask("timeout", "2", "xclip", "-o", "-selection", "clipboard")
-
 
 class DesktopsSearch(SearchDesktop):
     def find(self, *terms):
@@ -85,8 +85,9 @@ class DesktopsSearch(SearchDesktop):
 
     def test_goes_on_in_the_panel(self):
         until("the session", lambda: self.find("other"))
-        self.call(PATH, SHELL, "LaunchSearch", "asu", ["other"], 0)
+        self.call(PATH, SHELL, "LaunchSearch", "asu", [self.home.session[:8]], 0)
         self.wait_focus(SEARCH)
+        until("the answer", lambda: self.chosen() == self.home.session)
 
 
 class Addresses(SearchDesktop):
