@@ -110,6 +110,17 @@ TEST_F(SearchPanelControllerTest, IsKeptOnTheScreen) {
     EXPECT_EQ(panel.frame, (Rect{{0, 28}, {640, 420}}));
 }
 
+TEST_F(SearchPanelControllerTest, OfTwoScreensTheMainOneIsTakenEvenIfItStoodOnTheOther) {
+    screens.visible = Rect{{1920, 0}, {1440, 900}};
+    screens.second = Rect{{0, 0}, {1920, 1080}};
+    panel.frame = {{100, 100}, {640, 420}};
+    controller->open();
+    EXPECT_EQ(panel.frame.origin.x, 1920 + 720 - 320);
+    screens.visible = Rect{{0, 0}, {1920, 1080}};
+    controller->open();
+    EXPECT_EQ(panel.frame.origin.x, 960 - 320) << "another one may become the main one";
+}
+
 TEST_F(SearchPanelControllerTest, OpensWithoutAScreenWhereItStands) {
     panel.frame = {{1, 2}, {640, 420}};
     screens.visible.reset();
