@@ -55,7 +55,7 @@ SearchField::SearchField(QWidget* parent) : QLineEdit(parent) {
     setPlaceholderText(QStringLiteral("Search projects, sessions, messages…"));
     setAccessibleName(QStringLiteral("Search"));
     QInputMethodEvent nothing;
-    inputMethodEvent(&nothing);
+    SearchField::inputMethodEvent(&nothing);
     connect(this, &QLineEdit::cursorPositionChanged, this, [this] { restartCaret(); });
     connect(this, &QLineEdit::textChanged, this, [this] { restartCaret(); });
 }
