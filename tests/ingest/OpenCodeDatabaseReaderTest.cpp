@@ -164,9 +164,8 @@ TEST_F(OpenCodeDatabaseReading, FollowsALongSessionOfLargeMessagesWhateverItsInd
     store.run("BEGIN");
     const std::string pasted = R"({"role":"user","text":")" + std::string(400'000, 'x') + "\"}";
     for (int i = 0; i < 400; ++i) {
-        const auto number = std::to_string(i);
-        store.message("msg_u" + number, pasted, i % 4 == 0 ? "ses_1" : "ses_2");
-        if (i % 4 == 0) addReply(store, "msg_" + number, 1000 + i, "Words.");
+        store.message("msg_u" + std::to_string(i), pasted);
+        addReply(store, "msg_" + std::to_string(i), 1000 + i, "Words.");
     }
     store.run("COMMIT");
     const std::vector<std::string> indexes{
@@ -174,11 +173,11 @@ TEST_F(OpenCodeDatabaseReading, FollowsALongSessionOfLargeMessagesWhateverItsInd
         "DROP INDEX message_time_idx", "DROP INDEX part_message_idx",
         "CREATE INDEX part_message_id_idx ON part(message_id, id)"};
     store.run("DROP INDEX message_session_idx");
-    std::int64_t ms = 1400;
+    std::int64_t ms = 1399;
     for (const auto& change : indexes) {
         store.run(change);
         cursor = reader.initialOffset(url);
-        EXPECT_EQ(cursor.intValue() / 1000, ms == 1400 ? 1396 : ms) << change;
+        EXPECT_EQ(cursor.intValue() / 1000, ms) << change;
         const auto id = "msg_new" + std::to_string(++ms);
         addReply(store, id, ms, "New.");
         EXPECT_EQ(followed(), Lines{id + ": New."}) << change;
