@@ -13,6 +13,9 @@ class ClineReader : public LiveTailReader {
   public:
     std::string_view id() const override { return parser_.id(); }
     TailOffset initialOffset(const std::string& url) const override;
+    TailOffset::Kind cursorKindOf(const std::string& /*url*/) const override {
+        return TailOffset::Kind::messageIndex;
+    }
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const ClineParser& parser() const override { return parser_; }
 

@@ -14,6 +14,9 @@ class GeminiReader : public LiveTailReader {
   public:
     std::string_view id() const override { return parser_.id(); }
     TailOffset initialOffset(const std::string& url) const override;
+    TailOffset::Kind cursorKindOf(const std::string& url) const override {
+        return isDocument(url) ? TailOffset::Kind::messageIndex : TailOffset::Kind::byte;
+    }
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const GeminiParser& parser() const override { return parser_; }
 

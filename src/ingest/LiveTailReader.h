@@ -29,6 +29,10 @@ class LiveTailReader {
     /// The cursor which means that everything now in the transcript at the path `url` has been
     /// seen.
     virtual TailOffset initialOffset(const std::string& url) const = 0;
+    /// The kind of that cursor. Told by the name, so that nothing is read.
+    virtual TailOffset::Kind cursorKindOf(const std::string& /*url*/) const {
+        return TailOffset::Kind::byte;
+    }
     /// Everything complete in the transcript behind `offset`.
     virtual Reading readSince(const std::string& url, TailOffset offset) const = 0;
     /// The parser for the records that this reader produces.

@@ -30,6 +30,7 @@ class OpenCodeDatabaseReader : public ShapeReader {
     std::string_view id() const override { return parser_.id(); }
     bool recognises(const std::string& url) const override;
     TailOffset::Kind cursorKind() const override { return TailOffset::Kind::unixMs; }
+    bool countsThousandths() const override { return true; }
     TailOffset initialOffset(const std::string& url) const override;
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const OpenCodePartParser& parser() const override { return parser_; }

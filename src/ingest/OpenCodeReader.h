@@ -19,6 +19,9 @@ class OpenCodeReader : public LiveTailReader {
   public:
     std::string_view id() const override { return parser_.id(); }
     TailOffset initialOffset(const std::string& url) const override;
+    TailOffset::Kind cursorKindOf(const std::string& /*url*/) const override {
+        return TailOffset::Kind::unixMs;
+    }
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const OpenCodeParser& parser() const override { return parser_; }
 

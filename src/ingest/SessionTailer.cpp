@@ -126,7 +126,9 @@ void SessionTailer::State::onEvents(FileEvents events) {
 /// cursor.
 void SessionTailer::State::resetIfTruncated(const std::string& location) {
     if (offset.kind() != TailOffset::Kind::byte) return;
-    if (FileTail::sizeOf(location) < offset.intValue()) offset = TailOffset::byte(0);
+    if (FileTail::sizeOf(location) >= offset.intValue()) return;
+    // Nor is a document that took the file's place a file cut short.
+    if (reader.cursorKindOf(location) == TailOffset::Kind::byte) offset = TailOffset::byte(0);
 }
 
 void SessionTailer::State::tick() {

@@ -18,6 +18,9 @@ class ShapeReader : public LiveTailReader {
     virtual bool recognises(const std::string& url) const = 0;
     /// The only kind of cursor that `readSince` is given, and that it returns.
     virtual TailOffset::Kind cursorKind() const = 0;
+    /// True if that is a time which counts thousandths of milliseconds.
+    virtual bool countsThousandths() const { return false; }
+    TailOffset::Kind cursorKindOf(const std::string& /*url*/) const final { return cursorKind(); }
 };
 
 }  // namespace sonra

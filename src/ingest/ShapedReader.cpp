@@ -8,10 +8,12 @@
 namespace sonra {
 namespace {
 
-TailOffset ownCursor(const ShapeReader& shape, const std::string& url, TailOffset offset) {
-    if (offset.kind() == shape.cursorKind()) return offset;
-    return offset.intValue() == 0 ? TailOffset::of(shape.cursorKind(), 0)
-                                  : shape.initialOffset(url);
+/// `offset` as `reader` understands it.
+TailOffset ownCursor(const LiveTailReader& reader, bool countsThousandths, const std::string& url,
+                     TailOffset offset) {
+    const auto kind = reader.cursorKindOf(url);
+    if (offset.kind() == kind) return offset.inThousandths(countsThousandths);
+    return offset.intValue() == 0 ? TailOffset::of(kind, 0) : reader.initialOffset(url);
 }
 
 bool isAtEnd(const std::string& url, TailOffset offset) {
@@ -35,11 +37,20 @@ TailOffset ShapedReader::initialOffset(const std::string& url) const {
     return shape == nullptr ? original_->initialOffset(url) : shape->initialOffset(url);
 }
 
+TailOffset::Kind ShapedReader::cursorKindOf(const std::string& url) const {
+    const auto* shape = shapeOf(url);
+    return shape == nullptr ? original_->cursorKindOf(url) : shape->cursorKind();
+}
+
 LiveTailReader::Reading ShapedReader::readSince(const std::string& url, TailOffset offset) const {
     if (isAtEnd(url, offset) && offset.intValue() > 0) return {{}, offset};
     const auto* shape = shapeOf(url);
-    if (shape == nullptr) return original_->readSince(url, offset);
-    return shape->readSince(url, ownCursor(*shape, url, offset));
+    const LiveTailReader& reader = shape == nullptr ? *original_ : *shape;
+    const auto own = ownCursor(reader, shape != nullptr && shape->countsThousandths(), url, offset);
+    auto reading = reader.readSince(url, own);
+    // A time that doesn't move stays as it was told.
+    if (own.kind() == offset.kind() && reading.newOffset == own) reading.newOffset = offset;
+    return reading;
 }
 
 std::string ShapedReader::watchPath(const std::string& url) const {

@@ -14,7 +14,7 @@ namespace sonra {
 /// it were alone. Which one it is gets decided at every read: a transcript may come late, and a
 /// session may move to another. Nothing is looked at while the cursor stands at the file's end. A
 /// cursor of another kind than the chosen reader's means its beginning if it is 0, else its end:
-/// nothing old is spoken. Immutable, any thread.
+/// nothing old is spoken. A time is converted to what the reader counts in. Immutable, any thread.
 class ShapedReader : public LiveTailReader {
   public:
     ShapedReader(std::unique_ptr<const LiveTailReader> original,
@@ -22,6 +22,7 @@ class ShapedReader : public LiveTailReader {
 
     std::string_view id() const override { return original_->id(); }
     TailOffset initialOffset(const std::string& url) const override;
+    TailOffset::Kind cursorKindOf(const std::string& url) const override;
     Reading readSince(const std::string& url, TailOffset offset) const override;
     /// Asks the parsers of all shapes, the original one first.
     const HarnessParser& parser() const override { return parser_; }

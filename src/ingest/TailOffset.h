@@ -28,15 +28,31 @@ class TailOffset {
     constexpr Kind kind() const { return kind_; }
     constexpr std::int64_t intValue() const { return value_; }
 
+    /// A time of day in thousandths of milliseconds, as some readers count it. Told by its size: as
+    /// milliseconds it would lie thousands of years ahead.
+    constexpr bool isInThousandths() const {
+        return kind_ == Kind::unixMs && value_ >= leastThousandths;
+    }
+    /// A time in thousandths, or not, whatever it was in; all of a millisecond has been seen. Of
+    /// other kinds, and of no time, the cursor itself.
+    constexpr TailOffset inThousandths(bool wanted) const {
+        if (kind_ != Kind::unixMs || value_ <= 0 || isInThousandths() == wanted) return *this;
+        return unixMs(wanted ? value_ * 1000 + 999 : value_ / 1000);
+    }
+
     /// The cursor after `other` was reached: `other` itself, except that time never runs backward.
     constexpr TailOffset advanced(TailOffset other) const {
         const bool bothTimes = kind_ == Kind::unixMs && other.kind_ == Kind::unixMs;
-        return bothTimes && other.value_ <= value_ ? *this : other;
+        const auto mine = inThousandths(isInThousandths() || other.isInThousandths());
+        const auto others = other.inThousandths(mine.isInThousandths());
+        return bothTimes && others.value_ <= mine.value_ ? *this : other;
     }
 
     constexpr bool operator==(const TailOffset&) const = default;
 
   private:
+    static constexpr std::int64_t leastThousandths = 100'000'000'000'000;
+
     constexpr TailOffset(Kind kind, std::int64_t value) : kind_(kind), value_(value) {}
 
     Kind kind_;

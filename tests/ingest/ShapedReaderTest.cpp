@@ -2,11 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
+
 #include "ingest/ClineMessagesReader.h"
 #include "ingest/ClineReader.h"
 #include "ingest/CodexItemsReader.h"
 #include "ingest/CodexReader.h"
 #include "ingest/LineReading.h"
+#include "ingest/LiveTailReaderRegistry.h"
+#include "ingest/OpenCodeStore.h"
 #include "ingest/SessionTailer.h"
 #include "support/FakeFileWatcher.h"
 #include "support/ManualLoop.h"
@@ -139,6 +144,109 @@ TEST(ShapedCursor, OfAnotherKindMeansTheBeginningOrTheEnd) {
     const auto later = reader->readSince(path, TailOffset::byte(1));
     EXPECT_TRUE(later.records.empty());
     EXPECT_EQ(later.newOffset, TailOffset::messageIndex(2));
+}
+
+TEST(ShapedCursor, OfAnotherKindMeansTheEndToTheOriginalReaderToo) {
+    const test::TempDir dir;
+    const auto& gemini = *LiveTailReaderRegistry::reader("gemini");
+    const std::string line = R"({"type":"gemini","content":"Old."})"
+                             "\n";
+    const auto lines = dir / "session.jsonl";
+    test::writeFile(lines, line);
+    const auto atLines = gemini.readSince(lines, TailOffset::messageIndex(5));
+    EXPECT_TRUE(atLines.records.empty());
+    EXPECT_EQ(atLines.newOffset, TailOffset::byte(static_cast<std::int64_t>(line.size())));
+    const auto document = dir / "session.json";
+    test::writeFile(document, R"({"messages":[{},{},{}]})");
+    const auto atDocument = gemini.readSince(document, TailOffset::byte(1));
+    EXPECT_TRUE(atDocument.records.empty());
+    EXPECT_EQ(atDocument.newOffset, TailOffset::messageIndex(3));
+}
+
+/// OpenCode's tree counts milliseconds, its store thousandths of them.
+class OpenCodeMoving : public testing::Test {
+  protected:
+    OpenCodeMoving() {
+        std::filesystem::create_directory(tree);
+        writeMessage("a", "In the tree.");
+        cursor = reader.initialOffset(tree);
+    }
+    void writeMessage(const std::string& name, const std::string& words) const {
+        test::writeFile(tree + "/" + name + ".json",
+                        R"({"id":")" + name +
+                            R"(","role":"assistant","parts":[{"type":"text","text":")" + words +
+                            R"("}]})");
+    }
+    void addToStore(const std::string& id, std::int64_t ms) {
+        store.message(id, test::OpenCodeStore::reply(ms));
+        store.part("prt_" + id, id, test::OpenCodeStore::text("In the store.", ms));
+    }
+    std::size_t follow(const std::string& transcript) {
+        const auto reading = reader.readSince(transcript, cursor);
+        cursor = cursor.advanced(reading.newOffset);
+        return reading.records.size();
+    }
+    static std::int64_t nowMs() {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return std::chrono::floor<std::chrono::milliseconds>(now).count();
+    }
+
+    test::TempDir dir;
+    const std::string tree = dir / "ses_1";
+    const std::string url = dir / "opencode.db#ses_1";
+    test::OpenCodeStore store{dir / "opencode.db"};
+    const LiveTailReader& reader = *LiveTailReaderRegistry::reader("opencode");
+    TailOffset cursor = TailOffset::unixMs(0);
+};
+
+TEST_F(OpenCodeMoving, FromTheTreeToTheStoreOnlyWhatIsNewIsSaid) {
+    addToStore("msg_old", cursor.intValue());
+    addToStore("msg_older", cursor.intValue() - 60'000);
+    EXPECT_EQ(follow(url), 0U);
+    addToStore("msg_new", cursor.intValue() + 1000);
+    EXPECT_EQ(follow(url), 1U);
+    EXPECT_EQ(follow(url), 0U);
+    EXPECT_EQ(cursor, reader.initialOffset(url));
+}
+
+TEST_F(OpenCodeMoving, FromTheStoreToTheTreeOnlyWhatIsNewIsSaid) {
+    addToStore("msg_a", nowMs());
+    cursor = reader.initialOffset(url);
+    const auto atStore = cursor;
+    EXPECT_EQ(follow(tree), 0U);
+    EXPECT_EQ(cursor, atStore);
+    writeMessage("b", "New.");
+    std::filesystem::last_write_time(
+        tree + "/b.json", std::filesystem::file_time_type::clock::now() + std::chrono::seconds(5));
+    EXPECT_EQ(follow(tree), 1U);
+    EXPECT_EQ(cursor, reader.initialOffset(tree));
+    EXPECT_EQ(follow(tree), 0U);
+}
+
+TEST(ShapedTailing, ADocumentInTheFilesPlaceIsNotReplayed) {
+    const test::TempDir dir;
+    auto path = dir / "session.jsonl";
+    test::writeFile(path, std::string(500, 'x') + "\n");
+    test::ManualLoop loop;
+    test::FakeFileWatcher watcher;
+    std::vector<std::string> heard;
+    const auto& reader = *LiveTailReaderRegistry::reader("gemini");
+    SessionTailer tailer(loop, watcher, reader,
+                         {.sessionId = "s",
+                          .startOffset = std::nullopt,
+                          .pathProvider = [&] { return path; },
+                          .sink = [&](const auto&, const auto& m) { heard.push_back(m.text); },
+                          .offsetPersist = [](const auto&, auto) {}});
+    tailer.start();
+    path = dir / "session.json";
+    const std::string old = R"({"id":"1","type":"gemini","content":"Old."})";
+    test::writeFile(path, R"({"messages":[)" + old + "]}");
+    tailer.tickNow();
+    EXPECT_TRUE(heard.empty());
+    test::writeFile(path,
+                    R"({"messages":[)" + old + R"(,{"id":"2","type":"gemini","content":"New."}]})");
+    tailer.tickNow();
+    EXPECT_EQ(heard, std::vector<std::string>{"New."});
 }
 
 TEST(ShapedTailing, WatchesThePathThatTheReaderNames) {

@@ -22,6 +22,26 @@ TEST(TailOffset, NeverMovesTimeBackward) {
               TailOffset::unixMs(5000));
 }
 
+TEST(TailOffset, ComparesTimesWhateverTheyCountIn) {
+    const auto ms = TailOffset::unixMs(1'785'000'000'000);
+    const auto later = TailOffset::unixMs(1'785'000'000'001'001);
+    EXPECT_EQ(ms.advanced(later), later);
+    EXPECT_EQ(later.advanced(ms), later);
+    EXPECT_EQ(later.advanced(TailOffset::unixMs(1'785'000'000'002)).intValue(), 1'785'000'000'002);
+    EXPECT_EQ(TailOffset::unixMs(0).advanced(later), later);
+}
+
+TEST(TailOffset, ConvertsTimes) {
+    const auto ms = TailOffset::unixMs(1'785'000'000'000);
+    const auto thousandths = TailOffset::unixMs(1'785'000'000'000'999);
+    EXPECT_EQ(ms.inThousandths(true), thousandths);
+    EXPECT_EQ(ms.inThousandths(false), ms);
+    EXPECT_EQ(thousandths.inThousandths(false), ms);
+    EXPECT_EQ(thousandths.inThousandths(true), thousandths);
+    EXPECT_EQ(TailOffset::unixMs(0).inThousandths(true), TailOffset::unixMs(0));
+    EXPECT_EQ(TailOffset::byte(7).inThousandths(true), TailOffset::byte(7));
+}
+
 TEST(TailOffset, TakesTheOtherWhenKindsDiffer) {
     EXPECT_EQ(TailOffset::unixMs(5000).advanced(TailOffset::byte(3)), TailOffset::byte(3));
     EXPECT_EQ(TailOffset::byte(9).advanced(TailOffset::unixMs(3)), TailOffset::unixMs(3));
