@@ -47,8 +47,8 @@ void readSections(const MemoryFile& file, std::size_t size) {
 
 /// However far the file had been written at the first look, the replies are those of the whole.
 void readChat(const MemoryFile& file, const std::string& content, std::size_t cut) {
-    const AiderChatReader busy(QuietFile(system_clock::now));
-    const AiderChatReader quiet(QuietFile([] { return system_clock::time_point{}; }));
+    const AiderChatReader busy{QuietFile(system_clock::now)};
+    const AiderChatReader quiet{QuietFile([] { return system_clock::time_point{}; })};
     TailOffset cursor = start;
     std::vector<HistoryMessage> stepwise;
     file.write(content.substr(0, cut));
