@@ -21,15 +21,16 @@ namespace fs = std::filesystem;
 
 /// A home for one session's files; the process's own.
 const std::string& home() {
-    static const std::string dir = [] {
+    // Never destroyed: what removes it runs after the destructors.
+    static const auto* const dir = [] {
         std::string name = (fs::temp_directory_path() / "sonra-fuzz-XXXXXX").string();
         require(::mkdtemp(name.data()) != nullptr);
         fs::create_directories(name + "/storage/message/ses");
         fs::create_directories(name + "/storage/part/msg");
         std::atexit([] { fs::remove_all(home()); });
-        return name;
+        return new std::string(name);
     }();
-    return dir;
+    return *dir;
 }
 
 void write(const std::string& name, std::string_view content) {

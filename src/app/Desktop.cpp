@@ -93,7 +93,7 @@ GlobalHotkeys* Desktop::hotkeys() {
     return parts_->hotkeys.get();
 }
 
-void Desktop::setWishes(Wishes wishes) {
+void Desktop::setWishes(const Wishes& wishes) {
     QtApplicationInterface::Handlers handlers;
     handlers.open = wishes.openUrl;
     parts_->application.emplace(parts_->loop, std::move(handlers));

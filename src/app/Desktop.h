@@ -52,7 +52,7 @@ class Desktop {
         std::function<void(const std::string& query)> search;
     };
     /// Once, before the search of the desktop is used. They are called from `publish` on.
-    void setWishes(Wishes wishes);
+    void setWishes(const Wishes& wishes);
     [[nodiscard]] DesktopSearchIndex& desktopSearch();
     /// Shows the program on the session bus under its own name.
     void publish();

@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
 #include <memory>
 #include <string>
 #include <utility>
@@ -15,14 +18,23 @@ namespace sonra::test {
 class PrivateXServer {
   public:
     PrivateXServer() { serve({}); }
+    ~PrivateXServer() { release(); }
+    PrivateXServer(const PrivateXServer&) = delete;
+    PrivateXServer& operator=(const PrivateXServer&) = delete;
 
     [[nodiscard]] const std::string& display() const { return display_; }
     /// Ends it and starts another one in its place.
     void replace() {
         kill();
+        release();
         serve({display_});
     }
-    void kill() { server_->kill(); }
+    /// Its display stays away: no other server takes the number meanwhile.
+    void kill() {
+        server_->kill();
+        std::ofstream(lockPath()) << std::setw(10) << getpid() << '\n';
+        isReserved_ = true;
+    }
     void signal(int number) const { server_->signal(number); }
 
     /// Runs a program to its end; its output.
@@ -40,6 +52,11 @@ class PrivateXServer {
     }
 
   private:
+    /// Where X servers look whether a display is taken.
+    [[nodiscard]] std::string lockPath() const { return "/tmp/.X" + display_.substr(1) + "-lock"; }
+    void release() {
+        if (std::exchange(isReserved_, false)) std::filesystem::remove(lockPath());
+    }
     void serve(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "Xvfb");
         arguments.insert(arguments.end(), {"-displayfd", "1", "-screen", "0", "640x480x24",
@@ -52,6 +69,7 @@ class PrivateXServer {
 
     std::unique_ptr<TestProcess> server_;
     std::string display_;
+    bool isReserved_ = false;
 };
 
 }  // namespace sonra::test
