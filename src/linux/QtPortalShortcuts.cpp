@@ -159,7 +159,7 @@ void QtPortalShortcuts::bindShortcuts() {
     auto call = portalCall(shortcutsInterface, "BindShortcuts");
     call << QVariant::fromValue(QDBusObjectPath(session_)) << QVariant::fromValue(shortcuts)
          << QString();
-    request(std::move(call), {}, [this](uint code, const QVariantMap& results) {
+    request(call, {}, [this](uint code, const QVariantMap& results) {
         if (code == granted) return bound(results);
         refuseAll(code == cancelledByUser ? State::declined : State::refused, declinedReason);
     });

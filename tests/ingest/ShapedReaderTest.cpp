@@ -271,7 +271,7 @@ TEST(ShapedTailing, WatchesThePathThatTheReaderNames) {
 /// A reply that may still change, and a clock.
 TEST(ShapedTailing, APollWithNothingNewDeliversWhatQuietHasEnded) {
     const test::TempDir dir;
-    const auto path = dir / "rollout.jsonl";
+    std::string path = dir / "rollout.jsonl";
     test::writeFile(path, "");
     test::ManualLoop loop;
     test::FakeFileWatcher watcher;

@@ -153,11 +153,16 @@ TEST_F(InotifyTreeWatcherTest, AfterItsEndAWatchIsSilent) {
 
 TEST_F(InotifyTreeWatcherTest, AWatchMayEndInsideItsCallback) {
     std::unique_ptr<TreeWatch> watch;
+    std::mutex made;
     std::atomic<bool> ended = false;
-    watch = watcher.watch(root, [&](const TreeEvents&) {
-        watch.reset();
-        ended = true;
-    });
+    {
+        const std::lock_guard lock(made);
+        watch = watcher.watch(root, [&](const TreeEvents&) {
+            const std::lock_guard whenMade(made);
+            watch.reset();
+            ended = true;
+        });
+    }
     write("p/a.jsonl");
     EXPECT_TRUE(test::comesTrue([&] { return ended.load(); }));
 }
