@@ -1,10 +1,11 @@
 #pragma once
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iomanip>
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <utility>
@@ -32,8 +33,7 @@ class PrivateXServer {
     /// Its display stays away: no other server takes the number meanwhile.
     void kill() {
         server_->kill();
-        std::ofstream(lockPath()) << std::setw(10) << getpid() << '\n';
-        isReserved_ = true;
+        reserve();
     }
     void signal(int number) const { server_->signal(number); }
 
@@ -52,10 +52,19 @@ class PrivateXServer {
     }
 
   private:
-    /// Where X servers look whether a display is taken.
-    [[nodiscard]] std::string lockPath() const { return "/tmp/.X" + display_.substr(1) + "-lock"; }
+    /// Binds the socket without listening on it: other servers find it taken, clients nobody.
+    void reserve() {
+        reserved_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const auto name = "/tmp/.X11-unix/X" + display_.substr(1);
+        std::copy(name.begin(), name.end(), address.sun_path + 1);  // in the abstract namespace
+        const auto length = offsetof(sockaddr_un, sun_path) + 1 + name.size();
+        static_cast<void>(bind(reserved_, reinterpret_cast<const sockaddr*>(&address),
+                               static_cast<socklen_t>(length)));
+    }
     void release() {
-        if (std::exchange(isReserved_, false)) std::filesystem::remove(lockPath());
+        if (reserved_ >= 0) close(std::exchange(reserved_, -1));
     }
     void serve(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "Xvfb");
@@ -69,7 +78,7 @@ class PrivateXServer {
 
     std::unique_ptr<TestProcess> server_;
     std::string display_;
-    bool isReserved_ = false;
+    int reserved_ = -1;
 };
 
 }  // namespace sonra::test
