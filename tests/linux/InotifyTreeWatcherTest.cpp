@@ -165,6 +165,7 @@ TEST_F(InotifyTreeWatcherTest, AWatchMayEndInsideItsCallback) {
     }
     write("p/a.jsonl");
     EXPECT_TRUE(test::comesTrue([&] { return ended.load(); }));
+    const std::lock_guard untilItHasReturned(made);
 }
 
 /// The limit is the kernel's, counted by user namespace: the test runs itself again in one of its
