@@ -1,0 +1,80 @@
+// A JSON object as its members' own text. A shared document is rewritten by programs in several languages; what one of
+// them doesn't touch must come back byte for byte: numbers that a double can't hold, "1.0", and characters that only
+// exist escaped.
+
+const space = new Set([' ', '\t', '\n', '\r']);
+
+function skipSpace(text, at) {
+  while (space.has(text[at])) at += 1;
+  return at;
+}
+
+function endOfString(text, at) {
+  for (let i = at + 1; i < text.length; i += 1) {
+    if (text[i] === '\\') i += 1;
+    else if (text[i] === '"') return i + 1;
+  }
+  throw new SyntaxError('string without an end');
+}
+
+/** Index behind the value that begins at `at`. The text is known to be well-formed. */
+function endOfValue(text, at) {
+  let depth = 0;
+  for (let i = at; i < text.length; ) {
+    const c = text[i];
+    if (c === '"') {
+      i = endOfString(text, i);
+      if (depth === 0) return i;
+    } else if (c === '{' || c === '[') {
+      depth += 1;
+      i += 1;
+    } else if (c === '}' || c === ']') {
+      if (depth === 0) return i;
+      depth -= 1;
+      i += 1;
+      if (depth === 0) return i;
+    } else if (depth === 0 && (c === ',' || space.has(c))) {
+      return i;
+    } else {
+      i += 1;
+    }
+  }
+  return text.length;
+}
+
+/**
+ * The members of the object in `text`, each as the text of its value; of two with one name the last wins. Throws
+ * SyntaxError unless `text` is a JSON object.
+ * @param {string} text
+ * @returns {Map<string, string>}
+ */
+export function splitMembers(text) {
+  const whole = JSON.parse(text);
+  if (whole === null || typeof whole !== 'object' || Array.isArray(whole)) throw new SyntaxError('not an object');
+  const members = new Map();
+  let at = skipSpace(text, skipSpace(text, 0) + 1);
+  while (text[at] === '"') {
+    const nameEnd = endOfString(text, at);
+    const name = JSON.parse(text.slice(at, nameEnd));
+    const begin = skipSpace(text, skipSpace(text, nameEnd) + 1);
+    const end = endOfValue(text, begin);
+    members.set(name, text.slice(begin, end));
+    at = skipSpace(text, end);
+    if (text[at] === ',') at = skipSpace(text, at + 1);
+  }
+  return members;
+}
+
+/** By code units: any fixed order will do, and this one is the same in every program for the names in use. */
+const byName = ([a], [b]) => (a < b ? -1 : a > b ? 1 : 0);
+
+/** The document with these members, sorted by name, one to a line. */
+export function joinMembers(members) {
+  const lines = [...members].sort(byName).map(([name, value]) => `  ${JSON.stringify(name)}: ${value}`);
+  return lines.length ? `{\n${lines.join(',\n')}\n}` : '{}';
+}
+
+/** A value's text, indented to stand as a member. */
+export function memberText(value) {
+  return JSON.stringify(value, null, 2).replaceAll('\n', '\n  ');
+}

@@ -1,0 +1,55 @@
+// The service's socket: one JSON object a line, one way. What a command does shows in the shared documents, so all that
+// a sender can know is whether the service took the line.
+
+import net from 'node:net';
+
+import { socketPath } from './places.js';
+
+const connectLimit = 1000;
+
+export class ServiceNotRunning extends Error {
+  constructor(cause) {
+    super('The Sonra service is not running.', { cause });
+    this.name = 'ServiceNotRunning';
+  }
+}
+
+/** The line for one command; its arguments stand beside its name. */
+export function commandLine(cmd, args = {}) {
+  return `${JSON.stringify({ ...args, proto: 1, cmd })}\n`;
+}
+
+/**
+ * Hands `lines` to the service and resolves when it has taken them all. Fails with ServiceNotRunning where nobody
+ * listens, or nobody takes them within `limit` milliseconds.
+ */
+export function sendLines(lines, { path = socketPath(), limit = connectLimit } = {}) {
+  return new Promise((resolve, reject) => {
+    const socket = net.connect({ path });
+    const finish = (error) => {
+      socket.destroy();
+      if (error) reject(new ServiceNotRunning(error));
+      else resolve();
+    };
+    socket.setTimeout(limit, () => finish(new Error(`no answer within ${limit} ms`)));
+    socket.on('error', finish);
+    // The service never writes; what it reads to the end it has taken.
+    socket.on('connect', () => socket.end(lines.join('')));
+    socket.on('finish', () => socket.resume());
+    socket.on('close', () => finish());
+  });
+}
+
+export function sendCommand(cmd, args, options) {
+  return sendLines([commandLine(cmd, args)], options);
+}
+
+/** True if somebody listens at the socket. */
+export async function isServiceRunning(options) {
+  try {
+    await sendLines([], options);
+    return true;
+  } catch {
+    return false;
+  }
+}

@@ -1,0 +1,142 @@
+// The lock that every program takes to rewrite a shared document: the file `<document>.lock` with the holder's process
+// id in it. It is the same lock between functions of one process, and it isn't re-entrant.
+//
+// A lock left behind by a process that has died is reclaimed at once, any other after 30 s.
+
+import fs from 'node:fs';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+export const staleAfter = 30_000;
+export const retryInterval = 25;
+export const defaultTimeout = 10_000;
+
+export class StateLockError extends Error {
+  constructor(lockPath) {
+    super(`state-lock: lock timeout (${lockPath})`);
+    this.name = 'StateLockError';
+    this.lockPath = lockPath;
+  }
+}
+
+export const lockPath = (document) => `${document}.lock`;
+
+/** The process id in a lock file's text; 0 for anything that isn't a 32-bit decimal number. */
+export function holderOf(text) {
+  const trimmed = text.trim();
+  if (!/^[+-]?\d+$/.test(trimmed)) return 0;
+  const pid = Number(trimmed);
+  return pid >= -0x80000000 && pid <= 0x7fffffff ? pid : 0;
+}
+
+function isDead(pid) {
+  try {
+    process.kill(pid, 0);
+    return false;
+  } catch (error) {
+    return error.code !== 'EPERM';
+  }
+}
+
+/** True if a lock file with this text and age, in milliseconds, may be taken away from its holder. */
+export function isStale(text, age) {
+  const pid = holderOf(text);
+  return (pid >= 1 && isDead(pid)) || age > staleAfter;
+}
+
+function readHolder(fd) {
+  try {
+    return fs.readFileSync(fd, 'utf8');
+  } catch {
+    return '';
+  }
+}
+
+function openIfAllowed(lock) {
+  try {
+    return fs.openSync(lock, fs.constants.O_RDONLY | fs.constants.O_NONBLOCK);
+  } catch {
+    return undefined;
+  }
+}
+
+/** Removes a stale lock, but not one that somebody has taken since it was judged. */
+function reclaimIfStale(lock) {
+  // Held open until the end, so that the file's number can't be given to another file meanwhile.
+  const fd = openIfAllowed(lock);
+  try {
+    const judged = fd === undefined ? fs.statSync(lock) : fs.fstatSync(fd);
+    if (!isStale(fd === undefined ? '' : readHolder(fd), Date.now() - judged.mtimeMs)) return;
+    const present = fs.statSync(lock);
+    if (present.ino === judged.ino && present.dev === judged.dev) fs.unlinkSync(lock);
+  } catch {
+    // It went away by itself, which is as good.
+  } finally {
+    if (fd !== undefined) fs.closeSync(fd);
+  }
+}
+
+/**
+ * Lets the lock file appear with the holder in it: one who is killed between two steps would leave an empty file, which
+ * holds everybody up until it is stale.
+ */
+function create(lock) {
+  const complete = `${lock}.${process.pid}`;
+  try {
+    fs.writeFileSync(complete, String(process.pid), { mode: 0o600 });
+    fs.linkSync(complete, lock);
+    return 'done';
+  } catch (error) {
+    return error.code === 'EEXIST' ? 'exists' : createInOneStep(lock);
+  } finally {
+    fs.rmSync(complete, { force: true });
+  }
+}
+
+/** The way for file systems without hard links. */
+function createInOneStep(lock) {
+  try {
+    fs.writeFileSync(lock, String(process.pid), { mode: 0o600, flag: 'wx' });
+    return 'done';
+  } catch (error) {
+    return error.code === 'EEXIST' ? 'exists' : 'failed';
+  }
+}
+
+/** One attempt. One that clears a stale lock away is false as well: the next may get the lock. */
+export function tryAcquire(document) {
+  const lock = lockPath(document);
+  const created = create(lock);
+  if (created === 'exists') reclaimIfStale(lock);
+  return created === 'done';
+}
+
+/** Removes the lock file, whoever holds it. */
+export function release(document) {
+  fs.rmSync(lockPath(document), { force: true });
+}
+
+/** Resolves when the lock is held; fails with StateLockError after `timeout` milliseconds. */
+export async function acquire(document, timeout = defaultTimeout) {
+  const deadline = performance.now() + timeout;
+  while (!tryAcquire(document)) {
+    if (performance.now() >= deadline) throw new StateLockError(lockPath(document));
+    await sleep(retryInterval);
+  }
+}
+
+/**
+ * Runs `body` under the lock and gives its result, or what it throws, to the caller.
+ * @template T
+ * @param {string} document
+ * @param {() => T} body
+ * @param {{ timeout?: number }} [options] in milliseconds
+ * @returns {Promise<T>}
+ */
+export async function withLock(document, body, { timeout = defaultTimeout } = {}) {
+  await acquire(document, timeout);
+  try {
+    return await body();
+  } finally {
+    release(document);
+  }
+}

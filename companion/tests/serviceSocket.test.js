@@ -1,0 +1,44 @@
+import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import net from 'node:net';
+import test from 'node:test';
+
+import { isServiceRunning, sendCommand, sendLines } from '../lib/serviceSocket.js';
+import { temporaryHome } from './home.js';
+
+async function listener(t, path, { takes = true } = {}) {
+  const received = [];
+  const server = net.createServer({ allowHalfOpen: !takes }, (socket) => {
+    if (takes) socket.on('data', (bytes) => received.push(bytes.toString()));
+    t.after(() => socket.destroy());
+  }).listen(path);
+  await once(server, 'listening');
+  t.after(() => server.close());
+  return received;
+}
+
+test('a command arrives as one line', async (t) => {
+  const path = temporaryHome(t).inShared('s.sock');
+  const received = await listener(t, path);
+  await sendCommand('scrub', { index: 3 }, { path });
+  assert.equal(received.join(''), '{"index":3,"proto":1,"cmd":"scrub"}\n');
+});
+
+test('arguments cannot name another command', async (t) => {
+  const path = temporaryHome(t).inShared('s.sock');
+  const received = await listener(t, path);
+  await sendCommand('pause', { cmd: 'quit', proto: 9 }, { path });
+  assert.deepEqual(JSON.parse(received.join('')), { cmd: 'pause', proto: 1 });
+});
+
+test('where nobody listens the error says so', async (t) => {
+  const path = temporaryHome(t).inShared('s.sock');
+  await assert.rejects(sendCommand('pause', {}, { path }), { name: 'ServiceNotRunning' });
+  assert.equal(await isServiceRunning({ path }), false);
+});
+
+test('a service that does not take the line is given up', async (t) => {
+  const path = temporaryHome(t).inShared('s.sock');
+  await listener(t, path, { takes: false });
+  await assert.rejects(sendLines(['x'.repeat(5_000_000)], { path, limit: 100 }), { name: 'ServiceNotRunning' });
+});
