@@ -28,4 +28,24 @@ bool separates(const Json& line) {
     return item != nullptr && !RecordTexts::isTextAt(*item, "type", "Reasoning");
 }
 
+bool beginsTurn(const Json& line) {
+    const Json* payload = RecordTexts::objectAt(line, "payload");
+    if (payload == nullptr || !RecordTexts::isTextAt(line, "type", "event_msg")) return false;
+    const std::string what = RecordTexts::textOrEmpty(*payload, "type");
+    if (what != "item_completed") return isAnyOf(what, {"task_started", "user_message"});
+    const Json* item = RecordTexts::objectAt(*payload, "item");
+    return item != nullptr && RecordTexts::isTextAt(*item, "type", "UserMessage");
+}
+
+std::string turnOf(const Json& line) {
+    const Json* payload = RecordTexts::objectAt(line, "payload");
+    if (payload == nullptr) return {};
+    for (const auto* key : {"metadata", "internal_chat_message_metadata_passthrough"}) {
+        const Json* about = RecordTexts::objectAt(*payload, key);
+        if (about == nullptr) continue;
+        if (auto turn = RecordTexts::textOrEmpty(*about, "turn_id"); !turn.empty()) return turn;
+    }
+    return RecordTexts::textOrEmpty(*payload, "turn_id");
+}
+
 }  // namespace sonra::CodexLines

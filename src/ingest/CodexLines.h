@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "frame/Json.h"
 
 /// What lines of Codex mean for their neighbours. Pure functions, any thread.
@@ -8,5 +10,11 @@ namespace sonra::CodexLines {
 /// True if the line parts messages from one another: whatever belongs to a message that was
 /// reported before it has been written before it, too.
 bool separates(const Json& line);
+
+/// True if the line is the first of a turn, or the user's own words.
+bool beginsTurn(const Json& line);
+
+/// The id of the turn that a message belongs to, empty if its line doesn't say.
+std::string turnOf(const Json& line);
 
 }  // namespace sonra::CodexLines

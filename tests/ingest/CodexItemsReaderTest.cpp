@@ -11,8 +11,9 @@ namespace {
 
 const std::string noon = "2026-08-03T10:48:56.000Z";
 
-std::string line(const std::string& type, const std::string& payload) {
-    return R"({"timestamp":")" + noon + R"(","ordinal":1,"type":")" + type + R"(","payload":)" +
+std::string line(const std::string& type, const std::string& payload,
+                 const std::string& time = noon) {
+    return R"({"timestamp":")" + time + R"(","ordinal":1,"type":")" + type + R"(","payload":)" +
            payload + "}\n";
 }
 
@@ -27,6 +28,28 @@ std::string response(const std::string& text) {
         "response_item",
         R"({"type":"message","role":"assistant","content":[{"type":"output_text","text":")" + text +
             R"("}]})");
+}
+
+/// As a response item that is written some time after its item.
+std::string lateResponse(const std::string& text) {
+    return line(
+        "response_item",
+        R"({"type":"message","role":"assistant","content":[{"type":"output_text","text":")" + text +
+            R"("}]})",
+        "2026-08-03T10:49:01.250Z");
+}
+
+std::string itemOf(const std::string& turn, const std::string& text) {
+    return line("event_msg", R"({"type":"item_completed","turn_id":")" + turn +
+                                 R"(","item":{"type":"AgentMessage","id":"i","content":)" +
+                                 R"([{"type":"Text","text":")" + text + R"("}]}})");
+}
+
+std::string responseOf(const std::string& turn, const std::string& text, const std::string& where) {
+    return line("response_item", R"({"type":"message","role":"assistant","id":"msg-2",")" + where +
+                                     R"(":{"turn_id":")" + turn +
+                                     R"("},"content":[{"type":"output_text","text":")" + text +
+                                     R"("}]})");
 }
 
 const std::string call = line("response_item", R"({"type":"function_call"})");
@@ -101,6 +124,94 @@ TEST_F(CodexItems, AResponseItemWithOtherWordsIsAnotherMessage) {
 
 TEST_F(CodexItems, SameWordsInAnotherTurnAreSaidAgain) {
     expectSaid(response("Done.") + asked + item("Done.") + call, {"Done.", "Done."});
+}
+
+TEST_F(CodexItems, AResponseItemThatComesAfterQuietIsNotSaidAgain) {
+    expectSaid(item("One."), {});
+    expectSaidAfterQuiet({"One."});
+    expectSaid(tokens, {});
+    expectSaid(lateResponse("One."), {});
+    EXPECT_EQ(cursor, reader.initialOffset(path));
+    expectSaid(item("Two.") + lateResponse("Two."), {"Two."});
+}
+
+TEST_F(CodexItems, AResponseItemThatComesAfterACallIsNotSaidAgain) {
+    expectSaid(item("One.") + call + lateResponse("One."), {"One."});
+    expectSaid(lateResponse("One."), {"One."});
+}
+
+TEST_F(CodexItems, AResponseItemOfAnItemBeforeTheAttachIsNotSaid) {
+    test::writeFile(path, asked + item("One."));
+    cursor = reader.initialOffset(path);
+    expectSaid(lateResponse("One."), {});
+    expectSaid(call + lateResponse("Two."), {"Two."});
+}
+
+TEST_F(CodexItems, AResponseItemIsNotSaidAgainByAnotherReader) {
+    expectSaid(asked + item("One."), {});
+    expectSaidAfterQuiet({"One."});
+    test::appendFile(path, lateResponse("One.") + call);
+    const auto reading = CodexItemsReader().readSince(path, TailOffset::byte(cursor.intValue()));
+    EXPECT_EQ(reading.records,
+              std::vector{TranscriptRecord::jsonl(call.substr(0, call.size() - 1))});
+}
+
+TEST_F(CodexItems, AnItemThatStillWaitsAtARestartIsSaidByItsResponseItem) {
+    expectSaid(asked + item("One."), {});
+    test::appendFile(path, lateResponse("One."));
+    const auto reading = CodexItemsReader().readSince(path, cursor);
+    ASSERT_EQ(reading.records.size(), 1U);
+    EXPECT_EQ(CodexParser().parse(reading.records[0])->text, "One.");
+}
+
+TEST_F(CodexItems, EachResponseItemAnswersOneItem) {
+    expectSaid(item("One.") + call + item("One."), {"One."});
+    expectSaidAfterQuiet({"One."});
+    expectSaid(lateResponse("One."), {});
+    expectSaid(call + lateResponse("One."), {});
+    expectSaid(call + lateResponse("One."), {"One."});
+}
+
+TEST_F(CodexItems, AnItemThatWasAnsweredTakesNoOtherResponseItem) {
+    test::writeFile(path, item("One.") + response("One.") + call);
+    cursor = reader.initialOffset(path);
+    expectSaid(response("One."), {"One."});
+    test::writeFile(path, response("One.") + item("One.") + call);
+    cursor = reader.initialOffset(path);
+    expectSaid(response("One."), {"One."});
+}
+
+TEST_F(CodexItems, AnItemOfAnotherTurnIsNotTakenForAResponseItems) {
+    const auto started = line("event_msg", R"({"type":"task_started","turn_id":"2"})");
+    for (const auto& border : {asked, started, item("Please.", "UserMessage")}) {
+        expectSaid(item("Done.") + call, {"Done."});
+        expectSaid(border + response("Done.") + border, {"Done."});
+        expectSaid(item("Done.") + border + response("Done.") + border, {"Done.", "Done."});
+        test::appendFile(path, item("Done.") + call + border);
+        cursor = reader.initialOffset(path);
+        expectSaid(response("Done.") + border, {"Done."});
+    }
+}
+
+TEST_F(CodexItems, TurnsAreToldApartByTheirIdsToo) {
+    const std::string meta = "metadata";
+    expectSaid(itemOf("1", "Done.") + responseOf("2", "Done.", meta), {"Done.", "Done."});
+    expectSaid(asked + responseOf("1", "Done.", meta) + itemOf("2", "Done.") + call,
+               {"Done.", "Done."});
+    const std::string inner = "internal_chat_message_metadata_passthrough";
+    for (const auto& where : {meta, inner}) {
+        expectSaid(asked + itemOf("3", "Done.") + call, {"Done."});
+        expectSaid(responseOf("4", "Done.", where), {"Done."});
+        expectSaid(responseOf("3", "Done.", where), {});
+    }
+}
+
+TEST_F(CodexItems, AnItemTooFarBackIsForgotten) {
+    test::writeFile(path, item("One."));
+    for (int lines = 0; lines < 1000; ++lines) test::appendFile(path, tokens);
+    ASSERT_GT(reader.initialOffset(path).intValue(), 65536 + 1000);
+    cursor = reader.initialOffset(path);
+    expectSaid(response("One."), {"One."});
 }
 
 TEST_F(CodexItems, OtherItemsAreNotSaid) {
