@@ -1,0 +1,111 @@
+import assert from 'node:assert/strict';
+import test from 'node:test';
+
+import { endpoint, GeminiClient } from '../gemini/client.js';
+import { errorAnswer, geminiServer, textAnswer } from './geminiServer.js';
+
+const key = 'AIza-test-key-0123456789';
+const parts = [{ text: 'yes' }];
+
+/** A client whose pauses take no time and are kept. */
+async function clientOf(t, answers, options = {}) {
+  const server = await geminiServer(t, (_, index) => answers[Math.min(index, answers.length - 1)]);
+  const pauses = [];
+  const environment = { GOOGLE_API_KEY: key, GEMINI_API_BASE: server.base };
+  const client = new GeminiClient(environment, { pause: async (ms) => { pauses.push(ms); }, ...options });
+  return { client, pauses, requests: server.requests };
+}
+
+test('the request is a post to the model, with the key in a header and nowhere else', async (t) => {
+  const { client, requests } = await clientOf(t, [textAnswer('yes')]);
+  assert.deepEqual(await client.generate('model-1', { contents: [] }), parts);
+  const [request] = requests;
+  assert.equal(request.method, 'POST');
+  assert.equal(request.url, '/v1beta/models/model-1:generateContent');
+  assert.equal(request.headers['x-goog-api-key'], key);
+  assert.deepEqual(request.body, { contents: [] });
+});
+
+for (const status of [429, 500, 502, 503, 504]) {
+  test(`${status} is waited out, longer each time`, async (t) => {
+    const { client, pauses } = await clientOf(t, [errorAnswer(status, 'busy'), errorAnswer(status, 'busy'), textAnswer('yes')]);
+    assert.deepEqual(await client.generate('m', {}), parts);
+    assert.deepEqual(pauses, [1000, 2000]);
+  });
+}
+
+test('a server that stays busy is given up after four requests', async (t) => {
+  const { client, requests, pauses } = await clientOf(t, [errorAnswer(503, 'overloaded')]);
+  await assert.rejects(client.generate('m', {}), { name: 'SpeechFailure', message: 'Gemini refused (503): overloaded' });
+  assert.equal(requests.length, 4);
+  assert.deepEqual(pauses, [1000, 2000, 4000]);
+});
+
+test('the pause that the server asks for is kept, unless nobody would wait so long', async (t) => {
+  const short = await clientOf(t, [errorAnswer(429, 'slow down', { 'retry-after': '7' }), textAnswer('yes')]);
+  await short.client.generate('m', {});
+  assert.deepEqual(short.pauses, [7000]);
+  const long = await clientOf(t, [errorAnswer(429, 'come back tomorrow', { 'retry-after': '86400' })]);
+  await assert.rejects(long.client.generate('m', {}), { message: 'Gemini refused (429): come back tomorrow' });
+  assert.equal(long.requests.length, 1);
+});
+
+for (const [status, message] of [[400, 'API key not valid. Please pass a valid API key.'], [401, 'no'], [403, 'denied'], [404, 'no such model']]) {
+  test(`${status} is not tried again`, async (t) => {
+    const { client, requests } = await clientOf(t, [errorAnswer(status, message)]);
+    await assert.rejects(client.generate('m', {}), { message: `Gemini refused (${status}): ${message}` });
+    assert.equal(requests.length, 1);
+  });
+}
+
+test('the key is in no error, whatever the server says', async (t) => {
+  const { client } = await clientOf(t, [errorAnswer(400, `the key ${key} is bad`)]);
+  await assert.rejects(client.generate('m', {}), { message: 'Gemini refused (400): the key [redacted] is bad' });
+});
+
+test('a key that no header can hold is refused without being shown', () => {
+  for (const bad of ['one two', 'line\nfeed', 'schlüssel']) {
+    assert.throws(() => new GeminiClient({ GOOGLE_API_KEY: bad }), (error) => error.name === 'SpeechFailure' && !error.message.includes(bad));
+  }
+  assert.throws(() => new GeminiClient({}), { name: 'SpeechFailure', message: /GOOGLE_API_KEY/ });
+});
+
+test('a key never goes to another place than the one that was named', async (t) => {
+  const other = await geminiServer(t, () => textAnswer('stolen'));
+  const { client } = await clientOf(t, [{ status: 302, headers: { location: `${other.base}/v1beta/models/m:generateContent` }, json: {} }]);
+  await assert.rejects(client.generate('m', {}), { name: 'SpeechFailure' });
+  assert.equal(other.requests.length, 0);
+});
+
+test('the address must be encrypted unless it is on this machine', () => {
+  assert.equal(endpoint({}), 'https://generativelanguage.googleapis.com');
+  assert.equal(endpoint({ GEMINI_API_BASE: 'https://proxy.example/gemini/' }), 'https://proxy.example/gemini');
+  assert.equal(endpoint({ GEMINI_API_BASE: 'http://127.0.0.1:81' }), 'http://127.0.0.1:81');
+  for (const bad of ['http://proxy.example', 'ftp://127.0.0.1', 'nonsense']) {
+    assert.throws(() => endpoint({ GEMINI_API_BASE: bad }), { name: 'SpeechFailure' });
+  }
+});
+
+test('an answer that breaks off is tried again', async (t) => {
+  const { client } = await clientOf(t, [{ isCut: true }, textAnswer('yes')]);
+  assert.deepEqual(await client.generate('m', {}), parts);
+});
+
+test('an answer without a candidate says why, and is tried again only where there is no reason', async (t) => {
+  const blocked = await clientOf(t, [{ json: { promptFeedback: { blockReason: 'SAFETY' } } }]);
+  await assert.rejects(blocked.client.generate('m', {}), { message: 'Gemini gave no answer (SAFETY)' });
+  assert.equal(blocked.requests.length, 1);
+  const empty = await clientOf(t, [{ json: { candidates: [{ content: {}, finishReason: 'OTHER' }] } }, { raw: 'not json' }, textAnswer('yes')]);
+  assert.deepEqual(await empty.client.generate('m', {}), parts);
+});
+
+test('a server that never answers is given up when the time is over', async (t) => {
+  const server = await geminiServer(t, () => undefined);
+  const client = new GeminiClient({ GOOGLE_API_KEY: key, GEMINI_API_BASE: server.base }, { limit: 150 });
+  await assert.rejects(client.generate('m', {}), { message: 'Gemini did not answer in time' });
+});
+
+test('an address where nobody listens is a failure with a reason', async () => {
+  const client = new GeminiClient({ GOOGLE_API_KEY: key, GEMINI_API_BASE: 'http://127.0.0.1:1' }, { pause: async () => {} });
+  await assert.rejects(client.generate('m', {}), { message: /^Gemini could not be reached: / });
+});

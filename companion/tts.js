@@ -1,0 +1,101 @@
+#!/usr/bin/env node
+// Cloud speech and image descriptions, by the Gemini interface.
+//
+//   tts.js TEXTFILE OUT.wav --gemini [--play]   speaks a text into a file, and with --play aloud as well
+//   tts.js --describe-image FILE                prints what an image shows
+//
+// Environment: GOOGLE_API_KEY; TTS_VOICE, one of the provider's voices; GEMINI_API_BASE, another address of the
+// interface; and for --play TTS_PLAYER ("nowplaying" hands each piece to the service, "none" plays nothing, anything else
+// plays here through paplay, pw-play or aplay), TTS_VOLUME, TTS_SERVICE_SOCK, TTS_NARRATION_TEXT.
+//
+// Ends with 0 when the file is complete or the description printed, with 1 and a reason otherwise, with 2 when it wasn't
+// called as above.
+
+import fs from 'node:fs';
+import path from 'node:path';
+import { parseArgs } from 'node:util';
+
+import { GeminiClient } from './gemini/client.js';
+import { describeImage } from './gemini/describing.js';
+import { SpeechFailure } from './gemini/failure.js';
+import { piecesOf } from './gemini/pieces.js';
+import { makePlayer, TemporaryFiles } from './gemini/playing.js';
+import { speak, voiceName } from './gemini/speech.js';
+import { joined, wavOf } from './gemini/wav.js';
+import { replaceFile } from './lib/wholeFile.js';
+
+/** Whoever waits for a description gives up after a minute. */
+const describeLimit = 55_000;
+const usage = 'usage: tts.js TEXTFILE OUT.wav --gemini [--play]\n       tts.js --describe-image FILE';
+
+class UsageError extends Error {}
+
+function argumentsFrom(argv) {
+  const flag = { type: 'boolean', default: false };
+  try {
+    const { values, positionals } = parseArgs({
+      args: argv,
+      allowPositionals: true,
+      options: { gemini: flag, play: flag, 'describe-image': { type: 'string' } },
+    });
+    const image = values['describe-image'];
+    if (image !== undefined && !positionals.length && !values.gemini && !values.play) return { image };
+    if (image === undefined && values.gemini && positionals.length === 2) {
+      return { textFile: positionals[0], out: positionals[1], isPlaying: values.play };
+    }
+  } catch {
+    // Said below.
+  }
+  throw new UsageError(usage);
+}
+
+function textFrom(file) {
+  try {
+    return new TextDecoder('utf-8', { fatal: true }).decode(fs.readFileSync(file));
+  } catch (error) {
+    throw new SpeechFailure(`can't read the text: ${error.code}`);
+  }
+}
+
+function writeSound(out, sound) {
+  try {
+    replaceFile(out, wavOf(sound), { temporary: path.join(path.dirname(out), `.${path.basename(out)}.${process.pid}`) });
+  } catch (error) {
+    throw new SpeechFailure(`can't write the sound: ${error.code}`);
+  }
+}
+
+async function speakFile({ textFile, out, isPlaying }, files) {
+  const pieces = piecesOf(textFrom(textFile), { isFirstAlone: isPlaying });
+  if (!pieces.length) throw new SpeechFailure('there is nothing to speak');
+  const client = new GeminiClient();
+  const player = isPlaying ? makePlayer(process.env, files) : undefined;
+  process.once('exit', () => player?.stop());
+  const sounds = [];
+  for (const piece of pieces) {
+    const sound = await speak(client, piece, { voice: voiceName(process.env.TTS_VOICE) });
+    sounds.push(sound);
+    await player?.play(sound, piece);
+  }
+  writeSound(out, joined(sounds));
+  await player?.finish();
+}
+
+async function run(argv, files) {
+  const wanted = argumentsFrom(argv);
+  if (wanted.image === undefined) return speakFile(wanted, files);
+  process.stdout.write(`${await describeImage(new GeminiClient(process.env, { limit: describeLimit }), wanted.image)}\n`);
+}
+
+const files = new TemporaryFiles();
+process.once('exit', () => files.remove());
+for (const [signal, status] of [['SIGTERM', 143], ['SIGINT', 130], ['SIGHUP', 129]]) {
+  process.once(signal, () => process.exit(status));
+}
+try {
+  await run(process.argv.slice(2), files);
+} catch (error) {
+  const isKnown = error instanceof SpeechFailure || error instanceof UsageError;
+  process.stderr.write(`${isKnown ? error.message : `unexpected failure: ${error.name}`}\n`);
+  process.exitCode = error instanceof UsageError ? 2 : 1;
+}
