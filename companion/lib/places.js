@@ -24,6 +24,7 @@ export const serviceLockPath = inShared('sonra.lock');
 export const pairCodePath = inShared('active-pair-code.json');
 export const tokensPath = inShared('bridge-tokens.json');
 export const daemonPidPath = inShared('daemon.pid');
+export const daemonSocketPath = inShared('daemon.sock');
 export const daemonLockPath = inShared('daemon.lock');
 export const daemonLogPath = inShared('daemon.log');
 

@@ -1,0 +1,102 @@
+// Start at login: an entry in the user's autostart folder. It starts the service, and the service starts the daemon, so
+// one entry is enough for both.
+
+import fs from 'node:fs';
+import path from 'node:path';
+
+import { autostartPath, ctlPointerPath, homeDirectory } from './places.js';
+import { ctlOfService, ctlScript, isExecutableFile, nodeProgram, nodeWithoutPath, sonraProgram } from './programs.js';
+import { makeFolderOf, readIfPresent, replaceFile } from './wholeFile.js';
+
+export class NoProgram extends Error {
+  constructor(program) {
+    super(program ? `${program} is no program that can be started.`
+      : 'The program "sonra" was not found beside this one or on PATH; SONRA_PROGRAM can name it.');
+    this.name = 'NoProgram';
+  }
+}
+
+/** A value of the type string in a desktop file. */
+export function stringValue(text) {
+  return text.replaceAll('\\', '\\\\').replaceAll('\n', '\\n').replaceAll('\t', '\\t').replaceAll('\r', '\\r');
+}
+
+/** One word of the Exec key: quoted for the command line, its percent signs no field codes, and then a string value. */
+export function execWord(word) {
+  const quoted = /^[\w./+:@,-]+$/.test(word) ? word : `"${word.replace(/["`$\\]/g, '\\$&')}"`;
+  return stringValue(quoted.replaceAll('%', '%%'));
+}
+
+/**
+ * The words that start the service. Where it wouldn't find a Node.js without a shell's PATH it is told which one runs
+ * this; the path mustn't hold a blank then, for that is what ends it in the variable.
+ */
+function startCommand(program, environment, findNode) {
+  const node = nodeProgram();
+  if (findNode(environment) || node.includes(' ')) return [program];
+  return ['/usr/bin/env', `TTS_CTL_CMD=${node} ${ctlScript}`, program];
+}
+
+/** The entry's text. */
+export function autostartEntry(program, { environment = process.env, findNode = nodeWithoutPath } = {}) {
+  return [
+    '[Desktop Entry]',
+    'Type=Application',
+    'Name=Sonra',
+    'Comment=Hear the replies of AI coding agents as they are written',
+    `Exec=${startCommand(program, environment, findNode).map(execWord).join(' ')}`,
+    `TryExec=${stringValue(program)}`,
+    'Icon=dev.trelnivorn.sonra',
+    'Terminal=false',
+    'StartupNotify=false',
+    'X-GNOME-Autostart-enabled=true',
+    '',
+  ].join('\n');
+}
+
+/** Tells the service where ctl.js is, if it would find none or another. */
+function leavePointer(program, environment) {
+  const found = ctlOfService(program, environment);
+  if (found && fs.realpathSync(found) === fs.realpathSync(ctlScript)) return;
+  const pointer = ctlPointerPath(environment);
+  makeFolderOf(pointer);
+  replaceFile(pointer, `${ctlScript}\n`);
+}
+
+/**
+ * Writes the entry, over one that the user has switched off as well. Throws NoProgram, or what the file system says.
+ * @returns {{ path: string, program: string }}
+ */
+export function installAutostart({ environment = process.env, findNode } = {}) {
+  const program = sonraProgram(environment);
+  if (!program || !path.isAbsolute(program) || !isExecutableFile(program)) throw new NoProgram(program);
+  leavePointer(program, environment);
+  const entry = autostartPath(environment);
+  makeFolderOf(entry);
+  replaceFile(entry, autostartEntry(program, { environment, findNode }), { mode: 0o644 });
+  return { path: entry, program };
+}
+
+/**
+ * Removes the entry; true if there was one. The pointer to ctl.js stays: without it a service that was started by hand
+ * could no longer start the daemon, nor install the entry again.
+ */
+export function uninstallAutostart({ environment = process.env } = {}) {
+  const entry = autostartPath(environment);
+  const present = fs.lstatSync(entry, { throwIfNoEntry: false }) !== undefined;
+  fs.rmSync(entry, { force: true });
+  return present;
+}
+
+/** As the service's menu sees it: an entry is there, or the launch agent that other tools look for. */
+export function isAutostartInstalled({ environment = process.env } = {}) {
+  const agent = path.join(homeDirectory(environment), 'Library/LaunchAgents/dev.trelnivorn.sonra.plist');
+  return fs.existsSync(autostartPath(environment)) || fs.existsSync(agent);
+}
+
+/** True if the desktop will heed the entry: its settings switch one off by a key and leave it where it is. */
+export function isAutostartEnabled({ environment = process.env } = {}) {
+  if (!isAutostartInstalled({ environment })) return false;
+  const text = readIfPresent(autostartPath(environment)) ?? '';
+  return !/^\s*(Hidden\s*=\s*true|X-GNOME-Autostart-enabled\s*=\s*false)\s*$/m.test(text);
+}
