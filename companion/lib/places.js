@@ -55,3 +55,49 @@ export function dataDirectory(environment = process.env) {
 export function autostartPath(environment = process.env) {
   return path.join(configDirectory(environment), 'autostart/dev.trelnivorn.sonra.desktop');
 }
+
+/** A folder that an agent lets its user move. What isn't absolute depends on where the agent was started: not counted. */
+function movable(value, fallback, environment) {
+  const moved = value?.startsWith('~/') ? path.join(homeDirectory(environment), value.slice(2)) : value;
+  return moved && path.isAbsolute(moved) ? moved : path.join(homeDirectory(environment), fallback);
+}
+
+/** Claude Code: a folder for each project, in it a file for each session. */
+export function claudeProjectsDirectory(environment = process.env) {
+  return path.join(movable(environment.CLAUDE_CONFIG_DIR, '.claude', environment), 'projects');
+}
+
+/** Codex: folders for year, month and day. */
+export function codexSessionsDirectory(environment = process.env) {
+  return path.join(movable(environment.CODEX_HOME, '.codex', environment), 'sessions');
+}
+
+/** Gemini CLI: "projects.json", and "tmp" with a folder for each project. */
+export function geminiDirectory(environment = process.env) {
+  return path.join(movable(environment.GEMINI_CLI_HOME, '', environment), '.gemini');
+}
+
+/** OpenCode: "storage", and since early 2026 a database. */
+export function openCodeDirectory(environment = process.env) {
+  return path.join(dataDirectory(environment), 'opencode');
+}
+
+/** Cline as an editor's extension: a folder for each task, for each editor that is known to run it. */
+export function clineTaskDirectories(environment = process.env) {
+  const inEditor = 'User/globalStorage/saoudrizwan.claude-dev/tasks';
+  const editors = ['Code', 'Code - Insiders', 'VSCodium', 'Cursor', 'Windsurf'];
+  return [
+    ...editors.map((editor) => path.join(configDirectory(environment), editor, inEditor)),
+    path.join(homeDirectory(environment), '.vscode-server/data', inEditor),
+  ];
+}
+
+/** Cline's newer store: a folder for each session. */
+export function clineSessionsDirectory(environment = process.env) {
+  return path.join(movable(environment.CLINE_DATA_DIR, '.cline/data', environment), 'sessions');
+}
+
+/** Pi: a folder for each project. */
+export function piSessionsDirectory(environment = process.env) {
+  return path.join(movable(environment.PI_CODING_AGENT_DIR, '.pi/agent', environment), 'sessions');
+}
