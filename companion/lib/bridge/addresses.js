@@ -1,0 +1,52 @@
+// This computer's own addresses: what a person types into the phone, and what a request may name as its host.
+
+import os from 'node:os';
+
+/** Without the zone of a link-local address, and an IPv4 address in its own form. */
+export function plainAddress(address = '') {
+  return address.replace(/%.*$/, '').replace(/^::ffff:(?=\d+\.\d+\.\d+\.\d+$)/i, '').toLowerCase();
+}
+
+export function isLoopback(address) {
+  const plain = plainAddress(address);
+  return plain === '::1' || plain.startsWith('127.');
+}
+
+const isLinkLocal = (address) => /^(fe[89ab]|169\.254\.)/.test(address);
+
+/** One of Linux's many interfaces that lead to no phone: those of containers and virtual machines. */
+const isInner = (name) => /^(docker|br-|veth|virbr|vmnet|lxc|lxd|podman|cni)/.test(name);
+
+/**
+ * The addresses at which a device of the local network finds this computer, as they stand in an URL: IPv4 first, IPv6
+ * in brackets. Those that need a zone, and containers' networks, are left out.
+ * @param {ReturnType<typeof os.networkInterfaces>} [interfaces]
+ * @returns {string[]}
+ */
+export function lanAddresses(interfaces = os.networkInterfaces()) {
+  const outer = Object.entries(interfaces).filter(([name]) => !isInner(name)).flatMap(([, rows]) => rows ?? [])
+    .filter(({ internal, address }) => !internal && !isLinkLocal(address));
+  const inUrl = ({ address }) => (address.includes(':') ? `[${address}]` : address);
+  const byFamily = (a, b) => Number(a.address.includes(':')) - Number(b.address.includes(':'));
+  return [...new Set(outer.sort(byFamily).map(inUrl))];
+}
+
+function interfaceAddresses() {
+  return Object.values(os.networkInterfaces()).flatMap((rows) => rows ?? []).map(({ address }) => plainAddress(address));
+}
+
+/**
+ * True if `host` (name and port as in the Host header) is this computer by address. A name doesn't count, but for
+ * "localhost": whoever owns a name can let it point here after his page was loaded from elsewhere.
+ * @param {string | undefined} host
+ * @param {string | undefined} localAddress where the connection came in
+ */
+export function isOwnHost(host, localAddress, own = interfaceAddresses) {
+  const parts = /^(?:\[([0-9a-f:.]+)\]|([a-z0-9.-]+))(?::\d{1,5})?$/i.exec(host ?? '');
+  if (!parts) return false;
+  const name = plainAddress(parts[1] ?? parts[2]);
+  if (name === 'localhost' || (isLoopback(name) && isAddress(name))) return isLoopback(localAddress);
+  return isAddress(name) && (name === plainAddress(localAddress) || own().includes(name));
+}
+
+const isAddress = (name) => /^[0-9]+(\.[0-9]+){3}$/.test(name) || name.includes(':');
