@@ -27,6 +27,10 @@ target_compile_definitions(sonra_flags INTERFACE
     # PulseAudio's users have it; a precompiled header must be made with what its users define.
     _REENTRANT
     $<$<BOOL:${SONRA_ASSERTIONS}>:SONRA_ASSERTIONS=1>)
+if(CMAKE_UNITY_BUILD)
+    # What one file calls its helper is the name of a local in another; builds file by file warn of true shadows.
+    target_compile_options(sonra_flags INTERFACE -Wno-shadow)
+endif()
 if(SONRA_SANITIZE)
     add_compile_options(-fsanitize=${SONRA_SANITIZE} -fno-sanitize-recover=all -g1 -O1)
     add_link_options(-fsanitize=${SONRA_SANITIZE})

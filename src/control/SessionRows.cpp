@@ -5,7 +5,7 @@
 namespace sonra {
 namespace {
 
-constexpr auto defaultSource = "claude-code";
+constexpr auto sourceOfOldRows = "claude-code";
 
 std::string textAt(const Json& row, std::string_view key, std::string fallback = {}) {
     return json::stringAt(row, key).value_or(std::move(fallback));
@@ -15,7 +15,7 @@ std::optional<AttachedSession> attachedFrom(const Json& row) {
     const auto id = json::stringAt(row, "id");
     const auto cwd = json::stringAt(row, "cwd");
     if (!id || !cwd) return std::nullopt;
-    return AttachedSession{*id, *cwd, textAt(row, "source", defaultSource), textAt(row, "branch"),
+    return AttachedSession{*id, *cwd, textAt(row, "source", sourceOfOldRows), textAt(row, "branch"),
                            textAt(row, "transcript")};
 }
 
@@ -26,7 +26,7 @@ std::optional<DiscoveredRow> discoveredFrom(const Json& row) {
     return DiscoveredRow{*id,
                          textAt(row, "cwd"),
                          textAt(row, "lastText"),
-                         textAt(row, "source", defaultSource),
+                         textAt(row, "source", sourceOfOldRows),
                          textAt(row, "transcript"),
                          json::doubleAt(row, "mtimeMs").value_or(0),
                          json::boolAt(row, "active").value_or(false),
@@ -74,7 +74,7 @@ std::optional<DiscoveredRow> SessionRows::soleAutoAttachCandidate(
     double nowMs) {
     if (!attached.empty()) return std::nullopt;
     const auto isFresh = [nowMs](const DiscoveredRow& row) {
-        return row.source == defaultSource && nowMs - row.mtimeMs <= freshForMs;
+        return row.source == sourceOfOldRows && nowMs - row.mtimeMs <= freshForMs;
     };
     const auto first = std::find_if(discovered.begin(), discovered.end(), isFresh);
     if (first == discovered.end() || std::any_of(first + 1, discovered.end(), isFresh))

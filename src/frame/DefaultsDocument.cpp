@@ -17,7 +17,7 @@
 namespace sonra {
 namespace {
 
-constexpr mode_t ownerOnly = 0700;
+constexpr mode_t directoryMode = 0700;
 
 Log classLog() {
     return Log::shared().child({{"class", "DefaultsDocument"}});
@@ -25,10 +25,11 @@ Log classLog() {
 
 /// With its parents, as far as they don't stand yet; what stands keeps its mode.
 void makeDirectory(const std::filesystem::path& directory) {
-    if (directory.empty() || ::mkdir(directory.c_str(), ownerOnly) == 0 || errno != ENOENT) return;
+    if (directory.empty() || ::mkdir(directory.c_str(), directoryMode) == 0 || errno != ENOENT)
+        return;
     if (directory.parent_path() == directory) return;
     makeDirectory(directory.parent_path());
-    ::mkdir(directory.c_str(), ownerOnly);
+    ::mkdir(directory.c_str(), directoryMode);
 }
 
 }  // namespace

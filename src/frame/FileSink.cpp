@@ -30,7 +30,7 @@ std::string droppedRecord(const std::string& service, std::size_t dropped) {
 }
 
 /// Bytes written before the first failure.
-std::size_t writeAll(int fd, std::string_view bytes) {
+std::size_t writeUntilFailure(int fd, std::string_view bytes) {
     std::size_t done = 0;
     while (done < bytes.size()) {
         const auto written = ::write(fd, bytes.data() + done, bytes.size() - done);
@@ -84,7 +84,7 @@ class FileSink::File {
     }
 
     void writePart(std::string_view part) {
-        const std::size_t written = writeAll(handle_.get(), part);
+        const std::size_t written = writeUntilFailure(handle_.get(), part);
         currentBytes_ += static_cast<std::int64_t>(written);
         // Opening anew finds out what the failure has left behind.
         if (written < part.size()) handle_.reset();

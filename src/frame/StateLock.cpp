@@ -17,7 +17,7 @@
 namespace sonra {
 namespace {
 
-constexpr mode_t ownerOnly = 0600;
+constexpr mode_t lockFileMode = 0600;
 // Far more than any process id with white space around it.
 constexpr std::size_t longestContent = 4096;
 
@@ -77,7 +77,7 @@ enum class Creation { done, exists, failed };
 /// an empty file, which holds everybody up until it is stale.
 Creation createComplete(const std::string& lock) {
     const UniqueFd fd(
-        ::open(directoryOf(lock).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly));
+        ::open(directoryOf(lock).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, lockFileMode));
     if (!fd || !writeHolder(fd.get())) return Creation::failed;
     const std::string unnamed = "/proc/self/fd/" + std::to_string(fd.get());
     if (::linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, lock.c_str(), AT_SYMLINK_FOLLOW) == 0)
@@ -87,7 +87,7 @@ Creation createComplete(const std::string& lock) {
 
 /// The way for file systems without unnamed files.
 Creation createInSteps(const std::string& lock) {
-    const UniqueFd fd(::open(lock.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownerOnly));
+    const UniqueFd fd(::open(lock.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, lockFileMode));
     if (!fd) return errno == EEXIST ? Creation::exists : Creation::failed;
     // A lock that stays empty on a full disk is still held; it is only reclaimed later.
     writeHolder(fd.get());

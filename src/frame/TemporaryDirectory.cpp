@@ -48,7 +48,7 @@ pid_t processOf(std::string_view name) {
     return error == std::errc() && end != name.data() + name.size() && *end == '-' ? pid : 0;
 }
 
-bool isDead(pid_t pid) {
+bool isOwnerDead(pid_t pid) {
     return kill(pid, 0) != 0 && errno == ESRCH;
 }
 
@@ -86,7 +86,7 @@ void sweepTemporaryDirectories() {
     for (fs::directory_iterator it(systemDirectory(), error), end; !error && it != end;
          it.increment(error)) {
         const auto pid = processOf(it->path().filename().string());
-        if (pid <= 0 || !isDead(pid) || !isOurDirectory(it->path().string())) continue;
+        if (pid <= 0 || !isOwnerDead(pid) || !isOurDirectory(it->path().string())) continue;
         std::error_code ignored;
         fs::remove_all(it->path(), ignored);
     }

@@ -19,7 +19,7 @@ namespace sonra {
 namespace {
 
 constexpr std::size_t albumLineLength = 80;
-constexpr std::size_t loggedIdLength = 8;
+constexpr std::size_t renderedIdLength = 8;
 
 }  // namespace
 
@@ -91,7 +91,7 @@ void ResynthProvider::Job::finish() {
         return done();
     }
     if (result.empty()) {
-        const auto id = text::prefix(request.ref.messageId, loggedIdLength);
+        const auto id = text::prefix(request.ref.messageId, renderedIdLength);
         Log::shared()
             .child({{"class", "ResynthProvider"}})
             .warn("resynth produced no audio; message stays cold",

@@ -55,9 +55,9 @@ std::string idOf(const Json& object, const File& file) {
 }
 
 /// One reading of a session.
-class Look {
+class PartsLook {
   public:
-    Look(fs::path parts, std::int64_t cursor, std::int64_t nowMs)
+    PartsLook(fs::path parts, std::int64_t cursor, std::int64_t nowMs)
         : parts_(std::move(parts)), cursor_(cursor), newest_(cursor), nowMs_(nowMs) {}
 
     /// False of a file that may be half-written. One from the future isn't waited for.
@@ -167,7 +167,7 @@ LiveTailReader::Reading OpenCodePartsReader::readSince(const std::string& url,
     const auto now = std::chrono::floor<std::chrono::milliseconds>(clock_());
     const auto messages = messagesIn(url);
     if (!messages) return {{}, offset};
-    Look look(partsRoot(url), offset.intValue(), now.time_since_epoch().count());
+    PartsLook look(partsRoot(url), offset.intValue(), now.time_since_epoch().count());
     // A message that is being written would hide what its parts are.
     if (!std::ranges::all_of(*messages, [&](const File& f) { return look.isSettled(f); }))
         return {{}, offset};

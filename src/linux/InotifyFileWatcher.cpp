@@ -22,10 +22,10 @@ namespace {
 
 constexpr std::uint32_t writtenMask =
     IN_MODIFY | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM;
-constexpr std::uint32_t goneMask = IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT;
+constexpr std::uint32_t fileGoneMask = IN_DELETE_SELF | IN_IGNORED | IN_UNMOUNT;
 // Opening and reading are left out: the owner of a watch reads the file, which must not wake it
 // again.
-constexpr std::uint32_t watchedMask = writtenMask | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
+constexpr std::uint32_t fileMask = writtenMask | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF;
 
 }  // namespace
 
@@ -59,7 +59,7 @@ void InotifyFileWatcher::Target::lookAgain() {
 void InotifyFileWatcher::Target::note(const InotifyEvent& event) {
     if ((event.mask & writtenMask) != 0) pending.written = true;
     if ((event.mask & IN_MOVE_SELF) != 0) pending.renamed = true;
-    if ((event.mask & goneMask) != 0) pending.removed = true;
+    if ((event.mask & fileGoneMask) != 0) pending.removed = true;
     if ((event.mask & IN_ATTRIB) != 0 && !event.aboutEntry) lookAgain();
 }
 
@@ -110,7 +110,7 @@ std::shared_ptr<InotifyFileWatcher::Target> InotifyFileWatcher::State::arm(const
     // too few.
     const auto identity = identify(path);
     if (!identity || fd_ < 0) return nullptr;
-    const int wd = inotify_add_watch(fd_, path.c_str(), watchedMask);
+    const int wd = inotify_add_watch(fd_, path.c_str(), fileMask);
     if (wd < 0) {
         if (errno == ENOSPC) reportLimit(errno);
         return nullptr;

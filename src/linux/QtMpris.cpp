@@ -9,8 +9,8 @@
 namespace sonra {
 namespace {
 
-constexpr auto busName = "org.mpris.MediaPlayer2.sonra";
-constexpr auto objectPath = "/org/mpris/MediaPlayer2";
+constexpr auto playerName = "org.mpris.MediaPlayer2.sonra";
+constexpr auto playerPath = "/org/mpris/MediaPlayer2";
 constexpr auto playerInterface = "org.mpris.MediaPlayer2.Player";
 
 QVariantMap differences(const QVariantMap& before, const QVariantMap& now) {
@@ -25,7 +25,7 @@ QVariantMap differences(const QVariantMap& before, const QVariantMap& now) {
 /// The object on the bus, with its two interfaces as children, and what its observers know.
 struct QtMpris::Exported {
     Exported(MainLoop& loop, MediaSession& session)
-        : name(loop, busName, objectPath, object,
+        : name(loop, playerName, playerPath, object,
                [this, &session] { told = QtMprisPlayer::observed(session.view()); }) {
         new QtMprisRoot(&object);
         new QtMprisPlayer(&object, session);
@@ -34,7 +34,7 @@ struct QtMpris::Exported {
         const auto changed = differences(told, now);
         if (changed.isEmpty()) return;
         told = now;
-        auto signal = QDBusMessage::createSignal(objectPath, "org.freedesktop.DBus.Properties",
+        auto signal = QDBusMessage::createSignal(playerPath, "org.freedesktop.DBus.Properties",
                                                  "PropertiesChanged");
         signal << playerInterface << changed << QStringList();
         name.send(signal);
@@ -42,7 +42,7 @@ struct QtMpris::Exported {
     /// By hand, as the changes are: the adaptor's own signal would take another way to the bus and
     /// could come behind answers that count on it.
     void tellPosition(std::int64_t position) {
-        auto signal = QDBusMessage::createSignal(objectPath, playerInterface, "Seeked");
+        auto signal = QDBusMessage::createSignal(playerPath, playerInterface, "Seeked");
         signal << static_cast<qlonglong>(position);
         name.send(signal);
     }

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int chipHeight = 19;
 constexpr int chipPadding = 7;
-constexpr int gap = 8;
+constexpr int sessionGap = 8;
 constexpr int leastSession = 36;
 
 QString fromUtf8(std::string_view text) {
@@ -47,7 +47,8 @@ int AgentChip::chipWidth() const {
 
 QSize AgentChip::sizeHint() const {
     const double session = QFontMetricsF(sessionFont_).horizontalAdvance(session_);
-    const int beside = session_.isEmpty() ? 0 : gap + static_cast<int>(std::ceil(session)) + 1;
+    const int beside =
+        session_.isEmpty() ? 0 : sessionGap + static_cast<int>(std::ceil(session)) + 1;
     return {chipWidth() + beside, chipHeight};
 }
 
@@ -66,11 +67,11 @@ void AgentChip::paintEvent(QPaintEvent* /*event*/) {
     painter.drawText(QPointF(chipPadding, middle + chipMetrics.capHeight() / 2), chip_);
 
     const QFontMetricsF metrics(sessionFont_);
-    const double room = width() - chipWidth() - gap;
+    const double room = width() - chipWidth() - sessionGap;
     if (room < leastSession) return;
     painter.setPen(tokens_.soft);
     painter.setFont(sessionFont_);
-    painter.drawText(QPointF(chipWidth() + gap, middle + metrics.capHeight() / 2),
+    painter.drawText(QPointF(chipWidth() + sessionGap, middle + metrics.capHeight() / 2),
                      metrics.elidedText(session_, Qt::ElideMiddle, room));
 }
 

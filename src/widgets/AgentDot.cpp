@@ -11,7 +11,7 @@ namespace sonra {
 namespace {
 
 /// Of a row's icon, in its own units.
-constexpr double side = 16;
+constexpr double canvasSide = 16;
 constexpr QRectF dotBox(3, 3, 10, 10);
 constexpr QRectF activeBox(9, 9, 6, 6);
 constexpr double cut = 1;
@@ -23,7 +23,7 @@ QPixmap drawn(const AgentDot& dot, int pixels) {
     pixmap.fill(Qt::transparent);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.scale(pixels / side, pixels / side);
+    painter.scale(pixels / canvasSide, pixels / canvasSide);
     painter.setPen(Qt::NoPen);
     const auto accent = Accent::of(HarnessTheme::current(dot.source), Tokens());
     painter.setBrush(accent.diagonal(dotBox));

@@ -9,8 +9,8 @@
 namespace sonra {
 namespace {
 
-constexpr double fontSize = 14;
-constexpr int side = 64;
+constexpr double hintFontSize = 14;
+constexpr int sideMargin = 64;
 /// Lines break before they are full.
 constexpr double linesWorth = 2.6;
 
@@ -18,7 +18,7 @@ constexpr double linesWorth = 2.6;
 
 SearchEmptyState::SearchEmptyState(QWidget* parent) : QWidget(parent) {
     setAttribute(Qt::WA_TransparentForMouseEvents);
-    setFont(Tokens::font(fontSize));
+    setFont(Tokens::font(hintFontSize));
 }
 
 void SearchEmptyState::setColor(const QColor& color) {
@@ -34,7 +34,7 @@ void SearchEmptyState::setText(const QString& text) {
 }
 
 void SearchEmptyState::paintEvent(QPaintEvent* /*event*/) {
-    const auto box = QRectF(rect()).adjusted(side, 0, -side, 0);
+    const auto box = QRectF(rect()).adjusted(sideMargin, 0, -sideMargin, 0);
     const auto shown = QFontMetricsF(font()).elidedText(text_.simplified(), Qt::ElideMiddle,
                                                         box.width() * linesWorth);
     QTextOption option(Qt::AlignCenter);

@@ -10,7 +10,7 @@
 namespace sonra {
 namespace {
 
-constexpr double fontSize = 18;
+constexpr double fieldFontSize = 18;
 constexpr int caretWidth = 2;
 
 /// Leaves the caret to the field: Qt draws it in the text's colour.
@@ -51,7 +51,7 @@ SearchField::SearchField(QWidget* parent) : QLineEdit(parent) {
     setFrame(false);
     setContextMenuPolicy(Qt::NoContextMenu);
     setDragEnabled(false);
-    setFont(Tokens::font(fontSize, QFont::Medium));
+    setFont(Tokens::font(fieldFontSize, QFont::Medium));
     setPlaceholderText(QStringLiteral("Search projects, sessions, messages…"));
     setAccessibleName(QStringLiteral("Search"));
     QInputMethodEvent nothing;

@@ -16,8 +16,8 @@ namespace {
 using Piece = SearchRow::Piece;
 using Role = SearchRow::Role;
 
-constexpr double fontSize = 13;
-constexpr int rowSide = 8;
+constexpr double rowFontSize = 13;
+constexpr int rowMargin = 8;
 constexpr int textSide = 38;  ///< the gutter before it holds the row's mark
 constexpr int textEnd = 20;   ///< as far from the panel's right edge
 constexpr double markX = 25;  ///< the middle of the gutter's mark
@@ -26,7 +26,7 @@ constexpr double dotRadius = 3.5;
 constexpr double separatorGap = 2;  ///< beside what the blanks give
 
 QFont fontOf(Role role) {
-    auto font = Tokens::font(fontSize, role == Role::name ? QFont::Medium : QFont::Normal);
+    auto font = Tokens::font(rowFontSize, role == Role::name ? QFont::Medium : QFont::Normal);
     if (role == Role::id) {
         font.setFamilies({QFontDatabase::systemFont(QFontDatabase::FixedFont).family()});
         // A fixed pitch looks larger than the other letters of its size.
@@ -85,7 +85,7 @@ void SearchRowDelegate::paintGround(QPainter& painter, const QStyleOptionViewIte
                                     const Accent& accent) const {
     const bool isChosen = option.state.testFlag(QStyle::State_Selected);
     if (!isChosen && !option.state.testFlag(QStyle::State_MouseOver)) return;
-    const auto box = QRectF(option.rect).adjusted(rowSide, 0, -rowSide, 0);
+    const auto box = QRectF(option.rect).adjusted(rowMargin, 0, -rowMargin, 0);
     painter.setPen(Qt::NoPen);
     painter.setBrush(tokens_.fill);
     if (isChosen && look_.highContrast) {
@@ -126,7 +126,7 @@ void SearchRowDelegate::paintMark(QPainter& painter, const QRectF& row,
 
 void SearchRowDelegate::paintPieces(QPainter& painter, const QRectF& row, const SearchRow& content,
                                     const Accent& accent) const {
-    const QFontMetricsF metrics(Tokens::font(fontSize));
+    const QFontMetricsF metrics(Tokens::font(rowFontSize));
     const double baseline =
         std::round(row.center().y() + (metrics.ascent() - metrics.descent()) / 2);
     const double right = row.right() - textEnd;

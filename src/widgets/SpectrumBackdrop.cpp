@@ -13,8 +13,8 @@ namespace {
 /// Levels come every 80 ms while a voice speaks.
 constexpr int stepTime = 80;
 /// Twice a step is smooth enough for bars behind text, and leaves the processor alone.
-constexpr int frameTime = 40;
-constexpr double gap = 6;
+constexpr int barFrameTime = 40;
+constexpr double barGap = 6;
 constexpr double radius = 3;
 constexpr double capHeight = 2;
 /// Between a bar's top and a cap that rests on it.
@@ -59,7 +59,7 @@ void SpectrumBackdrop::setLevels(const std::vector<float>& levels,
     }
     from_ = shown_;
     since_.start();
-    if (!moving_.isActive()) moving_.start(frameTime, Qt::PreciseTimer, this);
+    if (!moving_.isActive()) moving_.start(barFrameTime, Qt::PreciseTimer, this);
 }
 
 void SpectrumBackdrop::timerEvent(QTimerEvent* event) {
@@ -104,9 +104,9 @@ void SpectrumBackdrop::show(Bars bars) {
 QRectF SpectrumBackdrop::column(int index) const {
     // Whole pixels, so that every bar has the same crisp sides; what is left over goes outside.
     const double scale = devicePixelRatioF();
-    const double pitch = std::floor((width() + gap) / barCount * scale) / scale;
-    const double side = std::floor((width() + gap - pitch * barCount) / 2 * scale) / scale;
-    return {side + index * pitch, 0, pitch - gap, static_cast<double>(height())};
+    const double pitch = std::floor((width() + barGap) / barCount * scale) / scale;
+    const double side = std::floor((width() + barGap - pitch * barCount) / 2 * scale) / scale;
+    return {side + index * pitch, 0, pitch - barGap, static_cast<double>(height())};
 }
 
 double SpectrumBackdrop::top(double level) const {

@@ -10,7 +10,7 @@ namespace sonra {
 namespace {
 
 constexpr int turnTime = 1000;
-constexpr int frameTime = 33;
+constexpr int spinnerFrameTime = 33;
 
 }  // namespace
 
@@ -53,7 +53,7 @@ QRect StatusLine::spinnerBox() const {
 
 void StatusLine::turnOrRest() {
     if (spins_ && isVisible() && !look_.reducedMotion)
-        turning_.start(frameTime, this);
+        turning_.start(spinnerFrameTime, this);
     else
         turning_.stop();
 }

@@ -13,7 +13,7 @@ namespace {
 constexpr int smallButton = 32;
 constexpr int largeButton = TransportRow::rowHeight;
 constexpr int buttonGap = 8;
-constexpr int gap = 12;
+constexpr int itemGap = 12;
 
 }  // namespace
 
@@ -66,7 +66,7 @@ void TransportRow::resizeEvent(QResizeEvent* /*event*/) {
 void TransportRow::arrange() {
     const int left = arrangeLeft();
     const int right = arrangeRight();
-    arrangeMiddle(left + gap, right - gap);
+    arrangeMiddle(left + itemGap, right - itemGap);
 }
 
 int TransportRow::arrangeLeft() {
@@ -87,7 +87,7 @@ int TransportRow::arrangeRight() {
         const auto size = pill_->sizeHint();
         x -= size.width();
         pill_->setGeometry(x, (height() - size.height()) / 2, size.width(), size.height());
-        x -= gap;
+        x -= itemGap;
     }
     x -= speed_->sizeHint().width();
     speed_->setGeometry(x, 0, speed_->sizeHint().width(), height());

@@ -20,7 +20,7 @@ const auto watcherName = QStringLiteral("org.kde.StatusNotifierWatcher");
 const auto watcherPath = QStringLiteral("/StatusNotifierWatcher");
 
 // A panel that has just come needs a moment before it takes icons.
-constexpr auto settleTime = 200ms;
+constexpr auto hostSettleTime = 200ms;
 // At the start of a session the panel may come after us.
 constexpr auto patienceTime = 5s;
 constexpr auto longestPatience = 10min;
@@ -39,7 +39,7 @@ bool hasEmbedder() {
 TrayHost::TrayHost(const QDBusConnection& bus)
     : bus_(bus), watcher_(watcherName, bus, QDBusServiceWatcher::WatchForRegistration) {
     settling_.setSingleShot(true);
-    settling_.setInterval(settleTime);
+    settling_.setInterval(hostSettleTime);
     patience_.setSingleShot(true);
     patience_.setInterval(patienceTime);
     connect(&settling_, &QTimer::timeout, this, &TrayHost::ask);

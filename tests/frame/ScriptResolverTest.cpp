@@ -14,7 +14,7 @@ using test::TempDir;
 using test::TempHome;
 using test::writeFile;
 
-std::string makeFile(const std::string& path, fs::perms mode = fs::perms::owner_read) {
+std::string makeScript(const std::string& path, fs::perms mode = fs::perms::owner_read) {
     fs::create_directories(fs::path(path).parent_path());
     writeFile(path, "x");
     fs::permissions(path, mode);
@@ -34,11 +34,11 @@ struct Installation {
 
 TEST(ScriptResolver, TriesTheBundleThenTheHomeThenTheRepository) {
     const Installation at;
-    makeFile(at.inRepository);
+    makeScript(at.inRepository);
     EXPECT_EQ(at.inRepository, ScriptResolver::resolve("tts.js", at.bundle, at.home));
-    makeFile(at.inHome);
+    makeScript(at.inHome);
     EXPECT_EQ(at.inHome, ScriptResolver::resolve("tts.js", at.bundle, at.home));
-    makeFile(at.inBundle);
+    makeScript(at.inBundle);
     EXPECT_EQ(at.inBundle, ScriptResolver::resolve("tts.js", at.bundle, at.home));
 }
 
@@ -58,7 +58,7 @@ TEST(ScriptResolver, SaysEveryPathThatItTried) {
 
 TEST(ScriptResolver, WithoutABundleOnlyTheHomeIsTried) {
     const Installation at;
-    makeFile(at.inBundle);
+    makeScript(at.inBundle);
     try {
         ScriptResolver::resolve("tts.js", Bundle{}, at.home);
         FAIL() << "looked into a bundle that there isn't";
@@ -69,8 +69,8 @@ TEST(ScriptResolver, WithoutABundleOnlyTheHomeIsTried) {
 
 TEST(ScriptResolver, FindsTheScriptsOfThisUser) {
     const TempHome home;
-    const std::string kokoro = makeFile(home.shared() + "/tts_kokoro.py");
-    const std::string ttsJs = makeFile(home.shared() + "/tts.js");
+    const std::string kokoro = makeScript(home.shared() + "/tts_kokoro.py");
+    const std::string ttsJs = makeScript(home.shared() + "/tts.js");
     EXPECT_TRUE(fs::exists(ScriptResolver::kokoroScript()));
     EXPECT_TRUE(ScriptResolver::kokoroScript().ends_with("/tts_kokoro.py"));
     EXPECT_TRUE(fs::exists(ScriptResolver::ttsJsScript()));
@@ -80,7 +80,7 @@ TEST(ScriptResolver, FindsTheScriptsOfThisUser) {
 TEST(ScriptResolver, BundledUvMustBeExecutable) {
     const Installation at;
     EXPECT_EQ(std::nullopt, ScriptResolver::bundledUv(at.bundle));
-    const std::string uv = makeFile(at.bundle.resourceDirectory + "/bin/uv");
+    const std::string uv = makeScript(at.bundle.resourceDirectory + "/bin/uv");
     EXPECT_EQ(std::nullopt, ScriptResolver::bundledUv(at.bundle));
     fs::permissions(uv, fs::perms::owner_all);
     EXPECT_EQ(uv, ScriptResolver::bundledUv(at.bundle));

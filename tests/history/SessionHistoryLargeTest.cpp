@@ -61,7 +61,7 @@ std::vector<std::string> ids(const std::vector<HistoryMessage>& messages) {
     return result;
 }
 
-using Ids = std::vector<std::string>;
+using PageIds = std::vector<std::string>;
 
 class SessionHistoryLargeTest : public testing::Test {
   protected:
@@ -89,8 +89,8 @@ TEST_F(SessionHistoryLargeTest, ALineOfSixtyMegabytesIsReadInPiecesAndJoinedOnce
     writeAround(test::userLine(std::string(longLine, 'x')));
     auto history = open(1024);
     const double start = processorSeconds();
-    EXPECT_EQ(ids(history.loadOlder(3)), (Ids{"new2", "new1", "old2"}));
-    EXPECT_EQ(ids(history.loadOlder(3)), (Ids{"old1"}));
+    EXPECT_EQ(ids(history.loadOlder(3)), (PageIds{"new2", "new1", "old2"}));
+    EXPECT_EQ(ids(history.loadOlder(3)), (PageIds{"old1"}));
     EXPECT_LT(processorSeconds() - start, 20);
     EXPECT_TRUE(history.isExhausted());
 }
@@ -98,9 +98,9 @@ TEST_F(SessionHistoryLargeTest, ALineOfSixtyMegabytesIsReadInPiecesAndJoinedOnce
 TEST_F(SessionHistoryLargeTest, MemoryFallsBackAfterALongLine) {
     writeAround(test::userLine(std::string(longLine, 'x')));
     auto history = open(SessionHistory::defaultChunkBytes);
-    EXPECT_EQ(ids(history.loadOlder(2)), (Ids{"new2", "new1"}));
+    EXPECT_EQ(ids(history.loadOlder(2)), (PageIds{"new2", "new1"}));
     const auto before = allocated();
-    EXPECT_EQ(ids(history.loadOlder(2)), (Ids{"old2", "old1"}));
+    EXPECT_EQ(ids(history.loadOlder(2)), (PageIds{"old2", "old1"}));
     EXPECT_LT(allocated(), before + mega);
 }
 
@@ -111,11 +111,11 @@ TEST_F(SessionHistoryLargeTest, AReplyOfSixtyMegabytesIsHandedOutWhole) {
     const auto before = allocated();
     {
         const auto page = history.loadOlder(4);
-        ASSERT_EQ(ids(page), (Ids{"new2", "new1", "long", "old2"}));
+        ASSERT_EQ(ids(page), (PageIds{"new2", "new1", "long", "old2"}));
         EXPECT_EQ(page[2].text.size(), longLine);
     }
     EXPECT_LT(allocated(), before + longLine + mega);
-    EXPECT_EQ(ids(history.loadOlder(4)), (Ids{"old1"}));
+    EXPECT_EQ(ids(history.loadOlder(4)), (PageIds{"old1"}));
 }
 
 TEST_F(SessionHistoryLargeTest, TheLastPageOfTwoHundredMegabytesReadsLittle) {

@@ -12,10 +12,10 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto patience = MessageHistoryQueue::patience;
+constexpr auto pagePatience = MessageHistoryQueue::patience;
 /// Two waits would take twice the patience, none takes nothing.
-constexpr auto oneWait = patience * 3 / 2;
-constexpr auto noWait = patience / 2;
+constexpr auto oneWait = pagePatience * 3 / 2;
+constexpr auto noWait = pagePatience / 2;
 
 /// With a transcript whose reading the test holds up.
 class SlowTranscriptTest : public QueueTest {
@@ -44,7 +44,7 @@ class SlowTranscriptTest : public QueueTest {
     void expectOneWait(Body body) {
         const auto start = Clock::now();
         EXPECT_LE(Asleep::during(body), oneWait);
-        EXPECT_GE(Clock::now() - start, patience);
+        EXPECT_GE(Clock::now() - start, pagePatience);
     }
     template <typename Body>
     void expectNoWait(Body body) {
@@ -248,7 +248,7 @@ TEST_F(LongSlowTranscriptTest, ASkipEveryTwentyMillisecondsOverColdMessages) {
         const auto slept =
             Asleep::during([&] { outcome = back ? queue_.smartPrevious() : queue_.smartNext(); });
         if (waits) {
-            EXPECT_GE(Clock::now() - start, patience) << "step " << step;
+            EXPECT_GE(Clock::now() - start, pagePatience) << "step " << step;
         }
         ASSERT_LE(slept, waits ? oneWait : noWait) << "step " << step;
         ASSERT_EQ(resolved(outcome), idAt(index, known)) << "step " << step;

@@ -7,13 +7,12 @@ namespace {
 
 using AiderChat::isWrittenSo;
 using AiderChat::messageOf;
-using AiderChat::read;
 
 const std::string session = "\n# aider chat started at 2026-05-03 07:59:00\n\n> Aider v0.86.1  \n";
 
 std::vector<std::string> repliesIn(const std::string& text) {
     std::vector<std::string> replies;
-    for (const auto& reply : read(text, 0).replies) replies.push_back(reply.text);
+    for (const auto& reply : AiderChat::read(text, 0).replies) replies.push_back(reply.text);
     return replies;
 }
 using Texts = std::vector<std::string>;
@@ -83,7 +82,7 @@ TEST(AiderChatReplies, LoseNothingToAReportWithoutAnEnd) {
 
 TEST(AiderChatReplies, AreEndedByTheUsersNextLine) {
     const std::string ended = "#### go  \nFirst.\n> tool  \nSecond.\n\n#### next  \n";
-    const auto found = read(ended + "\nThird.\n> tool  \nFourth.\n", 0);
+    const auto found = AiderChat::read(ended + "\nThird.\n> tool  \nFourth.\n", 0);
     EXPECT_EQ(found.replies.size(), 4U);
     EXPECT_EQ(found.ended, 2U);
     EXPECT_EQ(found.turn, ended.size());
@@ -91,15 +90,15 @@ TEST(AiderChatReplies, AreEndedByTheUsersNextLine) {
 
 TEST(AiderChatReplies, SayWhereTheyStand) {
     const std::string before = "#### go  \n\n";
-    const auto found = read(before + "  Done.\n", 1000);
+    const auto found = AiderChat::read(before + "  Done.\n", 1000);
     ASSERT_EQ(found.replies.size(), 1U);
     EXPECT_EQ(found.replies[0].position, 1000 + static_cast<std::int64_t>(before.size()));
 }
 
 TEST(AiderChatReplies, GoOnInALineThatBeganBefore) {
-    EXPECT_EQ(read("# fix it\nDone.\n", 9, "###").replies.front().text, "Done.");
-    EXPECT_EQ(read(" tool\nDone.\n", 9, ">").replies.front().text, "Done.");
-    EXPECT_EQ(read("#### not mine\nDone.\n", 9, "He said ").replies.front().text,
+    EXPECT_EQ(AiderChat::read("# fix it\nDone.\n", 9, "###").replies.front().text, "Done.");
+    EXPECT_EQ(AiderChat::read(" tool\nDone.\n", 9, ">").replies.front().text, "Done.");
+    EXPECT_EQ(AiderChat::read("#### not mine\nDone.\n", 9, "He said ").replies.front().text,
               "#### not mine\nDone.");
 }
 
@@ -115,7 +114,7 @@ TEST(AiderChatReplies, MayEndInALineThatIsToBecomeAnother) {
 }
 
 TEST(AiderChatIds, TellSameWordsInTwoPlacesApart) {
-    const auto found = read("#### go  \nDone.\n\n#### again  \nDone.\n", 0);
+    const auto found = AiderChat::read("#### go  \nDone.\n\n#### again  \nDone.\n", 0);
     ASSERT_EQ(found.replies.size(), 2U);
     EXPECT_NE(messageOf(found.replies[0]).messageId, messageOf(found.replies[1]).messageId);
     EXPECT_NE(messageOf({7, "Done."}).messageId, messageOf({7, "Other."}).messageId);

@@ -12,8 +12,8 @@
 namespace sonra {
 namespace {
 
-constexpr std::size_t step = 1000;
-const TailOffset start = TailOffset::byte(0);
+constexpr std::size_t growth = 1000;
+const TailOffset chatStart = TailOffset::byte(0);
 
 /// Follows files that are never quiet, or always.
 AiderChatReader chatReader(bool isQuiet) {
@@ -23,14 +23,14 @@ AiderChatReader chatReader(bool isQuiet) {
 }
 
 /// The file as aider might have written it: a thousand bytes at a time, looked at after each.
-std::vector<HistoryMessage> readGrowing(const std::string& path) {
+std::vector<HistoryMessage> readGrowingChat(const std::string& path) {
     const std::string content = test::readFile(path);
     const test::TempDir dir;
     std::ofstream growing(dir / "growing.md", std::ios::binary);
     std::vector<HistoryMessage> messages;
-    TailOffset cursor = start;
-    for (std::size_t at = 0; at < content.size(); at += step) {
-        growing << content.substr(at, step) << std::flush;
+    TailOffset cursor = chatStart;
+    for (std::size_t at = 0; at < content.size(); at += growth) {
+        growing << content.substr(at, growth) << std::flush;
         test::follow(chatReader(false), dir / "growing.md", cursor, messages);
     }
     test::follow(chatReader(true), dir / "growing.md", cursor, messages);
@@ -42,7 +42,7 @@ TEST(AiderGolden, MessagesOfRealTranscriptsAreTheKnownOnes) {
     if (files.empty()) GTEST_SKIP();
     Json found = Json::object();
     for (const auto& file : files)
-        found[file.name] = test::summaryOf(test::followed(chatReader(true), file.path, start));
+        found[file.name] = test::summaryOf(test::followed(chatReader(true), file.path, chatStart));
     test::expectGolden("aider.json", found);
 }
 
@@ -51,7 +51,7 @@ TEST(AiderGolden, RealTranscriptsHaveTodaysShape) {
     if (files.empty()) GTEST_SKIP();
     for (const auto& file : files) {
         EXPECT_TRUE(chatReader(true).recognises(file.path)) << file.name;
-        EXPECT_TRUE(test::followed(AiderReader(), file.path, start).empty()) << file.name;
+        EXPECT_TRUE(test::followed(AiderReader(), file.path, chatStart).empty()) << file.name;
     }
 }
 
@@ -60,9 +60,9 @@ TEST(AiderGolden, CutTranscriptsGiveTheMessagesOfWholeOnes) {
     if (files.empty()) GTEST_SKIP();
     std::size_t messages = 0;
     for (const auto& file : files) {
-        const auto whole = test::followed(chatReader(true), file.path, start);
+        const auto whole = test::followed(chatReader(true), file.path, chatStart);
         messages += whole.size();
-        EXPECT_EQ(readGrowing(file.path), whole) << file.name;
+        EXPECT_EQ(readGrowingChat(file.path), whole) << file.name;
     }
     EXPECT_GT(messages, 20U);
 }

@@ -37,12 +37,12 @@ class AiderReading : public testing::Test {
     AiderReader reader;
 };
 
-const TailOffset start = TailOffset::byte(0);
+const TailOffset fileStart = TailOffset::byte(0);
 
 TEST_F(AiderReading, TurnsWithTheSameBodyHaveTheirOwnIds) {
     write(preamble + turn("2026-05-03 08:00:00", "Applied edit to foo.py.") +
           turn("2026-05-03 08:05:00", "Applied edit to foo.py."));
-    const auto messages = messagesFrom(start);
+    const auto messages = messagesFrom(fileStart);
     ASSERT_EQ(messages.size(), 2U);
     EXPECT_EQ(messages[0].text, messages[1].text);
     EXPECT_EQ(messages[0].messageId, md5Prefix16("2026-05-03 08:00:00Applied edit to foo.py."));
@@ -51,7 +51,7 @@ TEST_F(AiderReading, TurnsWithTheSameBodyHaveTheirOwnIds) {
 
 TEST_F(AiderReading, YieldsNothingAtTheEndOfTheFile) {
     write(preamble + turn("2026-05-03 08:00:00", "Done."));
-    const auto end = reader.readSince(path, start).newOffset;
+    const auto end = reader.readSince(path, fileStart).newOffset;
     EXPECT_EQ(end, reader.initialOffset(path));
     expectNothing(end);
     expectNothing(TailOffset::byte(end.intValue() + 100));
@@ -59,7 +59,7 @@ TEST_F(AiderReading, YieldsNothingAtTheEndOfTheFile) {
 
 TEST_F(AiderReading, CutsOneRecordForEachSection) {
     write("# start\n#### 2026-05-03 08:00:00\n> go\n#### aider RESPONSE\nDone.");
-    const auto records = reader.readSince(path, start).records;
+    const auto records = reader.readSince(path, fileStart).records;
     const std::vector<TranscriptRecord> expected{
         TranscriptRecord::jsonl("# start"), TranscriptRecord::jsonl("2026-05-03 08:00:00\n> go"),
         TranscriptRecord::jsonl(" aider-ts:2026-05-03 08:00:00\naider RESPONSE\nDone.")};
@@ -68,14 +68,14 @@ TEST_F(AiderReading, CutsOneRecordForEachSection) {
 
 TEST_F(AiderReading, SkipsBlankSections) {
     write("\n#### \n#### \n \n#### aider response\nDone.\n#### ");
-    EXPECT_EQ(reader.readSince(path, start).records.size(), 1U);
-    EXPECT_EQ(messagesFrom(start).size(), 1U);
+    EXPECT_EQ(reader.readSince(path, fileStart).records.size(), 1U);
+    EXPECT_EQ(messagesFrom(fileStart).size(), 1U);
 }
 
 TEST_F(AiderReading, ConsumesALastSectionThatIsNotComplete) {
     write(preamble + "\n#### aider response\nHalf an ans");
-    EXPECT_EQ(messagesFrom(start).size(), 1U);
-    expectNothing(reader.readSince(path, start).newOffset);
+    EXPECT_EQ(messagesFrom(fileStart).size(), 1U);
+    expectNothing(reader.readSince(path, fileStart).newOffset);
 }
 
 TEST_F(AiderReading, ForgetsTheTimeOfATurnThatTheReadBegins) {
@@ -89,29 +89,29 @@ TEST_F(AiderReading, ForgetsTheTimeOfATurnThatTheReadBegins) {
 
 TEST_F(AiderReading, DropsAnAnswerWhoseHeaderBeginsTheRead) {
     write("#### aider response\nDone.\n");
-    EXPECT_TRUE(messagesFrom(start).empty());
+    EXPECT_TRUE(messagesFrom(fileStart).empty());
 }
 
 TEST_F(AiderReading, LeavesACharacterThatIsStillBeingWritten) {
     const std::string whole = preamble + "\n#### aider response\nFertig …";
     write(whole.substr(0, whole.size() - 1));
-    const auto reading = reader.readSince(path, start);
+    const auto reading = reader.readSince(path, fileStart);
     EXPECT_EQ(reading.newOffset.intValue(), static_cast<std::int64_t>(whole.size() - 3));
-    ASSERT_EQ(messagesFrom(start).size(), 1U);
-    EXPECT_EQ(messagesFrom(start)[0].text, "Fertig");
+    ASSERT_EQ(messagesFrom(fileStart).size(), 1U);
+    EXPECT_EQ(messagesFrom(fileStart)[0].text, "Fertig");
 }
 
 TEST_F(AiderReading, StaysBeforeBytesThatAreNotUtf8) {
     write(preamble + "\n#### aider response\nDone \xFF.\n");
-    expectNothing(start);
+    expectNothing(fileStart);
 }
 
 TEST_F(AiderReading, YieldsNothingOfWhatIsNoFile) {
-    EXPECT_EQ(reader.initialOffset(path), start);
-    expectNothing(start);
+    EXPECT_EQ(reader.initialOffset(path), fileStart);
+    expectNothing(fileStart);
     expectNothing(TailOffset::byte(7));
     ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
-    expectNothing(start);
+    expectNothing(fileStart);
 }
 
 TEST(AiderTimestampHeader, IsExactlyATime) {

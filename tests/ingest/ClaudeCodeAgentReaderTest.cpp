@@ -10,7 +10,7 @@
 namespace sonra {
 namespace {
 
-const std::string line =
+const std::string agentLine =
     R"({"type":"assistant","uuid":"u","message":{"content":[{"type":"text","text":"Found it."}]}})"
     "\n";
 
@@ -28,12 +28,12 @@ TEST(ClaudeCodeAgentReader, ASubAgentsFileIsNeverNarrated) {
     std::filesystem::create_directories(dir / "0a1b/subagents");
     const auto* reader = LiveTailReaderRegistry::reader("claude-code");
     for (const auto* name : {"agent-1.jsonl", "0a1b/subagents/agent-2.jsonl"}) {
-        test::writeFile(dir / name, line);
+        test::writeFile(dir / name, agentLine);
         const auto reading = reader->readSince(dir / name, TailOffset::byte(0));
         EXPECT_TRUE(reading.records.empty()) << name;
-        EXPECT_EQ(reading.newOffset, TailOffset::byte(static_cast<std::int64_t>(line.size())));
+        EXPECT_EQ(reading.newOffset, TailOffset::byte(static_cast<std::int64_t>(agentLine.size())));
     }
-    test::writeFile(dir / "0a1b.jsonl", line);
+    test::writeFile(dir / "0a1b.jsonl", agentLine);
     EXPECT_EQ(reader->readSince(dir / "0a1b.jsonl", TailOffset::byte(0)).records.size(), 1U);
 }
 

@@ -15,7 +15,7 @@ namespace sonra {
 namespace {
 
 const std::string goldenPath = SONRA_SOURCE_DIR "/tests/ingest/golden/claude-code.json";
-constexpr std::size_t step = 1000;
+constexpr std::size_t growthStep = 1000;
 
 bool isUpdating() {
     return !environmentValue("SONRA_UPDATE_GOLDEN").empty();
@@ -58,8 +58,8 @@ std::vector<HistoryMessage> readGrowing(const std::string& path) {
     std::ofstream growing(dir / "growing.jsonl", std::ios::binary);
     std::vector<HistoryMessage> messages;
     TailOffset cursor = TailOffset::byte(0);
-    for (std::size_t at = 0; at < content.size(); at += step) {
-        growing << content.substr(at, step) << std::flush;
+    for (std::size_t at = 0; at < content.size(); at += growthStep) {
+        growing << content.substr(at, growthStep) << std::flush;
         follow(dir / "growing.jsonl", cursor, messages);
     }
     return messages;

@@ -16,7 +16,7 @@ std::string textOf(const std::string& line) {
     return message ? message->text : "(absent)";
 }
 
-std::string assistantLine(const std::string& content, const std::string& more = "") {
+std::string messageLine(const std::string& content, const std::string& more = "") {
     return R"({"type":"assistant","uuid":"u-1")" + more + R"(,"message":{"id":"m-1","content":)" +
            content + "}}";
 }
@@ -25,7 +25,7 @@ const std::string hello = R"([{"type":"text","text":"Hello."}])";
 
 TEST(ClaudeCodeParser, ReadsAnAssistantLine) {
     const auto message =
-        parseLine(assistantLine(hello, R"(,"timestamp":"2026-05-01T10:00:00.250Z")"));
+        parseLine(messageLine(hello, R"(,"timestamp":"2026-05-01T10:00:00.250Z")"));
     ASSERT_TRUE(message.has_value());
     EXPECT_EQ(message->messageId, "u-1");
     EXPECT_EQ(message->text, "Hello.");
@@ -33,9 +33,9 @@ TEST(ClaudeCodeParser, ReadsAnAssistantLine) {
 }
 
 TEST(ClaudeCodeParser, GivesTheMomentOf1970WithoutATimestamp) {
-    EXPECT_EQ(parseLine(assistantLine(hello))->timestamp, Timestamp{});
-    EXPECT_EQ(parseLine(assistantLine(hello, R"(,"timestamp":"soon")"))->timestamp, Timestamp{});
-    EXPECT_EQ(parseLine(assistantLine(hello, R"(,"timestamp":12)"))->timestamp, Timestamp{});
+    EXPECT_EQ(parseLine(messageLine(hello))->timestamp, Timestamp{});
+    EXPECT_EQ(parseLine(messageLine(hello, R"(,"timestamp":"soon")"))->timestamp, Timestamp{});
+    EXPECT_EQ(parseLine(messageLine(hello, R"(,"timestamp":12)"))->timestamp, Timestamp{});
 }
 
 class LineWithoutAMessage : public testing::TestWithParam<std::string> {};
@@ -46,12 +46,12 @@ TEST_P(LineWithoutAMessage, IsAbsent) {
 
 INSTANTIATE_TEST_SUITE_P(NotJson, LineWithoutAMessage,
                          testing::Values("", " ", "not json", "{\"type\":\"assistant\"",
-                                         assistantLine(hello) + "x",
-                                         assistantLine("[{\"type\":\"text\",\"text\":\"\xFF\"}]")));
+                                         messageLine(hello) + "x",
+                                         messageLine("[{\"type\":\"text\",\"text\":\"\xFF\"}]")));
 
 INSTANTIATE_TEST_SUITE_P(NotAnObject, LineWithoutAMessage,
                          testing::Values("null", "12", "\"assistant\"", "true",
-                                         "[" + assistantLine(hello) + "]"));
+                                         "[" + messageLine(hello) + "]"));
 
 INSTANTIATE_TEST_SUITE_P(
     OtherTypes, LineWithoutAMessage,
@@ -67,32 +67,32 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(R"({"type":"assistant"})", R"({"type":"assistant","message":"Hi."})",
                     R"({"type":"assistant","message":{"id":"m"}})",
                     R"({"type":"assistant","message":[{"type":"text","text":"Hi."}]})",
-                    assistantLine(R"("Hi.")"), assistantLine("null"), assistantLine("{}"),
-                    assistantLine("[]"), assistantLine(R"(["Hi."])"),
-                    assistantLine(R"([{"type":"text","text":"Hi."},"Hi."])"),
-                    assistantLine(R"([{"type":"text","text":"Hi."},null])")));
+                    messageLine(R"("Hi.")"), messageLine("null"), messageLine("{}"),
+                    messageLine("[]"), messageLine(R"(["Hi."])"),
+                    messageLine(R"([{"type":"text","text":"Hi."},"Hi."])"),
+                    messageLine(R"([{"type":"text","text":"Hi."},null])")));
 
 INSTANTIATE_TEST_SUITE_P(
     NoText, LineWithoutAMessage,
-    testing::Values(assistantLine(R"([{"type":"tool_use","name":"Bash","input":{}}])"),
-                    assistantLine(R"([{"type":"thinking","text":"Hm."}])"),
-                    assistantLine(R"([{"text":"Hi."}])"), assistantLine(R"([{"type":"text"}])"),
-                    assistantLine(R"([{"type":"text","text":5}])"),
-                    assistantLine(R"([{"type":"text","text":""}])"),
-                    assistantLine(R"([{"type":"text","text":" \n\t\u00a0\u2028"}])")));
+    testing::Values(messageLine(R"([{"type":"tool_use","name":"Bash","input":{}}])"),
+                    messageLine(R"([{"type":"thinking","text":"Hm."}])"),
+                    messageLine(R"([{"text":"Hi."}])"), messageLine(R"([{"type":"text"}])"),
+                    messageLine(R"([{"type":"text","text":5}])"),
+                    messageLine(R"([{"type":"text","text":""}])"),
+                    messageLine(R"([{"type":"text","text":" \n\t\u00a0\u2028"}])")));
 
 TEST(ClaudeCodeParser, DropsTheTurnsOfSubAgents) {
-    EXPECT_EQ(textOf(assistantLine(hello, R"(,"isSidechain":true)")), "(absent)");
+    EXPECT_EQ(textOf(messageLine(hello, R"(,"isSidechain":true)")), "(absent)");
 }
 
 TEST(ClaudeCodeParser, PassesWhateverIsNotASidechain) {
     for (const auto* value : {"false", "null", "1", "\"true\"", "[true]"})
-        EXPECT_EQ(textOf(assistantLine(hello, R"(,"isSidechain":)" + std::string(value))), "Hello.")
+        EXPECT_EQ(textOf(messageLine(hello, R"(,"isSidechain":)" + std::string(value))), "Hello.")
             << value;
 }
 
 TEST(ClaudeCodeParser, TakesOnlyTheTextsOfAMixedReply) {
-    EXPECT_EQ(textOf(assistantLine(
+    EXPECT_EQ(textOf(messageLine(
                   R"([{"type":"thinking","thinking":"Hm."},{"type":"text","text":"Done."},)"
                   R"({"type":"tool_use","id":"t","name":"Bash","input":{"text":"ls"}}])")),
               "Done.");
@@ -100,15 +100,14 @@ TEST(ClaudeCodeParser, TakesOnlyTheTextsOfAMixedReply) {
 
 TEST(ClaudeCodeParser, JoinsTwoTextsWithOneLineFeed) {
     EXPECT_EQ(
-        textOf(assistantLine(R"([{"type":"text","text":"One."},{"type":"text","text":"Two."}])")),
+        textOf(messageLine(R"([{"type":"text","text":"One."},{"type":"text","text":"Two."}])")),
         "One.\nTwo.");
 }
 
 TEST(ClaudeCodeParser, TrimsTheJoinedTextOnlyAtItsEnds) {
-    EXPECT_EQ(
-        textOf(assistantLine(R"([{"type":"text","text":""},{"type":"text","text":"\n One. "},)"
-                             R"({"type":"text","text":"\tTwo.\u00a0\r\n"}])")),
-        "One. \n\tTwo.");
+    EXPECT_EQ(textOf(messageLine(R"([{"type":"text","text":""},{"type":"text","text":"\n One. "},)"
+                                 R"({"type":"text","text":"\tTwo.\u00a0\r\n"}])")),
+              "One. \n\tTwo.");
 }
 
 TEST(ClaudeCodeParser, TakesTheMessagesIdWithoutAUuid) {
@@ -125,18 +124,18 @@ TEST(ClaudeCodeParser, LeavesTheIdEmptyWithNeither) {
 }
 
 TEST(ClaudeCodeParser, KeepsAReplyWithALoneSurrogate) {
-    EXPECT_EQ(textOf(assistantLine(R"([{"type":"text","text":"A \ud83d B"}])")), "A \uFFFD B");
+    EXPECT_EQ(textOf(messageLine(R"([{"type":"text","text":"A \ud83d B"}])")), "A \uFFFD B");
 }
 
 TEST(ClaudeCodeParser, TakesTheLastOfDuplicateKeys) {
-    EXPECT_EQ(textOf(R"({"type":"user",)" + assistantLine(hello).substr(1)), "Hello.");
+    EXPECT_EQ(textOf(R"({"type":"user",)" + messageLine(hello).substr(1)), "Hello.");
 }
 
 TEST(ClaudeCodeParser, TakesADecodedObjectAsItIs) {
     const ClaudeCodeParser parser;
-    const auto object = json::parse(assistantLine(hello));
+    const auto object = json::parse(messageLine(hello));
     const auto message = parser.parse(TranscriptRecord::jsonObject(*object));
-    EXPECT_EQ(message, parseLine(assistantLine(hello)));
+    EXPECT_EQ(message, parseLine(messageLine(hello)));
     EXPECT_FALSE(parser.parse(TranscriptRecord::jsonObject(Json::array({1}))).has_value());
     EXPECT_FALSE(parser.parse(TranscriptRecord::jsonObject(Json())).has_value());
 }

@@ -7,30 +7,30 @@
 namespace sonra {
 namespace {
 
-std::string message(const std::string& content, const std::string& more = "") {
+std::string clineMessage(const std::string& content, const std::string& more = "") {
     return R"({"role":"assistant","content":)" + content + more + "}";
 }
 
-std::optional<HistoryMessage> parse(const std::string& object) {
+std::optional<HistoryMessage> parseCline(const std::string& object) {
     return ClineParser().parse(TranscriptRecord::jsonl(object));
 }
 
-std::string textOf(const std::string& object) {
-    const auto parsed = parse(object);
+std::string clineText(const std::string& object) {
+    const auto parsed = parseCline(object);
     return parsed ? parsed->text : "(absent)";
 }
 
 TEST(ClineParser, HashesTimeAndTextToTheKnownIds) {
     const std::string content = R"("<thinking>plan</thinking>First message after attach.")";
-    EXPECT_EQ(textOf(message(content)), "First message after attach.");
-    EXPECT_EQ(parse(message(content, R"(,"ts":2000)"))->messageId, "1084219ef7ab62e2");
-    EXPECT_EQ(parse(message(content))->messageId, "6bc9f45bce018919");
+    EXPECT_EQ(clineText(clineMessage(content)), "First message after attach.");
+    EXPECT_EQ(parseCline(clineMessage(content, R"(,"ts":2000)"))->messageId, "1084219ef7ab62e2");
+    EXPECT_EQ(parseCline(clineMessage(content))->messageId, "6bc9f45bce018919");
 }
 
 TEST(ClineParser, MessagesWithoutATimeAreBothNarratedUnderIdsOfTheirOwn) {
     const std::string common(64, 'x');
-    const auto one = parse(message("\"" + common + " one\""));
-    const auto two = parse(message("\"Another " + common + "\""));
+    const auto one = parseCline(clineMessage("\"" + common + " one\""));
+    const auto two = parseCline(clineMessage("\"Another " + common + "\""));
     EXPECT_EQ(one->messageId, md5Prefix16(common));
     EXPECT_EQ(two->messageId, md5Prefix16("Another " + common.substr(0, 56)));
     EXPECT_EQ(one->timestamp, Timestamp{});
@@ -39,13 +39,13 @@ TEST(ClineParser, MessagesWithoutATimeAreBothNarratedUnderIdsOfTheirOwn) {
 TEST(ClineParser, HashesTheFirst64CharactersNotBytes) {
     std::string text;
     for (int i = 0; i < 70; ++i) text += "é";
-    EXPECT_EQ(parse(message("\"" + text + "\""))->messageId,
+    EXPECT_EQ(parseCline(clineMessage("\"" + text + "\""))->messageId,
               md5Prefix16(std::string_view(text).substr(0, 128)));
 }
 
 TEST(ClineParser, WritesTheTimeAsJavaScriptDoes) {
     const auto idWith = [](const std::string& ts) {
-        return parse(message(R"("Hi.")", R"(,"ts":)" + ts))->messageId;
+        return parseCline(clineMessage(R"("Hi.")", R"(,"ts":)" + ts))->messageId;
     };
     EXPECT_EQ(idWith("1783376868634"), md5Prefix16("1783376868634Hi."));
     EXPECT_EQ(idWith("2000.0"), md5Prefix16("2000Hi."));
@@ -58,30 +58,31 @@ TEST(ClineParser, WritesTheTimeAsJavaScriptDoes) {
 
 TEST(ClineParser, TakesAResultOutOfItsTags) {
     EXPECT_EQ(
-        textOf(message(
+        clineText(clineMessage(
             R"("<attempt_completion><result>A newer turn arrives.</result></attempt_completion>")")),
         "A newer turn arrives.");
 }
 
 TEST(ClineParser, ATextOfNothingButCallsIsAbsent) {
-    EXPECT_EQ(
-        textOf(message(R"("<thinking>plan</thinking>\n<read_file><path>a</path></read_file>")")),
-        "(absent)");
+    EXPECT_EQ(clineText(clineMessage(
+                  R"("<thinking>plan</thinking>\n<read_file><path>a</path></read_file>")")),
+              "(absent)");
 }
 
 TEST(ClineParser, CollectsTheTextsOfAnArrayAndCollapsesWhiteSpace) {
-    EXPECT_EQ(textOf(message(R"([{"type":"text","text":" One.\n\n  Two."},{"type":"tool_use"},)"
-                             R"("loose",{"text":"Three.\u00a0\u2003"}])")),
-              "One. Two. Three.");
+    EXPECT_EQ(
+        clineText(clineMessage(R"([{"type":"text","text":" One.\n\n  Two."},{"type":"tool_use"},)"
+                               R"("loose",{"text":"Three.\u00a0\u2003"}])")),
+        "One. Two. Three.");
 }
 
 TEST(ClineParser, OtherMessagesAreAbsent) {
-    EXPECT_EQ(textOf(R"({"role":"user","content":"Hi."})"), "(absent)");
-    EXPECT_EQ(textOf(R"({"content":"Hi."})"), "(absent)");
-    EXPECT_EQ(textOf(R"({"role":"assistant","text":"Hi."})"), "(absent)");
-    EXPECT_EQ(textOf(message(R"(" \n ")")), "(absent)");
-    EXPECT_EQ(textOf(message("{}")), "(absent)");
-    EXPECT_EQ(textOf(message("[]")), "(absent)");
+    EXPECT_EQ(clineText(R"({"role":"user","content":"Hi."})"), "(absent)");
+    EXPECT_EQ(clineText(R"({"content":"Hi."})"), "(absent)");
+    EXPECT_EQ(clineText(R"({"role":"assistant","text":"Hi."})"), "(absent)");
+    EXPECT_EQ(clineText(clineMessage(R"(" \n ")")), "(absent)");
+    EXPECT_EQ(clineText(clineMessage("{}")), "(absent)");
+    EXPECT_EQ(clineText(clineMessage("[]")), "(absent)");
 }
 
 class ClineReading : public testing::Test {
@@ -104,11 +105,11 @@ class ClineReading : public testing::Test {
 };
 
 TEST_F(ClineReading, YieldsTheMessagesBehindTheCursor) {
-    write({user, message(R"("One.")")});
+    write({user, clineMessage(R"("One.")")});
     const auto end = reader.initialOffset(path);
     EXPECT_EQ(end, TailOffset::messageIndex(2));
     expectNothing(end);
-    write({user, message(R"("One.")"), user, message(R"("Two.")")});
+    write({user, clineMessage(R"("One.")"), user, clineMessage(R"("Two.")")});
     const auto reading = reader.readSince(path, end);
     ASSERT_EQ(reading.records.size(), 2U);
     EXPECT_FALSE(reader.parser().parse(reading.records[0]).has_value());
@@ -121,7 +122,7 @@ TEST_F(ClineReading, AnArrayThatShrankIsWaitedForUntilItIsLonger) {
     expectNothing(TailOffset::messageIndex(4));
     write({user, user, user, user});
     expectNothing(TailOffset::messageIndex(4));
-    write({user, user, user, user, message(R"("Five.")")});
+    write({user, user, user, user, clineMessage(R"("Five.")")});
     EXPECT_EQ(reader.readSince(path, TailOffset::messageIndex(4)).records.size(), 1U);
 }
 

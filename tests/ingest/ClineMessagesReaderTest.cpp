@@ -10,7 +10,7 @@ namespace sonra {
 namespace {
 
 const std::string user = R"({"id":"u","role":"user","content":[{"type":"text","text":"Please."}]})";
-const std::string reply =
+const std::string clineReply =
     R"({"id":"a","role":"assistant","ts":1783376873493,"content":[{"type":"thinking","thinking":"Hm."},{"type":"text","text":"Done."},{"type":"tool_use"}]})";
 
 class ClineMessages : public testing::Test {
@@ -29,7 +29,7 @@ TEST_F(ClineMessages, AreReadBehindTheCursor) {
     const auto end = reader.initialOffset(path);
     EXPECT_EQ(end, TailOffset::messageIndex(1));
     EXPECT_TRUE(reader.readSince(path, end).records.empty());
-    write(user + "," + reply);
+    write(user + "," + clineReply);
     const auto reading = reader.readSince(path, end);
     ASSERT_EQ(reading.records.size(), 1U);
     const auto message = reader.parser().parse(reading.records[0]);
@@ -62,7 +62,7 @@ TEST_F(ClineMessages, WhatIsNoArrayOfObjectsIsNothing) {
 }
 
 TEST_F(ClineMessages, AreFollowedUnderTheAgentsOwnName) {
-    write(user + "," + reply);
+    write(user + "," + clineReply);
     const auto* registered = LiveTailReaderRegistry::reader("cline");
     const auto reading = registered->readSince(path, TailOffset::messageIndex(0));
     ASSERT_EQ(reading.records.size(), 2U);

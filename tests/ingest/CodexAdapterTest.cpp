@@ -7,54 +7,54 @@
 namespace sonra {
 namespace {
 
-const std::string noon = "2026-05-02T09:09:00.000Z";
+const std::string replyTime = "2026-05-02T09:09:00.000Z";
 
-std::string replyLine(const std::string& content, const std::string& timestamp = noon) {
+std::string replyLine(const std::string& content, const std::string& timestamp = replyTime) {
     return R"({"type":"response_item","timestamp":")" + timestamp +
            R"(","payload":{"type":"message","role":"assistant","content":)" + content + "}}";
 }
 
-std::string saying(const std::string& text, const std::string& timestamp = noon) {
+std::string saying(const std::string& text, const std::string& timestamp = replyTime) {
     return replyLine(R"([{"type":"output_text","text":")" + text + R"("}])", timestamp);
 }
 
-std::optional<HistoryMessage> parse(const std::string& line) {
+std::optional<HistoryMessage> parseCodex(const std::string& line) {
     return CodexParser().parse(TranscriptRecord::jsonl(line));
 }
 
 TEST(CodexParser, ReadsAnAssistantsMessage) {
-    const auto message = parse(saying("Late reply."));
+    const auto message = parseCodex(saying("Late reply."));
     ASSERT_TRUE(message.has_value());
     EXPECT_EQ(message->text, "Late reply.");
-    EXPECT_EQ(message->messageId, md5Prefix16("Late reply." + noon));
+    EXPECT_EQ(message->messageId, md5Prefix16("Late reply." + replyTime));
     EXPECT_EQ(message->timestamp.time_since_epoch(), std::chrono::milliseconds(1777712940000));
 }
 
 TEST(CodexParser, AnIdIs16LowerCaseHexadecimalDigits) {
-    const auto id = parse(saying("Late reply."))->messageId;
+    const auto id = parseCodex(saying("Late reply."))->messageId;
     EXPECT_EQ(id.size(), 16U);
     EXPECT_EQ(id.find_first_not_of("0123456789abcdef"), std::string::npos);
 }
 
 TEST(CodexParser, SameTextAtAnotherTimeHasAnotherId) {
-    const auto one = parse(saying("Done."));
-    const auto two = parse(saying("Done.", "2026-05-02T09:10:00.000Z"));
+    const auto one = parseCodex(saying("Done."));
+    const auto two = parseCodex(saying("Done.", "2026-05-02T09:10:00.000Z"));
     EXPECT_EQ(one->text, two->text);
     EXPECT_NE(one->messageId, two->messageId);
 }
 
 TEST(CodexParser, MakesTheIdOfTheWordsBeforeTheyAreTrimmed) {
-    const auto message = parse(saying("  Done.\\n"));
+    const auto message = parseCodex(saying("  Done.\\n"));
     EXPECT_EQ(message->text, "Done.");
-    EXPECT_EQ(message->messageId, md5Prefix16("  Done.\n" + noon));
+    EXPECT_EQ(message->messageId, md5Prefix16("  Done.\n" + replyTime));
 }
 
 TEST(CodexParser, MakesTheIdOfTheWordsAloneWithoutATimeThatIsAText) {
     for (const std::string time : {"", R"("timestamp":12,)", R"("timestamp":null,)"}) {
         const auto message =
-            parse("{" + time +
-                  R"("type":"response_item","payload":{"type":"message","role":"assistant",)"
-                  R"("content":[{"type":"output_text","text":"Hi."}]}})");
+            parseCodex("{" + time +
+                       R"("type":"response_item","payload":{"type":"message","role":"assistant",)"
+                       R"("content":[{"type":"output_text","text":"Hi."}]}})");
         ASSERT_TRUE(message.has_value()) << time;
         EXPECT_EQ(message->messageId, md5Prefix16("Hi.")) << time;
         EXPECT_EQ(message->timestamp, Timestamp{}) << time;
@@ -62,9 +62,9 @@ TEST(CodexParser, MakesTheIdOfTheWordsAloneWithoutATimeThatIsAText) {
 }
 
 TEST(CodexParser, JoinsTextsWithOneLineFeedAndPassesOverOthers) {
-    EXPECT_EQ(parse(replyLine(R"([{"type":"output_text","text":"One."},)"
-                              R"({"type":"refusal","text":"No."},{"type":"output_text"},)"
-                              R"({"type":"output_text","text":"Two."}])"))
+    EXPECT_EQ(parseCodex(replyLine(R"([{"type":"output_text","text":"One."},)"
+                                   R"({"type":"refusal","text":"No."},{"type":"output_text"},)"
+                                   R"({"type":"output_text","text":"Two."}])"))
                   ->text,
               "One.\nTwo.");
 }
@@ -72,7 +72,7 @@ TEST(CodexParser, JoinsTextsWithOneLineFeedAndPassesOverOthers) {
 class CodexLineWithoutAMessage : public testing::TestWithParam<std::string> {};
 
 TEST_P(CodexLineWithoutAMessage, IsAbsent) {
-    EXPECT_FALSE(parse(GetParam()).has_value());
+    EXPECT_FALSE(parseCodex(GetParam()).has_value());
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -7,57 +7,59 @@
 namespace sonra {
 namespace {
 
-const std::string noon = "2026-05-03T08:09:00.000Z";
+const std::string geminiNoon = "2026-05-03T08:09:00.000Z";
 
 std::string element(const std::string& content, const std::string& id = "") {
     return "{" + (id.empty() ? "" : R"("id":")" + id + R"(",)") +
            R"("type":"gemini","timestamp":")" + noon + R"(","content":)" + content + "}";
 }
 
-std::optional<HistoryMessage> parse(const std::string& line) {
+std::optional<HistoryMessage> parseGemini(const std::string& line) {
     return GeminiParser().parse(TranscriptRecord::jsonl(line));
 }
 
-std::string textOf(const std::string& line) {
-    const auto message = parse(line);
+std::string geminiText(const std::string& line) {
+    const auto message = parseGemini(line);
     return message ? message->text : "(absent)";
 }
 
 TEST(GeminiParser, HashesTextAndTimeWhereThereIsNoId) {
-    const auto message = parse(element(R"(" Late reply. ")"));
+    const auto message = parseGemini(element(R"(" Late reply. ")"));
     ASSERT_TRUE(message.has_value());
     EXPECT_EQ(message->text, "Late reply.");
-    EXPECT_EQ(message->messageId, md5Prefix16("Late reply." + noon));
+    EXPECT_EQ(message->messageId, md5Prefix16("Late reply." + geminiNoon));
     EXPECT_EQ(message->timestamp.time_since_epoch(), std::chrono::milliseconds(1777795740000));
 }
 
 TEST(GeminiParser, KeepsAnIdThatIsATextAndNotEmpty) {
-    EXPECT_EQ(parse(element(R"("Hi.")", "g-1"))->messageId, "g-1");
+    EXPECT_EQ(parseGemini(element(R"("Hi.")", "g-1"))->messageId, "g-1");
     const auto hashed = md5Prefix16("Hi.");
-    EXPECT_EQ(parse(R"({"id":"","type":"gemini","content":"Hi."})")->messageId, hashed);
-    EXPECT_EQ(parse(R"({"id":5,"type":"gemini","content":"Hi."})")->messageId, hashed);
+    EXPECT_EQ(parseGemini(R"({"id":"","type":"gemini","content":"Hi."})")->messageId, hashed);
+    EXPECT_EQ(parseGemini(R"({"id":5,"type":"gemini","content":"Hi."})")->messageId, hashed);
 }
 
 TEST(GeminiParser, CollectsTheTextsOfAnArrayWhateverTheirType) {
-    EXPECT_EQ(textOf(element(R"([{"text":"One."},"loose",{"type":"x","text":"Two."},{"text":3}])")),
-              "One.\nTwo.");
+    EXPECT_EQ(
+        geminiText(element(R"([{"text":"One."},"loose",{"type":"x","text":"Two."},{"text":3}])")),
+        "One.\nTwo.");
 }
 
 TEST(GeminiParser, TakesTheTopLevelTextWithoutContent) {
-    EXPECT_EQ(textOf(R"({"type":"gemini","text":"Hi."})"), "Hi.");
-    EXPECT_EQ(textOf(R"({"type":"gemini","content":{"a":1},"text":"Hi."})"), "Hi.");
+    EXPECT_EQ(geminiText(R"({"type":"gemini","text":"Hi."})"), "Hi.");
+    EXPECT_EQ(geminiText(R"({"type":"gemini","content":{"a":1},"text":"Hi."})"), "Hi.");
 }
 
 TEST(GeminiParser, FirstPlaceThatAppliesDecidesEvenIfItIsEmpty) {
-    EXPECT_EQ(textOf(R"({"type":"gemini","content":"","text":"Hi."})"), "(absent)");
-    EXPECT_EQ(textOf(R"({"type":"gemini","content":[],"text":"Hi."})"), "(absent)");
+    EXPECT_EQ(geminiText(R"({"type":"gemini","content":"","text":"Hi."})"), "(absent)");
+    EXPECT_EQ(geminiText(R"({"type":"gemini","content":[],"text":"Hi."})"), "(absent)");
 }
 
 TEST(GeminiParser, OtherTypesAreAbsent) {
     for (const auto* type : {"user", "info", "error", "Gemini"})
-        EXPECT_EQ(textOf(R"({"type":")" + std::string(type) + R"(","content":"Hi."})"), "(absent)");
-    EXPECT_EQ(textOf(R"({"$set":{"lastUpdated":"now"}})"), "(absent)");
-    EXPECT_EQ(textOf(R"({"content":"Hi."})"), "(absent)");
+        EXPECT_EQ(geminiText(R"({"type":")" + std::string(type) + R"(","content":"Hi."})"),
+                  "(absent)");
+    EXPECT_EQ(geminiText(R"({"$set":{"lastUpdated":"now"}})"), "(absent)");
+    EXPECT_EQ(geminiText(R"({"content":"Hi."})"), "(absent)");
 }
 
 class GeminiReading : public testing::Test {

@@ -13,12 +13,12 @@ const std::string header =
 const std::string touched = R"({"$set":{"lastUpdated":"2026-04-23T12:53:02.597Z"}})"
                             "\n";
 
-std::string reply(const std::string& id, const std::string& text) {
+std::string geminiReply(const std::string& id, const std::string& text) {
     return R"({"id":")" + id + R"(","timestamp":"2026-04-23T12:53:11.257Z","type":"gemini",)" +
            R"("content":")" + text + "\"}\n";
 }
 
-std::string userLine(const std::string& id) {
+std::string geminiUserLine(const std::string& id) {
     return R"({"id":")" + id + R"(","type":"user","content":[{"text":"Please."}]})" + "\n";
 }
 
@@ -59,49 +59,49 @@ class GeminiLines : public testing::Test {
 };
 
 TEST_F(GeminiLines, AReplyIsFinalWhenAnotherMessageFollows) {
-    expectSaid(header + reply("a", "One.") + touched, {});
-    expectSaid(userLine("u"), {"One."});
-    expectSaid(reply("b", "Two.") + reply("c", "Three."), {"Two."});
+    expectSaid(header + geminiReply("a", "One.") + touched, {});
+    expectSaid(geminiUserLine("u"), {"One."});
+    expectSaid(geminiReply("b", "Two.") + geminiReply("c", "Three."), {"Two."});
 }
 
 TEST_F(GeminiLines, AReplyIsFinalAfterQuiet) {
-    expectSaid(header + reply("a", "One."), {});
+    expectSaid(header + geminiReply("a", "One."), {});
     expectSaidAfterQuiet({"One."});
     EXPECT_EQ(cursor, reader.initialOffset(path));
     expectSaidNow({});
 }
 
 TEST_F(GeminiLines, ARepeatedIdReplacesTheEarlierMessageAndIsSaidOnce) {
-    expectSaid(header + reply("a", "") + touched, {});
-    expectSaid(reply("a", "One.") + touched, {});
-    expectSaid(reply("a", "One and a half.") + touched, {});
+    expectSaid(header + geminiReply("a", "") + touched, {});
+    expectSaid(geminiReply("a", "One.") + touched, {});
+    expectSaid(geminiReply("a", "One and a half.") + touched, {});
     expectSaidAfterQuiet({"One and a half."});
 }
 
 TEST_F(GeminiLines, CursorWaitsInFrontOfAReplyThatMayChange) {
-    expectSaid(header + userLine("u"), {});
+    expectSaid(header + geminiUserLine("u"), {});
     const auto before = cursor;
     EXPECT_EQ(before, reader.initialOffset(path));
-    expectSaid(reply("a", "One."), {});
+    expectSaid(geminiReply("a", "One."), {});
     EXPECT_EQ(cursor, before);
 }
 
 TEST_F(GeminiLines, ARewindTakesBackTheReplyThatWaits) {
-    expectSaid(header + userLine("u") + reply("a", "One."), {});
+    expectSaid(header + geminiUserLine("u") + geminiReply("a", "One."), {});
     expectSaid(rewindTo("u"), {});
     expectSaidAfterQuiet({});
-    expectSaid(userLine("v") + reply("b", "Two."), {});
+    expectSaid(geminiUserLine("v") + geminiReply("b", "Two."), {});
     expectSaidAfterQuiet({"Two."});
 }
 
 TEST_F(GeminiLines, ASetOfMessagesReplacesTheReplyThatWaits) {
-    expectSaid(header + reply("a", "One."), {});
+    expectSaid(header + geminiReply("a", "One."), {});
     expectSaid(R"({"$set":{"messages":[{"id":"z","type":"gemini","content":"Old."},)"
                R"({"id":"a","type":"gemini","content":"Better."}]}})"
                "\n",
                {});
     expectSaidAfterQuiet({"Better."});
-    expectSaid(reply("b", "Two."), {});
+    expectSaid(geminiReply("b", "Two."), {});
     expectSaid(R"({"$set":{"messages":[]}})"
                "\n",
                {});
@@ -113,15 +113,16 @@ TEST_F(GeminiLines, AReplyWithoutAnIdCanNotChangeAndIsFinalAtOnce) {
 }
 
 TEST_F(GeminiLines, LinesThatAreNoMessagesEndNothing) {
-    expectSaid(header + reply("a", "One."), {});
+    expectSaid(header + geminiReply("a", "One."), {});
     expectSaid("nonsense\n7\n[]\n{}\n{\"$other\":1}\n" + touched, {});
     expectSaidAfterQuiet({"One."});
 }
 
 TEST_F(GeminiLines, TheSameIsSaidHoweverTheFileGrows) {
-    const std::string all = header + userLine("u") + reply("a", "") + touched + reply("a", "One.") +
-                            touched + reply("b", "Two.") + reply("c", "Gone.") + rewindTo("c") +
-                            reply("d", "Four.") + userLine("w");
+    const std::string all = header + geminiUserLine("u") + geminiReply("a", "") + touched +
+                            geminiReply("a", "One.") + touched + geminiReply("b", "Two.") +
+                            geminiReply("c", "Gone.") + rewindTo("c") + geminiReply("d", "Four.") +
+                            geminiUserLine("w");
     std::vector<std::string> said;
     for (std::size_t at = 0; at < all.size(); at += 7) {
         test::appendFile(path, all.substr(at, 7));
@@ -136,9 +137,9 @@ TEST_F(GeminiLines, TheSameIsSaidHoweverTheFileGrows) {
 
 TEST_F(GeminiLines, AreRecognisedByTheHeaderOrAChange) {
     EXPECT_TRUE(recognises(header));
-    EXPECT_TRUE(recognises(reply("a", "One.") + touched));
-    EXPECT_TRUE(recognises(reply("a", "One.") + rewindTo("a")));
-    EXPECT_FALSE(recognises(reply("a", "One.") + userLine("u")));
+    EXPECT_TRUE(recognises(geminiReply("a", "One.") + touched));
+    EXPECT_TRUE(recognises(geminiReply("a", "One.") + rewindTo("a")));
+    EXPECT_FALSE(recognises(geminiReply("a", "One.") + geminiUserLine("u")));
     EXPECT_FALSE(recognises(""));
     EXPECT_FALSE(recognises(header.substr(0, 40)));
     EXPECT_FALSE(recognises("nonsense\n"));

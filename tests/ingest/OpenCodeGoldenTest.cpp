@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const TailOffset start = TailOffset::unixMs(0);
+const TailOffset storeStart = TailOffset::unixMs(0);
 
 /// The directories of messages, by the name of each session.
 std::map<std::string, std::string> sessions() {
@@ -48,8 +48,8 @@ TEST(OpenCodeGolden, MessagesOfRealTreesAreTheKnownOnes) {
     Json found = Json::object();
     for (const auto& [session, dir] : dirs) {
         EXPECT_TRUE(reader.recognises(dir)) << session;
-        EXPECT_TRUE(test::followed(OpenCodeReader(), dir, start).empty()) << session;
-        found[session] = test::summaryOf(sorted(test::followed(reader, dir, start)));
+        EXPECT_TRUE(test::followed(OpenCodeReader(), dir, storeStart).empty()) << session;
+        found[session] = test::summaryOf(sorted(test::followed(reader, dir, storeStart)));
     }
     test::expectGolden("opencode-tree.json", found);
 }
@@ -66,10 +66,11 @@ TEST(OpenCodeGolden, MessagesOfARealStoreAreTheKnownOnes) {
     Json found = Json::object();
     std::size_t alike = 0;
     for (const auto& [session, tree] : dirs) {
-        const auto messages = test::followed(reader, copy + "#" + session, start);
+        const auto messages = test::followed(reader, copy + "#" + session, storeStart);
         if (messages.empty()) continue;
         found[session] = test::summaryOf(messages);
-        EXPECT_EQ(sorted(messages), sorted(test::followed(OpenCodePartsReader(), tree, start)));
+        EXPECT_EQ(sorted(messages),
+                  sorted(test::followed(OpenCodePartsReader(), tree, storeStart)));
         ++alike;
     }
     EXPECT_GE(alike, 5U) << "the store holds what the trees hold";

@@ -6,22 +6,22 @@
 namespace sonra {
 namespace {
 
-std::string line(const std::string& id, const std::string& content,
-                 const std::string& role = "assistant") {
+std::string piLine(const std::string& id, const std::string& content,
+                   const std::string& role = "assistant") {
     return R"({"type":"message","id":")" + id +
            R"(","parentId":null,"timestamp":"2026-06-04T07:20:00.000Z","message":{"id":"inner",)"
            R"("role":")" +
            role + R"(","content":)" + content + "}}";
 }
 
-const std::string hello = R"([{"type":"text","text":"Hello."}])";
+const std::string helloContent = R"([{"type":"text","text":"Hello."}])";
 
-std::optional<HistoryMessage> parse(const std::string& text) {
+std::optional<HistoryMessage> parsePi(const std::string& text) {
     return PiParser().parse(TranscriptRecord::jsonl(text));
 }
 
 TEST(PiParser, TakesTheIdOfTheRecordNotTheOneInsideTheMessage) {
-    const auto message = parse(line("deadbeef", hello));
+    const auto message = parsePi(piLine("deadbeef", helloContent));
     ASSERT_TRUE(message.has_value());
     EXPECT_EQ(message->messageId, "deadbeef");
     EXPECT_EQ(message->text, "Hello.");
@@ -30,23 +30,24 @@ TEST(PiParser, TakesTheIdOfTheRecordNotTheOneInsideTheMessage) {
 
 TEST(PiParser, LeavesTheIdEmptyWhereTheRecordHasNone) {
     const std::string rest =
-        R"("message":{"id":"inner","role":"assistant","content":)" + hello + "}}";
-    EXPECT_EQ(parse(R"({"type":"message",)" + rest)->messageId, "");
-    EXPECT_EQ(parse(R"({"type":"message","id":7,)" + rest)->messageId, "");
+        R"("message":{"id":"inner","role":"assistant","content":)" + helloContent + "}}";
+    EXPECT_EQ(parsePi(R"({"type":"message",)" + rest)->messageId, "");
+    EXPECT_EQ(parsePi(R"({"type":"message","id":7,)" + rest)->messageId, "");
 }
 
 TEST(PiParser, JoinsTextsAndPassesOverThinkingAndCalls) {
-    EXPECT_EQ(parse(line("a", R"([{"type":"thinking","thinking":"Hm.","text":"Hm."},)"
-                              R"({"type":"text","text":" One."},{"type":"toolCall","name":"bash"},)"
-                              R"({"type":"text","text":"Two.\n"}])"))
-                  ->text,
-              "One.\nTwo.");
+    EXPECT_EQ(
+        parsePi(piLine("a", R"([{"type":"thinking","thinking":"Hm.","text":"Hm."},)"
+                            R"({"type":"text","text":" One."},{"type":"toolCall","name":"bash"},)"
+                            R"({"type":"text","text":"Two.\n"}])"))
+            ->text,
+        "One.\nTwo.");
 }
 
 class PiLineWithoutAMessage : public testing::TestWithParam<std::string> {};
 
 TEST_P(PiLineWithoutAMessage, IsAbsent) {
-    EXPECT_FALSE(parse(GetParam()).has_value());
+    EXPECT_FALSE(parsePi(GetParam()).has_value());
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, PiLineWithoutAMessage,
@@ -55,17 +56,18 @@ INSTANTIATE_TEST_SUITE_P(Lines, PiLineWithoutAMessage,
                                          R"({"type":"message","id":"a"})",
                                          R"({"type":"message","id":"a","message":"Hi."})",
                                          R"({"type":"compaction","id":"a","summary":"Hi."})",
-                                         line("a", hello, "user"), line("a", hello, "toolResult"),
-                                         line("a", R"("Hello.")"), line("a", "[]"),
-                                         line("a", R"([{"type":"text","text":"\t"}])"),
-                                         line("a", R"([{"type":"text","text":"Hello."},null])"),
+                                         piLine("a", helloContent, "user"),
+                                         piLine("a", helloContent, "toolResult"),
+                                         piLine("a", R"("Hello.")"), piLine("a", "[]"),
+                                         piLine("a", R"([{"type":"text","text":"\t"}])"),
+                                         piLine("a", R"([{"type":"text","text":"Hello."},null])"),
                                          // Two records on a line are no record.
-                                         line("a", hello) + line("b", hello)));
+                                         piLine("a", helloContent) + piLine("b", helloContent)));
 
 TEST(PiReader, APartialLineFreezesTheCursorUntilItIsComplete) {
     const test::TempDir dir;
     const std::string path = dir / "session.jsonl";
-    const std::string whole = line("deadbeef", hello);
+    const std::string whole = piLine("deadbeef", helloContent);
     const PiReader reader;
     test::writeFile(path, whole.substr(0, 60));
     const auto before = reader.readSince(path, TailOffset::byte(0));
@@ -80,7 +82,7 @@ TEST(PiReader, APartialLineFreezesTheCursorUntilItIsComplete) {
 
 TEST(PiReader, AnOffsetPastTheEndYieldsNothing) {
     const test::TempDir dir;
-    test::writeFile(dir / "session.jsonl", line("a", hello) + "\n");
+    test::writeFile(dir / "session.jsonl", piLine("a", helloContent) + "\n");
     const auto far = TailOffset::byte(100000);
     const auto reading = PiReader().readSince(dir / "session.jsonl", far);
     EXPECT_TRUE(reading.records.empty());

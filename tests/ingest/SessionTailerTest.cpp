@@ -22,7 +22,7 @@ using test::assistantLine;
 using test::userLine;
 using test::writeFile;
 
-constexpr FileEvents written{.written = true};
+constexpr FileEvents bytesWritten{.written = true};
 constexpr FileEvents renamed{.renamed = true};
 constexpr FileEvents removed{.removed = true};
 
@@ -91,7 +91,7 @@ TEST_F(SessionTailerTest, DeliversOneAppendedAssistantLineOnce) {
     writeFile(path, assistantLine("old", "An older reply."));
     auto& followed = started();
     appendFile(path, assistantLine("u-1", "A new reply."));
-    EXPECT_EQ(watcher.fire(path, written), 1);
+    EXPECT_EQ(watcher.fire(path, bytesWritten), 1);
     EXPECT_EQ(heard, Texts{"u-1: A new reply."});
     EXPECT_EQ(sessions.front(), "session-1");
     EXPECT_EQ(followed.offset(), end());
@@ -117,7 +117,7 @@ TEST_F(SessionTailerTest, AUserLineAndAnAssistantLineTogetherAreOneDelivery) {
     writeFile(path, "");
     started();
     appendFile(path, userLine("A question?") + assistantLine("u-1", "An answer."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, Texts{"u-1: An answer."});
 }
 
@@ -125,7 +125,7 @@ TEST_F(SessionTailerTest, DeliversInTheOrderOfTheFile) {
     writeFile(path, "");
     started();
     appendFile(path, assistantLine("u-1", "One.") + assistantLine("u-2", "Two."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, (Texts{"u-1: One.", "u-2: Two."}));
 }
 
@@ -133,7 +133,7 @@ TEST_F(SessionTailerTest, AFileTruncatedAndRewrittenShorterIsReadFromItsStart) {
     writeFile(path, assistantLine("old", std::string(500, 'o')));
     auto& followed = started();
     writeFile(path, assistantLine("u-1", "Short."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, Texts{"u-1: Short."});
     EXPECT_EQ(followed.offset(), end());
 }
@@ -146,13 +146,13 @@ TEST_F(SessionTailerTest, ALineThatComesInHalvesIsDeliveredOnceWhenItIsWhole) {
     for (std::size_t cut = 1; cut < line.size(); cut += 17) {
         fs::resize_file(path, static_cast<std::uintmax_t>(before.intValue()));
         appendFile(path, line.substr(0, cut));
-        watcher.fire(path, written);
+        watcher.fire(path, bytesWritten);
         EXPECT_TRUE(heard.empty()) << cut;
         EXPECT_EQ(followed.offset(), before) << cut;
     }
     fs::resize_file(path, static_cast<std::uintmax_t>(before.intValue()));
     appendFile(path, line);
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     loop.advance(750ms);
     EXPECT_EQ(heard, Texts{"u-1: Grüße in two halves."});
 }
@@ -162,7 +162,7 @@ TEST_F(SessionTailerTest, AfterStopNothingIsDelivered) {
     auto& followed = started();
     followed.stop();
     appendFile(path, assistantLine("u-1", "Too late."));
-    EXPECT_EQ(watcher.fire(path, written), 0);
+    EXPECT_EQ(watcher.fire(path, bytesWritten), 0);
     watcher.fireStale({.written = true, .renamed = true, .removed = true});
     loop.advance(5s);
     EXPECT_TRUE(heard.empty());
@@ -176,7 +176,7 @@ TEST_F(SessionTailerTest, DestructionStops) {
     started();
     tailer.reset();
     appendFile(path, assistantLine("u-1", "Too late."));
-    watcher.fireStale(written);
+    watcher.fireStale(bytesWritten);
     EXPECT_TRUE(heard.empty());
     EXPECT_EQ(loop.armedTimers(), 0U);
     EXPECT_TRUE(watcher.armed().empty());
@@ -227,7 +227,7 @@ TEST_F(SessionTailerTest, ARotatedFileIsFollowedUnderTheOldName) {
     writeFile(path, assistantLine("u-1", "New."));
     watcher.fire(path, renamed);
     appendFile(path, assistantLine("u-2", "Newer."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, (Texts{"u-1: New.", "u-2: Newer."}));
 }
 
@@ -343,7 +343,7 @@ TEST_F(SessionTailerTest, TheCursorIsReportedAfterEachTickWithTheSessionsId) {
     appendFile(path, assistantLine("u-1", "More."));
     std::size_t reportsBeforeSink = 0;
     onSink = [&] { reportsBeforeSink = persisted.size(); };
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(persisted.back(), end());
     EXPECT_EQ(reportsBeforeSink, 2U);
 }
@@ -354,7 +354,7 @@ TEST_F(SessionTailerTest, AMessageWithoutAnIdIsDropped) {
     const std::string content = R"("content":[{"type":"text","text":"Nameless."}])";
     appendFile(path, R"({"type":"assistant","message":{)" + content + "}}\n");
     appendFile(path, "broken {\n" + assistantLine("u-1", "Named."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, Texts{"u-1: Named."});
 }
 
@@ -366,7 +366,7 @@ TEST_F(SessionTailerTest, TheCursorMovesBeforeTheDelivery) {
         EXPECT_EQ(followed.offset(), end());
         followed.tickNow();
     };
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard.size(), 1U);
 }
 
@@ -393,7 +393,7 @@ TEST_F(SessionTailerTest, AStoppedTailerKeepsItsCursorAndChoosesItAfreshWhenStar
     loop.advance(750ms);
     EXPECT_TRUE(heard.empty());
     appendFile(path, assistantLine("u-2", "Running again."));
-    watcher.fire(path, written);
+    watcher.fire(path, bytesWritten);
     EXPECT_EQ(heard, Texts{"u-2: Running again."});
 }
 

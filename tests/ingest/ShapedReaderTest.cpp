@@ -86,12 +86,12 @@ class ShapedReading : public testing::Test {
     std::unique_ptr<ShapedReader> reader = shaped<CodexReader>(DoublingReader(&looks));
 };
 
-const std::string reply =
+const std::string openCodeReply =
     R"({"type":"response_item","payload":{"type":"message","role":"assistant","content":[{"type":"output_text","text":"Hello."}]}})"
     "\n";
 
 TEST_F(ShapedReading, OriginalShapeIsReadAsIfItsReaderWereAlone) {
-    test::writeFile(path, reply + "{\"line\":\"x\"}\n" + reply + "partial");
+    test::writeFile(path, openCodeReply + "{\"line\":\"x\"}\n" + openCodeReply + "partial");
     const CodexReader alone;
     const auto start = TailOffset::byte(0);
     EXPECT_EQ(reader->readSince(path, start).records, alone.readSince(path, start).records);

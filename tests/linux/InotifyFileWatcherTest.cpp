@@ -21,7 +21,7 @@ using test::appendFile;
 using test::writeFile;
 
 /// What one watch has been told so far.
-struct Reports {
+struct FileReports {
     int calls = 0;
     FileEvents all;
 
@@ -46,7 +46,7 @@ class InotifyFileWatcherTest : public testing::Test {
     /// been.
     void settle() {
         const auto path = makeFile("settle-" + std::to_string(++settled_));
-        Reports marker;
+        FileReports marker;
         const auto watch = watcher->watch(path, marker.callback());
         appendFile(path, "x");
         ASSERT_TRUE(loop.runUntil([&] { return marker.calls > 0; }));
@@ -65,7 +65,7 @@ class InotifyFileWatcherTest : public testing::Test {
     test::TempDir dir;
     test::PollLoop loop;
     std::unique_ptr<InotifyFileWatcher> watcher = std::make_unique<InotifyFileWatcher>(loop);
-    Reports reports;
+    FileReports reports;
 
   private:
     int settled_ = 0;
@@ -274,7 +274,7 @@ TEST_F(InotifyFileWatcherTest, AWatchArmedAnewInACallbackSeesTheNextChange) {
 TEST_F(InotifyFileWatcherTest, TwoWatchesOfOneFileEndIndependently) {
     const auto path = makeFile("a");
     fs::create_symlink(path, dir / "link");
-    Reports other;
+    FileReports other;
     auto first = watcher->watch(path, reports.callback());
     const auto second = watcher->watch(dir / "link", other.callback());
     appendFile(path, "two\n");
@@ -297,7 +297,7 @@ TEST_F(InotifyFileWatcherTest, ReportsLostEventsToEveryWatchAsRenamed) {
     std::size_t queueLength = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> queueLength;
     ASSERT_GT(queueLength, 0U);
-    Reports idle;
+    FileReports idle;
     const auto path = makeFile("a");
     const auto watch = watcher->watch(path, reports.callback());
     const auto idleWatch = watcher->watch(makeFile("idle"), idle.callback());

@@ -35,7 +35,7 @@ void writeAs(const std::string& path, int format, int rate, int channels,
     sf_close(file);
 }
 
-struct FormatCase {
+struct DecodedFormat {
     const char* name;
     int format;
     int rate;
@@ -43,11 +43,11 @@ struct FormatCase {
     float tolerance;
 };
 
-void PrintTo(const FormatCase& row, std::ostream* out) {
+void PrintTo(const DecodedFormat& row, std::ostream* out) {
     *out << row.name;
 }
 
-class SoundFileFormats : public testing::TestWithParam<FormatCase> {};
+class SoundFileFormats : public testing::TestWithParam<DecodedFormat> {};
 
 TEST_P(SoundFileFormats, IsDecoded) {
     const auto& row = GetParam();
@@ -68,19 +68,19 @@ TEST_P(SoundFileFormats, IsDecoded) {
 INSTANTIATE_TEST_SUITE_P(
     Rows, SoundFileFormats,
     testing::Values(
-        FormatCase{"8 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 8'000, 1, 0.02F},
-        FormatCase{"16 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 22'050, 1, 0.0001F},
-        FormatCase{"16 bit stereo", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44'100, 2, 0.0001F},
-        FormatCase{"24 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48'000, 1, 0.0001F},
-        FormatCase{"32 bit four channels", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 96'000, 4, 0.0001F},
-        FormatCase{"float", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 24'000, 1, 0},
-        FormatCase{"double stereo", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 24'000, 2, 0},
-        FormatCase{"mu-law", SF_FORMAT_WAV | SF_FORMAT_ULAW, 8'000, 1, 0.03F},
-        FormatCase{"extensible", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 48'000, 2, 0.0001F},
-        FormatCase{"AIFF", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 44'100, 1, 0.0001F},
-        FormatCase{"FLAC", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44'100, 1, 0.0001F},
-        FormatCase{"fastest", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 384'000, 1, 0.0001F},
-        FormatCase{"slowest", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1'000, 1, 0.0001F}));
+        DecodedFormat{"8 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 8'000, 1, 0.02F},
+        DecodedFormat{"16 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 22'050, 1, 0.0001F},
+        DecodedFormat{"16 bit stereo", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44'100, 2, 0.0001F},
+        DecodedFormat{"24 bit", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 48'000, 1, 0.0001F},
+        DecodedFormat{"32 bit four channels", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 96'000, 4, 0.0001F},
+        DecodedFormat{"float", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 24'000, 1, 0},
+        DecodedFormat{"double stereo", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 24'000, 2, 0},
+        DecodedFormat{"mu-law", SF_FORMAT_WAV | SF_FORMAT_ULAW, 8'000, 1, 0.03F},
+        DecodedFormat{"extensible", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 48'000, 2, 0.0001F},
+        DecodedFormat{"AIFF", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 44'100, 1, 0.0001F},
+        DecodedFormat{"FLAC", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44'100, 1, 0.0001F},
+        DecodedFormat{"fastest", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 384'000, 1, 0.0001F},
+        DecodedFormat{"slowest", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1'000, 1, 0.0001F}));
 
 TEST(SoundFileReader, SeeksAndReadsOn) {
     const test::TempDir dir;

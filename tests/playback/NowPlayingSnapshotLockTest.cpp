@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Writer = NowPlayingSnapshotWriter;
 
-Writer::Playback playing(double elapsed) {
+Writer::Playback playingAt(double elapsed) {
     return {Writer::State::playing, "m1", elapsed, 20, 0, 1};
 }
 
@@ -104,7 +104,7 @@ class NowPlayingSnapshotLockTest : public testing::Test {
 
 TEST_F(NowPlayingSnapshotLockTest, WaitsForALockThatAnotherThreadHolds) {
     ASSERT_TRUE(StateLock::tryAcquire(path_));
-    std::thread writing([this] { writer_.updatePlayback(playing(1)); });
+    std::thread writing([this] { writer_.updatePlayback(playingAt(1)); });
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(writer_.rev(), 0);
     EXPECT_FALSE(std::filesystem::exists(path_));
@@ -117,7 +117,7 @@ TEST_F(NowPlayingSnapshotLockTest, WaitsForALockThatAnotherThreadHolds) {
 TEST_F(NowPlayingSnapshotLockTest, WritesUnlockedAfterASecondOfAnotherProcessHoldingIt) {
     const LockHolder other(StateLock::lockPath(path_));
     const auto start = Clock::now();
-    writer_.updatePlayback(playing(1));
+    writer_.updatePlayback(playingAt(1));
     const auto waited = Clock::now() - start;
     EXPECT_GE(waited, 1s);
     EXPECT_LT(waited, 3s);
@@ -129,7 +129,7 @@ TEST_F(NowPlayingSnapshotLockTest, TakesOverFromAProcessThatWasKilledHoldingIt) 
     LockHolder other(StateLock::lockPath(path_));
     other.end();
     const auto start = Clock::now();
-    writer_.updatePlayback(playing(1));
+    writer_.updatePlayback(playingAt(1));
     EXPECT_LT(Clock::now() - start, 800ms);
     EXPECT_EQ(document()["rev"], 1);
     EXPECT_FALSE(std::filesystem::exists(StateLock::lockPath(path_)));

@@ -7,8 +7,8 @@
 namespace sonra {
 namespace {
 
-constexpr double now = 1'760'000'000;
-constexpr double old = now - 700'000;
+constexpr double searchTime = 1'760'000'000;
+constexpr double old = searchTime - 700'000;
 
 SessionMeta session(const std::string& id, const std::string& cwd, const std::string& prompt = "",
                     const std::string& snippet = "", double mtime = old) {
@@ -28,7 +28,7 @@ SessionSnapshot two() {
 
 std::vector<SearchHit> find(const SessionSnapshot& snapshot, std::string_view query,
                             const std::set<std::string>& attached = {}) {
-    return Searcher::search(snapshot, query, attached, now);
+    return Searcher::search(snapshot, query, attached, searchTime);
 }
 
 std::vector<SessionHit> sessionsOf(const std::vector<SearchHit>& hits) {
@@ -123,11 +123,11 @@ TEST(Searcher, RecentSessionsAreWorthMore) {
                    find(SessionSnapshot({session("x", "/tts", "", "", mtime)}), "project:tts"))[0]
             .score;
     };
-    EXPECT_EQ(scoreAt(now + 1000), 3);
-    EXPECT_EQ(scoreAt(now - 86399), 3);
-    EXPECT_EQ(scoreAt(now - 86400), 1);
-    EXPECT_EQ(scoreAt(now - 604799), 1);
-    EXPECT_EQ(scoreAt(now - 604800), 0);
+    EXPECT_EQ(scoreAt(searchTime + 1000), 3);
+    EXPECT_EQ(scoreAt(searchTime - 86399), 3);
+    EXPECT_EQ(scoreAt(searchTime - 86400), 1);
+    EXPECT_EQ(scoreAt(searchTime - 604799), 1);
+    EXPECT_EQ(scoreAt(searchTime - 604800), 0);
 }
 
 TEST(Searcher, TheClockIsTheSystemsByDefault) {

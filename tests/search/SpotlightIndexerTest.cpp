@@ -12,7 +12,7 @@ namespace {
 using Address = SpotlightIndexer::Address;
 using Calls = std::vector<std::string>;
 
-SessionMeta meta(const std::string& id, double mtime = 100) {
+SessionMeta metaOf(const std::string& id, double mtime = 100) {
     SessionMeta session;
     session.sessionId = id;
     session.cwd = "/src/tts";
@@ -30,7 +30,7 @@ class SpotlightIndexerTest : public testing::Test {
     SpotlightIndexerTest() {
         indexer->setCallbacks({
             .lookup = [](const auto& id) -> std::optional<SessionMeta> {
-                if (id == "known") return meta(id);
+                if (id == "known") return metaOf(id);
                 return std::nullopt;
             },
             .onAttach = [this](const auto& id,
@@ -64,7 +64,7 @@ class SpotlightIndexerTest : public testing::Test {
 };
 
 TEST_F(SpotlightIndexerTest, HandsOverEverySessionAsAnItem) {
-    reindex({meta("0123456789-a", 12.5), meta("b")});
+    reindex({metaOf("0123456789-a", 12.5), metaOf("b")});
     ASSERT_EQ(index.items.size(), 2U);
     const SearchableItem expected{
         .uniqueIdentifier = "tts://session/0123456789-a",
@@ -79,52 +79,52 @@ TEST_F(SpotlightIndexerTest, HandsOverEverySessionAsAnItem) {
 }
 
 TEST_F(SpotlightIndexerTest, ASessionIsHandedOverAgainOnlyIfItsFileChanged) {
-    reindex({meta("a"), meta("b")});
+    reindex({metaOf("a"), metaOf("b")});
     callsUpTo("index tts://session/a tts://session/b");
-    indexer->update(snapshot({meta("a"), meta("b")}));
-    indexer->update(snapshot({meta("a"), meta("b", 101), meta("c")}));
+    indexer->update(snapshot({metaOf("a"), metaOf("b")}));
+    indexer->update(snapshot({metaOf("a"), metaOf("b", 101), metaOf("c")}));
     // The first update asked for nothing.
     EXPECT_EQ(callsUpTo("index tts://session/b tts://session/c").size(), 1U);
-    indexer->update(snapshot({meta("a"), meta("b", 99), meta("c")}));
+    indexer->update(snapshot({metaOf("a"), metaOf("b", 99), metaOf("c")}));
     EXPECT_EQ(callsUpTo("index tts://session/b").size(), 1U);
 }
 
 TEST_F(SpotlightIndexerTest, SessionsThatHaveGoneAreTakenBack) {
-    reindex({meta("a"), meta("b")});
+    reindex({metaOf("a"), metaOf("b")});
     callsUpTo("index tts://session/a tts://session/b");
-    indexer->update(snapshot({meta("b")}));
+    indexer->update(snapshot({metaOf("b")}));
     EXPECT_EQ(callsUpTo("delete tts://session/a"), (Calls{"delete tts://session/a"}));
-    indexer->update(snapshot({meta("c")}));
+    indexer->update(snapshot({metaOf("c")}));
     EXPECT_EQ(callsUpTo("delete tts://session/b"),
               (Calls{"index tts://session/c", "delete tts://session/b"}));
 }
 
 TEST_F(SpotlightIndexerTest, AnUpdateBeforeTheDesktopHasAnsweredBuildsUponTheReindex) {
-    indexer->reindexAll(snapshot({meta("a"), meta("b")}));
-    indexer->update(snapshot({meta("b", 101)}));
+    indexer->reindexAll(snapshot({metaOf("a"), metaOf("b")}));
+    indexer->update(snapshot({metaOf("b", 101)}));
     EXPECT_EQ(callsUpTo("delete tts://session/a"),
               (Calls{"index tts://session/a tts://session/b", "index tts://session/b",
                      "delete tts://session/a"}));
     loop.runPosted();
-    indexer->update(snapshot({meta("b", 101), meta("c")}));
+    indexer->update(snapshot({metaOf("b", 101), metaOf("c")}));
     EXPECT_EQ(callsUpTo("index tts://session/c"), (Calls{"index tts://session/c"}));
 }
 
 TEST_F(SpotlightIndexerTest, AResetForgetsWhatWasHandedOver) {
-    reindex({meta("a"), meta("b")});
+    reindex({metaOf("a"), metaOf("b")});
     callsUpTo("index tts://session/a tts://session/b");
-    indexer->resetAndReindex(snapshot({meta("b")}));
+    indexer->resetAndReindex(snapshot({metaOf("b")}));
     EXPECT_EQ(callsUpTo("index tts://session/b"), (Calls{"delete all", "index tts://session/b"}));
     loop.runPosted();
     EXPECT_EQ(index.items.size(), 1U);
-    indexer->update(snapshot({meta("b"), meta("c")}));
+    indexer->update(snapshot({metaOf("b"), metaOf("c")}));
     EXPECT_EQ(callsUpTo("index tts://session/c").size(), 1U);
 }
 
 TEST_F(SpotlightIndexerTest, AnErrorOfReindexingIsSaid) {
     index.error = "no bus";
     testing::internal::CaptureStderr();
-    reindex({meta("a")});
+    reindex({metaOf("a")});
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "[spotlight] reindex error: no bus\n");
 }
 
@@ -134,7 +134,7 @@ TEST_F(SpotlightIndexerTest, WhatAnEarlierDesignLeftIsPurged) {
     SearchableItem legacy;
     legacy.domainIdentifier = "messages";
     index.items["tts://session/a/message/m"] = legacy;
-    reindex({meta("a")});
+    reindex({metaOf("a")});
     indexer->purgeLegacyMessageIndex();
     loop.runPosted();
     EXPECT_EQ(index.items.size(), 1U);
@@ -144,8 +144,8 @@ TEST_F(SpotlightIndexerTest, WhatAnEarlierDesignLeftIsPurged) {
 }
 
 TEST_F(SpotlightIndexerTest, NothingHappensOnceItHasGone) {
-    indexer->reindexAll(snapshot({meta("a")}));
-    indexer->resetAndReindex(snapshot({meta("a")}));
+    indexer->reindexAll(snapshot({metaOf("a")}));
+    indexer->resetAndReindex(snapshot({metaOf("a")}));
     EXPECT_TRUE(indexer->openFromURLString("tts://session/known"));
     indexer.reset();
     loop.runPosted();

@@ -25,12 +25,12 @@ using sonra::DiscoveredRow;
 using sonra::Look;
 using Picture = sonra::MenuBarController::Picture;
 
-constexpr int margin = 48;
+constexpr int menuMargin = 48;
 constexpr double nowMs = 1'780'000'000'000;
 constexpr double minuteMs = 60'000;
 constexpr auto snippet = "I moved the retry loop into its own function, so the tailer no longer";
 
-struct Shot {
+struct MenuShot {
     std::string name;
     std::function<void(Picture&)> prepare;
     std::string under = {};   ///< the row under the pointer; a submenu is open then
@@ -74,7 +74,7 @@ void haveSessions(Picture& picture) {
         found("a7b8c9d0-7", "blog", "pi", "كتابة مقدمة المقال الجديد", -1)};
 }
 
-void play(Picture& picture) {
+void playMessage(Picture& picture) {
     picture.isPlaying = true;
     picture.currentSnippet = snippet;
     picture.state.captions = true;
@@ -82,7 +82,7 @@ void play(Picture& picture) {
 }
 
 void haveMany(Picture& picture) {
-    play(picture);
+    playMessage(picture);
     const auto themes = sonra::HarnessTheme::all();
     for (std::size_t i = 2; i < 10; ++i)
         picture.sessions.push_back(attached("session" + std::to_string(i) + "-x",
@@ -96,20 +96,20 @@ void haveMany(Picture& picture) {
                                            20.0 * double(i + 1), i % 3 == 0 ? "feature/menu" : ""));
 }
 
-std::vector<Shot> allShots() {
+std::vector<MenuShot> allShots() {
     const auto idle = [](Picture&) {};
-    std::vector<Shot> shots;
+    std::vector<MenuShot> shots;
     shots.push_back({"idle", idle});
-    shots.push_back({"playing", play, "playPause"});
+    shots.push_back({"playing", playMessage, "playPause"});
     shots.push_back({"paused",
                      [](Picture& picture) {
-                         play(picture);
+                         playMessage(picture);
                          picture.state.paused = true;
                      },
                      "playPause"});
     shots.push_back({"muted",
                      [](Picture& picture) {
-                         play(picture);
+                         playMessage(picture);
                          picture.state.muted = true;
                      },
                      "mute"});
@@ -121,24 +121,24 @@ std::vector<Shot> allShots() {
     shots.push_back({"start-at-login",
                      [](Picture& picture) { picture.isLaunchAgentInstalled = true; }, "login"});
     shots.push_back({"odd-words", [](Picture& picture) {
-                         play(picture);
+                         playMessage(picture);
                          picture.currentSnippet = "أضفتُ R&D_notes <b>🚀</b>\nوالباقي کما هو 修正";
                      }});
     shots.push_back({"volume",
                      [](Picture& picture) {
-                         play(picture);
+                         playMessage(picture);
                          picture.state.volume = 70;
                      },
                      "volume", "80%"});
-    shots.push_back({"speed", play, "speed", "2x"});
-    shots.push_back({"sessions", play, "sessions", "detach:0b6f7f1d-aaaa"});
+    shots.push_back({"speed", playMessage, "speed", "2x"});
+    shots.push_back({"sessions", playMessage, "sessions", "detach:0b6f7f1d-aaaa"});
     shots.push_back({"sessions-none", idle, "sessions"});
     shots.push_back({"sessions-many", haveMany, "sessions"});
-    shots.push_back({"attach", play, "attach", "attach:b2c3d4e5-2"});
+    shots.push_back({"attach", playMessage, "attach", "attach:b2c3d4e5-2"});
     shots.push_back({"attach-none", idle, "attach"});
     shots.push_back({"attach-many", haveMany, "attach"});
-    shots.push_back({"no-compositor", play, "playPause", "", false});
-    shots.push_back({"high-contrast", play, "playPause", "", true, true});
+    shots.push_back({"no-compositor", playMessage, "playPause", "", false});
+    shots.push_back({"high-contrast", playMessage, "playPause", "", true, true});
     return shots;
 }
 
@@ -152,7 +152,7 @@ QAction* actionOf(const sonra::TrayMenu& menu, const std::vector<sonra::MenuRow>
 /// The menu as it lies on the screen, with the submenu that is open.
 class OpenMenu {
   public:
-    OpenMenu(const Shot& shot, const Look& look)
+    OpenMenu(const MenuShot& shot, const Look& look)
         : controller_(item_, [] { return nowMs; }),
           menu_(sonra::MenuDrawnBy::qt, sonra::Tokens::of(look).text) {
         controller_.setCallbacks({.onToggleStartAtLogin = [] {}});
@@ -169,7 +169,7 @@ class OpenMenu {
     [[nodiscard]] bool drawTo(const QDir& folder, const std::string& name, bool isDark) {
         QRect bounds = menu_.geometry();
         if (submenu_ != nullptr) bounds |= submenu_->geometry();
-        bounds.adjust(-margin, -margin, margin, margin);
+        bounds.adjust(-menuMargin, -menuMargin, menuMargin, menuMargin);
         sonra::shots::Canvas canvas(bounds.size(), isDark);
         canvas.put(menu_.grab(), menu_.pos() - bounds.topLeft());
         if (submenu_ != nullptr) canvas.put(submenu_->grab(), submenu_->pos() - bounds.topLeft());
@@ -177,7 +177,7 @@ class OpenMenu {
     }
 
   private:
-    void hover(const Shot& shot) {
+    void hover(const MenuShot& shot) {
         auto* action = actionOf(menu_, item_.rows, shot.under);
         menu_.setActiveAction(action);
         submenu_ = static_cast<sonra::TrayMenu*>(action->menu());
@@ -194,7 +194,7 @@ class OpenMenu {
     sonra::TrayMenu* submenu_ = nullptr;
 };
 
-bool take(const Shot& shot, const QDir& folder, bool isDark) {
+bool takeMenu(const MenuShot& shot, const QDir& folder, bool isDark) {
     const Look look{
         .dark = isDark, .highContrast = shot.highContrast, .composited = shot.composited};
     return OpenMenu(shot, look)
@@ -205,7 +205,7 @@ bool take(const Shot& shot, const QDir& folder, bool isDark) {
 
 bool sonra::shots::drawMenus(const QDir& folder) {
     const auto shots = allShots();
-    return std::ranges::all_of(shots, [&](const Shot& shot) {
-        return take(shot, folder, true) && take(shot, folder, false);
+    return std::ranges::all_of(shots, [&](const MenuShot& shot) {
+        return takeMenu(shot, folder, true) && takeMenu(shot, folder, false);
     });
 }

@@ -20,11 +20,11 @@ using sonra::Look;
 using sonra::SearchPanelWindow;
 using sonra::SessionMeta;
 
-constexpr int margin = 48;
+constexpr int searchMargin = 48;
 constexpr double now = 1'790'000'000;
 constexpr double hour = 3600;
 
-struct Shot {
+struct SearchShot {
     std::string name;
     std::string query;
     std::size_t selected = 0;
@@ -93,7 +93,7 @@ std::vector<SessionMeta> oddSessions() {
 }
 
 /// What the panel would be told about this query, by the same logic.
-void tell(SearchPanelWindow& panel, const Shot& shot) {
+void tell(SearchPanelWindow& panel, const SearchShot& shot) {
     const sonra::SessionSnapshot snapshot(shot.sessions);
     auto hits = sonra::Searcher::search(snapshot, shot.query, shot.attached, now);
     if (!shot.expanded.empty())
@@ -114,7 +114,7 @@ void tell(SearchPanelWindow& panel, const Shot& shot) {
     panel.setFooter(sonra::SearchRows::footer(&hits[shot.selected]));
 }
 
-bool take(const Shot& shot, const QDir& folder) {
+bool takeSearch(const SearchShot& shot, const QDir& folder) {
     sonra::DesktopLook look(shot.look);
     SearchPanelWindow panel(look);
     panel.setFrame({{100, 100}, {640, 420}});
@@ -127,15 +127,15 @@ bool take(const Shot& shot, const QDir& folder) {
     QCoreApplication::processEvents();
     panel.select(shot.selected);
     const auto picture = panel.grab();
-    const QSize size(640 + 2 * margin, 420 + 2 * margin);
+    const QSize size(640 + 2 * searchMargin, 420 + 2 * searchMargin);
     sonra::shots::Canvas canvas(size, shot.look.dark);
     const auto shadow = panel.geometry().topLeft() - QPoint(100, 100);
-    canvas.put(picture, QPoint(margin, margin) + shadow, panel.mask());
+    canvas.put(picture, QPoint(searchMargin, searchMargin) + shadow, panel.mask());
     panel.orderOut();
     return canvas.save(folder, "search-" + shot.name);
 }
 
-std::vector<Shot> states() {
+std::vector<SearchShot> searchStates() {
     return {
         {.name = "recents", .query = "", .selected = 1, .sessions = someSessions()},
         {.name = "hits", .query = "tts retry", .selected = 2, .sessions = someSessions()},
@@ -179,11 +179,11 @@ std::vector<Shot> states() {
 bool sonra::shots::drawSearch(const QDir& folder) {
     // At scale 2 only what it changes.
     const bool isLarge = qApp->devicePixelRatio() > 1;
-    return std::ranges::all_of(states(), [&](Shot shot) {
+    return std::ranges::all_of(searchStates(), [&](SearchShot shot) {
         if (isLarge && shot.name != "hits" && shot.name != "odd-words") return true;
-        if (!take(shot, folder)) return false;
+        if (!takeSearch(shot, folder)) return false;
         shot.name += "-light";
         shot.look.dark = false;
-        return take(shot, folder);
+        return takeSearch(shot, folder);
     });
 }

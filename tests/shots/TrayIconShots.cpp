@@ -14,7 +14,7 @@ namespace {
 constexpr std::array states{"idle",         "narrating", "paused",      "muted",
                             "synthesizing", "recording", "transcribing"};
 constexpr std::array sizes{16, 22, 24, 32};
-constexpr int margin = 24;
+constexpr int trayMargin = 24;
 constexpr int columnWidth = 88;
 constexpr int labelHeight = 24;
 constexpr int gap = 16;
@@ -43,13 +43,13 @@ void drawColumn(QPainter& painter, const QPoint& top, const std::string& state,
 bool draw(const QDir& folder, bool isDark) {
     const auto tokens = sonra::Tokens::of({.dark = isDark, .composited = false});
     const QSize panel(columnWidth * int(states.size()), heightOfAll());
-    sonra::shots::Canvas canvas(panel + QSize(2 * margin, 2 * margin), isDark);
+    sonra::shots::Canvas canvas(panel + QSize(2 * trayMargin, 2 * trayMargin), isDark);
     QPainter painter(&canvas.image());
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setBrush(tokens.ground);
-    painter.drawRoundedRect(QRect(QPoint(margin, margin), panel), 10, 10);
-    QPoint top(margin, margin);
+    painter.drawRoundedRect(QRect(QPoint(trayMargin, trayMargin), panel), 10, 10);
+    QPoint top(trayMargin, trayMargin);
     for (const std::string state : states) {
         drawColumn(painter, top, state, tokens);
         top.rx() += columnWidth;

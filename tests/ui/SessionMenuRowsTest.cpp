@@ -10,8 +10,8 @@ namespace {
 using test::words;
 using Role = MenuText::Role;
 
-constexpr double now = 1'800'000'000'000;
-constexpr double minute = 60'000;
+constexpr double menuTime = 1'800'000'000'000;
+constexpr double aMinute = 60'000;
 
 DiscoveredRow sample() {
     DiscoveredRow row;
@@ -19,19 +19,19 @@ DiscoveredRow sample() {
     row.cwd = "/home/me/proj";
     row.lastText = "I moved the loop";
     row.source = "codex";
-    row.mtimeMs = now - 180 * minute;
+    row.mtimeMs = menuTime - 180 * aMinute;
     return row;
 }
 
 std::string titleOf(const DiscoveredRow& row, bool showShortId = false) {
-    return words(makeAttachRow(row, now, showShortId, [] {}).title);
+    return words(makeAttachRow(row, menuTime, showShortId, [] {}).title);
 }
 
 TEST(AttachRow, PartsComeInOrder) {
     auto row = sample();
-    row.mtimeMs = now - 3 * minute;
+    row.mtimeMs = menuTime - 3 * aMinute;
     row.branch = "main";
-    const auto made = makeAttachRow(row, now, true, [] {});
+    const auto made = makeAttachRow(row, menuTime, true, [] {});
     const std::vector<MenuText> expected{{"● ", Role::activeDot, ""},
                                          {"CDX", Role::chip, "codex"},
                                          {"proj", Role::label, ""},
@@ -47,11 +47,11 @@ TEST(AttachRow, DotFollowsTheTimeAndNotTheFlag) {
     row.active = true;
     EXPECT_EQ(titleOf(row), "CDXproj  ·  I moved the loop");
     row.active = false;
-    row.mtimeMs = now - 15 * minute;
+    row.mtimeMs = menuTime - 15 * aMinute;
     EXPECT_EQ(titleOf(row), "● CDXproj  ·  I moved the loop");
     row.mtimeMs = 0;
     EXPECT_EQ(titleOf(row), "CDXproj  ·  I moved the loop");
-    EXPECT_EQ(makeAttachRow(row, now, false, [] {}).trailing, "");
+    EXPECT_EQ(makeAttachRow(row, menuTime, false, [] {}).trailing, "");
 }
 
 TEST(AttachRow, TitleIsPreferredAndSnippetIsTheFallback) {
@@ -102,13 +102,13 @@ TEST(AttachRow, ShortIdOnlyOnDemand) {
 TEST(AttachRow, ToolTipTellsEverything) {
     auto row = sample();
     row.branch = "main";
-    const auto tip = [&row] { return makeAttachRow(row, now, false, [] {}).toolTip; };
+    const auto tip = [&row] { return makeAttachRow(row, menuTime, false, [] {}).toolTip; };
     EXPECT_EQ(tip(),
               "0b6f7f1d-aaaa-4b57\nsource: codex\ncwd: /home/me/proj\nbranch: main\n"
               "last activity 3h ago\n\nI moved the loop\n\nClick to attach.");
     row.branch.clear();
     row.lastText.clear();
-    row.mtimeMs = now;
+    row.mtimeMs = menuTime;
     EXPECT_EQ(tip(),
               "0b6f7f1d-aaaa-4b57\nsource: codex\ncwd: /home/me/proj\n"
               "active (last ~15 min)\n\n(no assistant text yet)\n\nClick to attach.");

@@ -9,7 +9,7 @@
 namespace sonra::test {
 namespace {
 
-constexpr auto text =
+constexpr auto flowText =
     "The reader goes backward in blocks and hands out complete lines only. A line that straddles "
     "two blocks is joined before it is parsed, so nothing is spoken twice and nothing is lost. "
     "Next comes the start of playback, where a quarter of a second goes missing.";
@@ -20,8 +20,8 @@ class KaraokeFlowTest : public testing::Test {
     KaraokeFlowTest() {
         flow.resize(500, 160);
         flow.setLook(look, accent);
-        flow.setText(text);
-        words = KaraokeMath::tokenize(text);
+        flow.setText(flowText);
+        words = KaraokeMath::tokenize(flowText);
     }
     void activate(std::size_t word) {
         flow.setPosition(words[word].range, words[word].range.begin);

@@ -14,7 +14,7 @@ using Image = MenuRow::Image;
 using Role = MenuText::Role;
 
 /// A piece of a title in no colour of its own.
-MenuText plain(std::string text) {
+MenuText plainWords(std::string text) {
     return {std::move(text), Role::label, {}};
 }
 
@@ -30,7 +30,7 @@ MenuRow row(const std::string& id, std::vector<MenuText> title) {
 }
 
 MenuRow agentRow(const std::string& source, bool isActive = false) {
-    auto made = row("agent", {{"CHIP", Role::chip, source}, plain("proj")});
+    auto made = row("agent", {{"CHIP", Role::chip, source}, plainWords("proj")});
     if (isActive) made.title.insert(made.title.begin(), {"● ", Role::activeDot, {}});
     return made;
 }
@@ -72,7 +72,7 @@ TEST_F(TrayMenuTest, AnIconThatStaysTheSameIsNotSetAnew) {
 }
 
 TEST_F(TrayMenuTest, ARowWithAnImageKeepsTheImage) {
-    auto bare = row("agent", {plain("proj")});
+    auto bare = row("agent", {plainWords("proj")});
     bare.image = Image::detach;
     const auto image = pictureOf(bare);
     EXPECT_FALSE(image.isNull());
@@ -86,13 +86,13 @@ TEST_F(TrayMenuTest, ARowWithAnImageKeepsTheImage) {
 }
 
 TEST_F(TrayMenuTest, ARowOfNeitherHasNoIcon) {
-    EXPECT_TRUE(shown(row("agent", {plain("About")})).isNull());
+    EXPECT_TRUE(shown(row("agent", {plainWords("About")})).isNull());
     EXPECT_FALSE(shown(agentRow("codex")).isNull());
-    EXPECT_TRUE(shown(row("agent", {plain("About")})).isNull());
+    EXPECT_TRUE(shown(row("agent", {plainWords("About")})).isNull());
 }
 
 TEST_F(TrayMenuTest, AnotherInkColoursImagesAndLeavesAgentsAlone) {
-    auto stop = row("stop", {plain("Stop")});
+    auto stop = row("stop", {plainWords("Stop")});
     stop.image = Image::stop;
     menu_.setRows({stop, agentRow("codex")});
     const auto icons = [this] {
@@ -106,7 +106,7 @@ TEST_F(TrayMenuTest, AnotherInkColoursImagesAndLeavesAgentsAlone) {
 }
 
 TEST_F(TrayMenuTest, RowsOfASubmenuHaveTheirDotsToo) {
-    auto parent = row("sessions", {plain("Narrating: 1")});
+    auto parent = row("sessions", {plainWords("Narrating: 1")});
     parent.kind = MenuRow::Kind::submenu;
     parent.populate = [] { return std::vector{agentRow("gemini")}; };
     menu_.setRows({parent});
