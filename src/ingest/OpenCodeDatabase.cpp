@@ -25,6 +25,9 @@ constexpr int enoughOldMessages = 16;
 /// Of these the first are looked into nevertheless, should a message and its parts tell the time
 /// differently.
 constexpr int oldMessagesLookedInto = 4;
+/// Their parts are asked for together: in a store that has no index of them, every question is a
+/// walk through the parts of all sessions.
+constexpr std::size_t messagesAtOnce = 16;
 
 constexpr std::string_view magic{"SQLite format 3\0", 16};
 constexpr std::size_t headerSize = 100;
@@ -36,7 +39,9 @@ constexpr char versionWithLog = 2;
 constexpr const char* messagesQuery =
     "SELECT rowid FROM message WHERE session_id = ?1 ORDER BY rowid DESC";
 constexpr const char* messageQuery = "SELECT id, data FROM message WHERE rowid = ?1";
-constexpr const char* partsQuery = "SELECT rowid FROM part WHERE message_id = ?1 ORDER BY rowid";
+constexpr const char* partsQuery =
+    "SELECT rowid, message_id FROM part WHERE message_id IN"
+    " (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16) ORDER BY rowid";
 constexpr const char* partQuery = "SELECT id, data FROM part WHERE rowid = ?1";
 
 bool isUnreserved(char c) {
@@ -69,12 +74,16 @@ class Statement {
     Statement(const Statement&) = delete;
     Statement& operator=(const Statement&) = delete;
 
-    /// Starts over; `text` must outlive the rows.
-    void start(const std::string& text) {
+    /// Starts over. What no text is given for is as nothing.
+    void start() {
         if (!isGood_) return;
         sqlite3_reset(statement_);
-        isGood_ = sqlite3_bind_text64(statement_, 1, text.data(), text.size(), SQLITE_STATIC,
-                                      SQLITE_UTF8) == SQLITE_OK;
+        sqlite3_clear_bindings(statement_);
+    }
+    /// `text` must outlive the rows.
+    void bind(int number, const std::string& text) {
+        isGood_ = isGood_ && sqlite3_bind_text64(statement_, number, text.data(), text.size(),
+                                                 SQLITE_STATIC, SQLITE_UTF8) == SQLITE_OK;
     }
     /// Moves to the one row with this number.
     bool find(std::int64_t row) {
@@ -151,34 +160,50 @@ class Look {
     /// False if the store couldn't be read to the end.
     bool searchSession(const std::string& session) {
         int oldOnes = 0;
-        messages_.start(session);
+        std::vector<Message> found;
+        messages_.start();
+        messages_.bind(1, session);
         while (oldOnes < enoughOldMessages && isGood() && messages_.next()) {
             if (!message_.find(messages_.number(0))) continue;
             const auto message = replyIn(message_.text(1));
             if (!message) continue;
             const auto completed = OpenCodePart::completedAt(*message);
             oldOnes = completed && *completed < search_.sinceMs ? oldOnes + 1 : 0;
-            if (oldOnes <= oldMessagesLookedInto)
-                searchParts(std::string(message_.text(0)), *message);
+            if (oldOnes > oldMessagesLookedInto) continue;
+            found.push_back({std::string(message_.text(0)), completed});
+            if (found.size() == messagesAtOnce) searchParts(std::exchange(found, {}));
         }
+        searchParts(std::move(found));
         return isGood();
     }
 
   private:
-    void searchParts(const std::string& messageId, const Json& message) {
-        bool isFirst = true;
-        parts_.start(messageId);
+    struct Message {
+        std::string id;
+        std::optional<std::int64_t> completed;
+        bool hasWords = false;
+    };
+
+    void searchParts(std::vector<Message> messages) {
+        if (messages.empty()) return;
+        parts_.start();
+        for (std::size_t i = 0; i < messages.size(); ++i)
+            parts_.bind(static_cast<int>(i) + 1, messages[i].id);
         while (parts_.next()) {
             if (!part_.find(parts_.number(0))) continue;
             const auto part = wordyPart(part_.text(1));
-            if (!part) continue;
-            auto id = isFirst ? messageId : std::string(part_.text(0));
-            isFirst = false;
-            auto ended = OpenCodePart::endedAt(*part);
-            if (!ended) ended = OpenCodePart::completedAt(message);
-            if (ended)
-                search_.add({*ended, parts_.number(0), std::move(id), *OpenCodePart::words(*part)});
+            const auto message = std::ranges::find(messages, parts_.text(1), &Message::id);
+            if (part && message != messages.end()) addPart(*part, *message);
         }
+    }
+    /// The part that both statements stand at.
+    void addPart(const Json& part, Message& message) {
+        auto id = message.hasWords ? std::string(part_.text(0)) : message.id;
+        message.hasWords = true;
+        auto ended = OpenCodePart::endedAt(part);
+        if (!ended) ended = message.completed;
+        if (ended)
+            search_.add({*ended, parts_.number(0), std::move(id), *OpenCodePart::words(part)});
     }
     bool isGood() const {
         return messages_.isGood() && message_.isGood() && parts_.isGood() && part_.isGood();

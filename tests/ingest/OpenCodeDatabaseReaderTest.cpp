@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <set>
 
@@ -21,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::OpenCodeStore;
 
-const TailOffset start = TailOffset::unixMs(0);
+const TailOffset epoch = TailOffset::unixMs(0);
 
 class OpenCodeDatabaseReading : public testing::Test {
   protected:
@@ -63,7 +64,7 @@ class OpenCodeDatabaseReading : public testing::Test {
     std::string url = path + "#ses_1";
     std::chrono::system_clock::time_point now{std::chrono::milliseconds(5'000'000)};
     const OpenCodeDatabaseReader reader{[this] { return now; }};
-    TailOffset cursor = start;
+    TailOffset cursor = epoch;
 };
 
 TEST_F(OpenCodeDatabaseReading, SpeaksTextsInTheOrderInWhichTheyWereComplete) {
@@ -184,6 +185,57 @@ TEST_F(OpenCodeDatabaseReading, FollowsALongSessionOfLargeMessagesWhateverItsInd
     }
 }
 
+TEST_F(OpenCodeDatabaseReading, TellsMessagesApartWhosePartsWereWrittenInTurns) {
+    OpenCodeStore store(path);
+    for (const std::string round : {"1", "2"}) {
+        for (int i = 10; i < 50; ++i) {
+            const auto id = std::to_string(i);
+            if (round == "1") store.message("msg_" + id, OpenCodeStore::reply(1000 + i));
+            store.part("prt_" + id + round, "msg_" + id,
+                       OpenCodeStore::text(id + "/" + round, 1000 + i));
+        }
+    }
+    Lines expected;
+    for (int i = 10; i < 50; ++i) {
+        const auto id = std::to_string(i);
+        expected.push_back("msg_" + id + ": " + id + "/1");
+        expected.push_back("prt_" + id + "2: " + id + "/2");
+    }
+    EXPECT_EQ(followed(), expected);
+    EXPECT_EQ(cursor, reader.initialOffset(url));
+}
+
+/// How many bytes this thread has read so far.
+std::int64_t bytesRead() {
+    std::ifstream counters("/proc/thread-self/io");
+    std::string name;
+    std::int64_t bytes = -1;
+    counters >> name >> bytes;
+    EXPECT_EQ(name, "rchar:");
+    return bytes;
+}
+
+TEST_F(OpenCodeDatabaseReading, WalksThroughPartsThatHaveNoIndexOnce) {
+    {
+        OpenCodeStore store(path);
+        store.run("DROP INDEX part_message_idx");
+        store.run("BEGIN");
+        for (int i = 1000; i < 1020; ++i) {
+            const auto id = "msg_" + std::to_string(i);
+            addReply(store, id, i, "Words.");
+            for (int part = 0; part < 100; ++part)
+                store.part("prt_" + id + "_" + std::to_string(part), id, std::string(3000, 'x'));
+        }
+        store.run("COMMIT");
+    }
+    const auto size = static_cast<std::int64_t>(fs::file_size(path));
+    ASSERT_GT(size, 6'000'000) << "more than a look keeps in memory";
+    cursor = TailOffset::unixMs(1018 * 1000 + 1);
+    const auto before = bytesRead();
+    EXPECT_EQ(followed(), Lines{"msg_1019: Words."});
+    EXPECT_LT(bytesRead() - before, 2 * size);
+}
+
 /// Tells whether files in a folder are opened: a look opens the store's log in any case.
 class Openings {
   public:
@@ -215,10 +267,10 @@ TEST_F(OpenCodeDatabaseReading, LeavesAStoreAloneThatNobodyHasWrittenTo) {
     addReply(store, "msg_b", 2000, "Two.");
     EXPECT_EQ(followed(), Lines{"msg_b: Two."}) << "which stands in the log only";
     expectNothing();
-    cursor = start;
+    cursor = epoch;
     EXPECT_EQ(followed(), (Lines{"msg_a: One.", "msg_b: Two."})) << "for who starts again";
     url = path + "#ses_2";
-    cursor = start;
+    cursor = epoch;
     EXPECT_TRUE(opened.sinceLastAsked());
     expectNothing();
     EXPECT_TRUE(opened.sinceLastAsked()) << "another session's end is another";
@@ -242,12 +294,12 @@ TEST_F(OpenCodeDatabaseReading, KeepsSessionsApart) {
     addReply(store, "msg_a", 500, "Mine.");
     EXPECT_EQ(followed(), Lines{"msg_a: Mine."});
     url = path + "#ses_sub";
-    cursor = start;
+    cursor = epoch;
     EXPECT_EQ(followed(), Lines{"msg_z: The sub-agent's."});
     url = path + "#ses_other";
-    cursor = start;
+    cursor = epoch;
     expectNothing();
-    EXPECT_EQ(reader.initialOffset(url), start);
+    EXPECT_EQ(reader.initialOffset(url), epoch);
 }
 
 TEST_F(OpenCodeDatabaseReading, SpeaksNothingOfUsersAndSummaries) {
@@ -323,7 +375,7 @@ TEST_F(OpenCodeDatabaseReading, ReadsALogThatACrashLeft) {
     url = copy + "#ses_1";
     EXPECT_EQ(followed(), Lines{"msg_a: One."});
     fs::copy_file(path + "-shm", copy + "-shm", fs::copy_options::overwrite_existing);
-    cursor = start;
+    cursor = epoch;
     EXPECT_EQ(followed(), Lines{"msg_a: One."});
 }
 
@@ -338,7 +390,7 @@ TEST_F(OpenCodeDatabaseReading, DoesNotWaitForAnotherProcessThatHasTheStoreForIt
     for (const char* journal : {"wal", "delete"}) {
         const auto locked = dir / (std::string(journal) + ".db");
         url = locked + "#ses_1";
-        cursor = start;
+        cursor = epoch;
         {
             OpenCodeStore store(locked, journal);
             addReply(store, "msg_a", 1000, "One.");
@@ -398,7 +450,7 @@ TEST_F(OpenCodeDatabaseReading, BearsAStoreThatIsCutShort) {
     ASSERT_GT(whole.size(), 100'000U);
     EXPECT_EQ(follow().size(), 300U);
     for (const std::size_t size : {99U, 100U, 4096U, 5000U, 8192U, 50'000U}) {
-        cursor = start;
+        cursor = epoch;
         test::writeFile(path, whole.substr(0, size));
         EXPECT_LT(follow().size(), 300U) << size;
     }
@@ -414,7 +466,7 @@ TEST_F(OpenCodeDatabaseReading, BearsAStoreWithBytesChanged) {
         auto changed = whole;
         changed[at] = static_cast<char>(changed[at] ^ 0x55);
         test::writeFile(path, changed);
-        cursor = start;
+        cursor = epoch;
         EXPECT_LE(follow().size(), 40U) << at;
     }
 }
@@ -427,7 +479,7 @@ TEST_F(OpenCodeDatabaseReading, YieldsNothingOfAStoreThatVanished) {
     EXPECT_EQ(follow().size(), 1U);
     fs::remove(path);
     expectNothing();
-    EXPECT_EQ(reader.initialOffset(url), start);
+    EXPECT_EQ(reader.initialOffset(url), epoch);
     EXPECT_FALSE(reader.recognises(url));
     EXPECT_TRUE(namesInDir().empty());
 }
@@ -454,7 +506,7 @@ TEST_F(OpenCodeDatabaseReading, RecognisesASessionInAFile) {
 TEST_F(OpenCodeDatabaseReading, YieldsRecordsThatAreNoMessagesToTheOriginalParser) {
     OpenCodeStore store(path);
     addReply(store, "msg_a", 1000, "One.");
-    const auto records = reader.readSince(url, start).records;
+    const auto records = reader.readSince(url, epoch).records;
     ASSERT_EQ(records.size(), 1U);
     EXPECT_FALSE(OpenCodeParser().parse(records[0]).has_value());
 }
