@@ -1,0 +1,144 @@
+// Starting, ending and asking the daemon, from any other program.
+
+import { spawn } from 'node:child_process';
+import fs from 'node:fs';
+import { setTimeout as sleep } from 'node:timers/promises';
+import { fileURLToPath } from 'node:url';
+
+import { daemonLogPath, daemonPidPath, daemonSocketPath } from '../places.js';
+import { nodeProgram } from '../programs.js';
+import { makeFolderOf, readIfPresent } from '../wholeFile.js';
+import { askDaemon, DaemonSilent } from './channel.js';
+import { daemonEnvironment } from './environment.js';
+import { holdsSocket, memoryOf } from './processFacts.js';
+
+const script = fileURLToPath(new URL('main.js', import.meta.url));
+const interval = 25;
+
+/** The daemon works in small bites and rests for most of its life: a small heap costs it nothing that matters. */
+const nodeOptions = ['--max-semi-space-size=1', '--max-old-space-size=96', '--optimize-for-size', '--no-warnings'];
+
+export class DaemonError extends Error {
+  constructor(message) {
+    super(message);
+    this.name = 'DaemonError';
+  }
+}
+
+/** The process id in `daemon.pid`, if that process is the one that listens. */
+function verifiedPid(environment) {
+  const pid = Number(readIfPresent(daemonPidPath(environment))?.trim());
+  return Number.isInteger(pid) && pid > 0 && holdsSocket(pid, daemonSocketPath(environment)) ? pid : undefined;
+}
+
+/**
+ * @typedef {object} DaemonStatus
+ * @property {boolean} alive
+ * @property {boolean} [responding] false for one that listens and doesn't answer
+ * @property {boolean} [stopping]
+ * @property {number} [pid]
+ * @property {number} [uptimeSeconds]
+ * @property {{ rss?: number, pss?: number }} [memory] in bytes
+ * @property {number} [bridgePort] where the bridge runs
+ * @property {{ [name: string]: 'running' | 'starting' | 'failed' }} [parts]
+ */
+
+/** @returns {Promise<DaemonStatus>} */
+export async function daemonStatus({ environment = process.env, limit } = {}) {
+  try {
+    const answer = await askDaemon('status', { environment, limit });
+    if (!answer) return { alive: false };
+    return { alive: true, responding: true, ...answer, memory: memoryOf(answer.pid) };
+  } catch (error) {
+    if (!(error instanceof DaemonSilent)) throw new DaemonError(`The daemon cannot be asked: ${error.message}.`);
+    const pid = verifiedPid(environment);
+    return { alive: true, responding: false, pid, ...(pid ? { memory: memoryOf(pid) } : {}) };
+  }
+}
+
+/** One that was asked in its last moment is silent once and gone the next time. */
+async function settledStatus(environment, deadline) {
+  for (;;) {
+    const status = await daemonStatus({ environment });
+    if (!status.alive || status.responding || performance.now() > deadline - 2000) return status;
+    await sleep(interval);
+  }
+}
+
+/** Detached: a session of its own, nothing of the terminal's but an open log for what Node.js itself may have to say. */
+function spawnDaemon(environment) {
+  const log = daemonLogPath(environment);
+  makeFolderOf(log);
+  const errors = fs.openSync(log, 'a', 0o600);
+  try {
+    const options = { detached: true, cwd: '/', env: daemonEnvironment(environment), stdio: ['ignore', 'ignore', errors] };
+    const child = spawn(nodeProgram(), [...nodeOptions, script], options);
+    child.unref();
+    return child;
+  } finally {
+    fs.closeSync(errors);
+  }
+}
+
+function ended(child) {
+  return new Promise((resolve) => {
+    child.once('error', (error) => resolve(error.message));
+    child.once('exit', (code, signal) => resolve(code === 0 ? undefined : `it ended with ${signal ?? code}`));
+  });
+}
+
+/**
+ * Starts the daemon and resolves when it answers and `daemon.pid` is written. One that runs already is left alone.
+ * Fails with DaemonError, after `limit` milliseconds at the latest.
+ * @returns {Promise<{ pid: number, started: boolean }>}
+ */
+export async function startDaemon({ environment = process.env, limit = 4500 } = {}) {
+  const deadline = performance.now() + limit;
+  const before = await settledStatus(environment, deadline);
+  if (before.alive && !before.responding) throw new DaemonError('The daemon runs and does not answer; stop-daemon ends it.');
+  if (before.alive && !before.stopping) return { pid: before.pid, started: false };
+  const child = spawnDaemon(environment);
+  let failure;
+  ended(child).then((reason) => { failure = reason; });
+  while (performance.now() < deadline && failure === undefined) {
+    const { responding, stopping, pid } = await daemonStatus({ environment, limit: 500 });
+    if (responding && !stopping) return { pid, started: pid === child.pid };
+    await sleep(interval);
+  }
+  const why = failure ?? `it did not come up within ${limit / 1000} s`;
+  throw new DaemonError(`The daemon could not be started: ${why}. Its log is ${daemonLogPath(environment)}.`);
+}
+
+function signal(pid, name) {
+  try {
+    process.kill(pid, name);
+  } catch {
+    // It ended by itself.
+  }
+}
+
+async function waitUntilGone(environment, limit) {
+  const deadline = performance.now() + limit;
+  while (performance.now() < deadline) {
+    if (!(await daemonStatus({ environment, limit: 250 })).alive) return true;
+    await sleep(interval);
+  }
+  return false;
+}
+
+/**
+ * Asks the daemon to end and waits for it; one that doesn't is ended by its process id. Fails with DaemonError if
+ * neither helps.
+ * @returns {Promise<{ stopped: boolean }>} false if none ran
+ */
+export async function stopDaemon({ environment = process.env, limit = 4000 } = {}) {
+  const answer = await askDaemon('stop', { environment }).catch(() => ({}));
+  if (!answer) return { stopped: false };
+  if (await waitUntilGone(environment, limit)) return { stopped: true };
+  for (const name of ['SIGTERM', 'SIGKILL']) {
+    const pid = verifiedPid(environment);
+    if (pid) signal(pid, name);
+    if (await waitUntilGone(environment, 1000)) return { stopped: true };
+  }
+  throw new DaemonError('The daemon runs and cannot be ended.');
+}

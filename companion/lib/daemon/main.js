@@ -1,0 +1,64 @@
+// The daemon's process. It ends with 0 when it was asked to, when another daemon runs, or when its folder was taken
+// away, and with 1 when it can't go on.
+
+import process from 'node:process';
+
+import { Log, RotatingFile } from '../log.js';
+import { daemonLogPath } from '../places.js';
+import { systemClock } from './clock.js';
+import { Daemon } from './daemon.js';
+import { closeInherited } from './inheritance.js';
+import { claimInstance } from './instance.js';
+import { Troubles } from './troubles.js';
+
+const endLimit = 3000;
+const environment = process.env;
+
+closeInherited();
+// All that it writes is its user's alone, and it keeps no folder from being unmounted.
+process.umask(0o077);
+process.chdir('/');
+
+const log = new Log(new RotatingFile(daemonLogPath(environment)));
+const daemon = new Daemon({ environment, log });
+const troubles = new Troubles({ log, clock: systemClock });
+const startedAt = Date.now();
+/** @type {import('./instance.js').Instance | undefined} */
+let instance;
+let ending = false;
+
+function answer(question) {
+  if (question === 'stop') setImmediate(end, 'asked');
+  const uptimeSeconds = Math.round((Date.now() - startedAt) / 1000);
+  return { ...daemon.report(), stopping: ending || question === 'stop', pid: process.pid, uptimeSeconds };
+}
+
+async function end(reason) {
+  if (ending) return;
+  ending = true;
+  log.info('daemon ends', { input: { reason } });
+  // A part that can't end mustn't keep the daemon.
+  await Promise.race([daemon.stop(), new Promise((resolve) => { setTimeout(resolve, endLimit); })]);
+  await instance?.release();
+  process.exit(0);
+}
+
+function bear(error) {
+  if (!instance || !troubles.bear(error)) process.exit(1);
+}
+
+for (const name of ['SIGTERM', 'SIGINT']) process.on(name, () => end(name));
+process.on('SIGHUP', () => {});
+process.on('uncaughtException', bear);
+process.on('unhandledRejection', bear);
+
+try {
+  instance = await claimInstance({ environment, answer });
+} catch (error) {
+  log.error('daemon cannot start', error);
+  process.exit(1);
+}
+if (!instance) process.exit(0);
+log.info('daemon up', { input: { pid: process.pid, node: process.version } });
+instance.watch(() => end('its socket was taken away'));
+await daemon.start();

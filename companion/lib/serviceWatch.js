@@ -1,0 +1,146 @@
+// Gives the sessions that were attached before the service started their narration back. The service keeps their rows
+// and leaves them alone at its start; those that are in use are attached again with "resume" as soon as it listens, and
+// each of the others once, when its transcript is written again.
+//
+// Runs in the daemon. The shared folder is watched; a service that has begun and doesn't take commands yet is tried
+// again with growing patience.
+
+import fs from 'node:fs';
+import path from 'node:path';
+
+import { systemClock } from './daemon/clock.js';
+import { FolderWatch } from './daemon/folderWatch.js';
+import { freshFor, writtenAt } from './daemon/transcriptFiles.js';
+import { WrittenAgain } from './daemon/writtenAgain.js';
+import { serviceLockPath, sharedDirectory, socketPath, statePath } from './places.js';
+import { commandLine, sendLines } from './serviceSocket.js';
+import { SharedDocument } from './sharedDocument.js';
+import { readIfPresent } from './wholeFile.js';
+
+const firstRetry = 250;
+const longestRetry = 15_000;
+const rowKeys = ['id', 'cwd', 'transcript', 'source', 'branch', 'title'];
+
+function resumeLine(row) {
+  const fields = rowKeys.filter((key) => typeof row[key] === 'string').map((key) => [key, row[key]]);
+  return commandLine('attach', { ...Object.fromEntries(fields), resume: true });
+}
+
+const isRow = (row) => row !== null && typeof row === 'object' && typeof row.id === 'string' && row.id !== '' &&
+  typeof row.transcript === 'string' && row.transcript !== '';
+
+export class ServiceWatch {
+  #environment;
+  #log;
+  #clock;
+  #folder;
+  #stale;
+  #retry;
+  #delay = firstRetry;
+  /** Which run of the service has been served. */
+  #served;
+  #looking = false;
+  #lookAgain = false;
+  #stopped = false;
+
+  /** @param {{ environment: NodeJS.ProcessEnv, log: import('./log.js').Log, clock?: import('./daemon/clock.js').Clock }} options */
+  constructor({ environment, log, clock = systemClock }) {
+    this.#environment = environment;
+    this.#log = log.child({ class: 'ServiceWatch' });
+    this.#clock = clock;
+    const names = [socketPath, serviceLockPath].map((place) => path.basename(place(environment)));
+    this.#folder = new FolderWatch(sharedDirectory(environment), names, () => this.#look(), clock);
+    this.#stale = new WrittenAgain((id) => this.#resumeOne(id), clock);
+  }
+
+  start() {
+    this.#folder.start();
+    this.#look();
+  }
+
+  stop() {
+    this.#stopped = true;
+    this.#folder.stop();
+    this.#stale.stop();
+    this.#clock.clearTimeout(this.#retry);
+  }
+
+  /** The present run of the service: its process and its socket. Nothing where there is no socket. */
+  #run() {
+    const socket = fs.statSync(socketPath(this.#environment), { throwIfNoEntry: false });
+    if (!socket) return undefined;
+    const pid = readIfPresent(serviceLockPath(this.#environment))?.trim() ?? '';
+    return `${pid} ${socket.ino} ${socket.ctimeMs}`;
+  }
+
+  /** One look at a time; what happens meanwhile is looked at afterwards. */
+  async #look() {
+    if (this.#looking) {
+      this.#lookAgain = true;
+      return;
+    }
+    this.#looking = true;
+    try {
+      do {
+        this.#lookAgain = false;
+        await this.#lookOnce();
+      } while (this.#lookAgain && !this.#stopped);
+    } catch (error) {
+      this.#log.error('looking for the service failed', error);
+    } finally {
+      this.#looking = false;
+    }
+  }
+
+  async #lookOnce() {
+    this.#clock.clearTimeout(this.#retry);
+    const run = this.#run();
+    if (run === this.#served) return;
+    this.#stale.stop();
+    this.#served = undefined;
+    if (run === undefined) {
+      this.#delay = firstRetry;
+    } else if (await this.#serve()) {
+      this.#served = run;
+      this.#delay = firstRetry;
+    } else if (!this.#stopped) {
+      this.#retry = this.#clock.setTimeout(() => this.#look(), this.#delay);
+      this.#delay = Math.min(this.#delay * 2, longestRetry);
+    }
+  }
+
+  #rows() {
+    return SharedDocument.read(statePath(this.#environment)).list('sessions').filter(isRow);
+  }
+
+  async #send(rows) {
+    try {
+      await sendLines(rows.map(resumeLine), { path: socketPath(this.#environment) });
+      return true;
+    } catch {
+      return false;
+    }
+  }
+
+  /** Resumes what is in use, and waits for the rest. False if the service takes no commands. */
+  async #serve() {
+    const now = this.#clock.now();
+    const rows = this.#rows().map((row) => ({ row, since: writtenAt(row.transcript) }));
+    const isFresh = ({ since }) => now - since <= freshFor;
+    const fresh = rows.filter(isFresh).map(({ row }) => row);
+    if (!(await this.#send(fresh))) return false;
+    if (this.#stopped) return true;
+    const stale = rows.filter((row) => !isFresh(row));
+    this.#stale.waitFor(stale.map(({ row, since }) => ({ id: row.id, transcript: row.transcript, since })));
+    this.#log.info('service seen', { result: { resumed: fresh.length, waitingFor: this.#stale.size } });
+    return true;
+  }
+
+  /** The row as it stands now: one that was detached meanwhile must not come back. */
+  async #resumeOne(id) {
+    const rows = this.#rows().filter((row) => row.id === id);
+    if (rows.length === 0) return;
+    const sent = await this.#send(rows);
+    this.#log.info('session written again', { input: { id: id.slice(0, 8) }, result: { sent } });
+  }
+}
