@@ -1,0 +1,58 @@
+// The texts of --help, made from the table of commands.
+
+import { commands, globalOptions } from './commands.js';
+import { findCommand } from './arguments.js';
+import { usageError } from './failure.js';
+import { columns } from './output.js';
+
+const optionRow = ({ name, short, value, help }) =>
+  [`${short ? `${short}, ` : ''}${name}${value ? ` ${value}` : ''}`, help];
+
+/** The words behind "tts" in the line that shows how a command is called. */
+export function synopsis(command) {
+  const options = (command.options ?? []).map(({ name, value }) => `[${name}${value ? ` ${value}` : ''}]`);
+  const words = command.arguments;
+  return [command.name, ...options, ...(words ? [command.min ? words : `[${words}]`] : [])].join(' ');
+}
+
+export function generalHelp() {
+  const summary = ({ name, arguments: words, summary: text }) => [words ? `${name} ${words}` : name, text];
+  return [
+    'Usage: tts COMMAND [OPTIONS]',
+    '',
+    'Sonra reads the replies of AI coding agents aloud; this steers it.',
+    '',
+    'Commands:',
+    ...columns(commands.map(summary)),
+    '',
+    'Options of every command:',
+    ...columns(globalOptions.map(optionRow)),
+    '',
+    'A command may also be written as an option: "tts --on" is "tts on".',
+    '"tts COMMAND --help" tells more; the manual page, tts(1), tells the exit codes and what --json prints.',
+  ].join('\n');
+}
+
+/** @param {import('./commands.js').Command} command */
+export function commandHelp(command) {
+  const options = [...(command.options ?? []), ...globalOptions];
+  return [
+    `Usage: tts ${synopsis(command)}`,
+    '',
+    `${command.summary[0].toUpperCase()}${command.summary.slice(1)}.`,
+    ...(command.help ?? []),
+    ...(command.aliases ? [`Also: ${command.aliases.map((name) => `tts ${name}`).join(', ')}.`] : []),
+    '',
+    'Options:',
+    ...columns(options.map(optionRow)),
+  ].join('\n');
+}
+
+/** "tts help [COMMAND]" */
+export async function help({ output, positionals: [name] }) {
+  const command = name === undefined ? undefined : findCommand(name);
+  if (name !== undefined && !command) throw usageError(`There is no command "${name}". "tts --help" lists them.`);
+  const text = command ? commandHelp(command) : generalHelp();
+  output.say(text);
+  output.result({ help: text });
+}

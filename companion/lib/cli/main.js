@@ -1,0 +1,105 @@
+// The command line's entry: reads the words, runs one command, and turns what was thrown into a sentence and an exit
+// code. It imports only what every command needs.
+
+import fs from 'node:fs';
+import { fileURLToPath } from 'node:url';
+
+import { parseArguments } from './arguments.js';
+import { asFailure, exitCodes } from './failure.js';
+import { Output } from './output.js';
+
+/**
+ * @typedef {{ environment: NodeJS.ProcessEnv, output: Output, cwd: string, isTerminal: boolean, signal: AbortSignal,
+ *   stdout: { write(text: string): unknown }, stderr: { write(text: string): unknown },
+ *   options: Record<string, string | true>, positionals: string[], command: import('./commands.js').Command,
+ *   neighbours: import('./neighbours.js').Neighbours }} Context
+ */
+
+function version() {
+  const text = fs.readFileSync(new URL('../../package.json', import.meta.url), 'utf8');
+  return JSON.parse(text).version;
+}
+
+async function answerHelp({ command, options }, output) {
+  if (options.version && !command) {
+    output.say(`tts ${version()}`);
+    output.result({ version: version() });
+    return exitCodes.ok;
+  }
+  const { generalHelp, commandHelp } = await import('./help.js');
+  const text = command ? commandHelp(command) : generalHelp();
+  if (!options.help) {
+    output.note(text);
+    return exitCodes.usage;
+  }
+  output.say(text);
+  output.result({ help: text });
+  return exitCodes.ok;
+}
+
+async function startFirst(context) {
+  const { startService } = await import('../serviceControl.js');
+  if (await startService({ environment: context.environment, parts: context.neighbours.serviceParts }) === 'started') {
+    context.output.note('Started the Sonra service.');
+  }
+}
+
+async function runCommand(parsed, context) {
+  const { command, options } = parsed;
+  if (options.help || options.version || !command) return answerHelp(parsed, context.output);
+  if (options.start && command.name !== 'start') await startFirst(context);
+  const body = await command.load();
+  return (await body({ ...context, ...parsed })) ?? exitCodes.ok;
+}
+
+/**
+ * Runs one command line and gives its exit code; never throws.
+ * @param {string[]} argv without the program's name
+ * @param {Partial<Context>} [around] what a test replaces
+ * @returns {Promise<number>}
+ */
+export async function run(argv, {
+  environment = process.env, stdout = process.stdout, stderr = process.stderr, cwd = process.cwd(),
+  isTerminal = Boolean(process.stdout.isTTY), signal = new AbortController().signal, neighbours,
+} = {}) {
+  // Also when the words can't be read, a program that asked for JSON gets it.
+  let output = new Output({ stdout, stderr, environment, json: argv.includes('--json') });
+  try {
+    const parsed = parseArguments(argv);
+    output = new Output({ stdout, stderr, environment, json: Boolean(parsed.options.json) });
+    const context = { environment, output, stdout, stderr, cwd, isTerminal, signal };
+    context.neighbours = neighbours ?? (await import('./neighbours.js')).neighbours;
+    return await runCommand(parsed, context);
+  } catch (error) {
+    const failure = asFailure(error);
+    output.failure(failure);
+    return failure.exit;
+  }
+}
+
+/** Ctrl-C lets a command that waits end in its own way, and a second one ends at once. */
+function interruptible() {
+  const controller = new AbortController();
+  process.once('SIGINT', () => controller.abort());
+  process.once('SIGTERM', () => controller.abort());
+  return controller.signal;
+}
+
+function currentFolder() {
+  try {
+    return process.cwd();
+  } catch {
+    // The folder has been removed under us; no session can be found by it.
+    return '/';
+  }
+}
+
+/** Whether this file is the program, not a module of a test. */
+const isProgram = process.argv[1] !== undefined
+  && fs.realpathSync(process.argv[1]) === fileURLToPath(import.meta.url);
+
+if (isProgram) {
+  // "tts status | head -1" isn't a failure.
+  process.stdout.on('error', () => process.exit(exitCodes.ok));
+  process.exitCode = await run(process.argv.slice(2), { cwd: currentFolder(), signal: interruptible() });
+}

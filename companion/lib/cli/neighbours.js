@@ -1,0 +1,27 @@
+// What the commands need of the companion's other parts, loaded when it is used.
+
+/**
+ * @typedef {{
+ *   findSessions(environment: NodeJS.ProcessEnv): Promise<object[]>,
+ *   daemonStatus(environment: NodeJS.ProcessEnv): Promise<{ alive: boolean, pid?: number }>,
+ *   startDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
+ *   stopDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
+ *   mintCode(environment: NodeJS.ProcessEnv): Promise<{ code: string, expiresAt: number }>,
+ *   lanAddresses(): Promise<string[]>,
+ *   autostart(): Promise<{ installAutostart: Function, uninstallAutostart: Function, isAutostartInstalled: Function }>,
+ *   serviceParts?: object }} Neighbours
+ */
+
+const daemonControl = () => import('../daemon/daemonControl.js');
+
+/** @type {Neighbours} */
+export const neighbours = {
+  findSessions: async (environment) =>
+    (await import('../discovery/discovery.js')).findSessions({ environment, now: Date.now() }),
+  daemonStatus: async (environment) => (await daemonControl()).daemonStatus({ environment }),
+  startDaemon: async (environment) => (await daemonControl()).startDaemon({ environment }),
+  stopDaemon: async (environment) => (await daemonControl()).stopDaemon({ environment }),
+  mintCode: async (environment) => (await import('../bridge/pairCode.js')).mintCode({ environment }),
+  lanAddresses: async () => (await import('./addresses.js')).lanAddresses(),
+  autostart: () => import('../autostart.js'),
+};

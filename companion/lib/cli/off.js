@@ -1,0 +1,51 @@
+// "tts off": has the service detach sessions. Where no service runs, taking the rows out of state.json is a detach as
+// well.
+
+import { socketPath, statePath } from '../places.js';
+import { waitFor } from '../serviceControl.js';
+import { commandLine, sendLines } from '../serviceSocket.js';
+import { SharedDocument, updateDocument } from '../sharedDocument.js';
+import { CommandFailure, notFound, usageError } from './failure.js';
+import { named, sessionJson, sessionLines, sessionsFrom, withId } from './sessions.js';
+
+const detachLimit = 2_000;
+
+const attached = (environment) => sessionsFrom(SharedDocument.read(statePath(environment)).list('sessions'));
+
+function ambiguous(message, sessions, environment) {
+  return notFound(message, {
+    hint: ['Choose one with --session, or --all:', ...sessionLines(sessions, { environment })].join('\n'),
+    details: { candidates: sessions.map(sessionJson) },
+  });
+}
+
+function choose(sessions, { session: id, all }, environment) {
+  if (id !== undefined && all) throw usageError('--session and --all exclude each other.');
+  if (all) return sessions;
+  const found = id === undefined ? sessions : withId(sessions, id);
+  if (id !== undefined && !found.length) throw notFound(`No session whose id begins with "${id}" is attached.`);
+  if (found.length > 1) throw ambiguous(`${found.length} sessions are attached.`, found, environment);
+  return found;
+}
+
+async function detach(ids, environment) {
+  try {
+    await sendLines(ids.map((id) => commandLine('detach', { id })), { path: socketPath(environment) });
+  } catch (error) {
+    if (error.name !== 'ServiceNotRunning') throw error;
+    await updateDocument(statePath(environment), (document) => {
+      document.set('sessions', document.list('sessions').filter((row) => !ids.includes(row?.id)));
+    });
+  }
+  const gone = () => !attached(environment).some(({ id }) => ids.includes(id));
+  if (!await waitFor(gone, detachLimit)) throw new CommandFailure("The service didn't detach it within 2 seconds.");
+}
+
+/** "tts off" */
+export async function off({ environment, output, options }) {
+  const sessions = choose(attached(environment), options, environment);
+  if (sessions.length) await detach(sessions.map(({ id }) => id), environment);
+  output.say(...(sessions.length ? sessions.map((session) => `Detached: ${named(session, environment)}.`)
+    : ['Nothing was attached.']));
+  output.result({ detached: sessions.map(sessionJson) });
+}

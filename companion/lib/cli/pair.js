@@ -1,0 +1,121 @@
+// "tts pair": mints a code, shows it with the address to type, and waits until a device has used it. The daemon's
+// bridge checks the code and writes the device's token; that file is what is watched.
+
+import { networkInterfaces } from 'node:os';
+
+import { lanAddresses } from '../bridge/addresses.js';
+import { identityOf, readCode, removeCode } from '../bridge/pairCode.js';
+import { socketPath, statePath, tokensPath } from '../places.js';
+import { isServiceRunning } from '../serviceSocket.js';
+import { SharedDocument, updateDocument } from '../sharedDocument.js';
+import { CommandFailure, exitCodes, usageError } from './failure.js';
+import { plain } from './output.js';
+
+const defaultPort = 7842;
+const pollInterval = 250;
+
+const rowsOf = (environment) => SharedDocument.read(tokensPath(environment)).list('tokens')
+  .filter((row) => typeof row?.label === 'string' && typeof row.token === 'string' && typeof row.createdAt === 'number');
+
+async function storeReach({ environment, options }) {
+  if (options.lan && options['no-lan']) throw usageError('--lan and --no-lan exclude each other.');
+  if (!options.lan && !options['no-lan']) return SharedDocument.read(statePath(environment)).get('bridgeLan') === true;
+  const lan = Boolean(options.lan);
+  await updateDocument(statePath(environment), (document) => document.set('bridgeLan', lan));
+  return lan;
+}
+
+async function runningDaemon({ environment, neighbours, output }) {
+  const before = await neighbours.daemonStatus(environment);
+  if (before.alive) return before;
+  await neighbours.startDaemon(environment);
+  output.note('Started the daemon, which hosts the bridge.');
+  return neighbours.daemonStatus(environment);
+}
+
+function addressesOf({ bridgePort }, lan) {
+  const port = bridgePort ?? defaultPort;
+  const hosts = lan ? lanAddresses(networkInterfaces()) : ['127.0.0.1'];
+  return hosts.map((host) => `http://${host}:${port}/`);
+}
+
+function show(output, { code, expiresAt, lan, addresses }) {
+  const until = new Date(expiresAt).toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
+  output.say(
+    `Open one of these on the phone: ${addresses.join('  ') || '(this computer has no address in a local network)'}`,
+    `and enter the code: ${output.style('bold', code)}`,
+    `It is valid until ${until}.`,
+  );
+  if (!lan) output.note('Only this computer reaches the bridge. "tts pair --lan" lets the local network in.');
+}
+
+/** Sleeps, or returns at once when the command is interrupted. */
+function pause(milliseconds, signal) {
+  return new Promise((resolve) => {
+    const timer = setTimeout(finish, milliseconds);
+    function finish() {
+      clearTimeout(timer);
+      signal.removeEventListener('abort', finish);
+      resolve();
+    }
+    signal.addEventListener('abort', finish);
+    if (signal.aborted) finish();
+  });
+}
+
+/**
+ * How the code ended: with a device's label, or by time, by the bridge (after too many wrong tries), by another code,
+ * or because the command was interrupted.
+ * @returns {Promise<{ device?: string, why?: 'expired' | 'void' | 'interrupted' }>}
+ */
+async function outcome({ environment, signal }, known, minted) {
+  let missing = 0;
+  while (!signal.aborted) {
+    const fresh = rowsOf(environment).filter(({ token }) => !known.has(token));
+    if (fresh.length) return { device: fresh.sort((a, b) => b.createdAt - a.createdAt)[0].label };
+    if (Date.now() >= minted.expiresAt) return { why: 'expired' };
+    // A code that was used is gone as well; its token may come a moment later.
+    missing = readCode(environment)?.code === minted.code ? 0 : missing + 1;
+    if (missing > 4) return { why: 'void' };
+    await pause(pollInterval, signal);
+  }
+  return { why: 'interrupted' };
+}
+
+const endings = {
+  expired: 'The code has expired. "tts pair" makes a new one.',
+  void: 'The code is void: it was tried wrongly too often, or another one was made. "tts pair" makes a new one.',
+  interrupted: 'Given up; the code is void.',
+};
+
+async function waitForDevice(context, known, minted) {
+  const { output, environment } = context;
+  const { device, why } = await outcome(context, known, minted);
+  if (device !== undefined) {
+    output.say(`Paired: ${plain(device)}.`);
+    output.result({ ...minted, paired: true, device });
+    return exitCodes.ok;
+  }
+  removeCode(identityOf(minted), environment);
+  const exit = why === 'interrupted' ? exitCodes.interrupted : exitCodes.failed;
+  throw new CommandFailure(endings[why], { exit, kind: why, details: { ...minted, paired: false } });
+}
+
+/** "tts pair" */
+export async function pair(context) {
+  const { environment, output, options, neighbours, isTerminal } = context;
+  if (options.wait && options['no-wait']) throw usageError('--wait and --no-wait exclude each other.');
+  const lan = await storeReach(context);
+  const daemon = await runningDaemon(context);
+  const known = new Set(rowsOf(environment).map(({ token }) => token));
+  const { code, expiresAt } = await neighbours.mintCode(environment);
+  const minted = { code, expiresAt: Number(expiresAt), lan, addresses: addressesOf(daemon, lan) };
+  show(output, minted);
+  if (!await isServiceRunning({ path: socketPath(environment) })) {
+    output.note("The Sonra service isn't running; the phone has nothing to steer until it is.");
+  }
+  const waits = options.wait || (isTerminal && !options['no-wait']);
+  if (waits) return waitForDevice(context, known, minted);
+  output.result(minted);
+  return exitCodes.ok;
+}

@@ -1,0 +1,86 @@
+// "tts status": one look at what runs, what is attached, and the settings.
+
+import { nowPlayingPath, socketPath, statePath } from '../places.js';
+import { isServiceRunning } from '../serviceSocket.js';
+import { SharedDocument } from '../sharedDocument.js';
+import { settingsOf } from '../stateDefaults.js';
+import { exitCodes } from './failure.js';
+import { columns, plain } from './output.js';
+import { isFresh, sessionJson, sessionLines, sessionsFrom } from './sessions.js';
+
+/** A dead service leaves its last snapshot behind; it tells nothing. */
+function playbackOf(environment, running) {
+  const document = SharedDocument.read(running ? nowPlayingPath(environment) : '');
+  const known = ['idle', 'playing', 'paused'].includes(document.get('state'));
+  return {
+    state: known ? document.get('state') : 'idle',
+    sessionId: document.get('sessionId') ?? '',
+    messageId: document.get('messageId') ?? '',
+    elapsed: document.get('elapsed') ?? 0,
+    duration: document.get('duration') ?? 0,
+    synthesizing: document.get('synthesizing') === true,
+  };
+}
+
+async function gather({ environment, neighbours }) {
+  const document = SharedDocument.read(statePath(environment));
+  const [running, daemon] = await Promise.all([
+    isServiceRunning({ path: socketPath(environment) }),
+    neighbours.daemonStatus(environment),
+  ]);
+  return {
+    service: { running },
+    daemon: { running: daemon.alive, ...(daemon.alive && daemon.pid ? { pid: daemon.pid } : {}) },
+    settings: settingsOf(document),
+    playback: playbackOf(environment, running),
+    sessions: sessionsFrom(document.list('sessions')),
+    discovered: sessionsFrom(document.list('discoveredSessions')),
+  };
+}
+
+const yesNo = (running) => (running ? 'running' : 'not running');
+
+function voiceLine({ voice, speed, volume, muted, captions }) {
+  return `${plain(voice)}, speed ${speed}x, volume ${volume}%${muted ? ', muted' : ''}, captions ${captions ? 'on' : 'off'}`;
+}
+
+function playbackLine({ state, elapsed, duration }, { paused }) {
+  if (state === 'idle') return paused ? 'idle, paused' : 'idle';
+  return `${state}, ${Math.round(elapsed)} of ${Math.round(duration)} s`;
+}
+
+function print(report, { environment, output, options }, now) {
+  const { service, daemon, settings, playback, sessions, discovered } = report;
+  const ids = new Set(sessions.map(({ id }) => id));
+  const others = discovered.filter(({ id }) => !ids.has(id));
+  const shown = options.all ? others : others.filter((session) => isFresh(session, now));
+  const heading = (text) => output.style('bold', text);
+  output.say(...columns([
+    ['Service', yesNo(service.running)],
+    ['Daemon', yesNo(daemon.running)],
+    ['Voice', voiceLine(settings)],
+    ['Speaking', playbackLine(playback, settings)],
+  ], ''));
+  output.say(heading(sessions.length ? 'Attached' : 'Nothing is attached'), ...sessionLines(sessions, { environment }));
+  if (shown.length) output.say(heading(options.all ? 'Found' : 'In use'), ...sessionLines(shown, { now, environment }));
+  const hidden = others.length - shown.length;
+  if (hidden) output.say(output.style('dim', `${hidden} older ${hidden === 1 ? 'session' : 'sessions'}: tts status --all`));
+}
+
+/** "tts status" */
+export async function status(context) {
+  const now = Date.now();
+  const report = await gather(context);
+  print(report, context, now);
+  const { sessions, discovered, ...rest } = report;
+  const ids = new Set(sessions.map(({ id }) => id));
+  context.output.result({
+    ...rest,
+    sessions: sessions.map(sessionJson),
+    discovered: discovered.map((session) =>
+      ({ ...sessionJson(session), mtimeMs: session.mtimeMs, attached: ids.has(session.id) })),
+  });
+  if (report.service.running) return exitCodes.ok;
+  context.output.note('The Sonra service is not running. "tts start" starts it.');
+  return exitCodes.unavailable;
+}

@@ -1,0 +1,81 @@
+// The logs for the bundle: the service's and the daemon's with their rotated copies, the newest lines first to be
+// taken, up to a bound, and every line scrubbed.
+
+import fs from 'node:fs';
+import path from 'node:path';
+
+import { daemonLogPath, serviceLogPath } from '../places.js';
+
+const maxBytes = 8 * 1024 * 1024;
+const rotatedCopies = 5;
+
+/** The last `limit` bytes of a file, from the beginning of a line. */
+function tailOf(file, limit) {
+  const fd = fs.openSync(file, 'r');
+  try {
+    const { size } = fs.fstatSync(fd);
+    const length = Math.min(size, limit);
+    const bytes = Buffer.alloc(length);
+    const text = bytes.toString('utf8', 0, fs.readSync(fd, bytes, 0, length, size - length));
+    return { text: length < size ? text.slice(text.indexOf('\n') + 1) : text, omitted: size - length };
+  } finally {
+    fs.closeSync(fd);
+  }
+}
+
+/** What Node.js itself writes when a program of its breaks; anything else that is no record may be anybody's words. */
+const ownWords = /^(?:\s+at |(?:node:|file:\/\/)\S+:\d+$|Node\.js v|(?:Uncaught )?\w*Error\b.*?: |\w*Error$)/;
+
+function scrubLine(line, scrubber) {
+  if (line.trim() === '') return '';
+  try {
+    const record = JSON.parse(line);
+    if (record !== null && typeof record === 'object' && !Array.isArray(record)) {
+      return JSON.stringify(scrubber.record(record));
+    }
+  } catch {
+    // Judged below.
+  }
+  return ownWords.test(line) ? scrubber.text(line) : `[line of ${line.length} characters]`;
+}
+
+const scrubLines = (text, scrubber) => text.split('\n').map((line) => scrubLine(line, scrubber)).join('\n');
+
+/** One log with its copies, as files of the bundle. */
+function collect(base, scrubber) {
+  const files = [];
+  let left = maxBytes;
+  let omitted = 0;
+  for (let i = 0; i <= rotatedCopies; i += 1) {
+    const file = i ? `${base}.${i}` : base;
+    const size = fs.statSync(file, { throwIfNoEntry: false })?.size;
+    if (size === undefined) continue;
+    if (left <= 0) {
+      omitted += size;
+      continue;
+    }
+    const tail = tailOf(file, left);
+    left -= size;
+    omitted += tail.omitted;
+    files.push({ name: `logs/${path.basename(file)}`, content: scrubLines(tail.text, scrubber) });
+  }
+  return { files, omitted };
+}
+
+/**
+ * @param {import('./scrubber.js').Scrubber} scrubber
+ * @returns {{ files: Array<{ name: string, content: string }>, omittedBytes: number, problems: string[] }}
+ */
+export function collectLogs(environment, scrubber) {
+  const result = { files: [], omittedBytes: 0, problems: [] };
+  for (const base of [serviceLogPath(environment), daemonLogPath(environment)]) {
+    try {
+      const { files, omitted } = collect(base, scrubber);
+      result.files.push(...files);
+      result.omittedBytes += omitted;
+    } catch (error) {
+      result.problems.push(`${path.basename(base)} can't be read: ${error.code ?? error.name}`);
+    }
+  }
+  return result;
+}

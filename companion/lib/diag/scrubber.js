@@ -1,0 +1,127 @@
+// Takes out of a text or a record what must not leave this computer: secrets, addresses of mail, the home's name, and
+// what was spoken. It goes by three things: what a value is called, what is known to be secret here (tokens, the code,
+// keys in the environment, words of the sessions), and what looks like a secret.
+
+import os from 'node:os';
+
+import { homeDirectory, nowPlayingPath, pairCodePath, profilePath, statePath, tokensPath } from '../places.js';
+import { redactFields } from '../redaction.js';
+import { SharedDocument } from '../sharedDocument.js';
+
+const removed = '[redacted]';
+const spoken = '[text]';
+
+const secretVariable = /KEY|TOKEN|SECRET|PASSW|CREDENTIAL|AUTH/i;
+
+/** Keys under which words of a person or of an agent stand, whatever they look like. */
+const textKeys = new Set(['head40', 'lastText', 'match', 'notes', 'prompt', 'query', 'sample', 'say', 'snippet', 'spoken',
+  'text', 'title', 'transcription', 'utterance', 'value', 'branch', 'label']);
+
+/** Keys under which a sentence is the program's own, or a path may hold blanks. */
+const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'why', 'backend', 'name', 'domain', 'path',
+  'cwd', 'transcript', 'source', 'socketPath', 'pointer', 'resolvedTo', 'file', 'script', 'copy', 'hint', 'device',
+  'server', 'lastSpeakError']);
+
+const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
+
+/** Patterns of secrets that nobody told us of, with what is left of them. */
+const patterns = [
+  [/[^\s@"'<>()[\]{},;:=/\\]+@([A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)/g, '***@$1'],
+  [/\b(Bearer|Basic|Token)\s+[A-Za-z0-9._~+/=-]{6,}/gi, `$1 ${removed}`],
+  [/:\/\/[^\s/@:]+:[^\s/@]+@/g, `://${removed}@`],
+  [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]*=)[^\s&"']+/gi, `$1${removed}`],
+  [/((?:api[_-]?key|token|secret|password|passwd)["']?\s*[:=]\s*["']?)[^\s"',&}]+/gi, `$1${removed}`],
+  [/\b(?:sk|pk|rk|ghp|gho|ghs|ghu|github_pat|glpat|xox[a-z])[-_][A-Za-z0-9_-]{10,}/g, removed],
+  // The parser quotes what it couldn't read.
+  [/"(?:[^"\\]|\\.)*"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`],
+  [/(\bcode\W{1,3})\d{6}\b/gi, `$1${removed}`],
+];
+
+/** A run that is long and mixed enough to be a key: all of a token's alphabet, or hexadecimal. */
+function looksSecret(run) {
+  if (uuid.test(run)) return false;
+  if (/^[0-9a-f]{32,}$/i.test(run)) return true;
+  return /[a-z]/.test(run) && /[A-Z]/.test(run) && /[0-9]/.test(run);
+}
+
+const stringsIn = (value) => {
+  if (typeof value === 'string') return [value];
+  return value !== null && typeof value === 'object' ? Object.values(value).flatMap(stringsIn) : [];
+};
+
+function secretsOf(environment) {
+  const variables = Object.entries(environment).filter(([name]) => secretVariable.test(name)).map(([, value]) => value);
+  const tokens = SharedDocument.read(tokensPath(environment)).list('tokens').map((row) => row?.token);
+  const code = SharedDocument.read(pairCodePath(environment)).get('code');
+  return [...variables, ...tokens, code].filter((value) => typeof value === 'string' && value.length >= 6);
+}
+
+/** Words that the documents hold: a log line that quotes one of them would tell it. */
+function textsOf(environment) {
+  const state = SharedDocument.read(statePath(environment));
+  const rows = [...state.list('sessions'), ...state.list('discoveredSessions')];
+  const texts = rows.flatMap((row) => [row?.title, row?.lastText]);
+  const lexicon = stringsIn(SharedDocument.read(profilePath(environment)).list('lexicon'));
+  const snippet = SharedDocument.read(nowPlayingPath(environment)).get('snippet');
+  return [...texts, ...lexicon, snippet].filter((text) => typeof text === 'string' && text.trim().length >= 8);
+}
+
+const byLength = (a, b) => b.length - a.length;
+
+export class Scrubber {
+  #known;
+  #home;
+  #host;
+
+  /** Reads what is secret here once; a bundle is made in a moment. */
+  constructor({ environment = process.env } = {}) {
+    const secrets = secretsOf(environment).map((value) => [value, removed]);
+    const texts = textsOf(environment).map((value) => [value, spoken]);
+    // The longest first, so that no part of one is left when a shorter one lies in it.
+    this.#known = [...secrets, ...texts].sort(([a], [b]) => byLength(a, b));
+    this.#home = homeDirectory(environment);
+    this.#host = os.hostname();
+  }
+
+  /** A text without what is secret, known or by its look. */
+  text(text) {
+    let clean = text;
+    for (const [value, instead] of this.#known) clean = clean.replaceAll(value, instead);
+    for (const [pattern, instead] of patterns) clean = clean.replace(pattern, instead);
+    clean = clean.replace(/[A-Za-z0-9_-]{32,}/g, (run) => (looksSecret(run) ? removed : run));
+    return this.#home.length > 1 ? clean.replaceAll(this.#home, '~') : clean;
+  }
+
+  /** A value whose strings are facts; only what is secret in them goes. */
+  facts(value) {
+    if (typeof value === 'string') return this.text(value);
+    if (Array.isArray(value)) return value.map((element) => this.facts(element));
+    if (value === null || typeof value !== 'object') return value;
+    return Object.fromEntries(Object.entries(value).map(([key, inner]) => [key, this.facts(inner)]));
+  }
+
+  /** A line's record, redacted as the loggers redact and then by what is left in it. */
+  record(fields) {
+    return this.#fields(redactFields(fields));
+  }
+
+  #fields(fields) {
+    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.text(key), this.value(key, value)]));
+  }
+
+  /** Numbers, booleans and null tell nothing; strings stay where they are names, paths or the program's own words. */
+  value(key, value) {
+    if (Array.isArray(value)) return value.map((element) => this.value(key, element));
+    if (value !== null && typeof value === 'object') return this.#fields(value);
+    if (typeof value !== 'string') return value;
+    if (key === 'host' || value === this.#host) return '[host]';
+    if (textKeys.has(key)) return spoken;
+    if (sentenceKeys.has(key) || isName(value)) return this.text(value);
+    return spoken;
+  }
+}
+
+/** A word, a path or a number in ASCII: no prose. */
+function isName(value) {
+  return value.length <= 300 && /^[\x21-\x7e]*$/.test(value);
+}

@@ -1,0 +1,96 @@
+// How words are to be spoken: pairs of a match and what is said for it, in profile.json. The service reads the file by
+// the same rules and picks up a change with the next sentence. Reading is tolerant; writing happens under the profile's
+// lock, keeps what else the document holds, and drops entries that the service would not take.
+
+import { profilePath } from './places.js';
+import { SharedDocument } from './sharedDocument.js';
+import { withLock } from './stateLock.js';
+import { makeFolderOf, readIfPresent, replaceFile } from './wholeFile.js';
+
+export const maxEntries = 500;
+const maxMatch = 64;
+const maxSay = 256;
+
+/** @typedef {{ match: string, say: string }} Entry */
+
+/** Why the pair can't be an entry; nothing if it can. Lengths are in UTF-16 units. */
+export function validateEntry(match, say) {
+  if (match.length === 0) return 'match must be 1..64 characters';
+  if (match.length > maxMatch) return 'match too long (max 64 characters)';
+  if (match.trim().length === 0) return 'match must not be whitespace-only';
+  if (say.length > maxSay) return 'say too long (max 256 characters)';
+  return undefined;
+}
+
+/** The entries of a parsed profile, in its order. */
+function entriesOf(document) {
+  const entries = [];
+  for (const element of document.list('lexicon')) {
+    if (entries.length === maxEntries) break;
+    const { match, say } = element ?? {};
+    if (typeof match !== 'string' || typeof say !== 'string' || validateEntry(match, say)) continue;
+    entries.push({ match, say });
+  }
+  return entries;
+}
+
+/** @returns {Entry[]} */
+export function loadEntries(environment = process.env) {
+  return entriesOf(SharedDocument.read(profilePath(environment)));
+}
+
+function parse(path, text) {
+  if (text === undefined) return new SharedDocument();
+  try {
+    return SharedDocument.parse(text);
+  } catch {
+    if (text.trim() !== '') replaceFile(`${path}.unreadable`, text);
+    return new SharedDocument();
+  }
+}
+
+/** Lets `change` alter the list in place; what it returns, and whether to write: `[result, changed]`. */
+function update(environment, change) {
+  const path = profilePath(environment);
+  makeFolderOf(path);
+  return withLock(path, () => {
+    const document = parse(path, readIfPresent(path));
+    const entries = entriesOf(document);
+    const [result, changed] = change(entries);
+    if (changed) {
+      document.set('version', 1);
+      document.set('lexicon', entries);
+      replaceFile(path, `${document}\n`, { temporary: `${path}.tmp.${process.pid}` });
+    }
+    return result;
+  });
+}
+
+const sameWord = (match) => (entry) => entry.match.toLowerCase() === match.toLowerCase();
+
+/**
+ * Adds the pair, or puts it in the place of the one for the same word. Fails as the lock and the file system do.
+ * @returns {Promise<'added' | 'replaced' | 'full'>}
+ */
+export function addEntry(match, say, environment = process.env) {
+  return update(environment, (entries) => {
+    const index = entries.findIndex(sameWord(match));
+    if (index >= 0) {
+      entries[index] = { match, say };
+      return ['replaced', true];
+    }
+    if (entries.length >= maxEntries) return ['full', false];
+    entries.push({ match, say });
+    return ['added', true];
+  });
+}
+
+/** @returns {Promise<boolean>} whether there was one */
+export function removeEntry(match, environment = process.env) {
+  return update(environment, (entries) => {
+    const kept = entries.filter((entry) => !sameWord(match)(entry));
+    const removed = kept.length < entries.length;
+    entries.splice(0, entries.length, ...kept);
+    return [removed, removed];
+  });
+}
