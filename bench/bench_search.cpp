@@ -1,8 +1,12 @@
 // Searches catalogues of made-up sessions, and makes a catalogue of 5,000 transcripts. Prints one
 // JSON object; times in milliseconds, the median of all rounds, with the files in the page cache.
+// "tokens" has the searches of 10,000 sessions one by one, with the quickest round and what the
+// processor took of each as well: these say more on a machine that is busy.
 //   bench_search ROWS     also writes the 100,000 sessions that it searches to the file ROWS, a
 //   line
 //                         each, for other programs to search
+
+#include <time.h>
 
 #include <algorithm>
 #include <array>
@@ -37,6 +41,10 @@ constexpr int rounds = 21;
 constexpr int reconcileRounds = 5;
 const std::string oneToken = "parser";
 const std::string threeTokens = "parser fix sonra";
+/// From what nearly all sessions hold to what none does.
+constexpr std::array queries{"e",     "the",     "parser",           "kokoro",
+                             "zebra", "the a e", "parser fix sonra", "search panel release"};
+constexpr int queryRounds = 201;
 
 template <typename Work>
 double millisecondsOf(Work work) {
@@ -54,12 +62,20 @@ double median(int count, Work work) {
     return values[values.size() / 2];
 }
 
+double processorMilliseconds() {
+    timespec used{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) * 1e3 + static_cast<double>(used.tv_nsec) / 1e6;
+}
+
 /// Of the work on a snapshot that nobody has searched yet; making it isn't counted.
 template <typename Work>
-double medianOfFirst(int count, const std::vector<SessionMeta>& sessions, Work work) {
+double medianOfFirst(int count, const std::vector<SessionMeta>& sessions, bool isPrepared,
+                     Work work) {
     std::vector<double> values;
     for (int i = 0; i < count; ++i) {
         const SessionSnapshot fresh(sessions);
+        if (isPrepared) fresh.prepare();
         values.push_back(millisecondsOf([&] { work(fresh); }));
     }
     std::ranges::sort(values);
@@ -213,6 +229,18 @@ class Index {
     SessionIndex index_;
 };
 
+template <typename Work>
+Json queryFigures(Work work) {
+    const double before = processorMilliseconds();
+    std::vector<double> values;
+    for (int i = 0; i < queryRounds; ++i) values.push_back(millisecondsOf(work));
+    const double processor = (processorMilliseconds() - before) / queryRounds;
+    std::ranges::sort(values);
+    return {{"medianMs", values[values.size() / 2]},
+            {"leastMs", values.front()},
+            {"processorMs", processor}};
+}
+
 Json searchFigures(const std::string& rowsPath) {
     Writer writer;
     const SessionSnapshot small(writer.sessions(10'000));
@@ -228,13 +256,16 @@ Json searchFigures(const std::string& rowsPath) {
     const auto medianOf = [&](const SessionSnapshot& snapshot, const std::string& query) {
         return median(rounds, [&] { search(snapshot, query); });
     };
-    const double first = medianOfFirst(rounds, writer.sessions(10'000),
-                                       [&](const auto& fresh) { search(fresh, oneToken); });
+    const auto sessions = writer.sessions(10'000);
+    const auto searchOne = [&](const auto& fresh) { search(fresh, oneToken); };
     Json figures{{"token", oneToken},
-                 {"firstMs", first},
+                 {"firstMs", medianOfFirst(rounds, sessions, true, searchOne)},
+                 {"firstUnpreparedMs", medianOfFirst(rounds, sessions, false, searchOne)},
                  {"oneTokenMs", medianOf(small, oneToken)},
                  {"threeTokensMs", medianOf(small, threeTokens)},
                  {"largeMs", medianOf(large, oneToken)}};
+    for (const std::string query : queries)
+        figures["tokens"][query] = queryFigures([&] { search(small, query); });
     figures["hits"] = hits;
     return figures;
 }

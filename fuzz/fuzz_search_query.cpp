@@ -51,9 +51,9 @@ void checkScan(const std::string& token, const SessionMeta& meta) {
     if (!scan.mayMatch(text.masks()[prompt], text.lengths()[prompt])) {
         require(!match);
     } else if (scan.isAscii()) {
-        require(scan.scoreBytes(text.bytes(), text.lengths()[prompt]) == expected);
+        require(scan.scoreBytes(text.padded(), text.lengths()[prompt]) == expected);
     } else {
-        require(scan.scoreUnits(text.units(prompt)) == expected);
+        require(scan.scoreUnits(text.units()) == expected);
     }
 }
 

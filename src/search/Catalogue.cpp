@@ -7,23 +7,23 @@ namespace sonra {
 namespace {
 
 bool comesFirst(const Catalogue::Entry& a, const Catalogue::Entry& b) {
-    if (a->meta.mtime != b->meta.mtime) return a->meta.mtime > b->meta.mtime;
-    return a->meta.jsonlPath < b->meta.jsonlPath;
+    if (a->mtime != b->mtime) return a->mtime > b->mtime;
+    return a->jsonlPath < b->jsonlPath;
 }
 
 }  // namespace
 
-void Catalogue::forgetId(const SessionEntry& entry) {
-    const auto found = byId_.find(entry.meta.sessionId);
+void Catalogue::forgetId(const SessionMeta& entry) {
+    const auto found = byId_.find(entry.sessionId);
     if (found == byId_.end()) return;
     std::erase_if(found->second, [&](const Entry& other) { return other.get() == &entry; });
     if (found->second.empty()) byId_.erase(found);
 }
 
 void Catalogue::publish(Entry entry) {
-    auto& place = byPath_[entry->meta.jsonlPath];
+    auto& place = byPath_[entry->jsonlPath];
     if (place) forgetId(*place);
-    byId_[entry->meta.sessionId].push_back(entry);
+    byId_[entry->sessionId].push_back(entry);
     place = std::move(entry);
     snapshot_.reset();
 }
@@ -46,7 +46,7 @@ std::vector<std::string> Catalogue::adopt(const std::unordered_map<std::string, 
     for (const auto& [path, attributes] : walked) {
         const auto known = byPath_.find(path);
         if (known == byPath_.end() ||
-            StatAttr{known->second->meta.mtime, known->second->meta.bytes} != attributes)
+            StatAttr{known->second->mtime, known->second->bytes} != attributes)
             changed.push_back(path);
     }
     return changed;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "search/ProjectsWalk.h"
-#include "search/SessionEntry.h"
+#include "search/SessionMeta.h"
 #include "search/SessionSnapshot.h"
 
 namespace sonra {
@@ -16,7 +16,7 @@ namespace sonra {
 /// have one id, then the newest answers to it. One thread at a time.
 class Catalogue {
   public:
-    using Entry = std::shared_ptr<const SessionEntry>;
+    using Entry = std::shared_ptr<const SessionMeta>;
 
     /// In place of what was there for its path.
     void publish(Entry entry);
@@ -31,7 +31,7 @@ class Catalogue {
     [[nodiscard]] const SessionSnapshot& snapshot();
 
   private:
-    void forgetId(const SessionEntry& entry);
+    void forgetId(const SessionMeta& entry);
 
     std::unordered_map<std::string, Entry> byPath_;
     std::unordered_map<std::string, std::vector<Entry>> byId_;

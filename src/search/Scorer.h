@@ -16,7 +16,7 @@ struct Scorer {
 
     struct FieldMatch {
         int score = 0;
-        std::vector<int> matchedIndices;  ///< UTF-16 offsets into the field, ascending
+        std::vector<int> matchedIndices;  ///< UTF-16 offsets into the field's lower case, ascending
 
         bool operator==(const FieldMatch&) const = default;
     };

@@ -11,7 +11,7 @@
 namespace sonra {
 
 /// A folder whose name holds what was asked for, with all sessions in it that were found, the best
-/// first. The sessions keep the snapshot alive from which they come.
+/// first.
 struct ProjectHit {
     std::string name;  ///< the folder's name as it was written
     std::vector<std::shared_ptr<const SessionMeta>> sessions;
@@ -22,7 +22,7 @@ struct ProjectHit {
 struct SessionHit {
     std::shared_ptr<const SessionMeta> session;
     HitField field = HitField::project;
-    std::vector<int> matchedIndices;  ///< UTF-16 offsets into the field, ascending
+    std::vector<int> matchedIndices;  ///< UTF-16 offsets into the field's lower case, ascending
     int score = 0;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -13,7 +14,9 @@ namespace sonra {
 
 /// A snapshot's sessions as the search walks them: by time, the newest first and of equal times the
 /// one that stands first in the snapshot, each with all that decides whether its text is looked at.
-/// Points into the snapshot's entries. Immutable; any thread.
+/// The texts lie one after the other in that order, too: a walk that had to gather them from
+/// everywhere would spend half of its time waiting for the memory. Points into the snapshot's
+/// entries. Immutable; any thread.
 class SearchTable {
   public:
     /// One line of the processor's cache.
@@ -32,6 +35,9 @@ class SearchTable {
     };
 
     explicit SearchTable(const SessionSnapshot::Entries& entries);
+    /// Rows point into it.
+    SearchTable(const SearchTable&) = delete;
+    SearchTable& operator=(const SearchTable&) = delete;
 
     [[nodiscard]] const std::vector<Row>& rows() const { return rows_; }
     /// Where a row's session stands in the snapshot.
@@ -43,12 +49,19 @@ class SearchTable {
         return std::uint64_t{1} << idBits_[row];
     }
     static std::uint64_t idBit(std::string_view sessionId);
+    /// The field's units if the session has any that aren't ASCII, else nothing.
+    [[nodiscard]] std::u16string_view units(std::size_t row, std::size_t field) const;
 
   private:
+    void readTexts(const SessionSnapshot::Entries& entries);
+    void addText(const SessionMeta& meta);
     void sortByTime(const SessionSnapshot::Entries& entries);
     void groupByProject(const SessionSnapshot::Entries& entries);
 
     std::vector<std::uint32_t> sessions_;
+    std::vector<unsigned char> bytes_;
+    std::u16string units_;
+    std::vector<std::size_t> unitsAt_;  ///< where a row's begin; npos for one that is ASCII
     std::vector<Row> rows_;
     std::vector<std::uint32_t> projectOf_;
     std::vector<Project> projects_;

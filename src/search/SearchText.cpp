@@ -1,10 +1,10 @@
 #include "search/SearchText.h"
 
 #include <unicode/locid.h>
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 #include <algorithm>
-#include <vector>
 
 #include "search/FileName.h"
 #include "search/SessionMeta.h"
@@ -24,11 +24,26 @@ unsigned char loweredAscii(char c) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
 }
 
-std::u16string loweredUnits(std::string_view text) {
-    auto units = icu::UnicodeString::fromUTF8(
+void append(std::u16string& units, const icu::UnicodeString& more) {
+    units.append(more.getBuffer(), static_cast<std::size_t>(more.length()));
+}
+
+/// The rules by which neighbours count and lengths change take their time. Most of what isn't ASCII
+/// has no other case, and doesn't need them.
+void appendLowered(std::u16string& units, std::string_view text) {
+    auto field = icu::UnicodeString::fromUTF8(
         icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
-    units.toLower(icu::Locale::getRoot());
-    return {units.getBuffer(), static_cast<std::size_t>(units.length())};
+    const auto start = units.size();
+    append(units, field);
+    for (std::size_t i = start; i < units.size(); ++i) {
+        if (units[i] < firstOther) {
+            units[i] = loweredAscii(static_cast<char>(units[i]));
+        } else if (u_hasBinaryProperty(field.char32At(static_cast<std::int32_t>(i - start)),
+                                       UCHAR_CHANGES_WHEN_LOWERCASED)) {
+            units.resize(start);
+            return append(units, field.toLower(icu::Locale::getRoot()));
+        }
+    }
 }
 
 /// A bit for each ASCII character.
@@ -66,13 +81,13 @@ SearchText::SearchText(const SessionMeta& meta) {
     const bool plain = std::ranges::all_of(fields, isAscii);
     std::size_t total = 0;
     for (std::size_t i = 0; i < fieldCount; ++i) {
-        if (!plain) units_ += loweredUnits(fields[i]);
+        if (!plain) appendLowered(units_, fields[i]);
         const std::size_t end = plain ? total + fields[i].size() : units_.size();
         lengths_[i] = static_cast<std::uint32_t>(end - total);
         total = end;
     }
-    bytes_ = std::make_unique<unsigned char[]>(total + padding);
-    auto* at = bytes_.get();
+    bytes_.resize(total + padding);
+    auto* at = bytes_.data();
     if (plain) {
         for (const auto field : fields) at = std::ranges::transform(field, at, loweredAscii).out;
     } else {
@@ -80,16 +95,9 @@ SearchText::SearchText(const SessionMeta& meta) {
             return unit < other ? static_cast<unsigned char>(unit) : other;
         });
     }
-    at = bytes_.get();
+    at = bytes_.data();
     for (std::size_t i = 0; i < fieldCount; at += lengths_[i++])
         masks_[i] = maskOfAll(at, lengths_[i]);
-}
-
-std::u16string_view SearchText::units(std::size_t field) const {
-    if (units_.empty()) return {};
-    std::size_t start = 0;
-    for (std::size_t i = 0; i < field; ++i) start += lengths_[i];
-    return std::u16string_view(units_).substr(start, lengths_[field]);
 }
 
 }  // namespace sonra

@@ -3,9 +3,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace sonra {
 
@@ -23,19 +24,23 @@ class SearchText {
 
     explicit SearchText(const SessionMeta& meta);
 
-    [[nodiscard]] const unsigned char* bytes() const { return bytes_.get(); }
+    /// With the padding behind them.
+    [[nodiscard]] const unsigned char* padded() const { return bytes_.data(); }
+    [[nodiscard]] std::span<const unsigned char> bytes() const {
+        return {bytes_.data(), bytes_.size() - padding};
+    }
     /// Lengths of the fields, which follow each other.
     [[nodiscard]] const std::array<std::uint32_t, fieldCount>& lengths() const { return lengths_; }
     /// Which characters a field holds: see maskOf.
     [[nodiscard]] const std::array<std::uint64_t, fieldCount>& masks() const { return masks_; }
-    /// The field's units if the session has any that aren't ASCII, else nothing.
-    [[nodiscard]] std::u16string_view units(std::size_t field) const;
+    /// The units if there are any that aren't ASCII, else nothing.
+    [[nodiscard]] std::u16string_view units() const { return units_; }
 
     /// A bit for each letter and digit; other ASCII characters share the rest.
     static std::uint64_t maskOf(unsigned char byte);
 
   private:
-    std::unique_ptr<unsigned char[]> bytes_;
+    std::vector<unsigned char> bytes_;
     std::array<std::uint32_t, fieldCount> lengths_{};
     std::array<std::uint64_t, fieldCount> masks_{};
     std::u16string units_;

@@ -18,7 +18,6 @@ namespace {
 
 constexpr double daySeconds = 86400;
 constexpr double weekSeconds = 604800;
-constexpr std::uint32_t rowsAhead = 12;  // that are on their way from memory
 
 /// In HitField's order.
 constexpr std::array<int, SearchText::fieldCount> fieldWeights{
@@ -53,18 +52,6 @@ bool holds(std::string_view text, std::string_view part) {
 
 bool holdsAll(std::string_view text, const std::vector<std::string>& parts) {
     return std::ranges::all_of(parts, [&](const auto& part) { return holds(text, part); });
-}
-
-/// Has the memory send what will be looked at soon: the beginnings of the two long fields. The walk
-/// would spend most of its time waiting for them.
-void fetch(const SearchTable::Row& row) {
-    constexpr std::size_t cacheLine = 64;
-    const unsigned char* prompt = row.text + row.lengths[0] + row.lengths[1];
-    const unsigned char* snippet = prompt + row.lengths[2];
-    for (const auto* field : {prompt, snippet}) {
-        __builtin_prefetch(field);
-        __builtin_prefetch(field + cacheLine);
-    }
 }
 
 std::vector<SearchHit> recents(const SessionSnapshot& snapshot,
@@ -140,9 +127,8 @@ std::optional<int> Search::tokenScore(const SearchTable::Row& row, std::uint32_t
         const int weight = fieldWeights[i];
         if (!token.mayMatch(row.masks[i], row.lengths[i]) || token.highestScore() * weight <= best)
             continue;
-        const int score = token.isAscii()
-                              ? token.scoreBytes(field, row.lengths[i])
-                              : token.scoreUnits(snapshot_.text(table_.sessionOf(number)).units(i));
+        const int score = token.isAscii() ? token.scoreBytes(field, row.lengths[i])
+                                          : token.scoreUnits(table_.units(number, i));
         best = std::max(best, score * weight);
     }
     return best < 0 ? std::nullopt : std::optional(best);
@@ -174,10 +160,8 @@ std::optional<int> Search::score(std::uint32_t row) const {
 
 void Search::findAll() {
     const auto count = static_cast<std::uint32_t>(table_.rows().size());
-    for (std::uint32_t row = 0; row < count; ++row) {
-        if (row + rowsAhead < count) fetch(table_.rows()[row + rowsAhead]);
+    for (std::uint32_t row = 0; row < count; ++row)
         if (const auto sum = score(row)) found_.push_back({row, *sum});
-    }
 }
 
 bool Search::isNamed(const SearchTable::Project& project) const {

@@ -23,7 +23,7 @@ std::string rootOf(const std::optional<std::string>& root) {
 }
 
 Catalogue::Entry entryOf(const SessionRecord& record) {
-    return std::make_shared<const SessionEntry>(record.toMeta());
+    return std::make_shared<const SessionMeta>(record.toMeta());
 }
 
 Catalogue::Entry summarised(const std::string& path) {
@@ -76,6 +76,7 @@ void SessionIndex::State::bootstrap() {
     if (const auto file = store_.load())
         for (const auto& record : file->sessions) loaded.publish(entryOf(record));
     onQueue([&] { catalogue_ = std::move(loaded); });
+    onPool([](State& self) { self.snapshot().prepare(); });
 }
 
 SessionSnapshot SessionIndex::State::snapshot() {
@@ -87,7 +88,7 @@ SessionSnapshot SessionIndex::State::snapshot() {
 std::optional<SessionMeta> SessionIndex::State::lookup(const std::string& sessionId) {
     Catalogue::Entry entry;
     onQueue([&] { entry = catalogue_.withId(sessionId); });
-    return entry ? std::optional(entry->meta) : std::nullopt;
+    return entry ? std::optional(*entry) : std::nullopt;
 }
 
 ReconcileProgress SessionIndex::State::progress() {
@@ -189,6 +190,7 @@ bool SessionIndex::State::refresh(const std::string& path) {
 void SessionIndex::State::saveAndNotify() {
     MutexLock lock(saving_);
     const auto sessions = snapshot();
+    sessions.prepare();
     IndexFile file;
     file.sessions.reserve(sessions.size());
     for (const auto& meta : sessions) file.sessions.push_back(SessionRecord::from(meta));

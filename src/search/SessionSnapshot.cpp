@@ -1,12 +1,12 @@
 #include "search/SessionSnapshot.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <optional>
 #include <utility>
 
 #include "search/SearchTable.h"
-#include "search/SessionEntry.h"
 
 namespace sonra {
 
@@ -16,6 +16,7 @@ struct SessionSnapshot::Data {
     const Entries entries;
     mutable std::once_flag tableMade;
     mutable std::optional<SearchTable> table;
+    mutable std::atomic<bool> isPrepared = false;
 };
 
 namespace {
@@ -24,7 +25,7 @@ SessionSnapshot::Entries entriesOf(std::vector<SessionMeta> sessions) {
     SessionSnapshot::Entries entries;
     entries.reserve(sessions.size());
     for (auto& meta : sessions)
-        entries.push_back(std::make_shared<const SessionEntry>(std::move(meta)));
+        entries.push_back(std::make_shared<const SessionMeta>(std::move(meta)));
     return entries;
 }
 
@@ -43,20 +44,23 @@ std::size_t SessionSnapshot::size() const {
 }
 
 const SessionMeta& SessionSnapshot::operator[](std::size_t index) const {
-    return data_->entries[index]->meta;
-}
-
-const SearchText& SessionSnapshot::text(std::size_t index) const {
-    return data_->entries[index]->text;
+    return *data_->entries[index];
 }
 
 std::shared_ptr<const SessionMeta> SessionSnapshot::shared(std::size_t index) const {
-    return {data_, &(*this)[index]};
+    return data_->entries[index];
 }
 
 const SearchTable& SessionSnapshot::table() const {
-    std::call_once(data_->tableMade, [this] { data_->table.emplace(data_->entries); });
+    std::call_once(data_->tableMade, [this] {
+        data_->table.emplace(data_->entries);
+        data_->isPrepared = true;
+    });
     return *data_->table;
+}
+
+bool SessionSnapshot::isPrepared() const {
+    return data_->isPrepared;
 }
 
 bool SessionSnapshot::operator==(const SessionSnapshot& other) const {

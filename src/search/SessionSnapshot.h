@@ -10,14 +10,13 @@
 namespace sonra {
 
 class SearchTable;
-class SearchText;
-struct SessionEntry;
 
 /// The catalogue at one moment: a list of sessions that never changes. Copying it costs a pointer;
-/// any thread. What the search needs beside the sessions is made by the first search and kept.
+/// any thread. What the search needs beside the sessions is made once and kept: by `prepare`, or
+/// else by the first search.
 class SessionSnapshot {
   public:
-    using Entries = std::vector<std::shared_ptr<const SessionEntry>>;
+    using Entries = std::vector<std::shared_ptr<const SessionMeta>>;
 
     class Iterator {
       public:
@@ -54,11 +53,14 @@ class SessionSnapshot {
     [[nodiscard]] Iterator begin() const { return {this, 0}; }
     [[nodiscard]] Iterator end() const { return {this, size()}; }
 
-    /// The session at `index`, which keeps the whole snapshot alive.
+    /// The session at `index`; it outlives the snapshot.
     [[nodiscard]] std::shared_ptr<const SessionMeta> shared(std::size_t index) const;
-    /// What the search reads of the session at `index`.
-    [[nodiscard]] const SearchText& text(std::size_t index) const;
+    /// What the search walks.
     [[nodiscard]] const SearchTable& table() const;
+    /// Makes the table, so that no search has to. Takes a millisecond for a thousand sessions: for
+    /// a thread for which nobody waits.
+    void prepare() const { (void)table(); }
+    [[nodiscard]] bool isPrepared() const;
 
     bool operator==(const SessionSnapshot& other) const;
 

@@ -42,6 +42,23 @@ TEST_F(SessionIndexTest, AReconcileIndexesAllAndAnotherIndexStartsFromItsCache) 
     EXPECT_EQ(index_->lookup("c")->firstUserPrompt, "hello");
 }
 
+TEST_F(SessionIndexTest, NoSearchHasToPrepareACatalogueThatWasSaidToBeThere) {
+    const auto path = addSession("p/a.jsonl");
+    EXPECT_FALSE(index_->snapshot().isPrepared());
+    reconcile();
+    EXPECT_TRUE(index_->snapshot().isPrepared());
+    std::vector<bool> prepared;
+    const auto handle = index_->ttsSessionsChanged(
+        [&](const SessionSnapshot& sessions) { prepared.push_back(sessions.isPrepared()); });
+    index_->applyTouched({path});
+    ASSERT_TRUE(loop_.runUntil([&] { return !prepared.empty(); }));
+    EXPECT_TRUE(prepared[0]);
+    index_ = makeIndex();
+    index_->bootstrap();
+    pool_.drain();
+    EXPECT_TRUE(index_->snapshot().isPrepared());
+}
+
 TEST_F(SessionIndexTest, ATouchedTranscriptHasItsNewTime) {
     const auto path = addSession("p/a.jsonl");
     reconcile();
