@@ -7,6 +7,7 @@
 
 #include "frame/Text.h"
 #include "search/FileName.h"
+#include "search/LoweredOffsets.h"
 #include "search/ParsedQuery.h"
 #include "search/RelativeDate.h"
 
@@ -63,17 +64,32 @@ std::optional<Role> roleOf(HitField field, const SessionMeta& session) {
     return std::nullopt;
 }
 
+std::string_view textOf(HitField field, const SessionMeta& session) {
+    switch (field) {
+        case HitField::sessionId:
+            return session.sessionId;
+        case HitField::project:
+            return FileName::lastComponent(session.cwd);
+        case HitField::firstUserPrompt:
+            return session.firstUserPrompt;
+        case HitField::lastSnippet:
+            return session.lastAssistantSnippet;
+    }
+    return {};
+}
+
 /// A field may be longer than what is shown of it: what lies behind that isn't highlighted, or
 /// other characters than those that matched would be.
 void highlight(SearchRow& row, const SessionHit& hit) {
     const auto role = roleOf(hit.field, *hit.session);
+    if (!role || hit.matchedIndices.empty()) return;
+    const auto places = LoweredOffsets::inText(textOf(hit.field, *hit.session), hit.matchedIndices);
     std::size_t start = 0;
     for (const auto& piece : row.pieces) {
         const auto length = text::utf16Length(piece.text);
         if (piece.role == role)
-            for (const int index : hit.matchedIndices)
-                if (std::cmp_less(index, length))
-                    row.highlights.push_back(start + static_cast<std::size_t>(index));
+            for (const auto place : places)
+                if (place < length) row.highlights.push_back(start + place);
         start += length;
     }
 }

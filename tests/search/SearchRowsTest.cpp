@@ -1,8 +1,10 @@
 #include "search/SearchRows.h"
 
 #include <gtest/gtest.h>
+#include <unicode/unistr.h>
 
 #include "search/RelativeDate.h"
+#include "search/Searcher.h"
 
 namespace sonra::test {
 namespace {
@@ -144,6 +146,45 @@ TEST(SearchRows, HighlightsCountUtf16Units) {
     // The folder's sign takes two units.
     EXPECT_EQ(rowOf(hit(session, HitField::firstUserPrompt, {0})).highlights,
               (std::vector<std::size_t>{3 + 3 + 3 + 3}));
+}
+
+std::u16string utf16(const std::string& text) {
+    const auto units = icu::UnicodeString::fromUTF8(text);
+    return {units.getBuffer(), static_cast<std::size_t>(units.length())};
+}
+
+/// What is highlighted of the prompt when the search looks for `token`.
+std::u16string litInPrompt(const std::string& prompt, const std::string& token) {
+    auto session = meta("abc", "/src");
+    session.firstUserPrompt = prompt;
+    const auto hits = Searcher::search(SessionSnapshot({session}), token, {}, now);
+    const auto row = rowOf(hits.at(0));
+    std::u16string units;
+    for (const auto offset : row.highlights) units += utf16(row.text()).at(offset);
+    return units;
+}
+
+TEST(SearchRows, LettersWhoseLowerCaseIsLongerShiftNothing) {
+    EXPECT_EQ(litInPrompt("İstanbul", "stan"), u"stan");
+    EXPECT_EQ(litInPrompt("İİİ to İstanbul", "bul"), u"bul");
+    EXPECT_EQ(litInPrompt("İstanbul", "İst"), u"İst") << "both units of its lower case are it";
+    EXPECT_EQ(litInPrompt("İstanbul", "ist"), u"İst");
+    EXPECT_EQ(litInPrompt("STRAẞE nach İzmir, Ⱥb", "nach"), u"nach");
+    EXPECT_EQ(litInPrompt("STRAẞE", "ße"), u"ẞE");
+    EXPECT_EQ(litInPrompt("ΟΔΟΣ", "ς"), u"Σ");
+}
+
+TEST(SearchRows, MarksAndSignsAreHighlightedWhereTheyStand) {
+    EXPECT_EQ(litInPrompt("Cafe\u0301 bar", "bar"), u"bar");
+    EXPECT_EQ(litInPrompt("Cafe\u0301 bar", "fe\u0301"), u"fe\u0301");
+    EXPECT_EQ(litInPrompt("😀 and İ😀 mend", "mend"), u"mend");
+    EXPECT_EQ(litInPrompt("go 😀", "😀"), u"😀");
+    EXPECT_EQ(litInPrompt("𐐀B", "𐐨b"), u"𐐀B");
+}
+
+/// Two of these signs begin with the same unit; half a sign can't be drawn.
+TEST(SearchRows, ASignIsHighlightedAsAWhole) {
+    EXPECT_EQ(litInPrompt("😀😁", "😁"), u"😀😁");
 }
 
 TEST(SearchRows, TheFooterNamesTheKeysOfTheSelectedRow) {
