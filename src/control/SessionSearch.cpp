@@ -104,6 +104,7 @@ void SessionSearch::reconciled() {
 void SessionSearch::noteChange(const SessionSnapshot& sessions) {
     spotlight_->update(sessions);
     takeRecent(sessions);
+    if (controller_) controller_->refresh();
     if (callbacks_.onRecentChanged) callbacks_.onRecentChanged();
 }
 

@@ -29,6 +29,16 @@ double within(double start, double length, double rangeStart, double rangeLength
     return std::max(rangeStart, std::min(start, rangeStart + rangeLength - length));
 }
 
+bool isSame(const SearchHit& one, const SearchHit& other) {
+    if (one.index() != other.index()) return false;
+    if (const auto* project = std::get_if<ProjectHit>(&one))
+        return project->name == std::get<ProjectHit>(other).name;
+    const auto& session = *std::get<SessionHit>(one).session;
+    const auto& otherSession = *std::get<SessionHit>(other).session;
+    return session.sessionId == otherSession.sessionId &&
+           session.jsonlPath == otherSession.jsonlPath;
+}
+
 bool isOfProject(const SearchHit& hit, const std::string& name) {
     if (const auto* project = std::get_if<ProjectHit>(&hit)) return project->name == name;
     return SearchRows::folderOf(*std::get<SessionHit>(hit).session) == name;
@@ -46,6 +56,7 @@ struct SearchPanelController::Query {
     std::string text;
     SessionSnapshot snapshot;
     std::set<std::string> attachedIds;
+    bool keepsSelection;
 };
 
 SearchPanelController::SearchPanelController(MainLoop& loop, WorkerPool& workers, Screens& screens,
@@ -68,7 +79,7 @@ void SearchPanelController::setCallbacks(Callbacks callbacks) {
 void SearchPanelController::connectPanel() {
     panel_.onQueryChanged = [this] { noteTyping(); };
     panel_.onCommand = [this](SearchPanel::Command command) { obey(command); };
-    panel_.onSelect = [this](std::size_t row) { select(row); };
+    panel_.onSelect = [this](std::size_t row) { choose(row); };
 }
 
 void SearchPanelController::registerHotkey() {
@@ -101,7 +112,14 @@ void SearchPanelController::open(const std::optional<std::string>& query) {
 
 void SearchPanelController::close() {
     SONRA_ASSERT_MAIN_THREAD();
+    activatesFirstRow_ = false;
     panel_.orderOut();
+}
+
+void SearchPanelController::refresh() {
+    SONRA_ASSERT_MAIN_THREAD();
+    // What is about to be searched for is searched for in the newest catalogue anyway.
+    if (panel_.isVisible() && !debounceWork_) startSearch(!areRowsOld_);
 }
 
 Rect SearchPanelController::frameOnScreen(const Rect& visible) const {
@@ -117,6 +135,8 @@ void SearchPanelController::noteTyping() {
     expandedProject_.reset();
     // What is still being searched for is no longer what the field says.
     lastQueryStarted_ = newStamp();
+    areRowsOld_ = true;
+    activatesFirstRow_ = false;
     debounceWork_ = loop_.after(debounce, [this] { runQuery(); });
 }
 
@@ -130,7 +150,7 @@ void SearchPanelController::obey(SearchPanel::Command command) {
         case SearchPanel::Command::cancel:
             return close();
         case SearchPanel::Command::activate:
-            return activateSelected();
+            return activate();
         case SearchPanel::Command::copy:
             return copySelected();
     }
@@ -142,11 +162,18 @@ double SearchPanelController::newStamp() {
 }
 
 void SearchPanelController::runQuery() {
+    debounceWork_.cancel();
+    areRowsOld_ = true;
+    startSearch(false);
+}
+
+void SearchPanelController::startSearch(bool keepsSelection) {
     lastQueryStarted_ = newStamp();
     Query query{
         lastQueryStarted_, std::string(text::trimmed(panel_.query())),
         callbacks_.snapshot ? callbacks_.snapshot() : SessionSnapshot(),
-        callbacks_.currentAttachedIds ? callbacks_.currentAttachedIds() : std::set<std::string>()};
+        callbacks_.currentAttachedIds ? callbacks_.currentAttachedIds() : std::set<std::string>(),
+        keepsSelection};
     progressCheck_ = loop_.after(progressDelay, [this, id = query.id] { showProgress(id); });
     workers_.post([&loop = loop_, weak = std::weak_ptr(self_), query = std::move(query)] {
         auto hits = Searcher::search(query.snapshot, query.text, query.attachedIds);
@@ -161,12 +188,16 @@ void SearchPanelController::accept(const Query& query, std::vector<SearchHit> hi
     if (expandedProject_)
         std::erase_if(hits,
                       [this](const auto& hit) { return !isOfProject(hit, *expandedProject_); });
+    const auto* shown = selected();
+    const auto before = shown ? std::optional(*shown) : std::nullopt;
     results_ = std::move(hits);
     attachedIdsForRender_ = query.attachedIds;
-    reload(query);
+    areRowsOld_ = false;
+    reload(query, before);
+    if (std::exchange(activatesFirstRow_, false) && panel_.isVisible()) activateSelected();
 }
 
-void SearchPanelController::reload(const Query& query) {
+void SearchPanelController::reload(const Query& query, const std::optional<SearchHit>& before) {
     const auto now = clock_();
     std::vector<SearchRow> rows;
     rows.reserve(results_.size());
@@ -175,9 +206,20 @@ void SearchPanelController::reload(const Query& query) {
             SearchRows::row(hit, attachedIdsForRender_, expandedProject_.value_or(""), now));
     if (rows.empty())
         panel_.setEmptyText(SearchRows::emptyState(query.text, query.snapshot.empty()));
+    // Nothing moves for a change that isn't to be seen.
+    if (query.keepsSelection && rows == rows_) return select(selection_);
     panel_.setRows(rows);
-    select(rows.empty() ? std::nullopt : std::optional<std::size_t>(0));
+    select(rows.empty() ? std::nullopt : std::optional(rowToSelect(query, before)));
     if (!rows.empty()) panel_.select(selection_);
+    rows_ = std::move(rows);
+}
+
+std::size_t SearchPanelController::rowToSelect(const Query& query,
+                                               const std::optional<SearchHit>& before) const {
+    if (!query.keepsSelection || !before) return 0;
+    const auto same =
+        std::ranges::find_if(results_, [&](const auto& hit) { return isSame(hit, *before); });
+    return same == results_.end() ? 0 : static_cast<std::size_t>(same - results_.begin());
 }
 
 void SearchPanelController::showProgress(double query) {
@@ -194,12 +236,24 @@ void SearchPanelController::select(std::optional<std::size_t> row) {
     if (hit) panel_.setScanningStrip("");
 }
 
+/// Whoever chooses a row means the one that is shown, whatever is being searched for.
+void SearchPanelController::choose(std::size_t row) {
+    areRowsOld_ = false;
+    select(row);
+}
+
 void SearchPanelController::moveSelection(int delta) {
     if (results_.empty()) return;
     const auto last = static_cast<std::ptrdiff_t>(results_.size()) - 1;
     const auto current = static_cast<std::ptrdiff_t>(selection_.value_or(0));
-    select(static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(current + delta, 0, last)));
+    choose(static_cast<std::size_t>(std::clamp<std::ptrdiff_t>(current + delta, 0, last)));
     panel_.select(selection_);
+}
+
+void SearchPanelController::activate() {
+    if (!areRowsOld_) return activateSelected();
+    activatesFirstRow_ = true;
+    if (debounceWork_) runQuery();
 }
 
 void SearchPanelController::activateSelected() {

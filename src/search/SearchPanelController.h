@@ -23,6 +23,7 @@ class WorkerPool;
 ///
 /// Main thread only; the search itself runs on the pool, with inputs that don't change. A result
 /// that isn't of the newest query is thrown away, and a keystroke makes every query before it old.
+/// Return never takes a row of an older query that the user didn't choose: it waits for the rows.
 /// Borrows its ports, which outlive it, and takes the panel's callbacks for itself. Results, the
 /// expanded project and the query survive hiding. Nothing here fails but the hotkey, which is said
 /// on standard error.
@@ -60,6 +61,9 @@ class SearchPanelController {
     /// With a query it is as if that had been typed.
     void open(const std::optional<std::string>& query = {});
     void close();
+    /// The catalogue has changed: shows what the query finds now, with the same row selected where
+    /// it is still there.
+    void refresh();
 
   private:
     struct Query;
@@ -68,10 +72,15 @@ class SearchPanelController {
     void noteTyping();
     void obey(SearchPanel::Command command);
     void runQuery();
+    void startSearch(bool keepsSelection);
     void accept(const Query& query, std::vector<SearchHit> hits);
-    void reload(const Query& query);
+    void reload(const Query& query, const std::optional<SearchHit>& before);
     void showProgress(double query);
     void select(std::optional<std::size_t> row);
+    void choose(std::size_t row);
+    [[nodiscard]] std::size_t rowToSelect(const Query& query,
+                                          const std::optional<SearchHit>& before) const;
+    void activate();
     void moveSelection(int delta);
     void activateSelected();
     void copySelected();
@@ -89,10 +98,13 @@ class SearchPanelController {
 
     std::shared_ptr<void> hotkey_;
     std::vector<SearchHit> results_;
+    std::vector<SearchRow> rows_;  ///< as the panel shows the results
     std::optional<std::size_t> selection_;
-    LoopHandle debounceWork_;
+    LoopHandle debounceWork_;  ///< only while it hasn't run
     LoopHandle progressCheck_;
-    double lastQueryStarted_ = 0;  ///< seconds since 1970; the newest query's id
+    double lastQueryStarted_ = 0;     ///< seconds since 1970; the newest query's id
+    bool areRowsOld_ = false;         ///< they aren't yet what the newest query finds
+    bool activatesFirstRow_ = false;  ///< of the newest query, as soon as it is there
     std::optional<std::string> expandedProject_;
     std::set<std::string> attachedIdsForRender_;
 

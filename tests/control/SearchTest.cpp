@@ -153,6 +153,15 @@ TEST_F(Search, AttachedSessionsComeFirstWhileNothingIsTyped) {
     EXPECT_TRUE(searchPanel->texts()[1].starts_with("s2 · q"));
 }
 
+TEST_F(Search, OpenPanelShowsWhatTheFirstReadingOfTheTreeFinds) {
+    makeSession("s1", "/p", "mend the kettle");
+    start();
+    coordinator->openSearchPanel();
+    ASSERT_TRUE(untilFound(1));
+    EXPECT_TRUE(searchPanel->texts()[0].starts_with("s1 · p"));
+    EXPECT_EQ(searchPanel->selected, 0U);
+}
+
 TEST_F(Search, NewestOfTheCatalogueCanBeAttachedFromTheMenu) {
     for (int i = 0; i < 10; ++i)
         makeSession("s" + std::to_string(i), "/p" + std::to_string(i),

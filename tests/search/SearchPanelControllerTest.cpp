@@ -264,6 +264,152 @@ TEST_F(SearchPanelControllerTest, UpAtTheTopAndDownAtTheBottomStayPut) {
     EXPECT_EQ(panel.selected, 1U);
 }
 
+TEST_F(SearchPanelControllerTest, ReturnTakesTheFirstRowOfWhatWasTypedEvenBeforeTheQueryStarts) {
+    open();
+    panel.press(Command::moveDown);
+    panel.type("project:offload");
+    loop.advance(milliseconds(79));
+    panel.press(Command::activate);
+    EXPECT_TRUE(attaches.empty()) << "the row that is shown is not of this query";
+    EXPECT_TRUE(panel.isVisible());
+    settle();
+    EXPECT_EQ(attaches, (std::vector<std::string>{"33333333-c /src/offload"}));
+    EXPECT_FALSE(panel.isVisible());
+    loop.advance(milliseconds(80));
+    settle();
+    EXPECT_EQ(panel.reloads, 2) << "it isn't searched for once more";
+    EXPECT_EQ(attaches.size(), 1U);
+}
+
+TEST_F(SearchPanelControllerTest, ReturnWaitsForAQueryThatRuns) {
+    open();
+    occupy();
+    panel.type("project:offload");
+    loop.advance(milliseconds(80));
+    panel.press(Command::activate);
+    EXPECT_TRUE(attaches.empty());
+    busy.signal();
+    settle();
+    EXPECT_EQ(attaches, (std::vector<std::string>{"33333333-c /src/offload"}));
+}
+
+TEST_F(SearchPanelControllerTest, ReturnOpensAProjectThatTheTypedQueryFindsFirst) {
+    open();
+    panel.type("tts");
+    panel.press(Command::activate);
+    settle();
+    settle();
+    EXPECT_TRUE(panel.rows.at(0).isExpanded);
+    EXPECT_TRUE(attaches.empty());
+}
+
+TEST_F(SearchPanelControllerTest, ReturnTakesTheRowThatWasChosenAfterTheLastKeystroke) {
+    open();
+    panel.type("zzz");
+    panel.press(Command::moveDown);
+    panel.press(Command::activate);
+    EXPECT_EQ(attaches, (std::vector<std::string>{"22222222-b /src/tts"}));
+    open();
+    search("t");
+    panel.type("zz");
+    panel.click(1);
+    panel.press(Command::activate);
+    EXPECT_EQ(attaches.size(), 2U);
+}
+
+TEST_F(SearchPanelControllerTest, ReturnIsForgottenWithTheNextKeystrokeAndWithThePanel) {
+    open();
+    panel.type("project:offload");
+    panel.press(Command::activate);
+    panel.type("project:tts");
+    settle();
+    loop.advance(milliseconds(80));
+    settle();
+    EXPECT_TRUE(attaches.empty());
+    panel.type("project:offload");
+    panel.press(Command::activate);
+    panel.press(Command::cancel);
+    settle();
+    open();
+    EXPECT_TRUE(attaches.empty());
+    panel.type("zzz");
+    panel.press(Command::activate);
+    settle();
+    EXPECT_TRUE(attaches.empty());
+    EXPECT_TRUE(panel.isVisible());
+}
+
+TEST_F(SearchPanelControllerTest, AChangeOfTheCatalogueIsShownAndLeavesTheSelectionWhereItIs) {
+    open();
+    panel.press(Command::moveDown);
+    sessions.insert(sessions.begin(), meta("44444444-d", "/src/new", "New"));
+    controller->refresh();
+    settle();
+    ASSERT_EQ(panel.rows.size(), 4U);
+    EXPECT_EQ(panel.selected, 2U);
+    panel.press(Command::copy);
+    EXPECT_EQ(panel.copied, (std::vector<std::string>{"22222222-b"}));
+    std::erase_if(sessions, [](const auto& session) { return session.sessionId == "22222222-b"; });
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.rows.size(), 3U);
+    EXPECT_EQ(panel.selected, 0U);
+    sessions.clear();
+    controller->refresh();
+    settle();
+    EXPECT_TRUE(panel.rows.empty());
+    EXPECT_FALSE(panel.selected);
+    sessions.push_back(meta("44444444-d", "/src/new", "New"));
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.selected, 0U);
+}
+
+TEST_F(SearchPanelControllerTest, AChangeThatIsNotToBeSeenMovesNothing) {
+    open();
+    panel.press(Command::moveDown);
+    progress = {.total = 9, .done = 1, .inFlight = true};
+    sessions[2].gitBranch = "main";
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.reloads, 1);
+    EXPECT_EQ(panel.selected, 1U);
+    controller->close();
+    sessions.pop_back();
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.rows.size(), 3U) << "a hidden panel waits until it is opened";
+}
+
+TEST_F(SearchPanelControllerTest, AChangeKeepsAnOpenProjectOpen) {
+    open();
+    search("tts");
+    panel.press(Command::activate);
+    settle();
+    panel.press(Command::moveDown);
+    sessions.insert(sessions.begin(), meta("44444444-d", "/src/tts", "tts first"));
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.rows.size(), 4U);
+    EXPECT_TRUE(panel.rows[0].isExpanded);
+    panel.press(Command::copy);
+    EXPECT_EQ(panel.copied, (std::vector<std::string>{"11111111-a"}));
+}
+
+TEST_F(SearchPanelControllerTest, AChangeNeitherHurriesNorReplacesWhatIsTyped) {
+    open();
+    panel.press(Command::moveDown);
+    panel.type("project:offload");
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.reloads, 1);
+    loop.advance(milliseconds(80));
+    controller->refresh();
+    panel.press(Command::activate);
+    settle();
+    EXPECT_EQ(attaches, (std::vector<std::string>{"33333333-c /src/offload"}));
+}
+
 TEST_F(SearchPanelControllerTest, WithoutRowsKeysDoNothing) {
     open();
     search("zzz");
