@@ -20,7 +20,7 @@ export class DaemonSilent extends Error {
 
 /** What a connection fails with whose other end was there: its queue was full, or it ended meanwhile. */
 const taken = new Set(['EAGAIN', 'ECONNRESET', 'EPIPE']);
-const nobody = new Set(['ENOENT', 'ECONNREFUSED', 'ENOTSOCK']);
+const nobody = new Set(['ENOENT', 'ENOTDIR', 'ECONNREFUSED', 'ENOTSOCK']);
 
 /**
  * Asks the daemon. Nothing where none listens, which is certain; fails with DaemonSilent where the question was taken

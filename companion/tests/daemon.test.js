@@ -1,0 +1,153 @@
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import net from 'node:net';
+import test from 'node:test';
+
+import { askDaemon } from '../lib/daemon/channel.js';
+import { daemonStatus, startDaemon, stopDaemon } from '../lib/daemon/daemonControl.js';
+import { ctl, daemonHome, isAlive, logRecords, pidFile } from './daemonProcess.js';
+import { until } from './home.js';
+
+/** The fields of /proc/<pid>/stat behind the name: state, parent, group, session, terminal. */
+function processFields(pid) {
+  const stat = fs.readFileSync(`/proc/${pid}/stat`, 'latin1');
+  return stat.slice(stat.lastIndexOf(')') + 2).split(' ').map(Number);
+}
+
+test('standby leaves a daemon that has nothing of whoever started it', async (t) => {
+  const home = daemonHome(t);
+  const extra = fs.openSync(home.inShared('of-the-terminal'), 'w');
+  t.after(() => fs.closeSync(extra));
+  // A descriptor of a high number is one that Node.js itself doesn't look for.
+  const stdio = ['ignore', 'pipe', 'pipe', ...Array(37).fill('ignore'), extra];
+  const { code, stderr } = await ctl(home, ['standby'],
+    { cwd: home.home, stdio, environment: { SECRET_KEY: 'x', NODE_OPTIONS: '--no-deprecation', XDG_DATA_HOME: '/data' } });
+  assert.deepEqual({ code, stderr }, { code: 0, stderr: '' });
+
+  const pid = pidFile(home);
+  const [, , group, session, terminal] = processFields(pid);
+  assert.deepEqual({ group, session, terminal }, { group: pid, session: pid, terminal: 0 });
+  assert.equal(fs.readlinkSync(`/proc/${pid}/cwd`), '/');
+  assert.match(fs.readFileSync(`/proc/${pid}/status`, 'utf8'), /^Umask:\s+0077$/m);
+  const open = fs.readdirSync(`/proc/${pid}/fd`).map((fd) => [fd, fs.readlinkSync(`/proc/${pid}/fd/${fd}`)]);
+  assert.deepEqual(open.slice(0, 2).map(([, file]) => file), ['/dev/null', '/dev/null']);
+  assert.deepEqual(open.filter(([, file]) => file.includes('of-the-terminal')), []);
+  const names = fs.readFileSync(`/proc/${pid}/environ`, 'utf8').split('\0').filter(Boolean).map((line) => line.split('=')[0]);
+  assert.deepEqual(names.sort(), ['HOME', 'PATH', 'SONRA_BRIDGE_PORT', 'XDG_DATA_HOME']);
+  assert.equal(fs.statSync(home.inShared('daemon.sock')).mode & 0o777, 0o600);
+  assert.equal(fs.statSync(home.inShared('daemon.log')).mode & 0o777, 0o600);
+});
+
+test('of many that start at once one becomes the daemon, and all succeed', async (t) => {
+  const home = daemonHome(t);
+  const results = await Promise.all(Array.from({ length: 6 }, () => ctl(home, ['standby', '--json'])));
+  assert.deepEqual(results.map(({ code, stderr }) => code + stderr), Array(6).fill('0'));
+  const answers = results.map(({ stdout }) => JSON.parse(stdout));
+  assert.deepEqual(new Set(answers.map(({ pid }) => pid)), new Set([pidFile(home)]));
+  assert.equal(answers.filter(({ started }) => started).length, 1);
+  assert.equal(logRecords(home).filter(({ msg }) => msg === 'daemon up').length, 1);
+});
+
+test('a killed daemon leaves nothing that keeps the next from starting', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  process.kill(pid, 'SIGKILL');
+  await until(() => !isAlive(pid));
+  assert.equal((await daemonStatus(home)).alive, false);
+  // Its number is that of a live process meanwhile.
+  fs.writeFileSync(home.inShared('daemon.pid'), `${process.pid}\n`);
+  assert.deepEqual(await stopDaemon(home), { stopped: false });
+  const next = await startDaemon(home);
+  assert.equal(next.started, true);
+  assert.equal(pidFile(home), next.pid);
+});
+
+test('stop-daemon ends it, takes its files away, and may be said again', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  assert.deepEqual(await ctl(home, ['stop-daemon']), { code: 0, stdout: 'The daemon was ended.\n', stderr: '' });
+  await until(() => !isAlive(pid));
+  assert.deepEqual(fs.readdirSync(home.shared).filter((name) => /^daemon\.(pid|sock|lock)/.test(name)), []);
+  assert.deepEqual(await ctl(home, ['stop-daemon']), { code: 0, stdout: 'No daemon ran.\n', stderr: '' });
+});
+
+test('a daemon that hangs is ended by its process, and is not started beside', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  process.kill(pid, 'SIGSTOP');
+  t.after(() => isAlive(pid) && process.kill(pid, 'SIGKILL'));
+  const status = await daemonStatus({ ...home, limit: 100 });
+  assert.deepEqual([status.alive, status.responding, status.pid], [true, false, pid]);
+  await assert.rejects(startDaemon(home), { name: 'DaemonError', message: /does not answer/ });
+  assert.deepEqual(await stopDaemon({ ...home, limit: 100 }), { stopped: true });
+  assert.equal(isAlive(pid), false);
+});
+
+test('the daemon ends on the signals by which it is told to', async (t) => {
+  for (const signal of ['SIGTERM', 'SIGINT']) {
+    const home = daemonHome(t);
+    const { pid } = await startDaemon(home);
+    process.kill(pid, 'SIGHUP');
+    process.kill(pid, signal);
+    await until(() => !isAlive(pid));
+    assert.equal(logRecords(home).find(({ msg }) => msg === 'daemon ends').input.reason, signal);
+    assert.equal(fs.existsSync(home.inShared('daemon.sock')), false);
+  }
+});
+
+test('a daemon whose folder was taken away ends, and leaves its successor alone', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  fs.renameSync(home.shared, `${home.shared}-away`);
+  const next = await startDaemon(home);
+  assert.notEqual(next.pid, pid);
+  await until(() => !isAlive(pid));
+  const { alive, pid: present } = await daemonStatus(home);
+  assert.deepEqual([alive, present, pidFile(home)], [true, next.pid, next.pid]);
+});
+
+test('a daemon.pid that was taken away is written again', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  fs.rmSync(home.inShared('daemon.pid'));
+  await until(() => fs.existsSync(home.inShared('daemon.pid')));
+  assert.equal(pidFile(home), pid);
+});
+
+test('a daemon that cannot start is reported with the place of its log', async (t) => {
+  const home = daemonHome(t);
+  // Nobody can listen at a path this long.
+  const environment = { ...home.environment, HOME: `${home.home}/${'long/'.repeat(30)}` };
+  const { code, stderr } = await ctl(home, ['standby'], { environment });
+  assert.equal(code, 1);
+  assert.match(stderr, /^ctl\.js: [^\n]+\n$/);
+});
+
+test('what is no question gets a report, and what has no end is cut off', async (t) => {
+  const home = daemonHome(t);
+  await startDaemon(home);
+  const socket = net.connect(home.inShared('daemon.sock'));
+  socket.on('error', () => {});
+  socket.write('x'.repeat(100_000));
+  await new Promise((resolve) => { socket.on('close', resolve); });
+  assert.equal((await askDaemon('what?', home)).pid, pidFile(home));
+});
+
+test('where the folder cannot be made the daemon says why', async (t) => {
+  const home = daemonHome(t);
+  fs.rmSync(home.shared, { recursive: true });
+  fs.writeFileSync(home.shared, '');
+  const { code, stderr } = await ctl(home, ['standby']);
+  assert.equal(code, 1);
+  assert.match(stderr, /^ctl\.js: [^\n]+\n$/);
+});
+
+test('standby may be started by a process that goes at once', async (t) => {
+  const home = daemonHome(t);
+  const shell = spawn('/bin/sh', ['-c', '"$0" "$1" standby >/dev/null 2>&1 &', process.execPath,
+    new URL('../ctl.js', import.meta.url).pathname], { env: home.environment, stdio: 'ignore' });
+  await once(shell, 'exit');
+  await until(async () => (await daemonStatus(home)).alive);
+});

@@ -1,0 +1,121 @@
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import test from 'node:test';
+
+import { Daemon } from '../lib/daemon/daemon.js';
+import { daemonEnvironment } from '../lib/daemon/environment.js';
+import { FolderWatch } from '../lib/daemon/folderWatch.js';
+import { holdsSocket, memoryOf } from '../lib/daemon/processFacts.js';
+import { Troubles } from '../lib/daemon/troubles.js';
+import { Log, silentLog } from '../lib/log.js';
+import { HandClock } from './handClock.js';
+import { temporaryHome, until } from './home.js';
+
+/** Parts that fail so many times and then start; what they did is in `done`. */
+function fakeParts(failures) {
+  const done = [];
+  const part = (name) => async () => {
+    done.push(`${name} begins`);
+    failures[name] -= 1;
+    if (failures[name] >= 0) throw new Error(`no ${name}`);
+    return { port: name === 'bridge' ? 7842 : undefined, stop: async () => { done.push(`${name} ends`); } };
+  };
+  return { done, parts: { discovery: part('discovery'), bridge: part('bridge') } };
+}
+
+test('a part that fails leaves the others alone, says so, and is tried again with growing patience', async () => {
+  const lines = [];
+  const clock = new HandClock();
+  const { done, parts } = fakeParts({ discovery: 2, bridge: 0 });
+  const daemon = new Daemon({ environment: {}, log: new Log({ append: (line) => lines.push(JSON.parse(line)) }), clock, parts });
+  await daemon.start();
+  assert.deepEqual(daemon.report(), { stopping: false, bridgePort: 7842, parts: { discovery: 'failed', bridge: 'running' } });
+  assert.deepEqual(lines.filter(({ level }) => level === 50).map(({ input, cause }) => [input.part, cause.message]),
+    [['discovery', 'no discovery']]);
+  await clock.pass(5000);
+  await clock.pass(9999);
+  assert.equal(daemon.report().parts.discovery, 'failed');
+  await clock.pass(1);
+  assert.equal(daemon.report().parts.discovery, 'running');
+  await daemon.stop();
+  assert.deepEqual(done, ['discovery begins', 'bridge begins', 'discovery begins', 'discovery begins', 'discovery ends', 'bridge ends']);
+});
+
+test('a part that is still starting when the daemon ends is ended as well, and none is tried again', async () => {
+  const clock = new HandClock();
+  const { done, parts } = fakeParts({ discovery: 1, bridge: 0 });
+  const daemon = new Daemon({ environment: {}, log: silentLog, clock, parts });
+  const starting = daemon.start();
+  await daemon.stop();
+  await starting;
+  await clock.pass(60_000);
+  assert.deepEqual(done, ['discovery begins', 'bridge begins', 'bridge ends']);
+});
+
+test('a part that cannot end does not keep the others from it', async () => {
+  const ended = [];
+  const parts = {
+    bad: async () => ({ stop: () => { throw new Error('no end'); } }),
+    good: async () => ({ stop: () => ended.push('good') }),
+  };
+  const daemon = new Daemon({ environment: {}, log: silentLog, parts });
+  await daemon.start();
+  await daemon.stop();
+  assert.deepEqual(ended, ['good']);
+});
+
+test('uncaught errors are borne until there are too many in a minute', () => {
+  const clock = new HandClock();
+  const troubles = new Troubles({ log: silentLog, clock, most: 2 });
+  const bear = () => troubles.bear(new Error('x'));
+  assert.deepEqual([bear(), bear(), bear()], [true, true, false]);
+  clock.time += 60_000;
+  assert.equal(bear(), true);
+});
+
+test('the daemon is given places and settings, and no key', () => {
+  const all = { HOME: '/h', CODEX_HOME: '/c', XDG_DATA_HOME: '/d', TTS_LOG_LEVEL: 'debug', GOOGLE_API_KEY: 'k',
+    NODE_OPTIONS: '--inspect', SSH_AUTH_SOCK: '/s', SONRA_ENV: 'dev', LC_ALL: 'C' };
+  assert.deepEqual(Object.keys(daemonEnvironment(all)), ['HOME', 'CODEX_HOME', 'XDG_DATA_HOME', 'TTS_LOG_LEVEL', 'SONRA_ENV', 'LC_ALL']);
+});
+
+test('a folder watch tells of the files that it was given, and of no others', async (t) => {
+  const { home } = temporaryHome(t);
+  const events = [];
+  const watch = new FolderWatch(home, ['a'], () => events.push('a'));
+  const other = new FolderWatch(home, ['z'], () => events.push('z'));
+  for (const each of [watch, other]) each.start();
+  t.after(() => { watch.stop(); other.stop(); });
+  fs.writeFileSync(`${home}/b`, '');
+  fs.writeFileSync(`${home}/a`, '');
+  await until(() => events.length > 0);
+  assert.deepEqual(new Set(events), new Set(['a']));
+});
+
+test('a folder that is not there is looked for with growing patience, and watched once it is', async (t) => {
+  const { home } = temporaryHome(t);
+  const clock = new HandClock();
+  let events = 0;
+  const watch = new FolderWatch(`${home}/new`, ['a'], () => { events += 1; }, clock);
+  t.after(() => watch.stop());
+  watch.start();
+  assert.equal(watch.isWatching, false);
+  await clock.pass(1000);
+  assert.deepEqual([events, watch.isWatching], [1, false]);
+  fs.mkdirSync(`${home}/new`);
+  await clock.pass(1999);
+  assert.equal(watch.isWatching, false);
+  await clock.pass(1);
+  assert.equal(watch.isWatching, true);
+  fs.writeFileSync(`${home}/new/a`, '');
+  await until(() => events > 2);
+  fs.rmSync(`${home}/new`, { recursive: true });
+  await until(() => !watch.isWatching);
+});
+
+test('memory is told of a live process, and of no other', () => {
+  const { rss, pss } = memoryOf(process.pid);
+  assert.ok(rss > 10_000_000 && pss > 1_000_000 && pss <= rss);
+  assert.deepEqual(memoryOf(999_999_999), { rss: undefined, pss: undefined });
+  assert.equal(holdsSocket(999_999_999, '/x'), false);
+});
