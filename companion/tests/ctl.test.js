@@ -1,0 +1,100 @@
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import net from 'node:net';
+import test from 'node:test';
+
+import { duration } from '../lib/ctl/status.js';
+import { SharedDocument } from '../lib/sharedDocument.js';
+import { ctl, ctlScript, daemonHome, pidFile } from './daemonProcess.js';
+import { temporaryHome } from './home.js';
+
+test('help and version go to standard output and end with 0', async (t) => {
+  const home = temporaryHome(t);
+  const helped = await ctl(home, ['--help']);
+  assert.deepEqual([helped.code, helped.stderr], [0, '']);
+  for (const word of ['standby', 'stop-daemon', 'status', 'install', 'uninstall', 'captions on|off', 'diag', '--json']) {
+    assert.ok(helped.stdout.includes(word), word);
+  }
+  assert.match((await ctl(home, ['status', '--version'])).stdout, /^sonra-ctl \d+\.\d+\.\d+\n$/);
+});
+
+test('what is not understood gets one sentence and ends with 2', async (t) => {
+  const home = temporaryHome(t);
+  const lines = [[], ['stand'], ['toString'], ['--jason', 'status'], ['status', 'now'], ['captions'], ['captions', 'maybe'],
+    ['captions', 'on', 'off'], ['--', '--help'], ['captions', '--', '--json']];
+  for (const args of lines) {
+    const { code, stdout, stderr } = await ctl(home, args);
+    assert.deepEqual([args, code, stdout], [args, 2, '']);
+    assert.match(stderr, /^ctl\.js: [^\n]+\.\n$/);
+  }
+  assert.deepEqual(fs.readdirSync(home.shared), []);
+});
+
+test('captions are turned on and off in the shared document, and nothing else is', async (t) => {
+  const home = temporaryHome(t);
+  fs.writeFileSync(home.inShared('state.json'), '{"captions":true,"speed":1.0,"theirs":[1]}');
+  assert.deepEqual(await ctl(home, ['captions', 'off']), { code: 0, stdout: 'Captions are off.\n', stderr: '' });
+  assert.equal(fs.readFileSync(home.inShared('state.json'), 'utf8'), '{\n  "captions": false,\n  "speed": 1.0,\n  "theirs": [1]\n}');
+  assert.equal((await ctl(home, ['--json', 'captions', 'on'])).stdout, '{"captions":true}\n');
+  assert.equal(SharedDocument.read(home.inShared('state.json')).get('captions'), true);
+});
+
+test('install and uninstall say what they did', async (t) => {
+  const home = temporaryHome(t);
+  const environment = { SONRA_PROGRAM: process.execPath };
+  const entry = `${home.home}/.config/autostart/dev.trelnivorn.sonra.desktop`;
+  assert.equal((await ctl(home, ['install'], { environment })).stdout,
+    `${process.execPath} starts at login from now on (${entry}).\n`);
+  assert.match((await ctl(home, ['status'])).stdout, /^start at login: on$/m);
+  fs.appendFileSync(entry, 'Hidden=true\n');
+  assert.match((await ctl(home, ['status'])).stdout, /^start at login: turned off in the desktop's settings$/m);
+  assert.equal((await ctl(home, ['uninstall'])).stdout, 'Sonra no longer starts at login.\n');
+  assert.match((await ctl(home, ['status'])).stdout, /^start at login: off$/m);
+  assert.deepEqual(await ctl(home, ['install'], { environment: { SONRA_PROGRAM: '/none' } }),
+    { code: 1, stdout: '', stderr: 'ctl.js: /none is no program that can be started.\n' });
+});
+
+test('status of a home where nothing runs', async (t) => {
+  const { code, stdout } = await ctl(temporaryHome(t), ['status', '--json']);
+  assert.equal(code, 0);
+  assert.deepEqual(JSON.parse(stdout), {
+    daemon: { alive: false }, service: { running: false }, sessions: { attached: 0, discovered: 0 },
+    bridge: { port: null, pairedDevices: 0 }, autostart: { installed: false, enabled: false } });
+});
+
+test('status of a home where all runs', async (t) => {
+  const home = daemonHome(t);
+  const server = net.createServer((socket) => socket.resume()).listen(home.inShared('service.sock'));
+  await once(server, 'listening');
+  t.after(() => server.close());
+  fs.writeFileSync(home.inShared('sonra.lock'), '4711\n');
+  const token = { label: 'Phone', createdAt: 1, token: 's3cret' };
+  fs.writeFileSync(home.inShared('bridge-tokens.json'), JSON.stringify({ tokens: [token, { label: 'broken' }, null] }));
+  fs.writeFileSync(home.inShared('state.json'), JSON.stringify({ sessions: [{ id: 'a', cwd: '/x' }] }));
+  await ctl(home, ['standby']);
+  const { stdout } = await ctl(home, ['status', '--json']);
+  const facts = JSON.parse(stdout);
+  assert.equal(stdout.includes('s3cret'), false);
+  assert.deepEqual([facts.daemon.alive, facts.daemon.pid], [true, pidFile(home)]);
+  assert.ok(facts.daemon.memory.rss > 10_000_000 && facts.daemon.uptimeSeconds < 60);
+  assert.deepEqual([facts.service, facts.sessions.attached, facts.bridge.pairedDevices], [{ running: true, pid: 4711 }, 1, 1]);
+  const words = (await ctl(home, ['status'])).stdout;
+  assert.match(words, /^daemon: +running \(process \d+, \d+ s, \d+ MB\)/m);
+  assert.match(words, /^service: +running \(process 4711\)$/m);
+  assert.match(words, /1 paired device$/m);
+});
+
+test('a reader that goes away is no trouble', async (t) => {
+  const home = temporaryHome(t);
+  const child = spawn(process.execPath, [ctlScript, '--help'], { env: home.environment, stdio: ['ignore', 'pipe', 'pipe'] });
+  child.stdout.destroy();
+  let errors = '';
+  child.stderr.on('data', (bytes) => { errors += bytes; });
+  assert.deepEqual([(await once(child, 'exit'))[0], errors], [0, '']);
+});
+
+test('durations are told in the largest units that matter', () => {
+  assert.deepEqual([59, 60, 3599, 3725, 360_000].map(duration), ['59 s', '1 min', '59 min', '1 h 2 min', '100 h 0 min']);
+});
