@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <functional>
 #include <numeric>
 #include <optional>
 
@@ -18,6 +19,8 @@ namespace {
 
 constexpr double daySeconds = 86400;
 constexpr double weekSeconds = 604800;
+
+constexpr int noFloor = -1;  // every score is above it
 
 /// In HitField's order.
 constexpr std::array<int, SearchText::fieldCount> fieldWeights{
@@ -77,6 +80,10 @@ class Search {
           now_(now),
           tokens_(query.plain.begin(), query.plain.end()) {
         for (const auto& id : attachedIds) attachedBits_ |= SearchTable::idBit(id);
+        isNamed_.reserve(table_.projects().size());
+        for (const auto& project : table_.projects())
+            isNamed_.push_back(std::ranges::any_of(
+                query.plain, [&](const auto& token) { return holds(project.lowered, token); }));
     }
 
     std::vector<SearchHit> run();
@@ -88,11 +95,12 @@ class Search {
     [[nodiscard]] bool passesFilters(std::uint32_t row) const;
     [[nodiscard]] std::optional<int> tokenScore(const SearchTable::Row& row, std::uint32_t number,
                                                 const FieldScan& token) const;
-    [[nodiscard]] std::optional<int> score(std::uint32_t row) const;
+    [[nodiscard]] static std::optional<int> highestScore(const SearchTable::Row& row,
+                                                         const FieldScan& token);
+    [[nodiscard]] std::optional<int> score(std::uint32_t number, int floor) const;
     [[nodiscard]] int bonus(std::uint32_t row) const;
     void findAll();
     [[nodiscard]] std::vector<ProjectSum> bestProjects() const;
-    [[nodiscard]] bool isNamed(const SearchTable::Project& project) const;
     void addProjects(std::vector<SearchHit>& hits) const;
     void addSessions(std::vector<SearchHit>& hits) const;
     [[nodiscard]] SessionHit sessionHit(const Found& found) const;
@@ -104,7 +112,8 @@ class Search {
     const double now_;
     const std::vector<FieldScan> tokens_;
     std::uint64_t attachedBits_ = 0;
-    std::vector<Found> found_;  // in the order of rows
+    std::vector<char> isNamed_;  // by project: the query holds a part of its name
+    std::vector<Found> found_;   // all that can be shown, in the order of rows
 };
 
 bool Search::passesFilters(std::uint32_t row) const {
@@ -147,26 +156,52 @@ int Search::bonus(std::uint32_t row) const {
     return bonus;
 }
 
-std::optional<int> Search::score(std::uint32_t row) const {
-    if (!passesFilters(row)) return std::nullopt;
-    int sum = 0;
+/// What the token can come to in this row; nothing if no field can hold it.
+std::optional<int> Search::highestScore(const SearchTable::Row& row, const FieldScan& token) {
+    for (std::size_t i = 0; i < SearchText::fieldCount; ++i)
+        if (token.mayMatch(row.masks[i], row.lengths[i]))
+            return token.highestScore() * fieldWeights[i];
+    return std::nullopt;
+}
+
+/// Begins with what is possible and ends with what is. Nothing if that isn't above `floor`.
+std::optional<int> Search::score(std::uint32_t number, int floor) const {
+    if (!passesFilters(number)) return std::nullopt;
+    const auto& row = table_.rows()[number];
+    int score = bonus(number);
     for (const auto& token : tokens_) {
-        const auto best = tokenScore(table_.rows()[row], row, token);
-        if (!best) return std::nullopt;
-        sum += *best;
+        const auto highest = highestScore(row, token);
+        if (!highest) return std::nullopt;
+        score += *highest;
     }
-    return sum + bonus(row);
+    for (const auto& token : tokens_) {
+        if (score <= floor) return std::nullopt;
+        const auto best = tokenScore(row, number, token);
+        if (!best) return std::nullopt;
+        score += *best - *highestScore(row, token);
+    }
+    return score > floor ? std::optional(score) : std::nullopt;
 }
 
+/// A session that neither belongs to a folder that will be shown nor is better than the worst of
+/// the sessions that will be shown makes no difference. Equal ones come behind, being older.
 void Search::findAll() {
+    std::vector<int> shown;  // their scores, a heap with the worst on top
     const auto count = static_cast<std::uint32_t>(table_.rows().size());
-    for (std::uint32_t row = 0; row < count; ++row)
-        if (const auto sum = score(row)) found_.push_back({row, *sum});
-}
-
-bool Search::isNamed(const SearchTable::Project& project) const {
-    return std::ranges::any_of(query_.plain,
-                               [&](const auto& token) { return holds(project.lowered, token); });
+    for (std::uint32_t row = 0; row < count; ++row) {
+        const bool belongsToNamed = isNamed_[table_.projectOf(row)];
+        const int floor = shown.size() < Searcher::maxSessions ? noFloor : shown.front();
+        const auto sum = score(row, belongsToNamed ? noFloor : floor);
+        if (!sum) continue;
+        found_.push_back({row, *sum});
+        if (*sum <= floor) continue;
+        if (floor != noFloor) {
+            std::ranges::pop_heap(shown, std::greater());
+            shown.pop_back();
+        }
+        shown.push_back(*sum);
+        std::ranges::push_heap(shown, std::greater());
+    }
 }
 
 /// Of equal scores the one whose best session is better.
@@ -178,9 +213,8 @@ std::vector<ProjectSum> Search::bestProjects() const {
         sum.score += found.score;
     }
     for (std::uint32_t i = 0; i < sums.size(); ++i) sums[i].project = i;
-    std::erase_if(sums, [&](const ProjectSum& sum) {
-        return sum.score == 0 || !isNamed(table_.projects()[sum.project]);
-    });
+    std::erase_if(sums,
+                  [&](const ProjectSum& sum) { return sum.score == 0 || !isNamed_[sum.project]; });
     std::ranges::sort(sums, [](const ProjectSum& a, const ProjectSum& b) {
         return a.score != b.score ? a.score > b.score : isBetter(a.best, b.best);
     });
