@@ -33,8 +33,9 @@ export function execWord(word) {
  */
 function startCommand(program, environment, findNode) {
   const node = nodeProgram();
-  if (findNode(environment) || node.includes(' ')) return [program];
-  return ['/usr/bin/env', `TTS_CTL_CMD=${node} ${ctlScript}`, program];
+  if (!findNode(environment) && !node.includes(' ')) return ['/usr/bin/env', `TTS_CTL_CMD=${node} ${ctlScript}`, program];
+  // GLib looks for the first word before it has undone the doubling of its percent signs.
+  return program.includes('%') ? ['/usr/bin/env', program] : [program];
 }
 
 /** The entry's text. */

@@ -6,7 +6,7 @@ import test from 'node:test';
 
 import * as autostart from '../lib/autostart.js';
 import { ctlScript, ctlOfService, nodeWithoutPath, programOnPath, sonraProgram } from '../lib/programs.js';
-import { temporaryHome } from './home.js';
+import { temporaryHome, until } from './home.js';
 
 function writeProgram(file, text = '#!/bin/sh\n') {
   fs.mkdirSync(path.dirname(file), { recursive: true });
@@ -24,34 +24,37 @@ function stage(t, name = 'opt/50% "off" $HOME `x` \\ dir/bin/sonra') {
   return { ...home, program, entry };
 }
 
-/** Starts an entry as a desktop does: the value's escapes undone, then its words', then its percent signs. */
-function startEntry(entry, environment) {
-  const value = fs.readFileSync(entry, 'utf8').match(/^Exec=(.*)$/m)[1]
-    .replace(/\\([\\snrt])/g, (_, c) => ({ '\\': '\\', s: ' ', n: '\n', r: '\r', t: '\t' })[c]);
-  const words = [...value.matchAll(/"((?:[^"\\]|\\.)*)"|([^ "]+)/gs)]
-    .map(([, quoted, plain]) => (plain ?? quoted.replace(/\\(.)/gs, '$1')).replaceAll('%%', '%'));
-  execFileSync(words[0], words.slice(1), { env: environment });
+/** Starts an entry as a desktop does, and gives what the program wrote. */
+async function startEntry({ home, entry }) {
+  execFileSync('gio', ['launch', entry], { env: { PATH: '/usr/bin:/bin', HOME: home, OUT: `${home}/out` }, timeout: 10_000 });
+  return until(() => fs.existsSync(`${home}/out`) && fs.readFileSync(`${home}/out`, 'utf8'));
+}
+
+/** A validator's complaints. */
+function complaints(entry) {
+  const { status, stdout, stderr } = spawnSync('desktop-file-validate', [entry], { encoding: 'utf8' });
+  return `${status}${stdout}${stderr}`;
 }
 
 const noNode = () => undefined;
 
-test('the entry starts the service, wherever it lies', (t) => {
-  const { home, environment, program, entry } = stage(t);
+test('the entry starts the service, wherever it lies', async (t) => {
+  const home = stage(t);
+  const { environment, program, entry } = home;
   assert.equal(autostart.isAutostartInstalled({ environment }), false);
   assert.deepEqual(autostart.installAutostart({ environment }), { path: entry, program });
   assert.equal(autostart.isAutostartInstalled({ environment }), true);
   assert.equal(autostart.isAutostartEnabled({ environment }), true);
-  assert.deepEqual(spawnSync('desktop-file-validate', [entry], { encoding: 'utf8' }).stdout, '');
-  startEntry(entry, { OUT: `${home}/out` });
-  assert.equal(fs.readFileSync(`${home}/out`, 'utf8'), `${program}|0|`);
+  assert.equal(complaints(entry), '0');
+  assert.equal(await startEntry(home), `${program}|0|`);
 });
 
-test('where Node.js would not be found at login the service is told of it', (t) => {
-  const { home, environment, program, entry } = stage(t);
+test('where Node.js would not be found at login the service is told of it', async (t) => {
+  const home = stage(t);
+  const { environment, program, entry } = home;
   autostart.installAutostart({ environment, findNode: noNode });
-  assert.equal(spawnSync('desktop-file-validate', [entry], { encoding: 'utf8' }).stdout, '');
-  startEntry(entry, { OUT: `${home}/out` });
-  assert.equal(fs.readFileSync(`${home}/out`, 'utf8'), `${program}|0|${process.execPath} ${ctlScript}`);
+  assert.equal(complaints(entry), '0');
+  assert.equal(await startEntry(home), `${program}|0|${process.execPath} ${ctlScript}`);
 });
 
 test('a plain path stands as it is', () => {
