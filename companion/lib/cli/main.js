@@ -21,7 +21,7 @@ function version() {
 }
 
 async function answerHelp({ command, options }, output) {
-  if (options.version && !command) {
+  if (options.version) {
     output.say(`tts ${version()}`);
     output.result({ version: version() });
     return exitCodes.ok;

@@ -72,12 +72,12 @@ export async function muting(context) {
 }
 
 async function listVoices({ environment, output }) {
-  const [{ voices }, { columns }] = await Promise.all([import('../voices.js'), import('./output.js')]);
+  const [{ voices }, { columns, plain }] = await Promise.all([import('../voices.js'), import('./output.js')]);
   const chosen = read(environment).voice;
   const rows = columns(voices.map(({ id, name, descriptor }) =>
     [id === chosen ? '*' : ' ', id, name, descriptor]), '');
   output.say(...rows.map((row) => (row.startsWith('*') ? output.style('bold', row) : row)));
-  if (!voices.some(({ id }) => id === chosen)) output.note(`The voice in use, "${chosen}", is none of these.`);
+  if (!voices.some(({ id }) => id === chosen)) output.note(`The voice in use, "${plain(chosen)}", is none of these.`);
   output.result({ voice: chosen, voices });
 }
 

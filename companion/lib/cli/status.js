@@ -22,15 +22,20 @@ function playbackOf(environment, running) {
   };
 }
 
+function daemonFacts({ alive, responding = alive, pid, bridgePort }) {
+  return { running: alive, responding, ...(pid ? { pid } : {}), ...(bridgePort ? { bridgePort } : {}) };
+}
+
 async function gather({ environment, neighbours }) {
   const document = SharedDocument.read(statePath(environment));
   const [running, daemon] = await Promise.all([
     isServiceRunning({ path: socketPath(environment) }),
-    neighbours.daemonStatus(environment),
+    // One that can't be asked is told as such; it mustn't cost the report.
+    neighbours.daemonStatus(environment).catch(() => ({ alive: true, responding: false })),
   ]);
   return {
     service: { running },
-    daemon: { running: daemon.alive, ...(daemon.alive && daemon.pid ? { pid: daemon.pid } : {}) },
+    daemon: daemonFacts(daemon),
     settings: settingsOf(document),
     playback: playbackOf(environment, running),
     sessions: sessionsFrom(document.list('sessions')),
@@ -38,7 +43,11 @@ async function gather({ environment, neighbours }) {
   };
 }
 
-const yesNo = (running) => (running ? 'running' : 'not running');
+function lifeLine({ running, responding = running, bridgePort }) {
+  if (!running) return 'not running';
+  if (!responding) return 'not answering';
+  return bridgePort ? `running, bridge on port ${bridgePort}` : 'running';
+}
 
 function voiceLine({ voice, speed, volume, muted, captions }) {
   return `${plain(voice)}, speed ${speed}x, volume ${volume}%${muted ? ', muted' : ''}, captions ${captions ? 'on' : 'off'}`;
@@ -56,8 +65,8 @@ function print(report, { environment, output, options }, now) {
   const shown = options.all ? others : others.filter((session) => isFresh(session, now));
   const heading = (text) => output.style('bold', text);
   output.say(...columns([
-    ['Service', yesNo(service.running)],
-    ['Daemon', yesNo(daemon.running)],
+    ['Service', lifeLine(service)],
+    ['Daemon', lifeLine(daemon)],
     ['Voice', voiceLine(settings)],
     ['Speaking', playbackLine(playback, settings)],
   ], ''));

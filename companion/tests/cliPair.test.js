@@ -1,0 +1,97 @@
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import test from 'node:test';
+
+import { mintCode } from '../lib/bridge/pairCode.js';
+import { readState, tts } from './commandLine.js';
+import { temporaryHome } from './home.js';
+
+const alive = { daemonStatus: async () => ({ alive: true, bridgePort: 17842 }) };
+
+/** Mints the code 004711, which lives for `lifetime` from now, and tells when it has. */
+function minting(lifetime = 300_000, then = () => {}) {
+  return async (environment) => {
+    const minted = mintCode({ environment, now: Date.now() - 300_000 + lifetime, random: () => 4711 });
+    then();
+    return minted;
+  };
+}
+
+const writeTokens = (home, tokens) => fs.writeFileSync(home.inShared('bridge-tokens.json'), JSON.stringify({ tokens }));
+const token = (name, createdAt) => ({ label: name, token: `secret-${name}`, createdAt });
+
+test('without a terminal the code and the address are printed, and the code stays valid', async (t) => {
+  const home = temporaryHome(t);
+  const { exit, stdout, stderr } = await tts(home, ['pair'], { neighbours: { ...alive, mintCode: minting() } });
+  assert.equal(exit, 0);
+  assert.match(stdout, /^Open one of these on the phone: http:\/\/127\.0\.0\.1:17842\/\nand enter the code: 004711\nIt is valid until .*\d\d.*\.\n$/);
+  assert.match(stderr, /Only this computer reaches the bridge/);
+  assert.match(stderr, /service isn't running/);
+  assert.equal(JSON.parse(fs.readFileSync(home.inShared('active-pair-code.json'), 'utf8')).code, '004711');
+  assert.deepEqual(readState(home), {});
+});
+
+test('--lan and --no-lan are kept', async (t) => {
+  const home = temporaryHome(t);
+  const neighbours = { ...alive, mintCode: minting() };
+  const first = JSON.parse((await tts(home, ['pair', '--lan', '--json'], { neighbours })).stdout);
+  assert.deepEqual([first.lan, first.code, readState(home).bridgeLan], [true, '004711', true]);
+  for (const address of first.addresses) assert.match(address, /^http:\/\/(?!127\.).*:17842\/$/);
+  assert.equal(JSON.parse((await tts(home, ['pair', '--json'], { neighbours })).stdout).lan, true);
+  assert.equal(JSON.parse((await tts(home, ['pair', '--no-lan', '--json'], { neighbours })).stdout).lan, false);
+  assert.equal(readState(home).bridgeLan, false);
+  assert.equal((await tts(home, ['pair', '--no-lan', '--lan'], { neighbours })).exit, 2);
+  assert.equal((await tts(home, ['pair', '--wait', '--no-wait'], { neighbours })).exit, 2);
+});
+
+test('the daemon is started where it does not run', async (t) => {
+  const home = temporaryHome(t);
+  let started = false;
+  const neighbours = {
+    mintCode: minting(),
+    daemonStatus: async () => ({ alive: started }),
+    startDaemon: async () => { started = true; },
+  };
+  const { exit, stdout, stderr } = await tts(home, ['pair'], { neighbours });
+  assert.equal(exit, 0);
+  assert.match(stderr, /^Started the daemon/);
+  assert.match(stdout, /http:\/\/127\.0\.0\.1:7842\//);
+});
+
+test('on a terminal a device that pairs is told by its name', async (t) => {
+  const home = temporaryHome(t);
+  writeTokens(home, [token('old', 1)]);
+  const pairs = () => setTimeout(() => writeTokens(home, [token('old', 1), token('Pixel\u001b[31m', 3), { label: 'x' }]), 50);
+  const { exit, stdout } = await tts(home, ['pair'], { isTerminal: true, neighbours: { ...alive, mintCode: minting(300_000, pairs) } });
+  assert.equal(exit, 0);
+  assert.match(stdout, /\nPaired: Pixel \[31m\.\n$/);
+});
+
+test('waiting in JSON gives one object at the end', async (t) => {
+  const home = temporaryHome(t);
+  const pairs = () => setTimeout(() => writeTokens(home, [token('Pixel', 3)]), 50);
+  const { stdout } = await tts(home, ['pair', '--wait', '--json'], { neighbours: { ...alive, mintCode: minting(300_000, pairs) } });
+  const { paired, device, code } = JSON.parse(stdout);
+  assert.deepEqual([paired, device, code], [true, 'Pixel', '004711']);
+});
+
+const endings = [
+  ['that expires', { lifetime: 100 }, 1, 'expired', /has expired/],
+  ['that the bridge voids', { then: (home) => fs.rmSync(home.inShared('active-pair-code.json')) }, 1, 'void', /void/],
+  ['that is given up', { abort: true }, 130, 'interrupted', /Given up/],
+];
+for (const [what, { lifetime, then, abort }, code, kind, said] of endings) {
+  test(`a code ${what} ends with ${code} and is no longer there`, async (t) => {
+    const home = temporaryHome(t);
+    const controller = new AbortController();
+    const afterwards = () => setTimeout(() => { then?.(home); if (abort) controller.abort(); }, 30);
+    const { exit, stdout, stderr } = await tts(home, ['pair', '--wait', '--json'], {
+      signal: controller.signal, neighbours: { ...alive, mintCode: minting(lifetime, afterwards) },
+    });
+    assert.equal(exit, code);
+    assert.match(stderr, said);
+    const { ok, error, paired } = JSON.parse(stdout);
+    assert.deepEqual([ok, error, paired], [false, kind, false]);
+    assert.equal(fs.existsSync(home.inShared('active-pair-code.json')), false);
+  });
+}

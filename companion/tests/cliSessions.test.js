@@ -1,0 +1,260 @@
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import test from 'node:test';
+
+import { ago, isInside, sessionsFrom } from '../lib/cli/sessions.js';
+import { plain, shortened } from '../lib/cli/output.js';
+import { readState, tts, writeState } from './commandLine.js';
+import { fakeService } from './fakeService.js';
+import { temporaryHome } from './home.js';
+
+const minute = 60_000;
+
+/** A session on disk, and its row as the daemon writes it. */
+function row(home, sessionId, { minutes = 1, cwd = '/srv/proj', source = 'claude-code', ...more } = {}) {
+  const transcript = path.join(home.home, `${sessionId}.jsonl`);
+  fs.writeFileSync(transcript, '{}\n');
+  return { sessionId, cwd, source, transcript, mtimeMs: Date.now() - minutes * minute, active: true, ...more };
+}
+
+/** With these rows kept by a daemon that lives. */
+function listed(home, rows, state = {}) {
+  writeState(home, { ...state, discoveredSessions: rows });
+  return { neighbours: { daemonStatus: async () => ({ alive: true }) } };
+}
+
+/** With these rows found by a look at the disk. */
+const onDisk = (rows) => ({ neighbours: { findSessions: async () => rows } });
+
+const attachedIds = (home) => (readState(home).sessions ?? []).map(({ id }) => id);
+
+test('on attaches the newest session in use, with all that the row tells', async (t) => {
+  const home = temporaryHome(t);
+  const { lines } = await fakeService(t, home);
+  const newest = row(home, 'aaaa', { minutes: 2, title: 'Fix it', branch: 'main' });
+  const { exit, stdout, stderr } = await tts(home, ['on'], listed(home, [newest, row(home, 'bbbb', { minutes: 30 })]));
+  assert.deepEqual([exit, stdout, stderr], [0, 'Attached: Claude Code in /srv/proj (aaaa).\n', '']);
+  assert.deepEqual(lines, [{ id: 'aaaa', cwd: '/srv/proj', transcript: newest.transcript, source: 'claude-code',
+    branch: 'main', title: 'Fix it', proto: 1, cmd: 'attach' }]);
+});
+
+test('other sessions in use are mentioned', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const rows = [row(home, 'older', { minutes: 5 }), row(home, 'newer', { minutes: 3 })];
+  const { stdout, stderr } = await tts(home, ['on'], listed(home, rows));
+  assert.match(stdout, /\(newer\)/);
+  assert.match(stderr, /^Chose the newest; also in use:\n {2}older {2}5 min ago {2}Claude Code {2}\/srv\/proj\n$/);
+});
+
+test('where nothing is in use the sessions that there are can be chosen from', async (t) => {
+  const home = temporaryHome(t);
+  const { lines } = await fakeService(t, home);
+  const rows = [row(home, 'aaaa', { minutes: 20 }), row(home, 'bbbb', { minutes: 200 })];
+  const { exit, stderr, stdout } = await tts(home, ['on', '--json'], onDisk(rows));
+  assert.equal(exit, 3);
+  assert.match(stderr, /^tts: No session was written to in the last 15 minutes\.\nChoose one with --session:\n {2}aaaa {2}20 min ago/);
+  assert.deepEqual(JSON.parse(stdout).candidates.map(({ id }) => id), ['aaaa', 'bbbb']);
+  assert.deepEqual(lines, []);
+});
+
+test('with no session at all there is nothing to choose from', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const { exit, stderr } = await tts(home, ['on']);
+  assert.deepEqual([exit, stderr], [3, 'tts: No session was written to in the last 15 minutes.\n']);
+});
+
+test('the disk is looked at when the daemon is dead, however fresh its rows', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  listed(home, [row(home, 'stale')]);
+  assert.match((await tts(home, ['on'], onDisk([row(home, 'found')]))).stdout, /\(found\)/);
+});
+
+test('the disk is looked at when the daemon does not know what is meant', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const { neighbours } = listed(home, [row(home, 'known')]);
+  const around = { neighbours: { ...neighbours, ...onDisk([row(home, 'brand-new')]).neighbours } };
+  assert.match((await tts(home, ['on', '--session', 'brand'], around)).stdout, /\(brand-new\)/);
+});
+
+const sources = [
+  [['--source', 'codex'], 0, /Codex CLI in \/srv\/proj \(cccc\)/],
+  [['--source=claude'], 0, /\(aaaa\)/],
+  [['--source', 'claude-code'], 0, /\(aaaa\)/],
+  [['--source', 'gemini'], 3, /No session of Gemini CLI was written to/],
+  [['--source', 'gemini', '--session', 'old'], 0, /Gemini CLI in \/srv\/proj \(old-gemini\), last written to 2 h ago/],
+  [['--source', 'nobody'], 2, /no agent "nobody"; there are claude-code, codex/],
+  [['--session', 'a'], 0, /\(aaaa\)/],
+  [['--session', 'none'], 3, /no session whose id begins with "none"/],
+  [['--session', 'c', '--source', 'codex'], 0, /\(cccc\)/],
+  [['--session', 'a', '--here'], 2, /exclude each other/],
+];
+
+for (const [words, code, said] of sources) {
+  test(`tts on ${words.join(' ')} ends with ${code}`, async (t) => {
+    const home = temporaryHome(t);
+    await fakeService(t, home);
+    const rows = [row(home, 'aaaa'), row(home, 'cccc', { source: 'codex', minutes: 3 }),
+      row(home, 'cddd', { minutes: 40 }), row(home, 'old-gemini', { source: 'gemini', minutes: 130 })];
+    const { exit, stdout, stderr } = await tts(home, ['on', ...words], listed(home, rows));
+    assert.equal(exit, code, stderr);
+    assert.match(stdout + stderr, said);
+  });
+}
+
+test('a beginning that fits several ids is no choice; a whole id is', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const around = listed(home, [row(home, 'abc'), row(home, 'abcd')]);
+  const { exit, stderr } = await tts(home, ['on', '--session', 'ab'], around);
+  assert.equal(exit, 3);
+  assert.match(stderr, /2 sessions have an id that begins with "ab"/);
+  assert.match((await tts(home, ['on', '--session', 'abc'], around)).stdout, /\(abc\)/);
+});
+
+test('--here means the newest session of this folder or one above it, however old', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const rows = [row(home, 'above', { cwd: '/srv', minutes: 90 }), row(home, 'here', { cwd: '/srv/proj', minutes: 600 }),
+    row(home, 'beside', { cwd: '/srv/project2' }), row(home, 'below', { cwd: '/srv/proj/src/deep' })];
+  const here = (cwd) => tts(home, ['on', '--here'], { ...listed(home, rows), cwd });
+  assert.match((await here('/srv/proj/src')).stdout, /\(above\), last written to 1 h ago/);
+  const { exit, stderr } = await here('/elsewhere');
+  assert.equal(exit, 3);
+  assert.match(stderr, /No session was found for this folder or one above it/);
+});
+
+test('a session that is attached already is given its voice again', async (t) => {
+  const home = temporaryHome(t);
+  const { lines } = await fakeService(t, home);
+  const around = listed(home, [row(home, 'aaaa')], { sessions: [{ id: 'aaaa', cwd: '/srv/proj' }] });
+  const { exit, stdout } = await tts(home, ['on'], around);
+  assert.deepEqual([exit, stdout], [0, 'Already attached: Claude Code in /srv/proj (aaaa).\n']);
+  assert.equal(lines[0].resume, true);
+  assert.deepEqual(attachedIds(home), ['aaaa']);
+});
+
+test('a service that does not attach is no success, and its own words are told', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home, 'ignores');
+  const log = path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson');
+  fs.mkdirSync(path.dirname(log), { recursive: true });
+  const line = (msg, level, time) => JSON.stringify({ msg, level, time: new Date(time).toISOString() });
+  fs.writeFileSync(log, [line('attach: unknown source', 40, Date.now() - minute), 'torn',
+    line('attach: transcript missing on disk', 40, Date.now() + 1000), line('ipc dispatched', 30, Date.now() + 1000)].join('\n'));
+  const { exit, stderr } = await tts(home, ['on'], listed(home, [row(home, 'aaaa')]));
+  assert.deepEqual([exit, stderr], [1, "tts: The service didn't attach Claude Code in /srv/proj (aaaa) within 2 seconds."
+    + ' It says: attach: transcript missing on disk.\n']);
+});
+
+test('a transcript that is gone is not attached; one in a store is its file', async (t) => {
+  const home = temporaryHome(t);
+  const { lines } = await fakeService(t, home);
+  const gone = { ...row(home, 'aaaa'), transcript: '/no/such.jsonl' };
+  assert.match((await tts(home, ['on'], listed(home, [gone]))).stderr, /Its transcript is gone: \/no\/such\.jsonl/);
+  assert.deepEqual(lines, []);
+  const inStore = { ...row(home, 'bbbb'), source: 'opencode' };
+  inStore.transcript += '#ses_1';
+  assert.equal((await tts(home, ['on'], listed(home, [inStore]))).exit, 0);
+});
+
+test('without the service on says so before it looks for anything', async (t) => {
+  const around = { neighbours: { findSessions: async () => { throw new Error('looked'); } } };
+  assert.equal((await tts(temporaryHome(t), ['on'], around)).exit, 69);
+});
+
+const attachedRows = [{ id: 'aaaa', cwd: '/srv/a', source: 'codex' }, { id: 'abbb', cwd: '/srv/b' }];
+
+const detaches = [
+  [['off'], [attachedRows[0]], 0, /^Detached: Codex CLI in \/srv\/a \(aaaa\)\.\n$/, []],
+  [['off'], [], 0, /^Nothing was attached\.\n$/, undefined],
+  [['off'], attachedRows, 3, /2 sessions are attached\.\nChoose one with --session, or --all:\n {2}aaaa/, ['aaaa', 'abbb']],
+  [['off', '--all'], attachedRows, 0, /aaaa.*\n.*abbb/, []],
+  [['off', '--all'], [], 0, /Nothing was attached/, undefined],
+  [['off', '--session', 'ab'], attachedRows, 0, /abbb/, ['aaaa']],
+  [['off', '--session', 'a'], attachedRows, 3, /2 sessions are attached/, ['aaaa', 'abbb']],
+  [['off', '--session', 'x'], attachedRows, 3, /No session whose id begins with "x" is attached/, ['aaaa', 'abbb']],
+  [['off', '--session', 'a', '--all'], attachedRows, 2, /exclude each other/, ['aaaa', 'abbb']],
+];
+
+for (const served of [true, false]) {
+  for (const [words, sessions, code, said, left] of detaches) {
+    test(`tts ${words.join(' ')} with ${sessions.length} attached, ${served ? 'a' : 'no'} service: ${code}`, async (t) => {
+      const home = temporaryHome(t);
+      if (sessions.length) writeState(home, { sessions, mine: 1 });
+      const service = served ? await fakeService(t, home) : undefined;
+      const { exit, stdout, stderr } = await tts(home, words);
+      assert.equal(exit, code, stderr);
+      assert.match(stdout + stderr, said);
+      assert.deepEqual(readState(home).sessions?.map(({ id }) => id), left);
+      if (sessions.length) assert.equal(readState(home).mine, 1);
+      const gone = sessions.map(({ id }) => id).filter((id) => left && !left.includes(id));
+      if (service) assert.deepEqual(service.lines, gone.map((id) => ({ id, proto: 1, cmd: 'detach' })));
+    });
+  }
+}
+
+test('status tells all of it, and the same in JSON', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const found = row(home, '0b6f7f1d-aaaa-4b57-9a3a-5f0c2a516d0e', { cwd: `${home.home}/proj`, title: 'Fix\u001b[2J it' });
+  const daemon = { daemonStatus: async () => ({ alive: true, responding: true, pid: 7, bridgePort: 7842 }) };
+  writeState(home, { volume: 80, muted: true, discoveredSessions: [found, row(home, 'old', { minutes: 99 })],
+    sessions: [{ id: 'aaaa', cwd: '/srv/a', source: 'codex', branch: 'main' }] });
+  fs.writeFileSync(home.inShared('now-playing.json'),
+    JSON.stringify({ state: 'playing', elapsed: 1.4, duration: 7.6, sessionId: 'aaaa', messageId: 'm1' }));
+  const { exit, stdout, stderr } = await tts(home, ['status'], { neighbours: daemon });
+  assert.deepEqual([exit, stderr], [0, '']);
+  assert.equal(stdout, [
+    'Service   running',
+    'Daemon    running, bridge on port 7842',
+    'Voice     af_heart, speed 1.5x, volume 80%, muted, captions off',
+    'Speaking  playing, 1 of 8 s',
+    'Attached',
+    '  aaaa  Codex CLI  /srv/a  main',
+    'In use',
+    '  0b6f7f1d  1 min ago  Claude Code  ~/proj    Fix [2J it',
+    '1 older session: tts status --all',
+    '',
+  ].join('\n'));
+  const report = JSON.parse((await tts(home, ['--status', '--json'], { neighbours: daemon })).stdout);
+  assert.deepEqual(report.daemon, { running: true, responding: true, pid: 7, bridgePort: 7842 });
+  assert.deepEqual(report.playback, { state: 'playing', sessionId: 'aaaa', messageId: 'm1', elapsed: 1.4, duration: 7.6,
+    synthesizing: false });
+  assert.deepEqual(report.sessions.map(({ id, source }) => [id, source]), [['aaaa', 'codex']]);
+  assert.deepEqual(report.discovered.map(({ id, attached }) => [id.slice(0, 3), attached]), [['0b6', false], ['old', false]]);
+  assert.deepEqual(report.settings, { voice: 'af_heart', speed: 1.5, volume: 80, muted: true, paused: false, captions: false });
+});
+
+test('status of nothing, with a broken document and a snapshot of a dead service', async (t) => {
+  const home = temporaryHome(t);
+  fs.writeFileSync(home.inShared('state.json'), '{"voice":');
+  fs.writeFileSync(home.inShared('now-playing.json'), '{"state":"playing","elapsed":1}');
+  const neighbours = { daemonStatus: async () => { throw new Error('silent'); } };
+  const { exit, stdout, stderr } = await tts(home, ['status'], { neighbours });
+  assert.equal(exit, 69);
+  assert.match(stdout, /Service {3}not running\nDaemon {4}not answering\n.*\nSpeaking {2}idle\nNothing is attached\n$/);
+  assert.equal(stderr, 'The Sonra service is not running. "tts start" starts it.\n');
+});
+
+test('rows without an id are none, a row without a source is Claude Code\'s, and the first of one id stands', () => {
+  const rows = sessionsFrom([{ cwd: '/x' }, null, 3, { id: 'b', mtimeMs: 1 }, { sessionId: 'a', id: 'z', mtimeMs: 2 },
+    { id: 'b', mtimeMs: 9 }]);
+  assert.deepEqual(rows.map(({ id, source }) => [id, source]), [['a', 'claude-code'], ['b', 'claude-code']]);
+});
+
+test('a folder is inside itself and those above it', () => {
+  const cases = [['/a/b', '/a/b', true], ['/a/b', '/a', true], ['/a/b', '/', true], ['/a/b', '/a/bc', false],
+    ['/a/b', '/a/b/c', false], ['/a/b', '', false], ['/a/b', 'a', false], ['/a/..b', '/a', true]];
+  for (const [folder, cwd, inside] of cases) assert.equal(isInside(folder, cwd), inside, `${folder} in ${cwd}`);
+});
+
+test('times and texts are shown short and without what steers a terminal', () => {
+  assert.deepEqual([0, 59_999, 60_000, 3_600_000, 172_800_000].map(ago), ['now', 'now', '1 min ago', '1 h ago', '2 days ago']);
+  assert.equal(plain('a\u001b]0;x\u0007\n b\u202e\u009b31mc\u2066'), 'a ]0;x b 31mc');
+  assert.equal(shortened('👍👍👍', 2), '👍…');
+});
