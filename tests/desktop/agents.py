@@ -11,7 +11,11 @@ def short_digest(text):
 
 
 class Agent:
-    """One session of an agent. `say` adds a reply and gives its message id, or None where that is the agent's affair."""
+    """One session of an agent. `say` adds a reply and gives its message id, or None where that is the agent's affair.
+
+    Where a reply may be seen before it is complete, `say_half` and then `say_rest` do the same; in between `go_on` is what
+    an agent does that is at work, if it is known by that to be.
+    """
 
     source = ""
     place = ""
@@ -39,73 +43,140 @@ class Agent:
         fresh.write_text(json.dumps(document), encoding="utf-8")
         fresh.rename(self.path)
 
+    def go_on(self):
+        pass
 
-class ClaudeCode(Agent):
+
+def cut(content, text):
+    """A JSON document before and behind the middle of its words `text`."""
+    middle = content.index(text) + len(text) // 2
+    return content[:middle], content[middle:]
+
+
+class Lines(Agent):
+    """Every reply is one line."""
+
+    def record(self, text):
+        raise NotImplementedError
+
+    def message_id(self, text):
+        """Of the reply `text`."""
+
+    def say(self, text):
+        self.append(self.record(text))
+        return self.message_id(text)
+
+    def say_half(self, text):
+        with self.path.open("a", encoding="utf-8") as out:
+            out.write(cut(json.dumps(self.record(text)), text)[0])
+
+    def say_rest(self, text):
+        with self.path.open("a", encoding="utf-8") as out:
+            out.write(cut(json.dumps(self.record(text)), text)[1] + "\n")
+        return self.message_id(text)
+
+
+class Document(Agent):
+    """Every reply is an element of one document."""
+
+    empty = None
+
+    def begin(self):
+        self.replace(self.empty)
+
+    def message_id(self, text):
+        """Of the reply `text`."""
+
+    def with_reply(self, text):
+        raise NotImplementedError
+
+    def say(self, text):
+        self.replace(self.with_reply(text))
+        return self.message_id(text)
+
+    def say_half(self, text):
+        """Rewritten in its place."""
+        self.path.write_text(cut(json.dumps(self.with_reply(text)), text)[0], encoding="utf-8")
+
+    def say_rest(self, text):
+        with self.path.open("a", encoding="utf-8") as out:
+            out.write(cut(json.dumps(self.with_reply(text)), text)[1])
+        return self.message_id(text)
+
+
+class ClaudeCode(Lines):
     source = "claude-code"
     place = ".claude/projects/-home-me-proj/0b6f7f1d-bbbb-4b57-9a3a-5f0c2a516d0e.jsonl"
 
-    def say(self, text):
-        self.append({"type": "assistant", "uuid": "u-1", "timestamp": "2026-05-01T10:00:00.000Z",
-                     "message": {"id": "m-1", "role": "assistant", "content": [{"type": "text", "text": text}]}})
+    def record(self, text):
+        return {"type": "assistant", "uuid": "u-1", "timestamp": "2026-05-01T10:00:00.000Z",
+                "message": {"id": "m-1", "role": "assistant", "content": [{"type": "text", "text": text}]}}
+
+    def message_id(self, text):
         return "u-1"
 
 
-class Codex(Agent):
+class Codex(Lines):
     source = "codex"
     place = ".codex/sessions/2026/05/02/rollout-1.jsonl"
     time = "2026-05-02T09:09:00.000Z"
 
-    def say(self, text):
-        self.append({"type": "response_item", "timestamp": self.time,
-                     "payload": {"type": "message", "role": "assistant", "content": [{"type": "output_text", "text": text}]}})
+    def record(self, text):
+        return {"type": "response_item", "timestamp": self.time,
+                "payload": {"type": "message", "role": "assistant", "content": [{"type": "output_text", "text": text}]}}
+
+    def message_id(self, text):
         return short_digest(text + self.time)
 
 
 class CodexItems(Codex):
     place = ".codex/sessions/2026/05/02/rollout-2.jsonl"
 
-    def say(self, text):
-        self.append({"type": "event_msg", "timestamp": self.time,
-                     "payload": {"type": "item_completed", "thread_id": "t", "turn_id": "1", "completed_at_ms": 5,
-                                 "item": {"type": "AgentMessage", "id": "i-1", "content": [{"type": "Text", "text": text}]}}})
+    def record(self, text):
+        return {"type": "event_msg", "timestamp": self.time,
+                "payload": {"type": "item_completed", "thread_id": "t", "turn_id": "1", "completed_at_ms": 5,
+                            "item": {"type": "AgentMessage", "id": "i-1", "content": [{"type": "Text", "text": text}]}}}
 
 
-class Pi(Agent):
+class Pi(Lines):
     source = "pi"
     place = ".pi/agent/sessions/--home-me-proj--/1_2.jsonl"
 
-    def say(self, text):
-        self.append({"type": "message", "id": "deadbeef", "parentId": None, "timestamp": "2026-06-04T07:20:00.000Z",
-                     "message": {"role": "assistant", "content": [{"type": "text", "text": text}]}})
+    def record(self, text):
+        return {"type": "message", "id": "deadbeef", "parentId": None, "timestamp": "2026-06-04T07:20:00.000Z",
+                "message": {"role": "assistant", "content": [{"type": "text", "text": text}]}}
+
+    def message_id(self, text):
         return "deadbeef"
 
 
-class GeminiDocument(Agent):
+class GeminiDocument(Document):
     source = "gemini"
     place = ".gemini/tmp/p/chats/session-1.json"
 
-    def begin(self):
-        self.replace({"messages": [{"type": "user", "content": "hello"}]})
+    empty = {"messages": [{"type": "user", "content": "hello"}]}
 
-    def say(self, text):
-        document = json.loads(self.path.read_text())
-        document["messages"].append({"id": "g-1", "type": "gemini", "content": text})
-        self.replace(document)
+    def with_reply(self, text):
+        return {"messages": self.empty["messages"] + [{"id": "g-1", "type": "gemini", "content": text}]}
+
+    def message_id(self, text):
         return "g-1"
 
 
-class GeminiLines(Agent):
+class GeminiLines(Lines):
     source = "gemini"
     place = ".gemini/tmp/p/chats/session-2.jsonl"
     time = "2026-05-03T08:09:00.000Z"
 
-    def say(self, text):
-        self.append({"type": "gemini", "timestamp": self.time, "content": [{"text": text}]})
+    def record(self, text):
+        return {"type": "gemini", "timestamp": self.time, "content": [{"text": text}]}
+
+    def message_id(self, text):
         return short_digest(text + self.time)
 
 
 class GeminiChanges(GeminiLines):
-    """A reply is written under one id first empty, then whole."""
+    """A reply is written under one id more than once, at last whole."""
 
     place = ".gemini/tmp/p/chats/session-3.jsonl"
 
@@ -113,38 +184,48 @@ class GeminiChanges(GeminiLines):
         super().begin()
         self.append({"sessionId": "s", "projectHash": "p", "kind": "main"})
 
+    def record(self, text):
+        return {"id": "g-2", "type": "gemini", "timestamp": self.time, "content": text}
+
     def say(self, text):
-        reply = {"id": "g-2", "type": "gemini", "timestamp": self.time}
-        self.append(reply | {"content": ""}, {"$set": {"lastUpdated": self.time}},
-                    reply | {"content": text}, {"$set": {"lastUpdated": self.time}})
+        self.append(self.record(""))
+        self.go_on()
+        return self.say_rest(text)
+
+    def say_half(self, text):
+        self.append(self.record(text[:len(text) // 2]))
+
+    def go_on(self):
+        self.append({"$set": {"lastUpdated": self.time}})
+
+    def say_rest(self, text):
+        self.append(self.record(text))
+        self.go_on()
         return "g-2"
 
 
-class Cline(Agent):
+class Cline(Document):
     source = "cline"
     place = ".config/Code/User/globalStorage/saoudrizwan.claude-dev/tasks/1/api_conversation_history.json"
 
-    def begin(self):
-        self.replace([{"role": "user", "content": "hello"}])
+    empty = [{"role": "user", "content": "hello"}]
 
-    def say(self, text):
-        document = json.loads(self.path.read_text())
-        document.append({"role": "assistant", "ts": 2000, "content": [{"type": "text", "text": text}]})
-        self.replace(document)
+    def with_reply(self, text):
+        return self.empty + [{"role": "assistant", "ts": 2000, "content": [{"type": "text", "text": text}]}]
+
+    def message_id(self, text):
         return short_digest("2000" + text[:64])
 
 
-class ClineMessages(Agent):
+class ClineMessages(Document):
     source = "cline"
     place = ".cline/data/sessions/1/1.messages.json"
 
-    def begin(self):
-        self.replace({"version": "1", "sessionId": "1", "messages": [{"id": "c-0", "role": "user", "content": "hello"}]})
+    empty = {"version": "1", "sessionId": "1", "messages": [{"id": "c-0", "role": "user", "content": "hello"}]}
 
-    def say(self, text):
-        document = json.loads(self.path.read_text())
-        document["messages"].append({"id": "c-1", "role": "assistant", "content": [{"type": "text", "text": text}]})
-        self.replace(document)
+    def with_reply(self, text):
+        reply = {"id": "c-1", "role": "assistant", "content": [{"type": "text", "text": text}]}
+        return self.empty | {"messages": self.empty["messages"] + [reply]}
 
 
 class Aider(Agent):
@@ -167,8 +248,19 @@ class AiderChat(Aider):
     place = "proj/.aider.chat.history.md"
 
     def say(self, text):
+        self.say_half(text)
+        self.say_rest(text)
+
+    def say_half(self, text):
         with self.path.open("a") as out:
-            out.write(f"\n#### please edit foo.py\n\n{text}\n\n> Applied edit to foo.py  \n")
+            out.write(f"\n#### please edit foo.py\n\n{text[:len(text) // 2]}")
+
+    def go_on(self):
+        self.path.touch()
+
+    def say_rest(self, text):
+        with self.path.open("a") as out:
+            out.write(f"{text[len(text) // 2:]}\n\n> Applied edit to foo.py  \n")
 
 
 class OpenCode(Agent):
@@ -178,9 +270,18 @@ class OpenCode(Agent):
     def begin(self):
         self.path.mkdir()
 
+    def message(self, text):
+        return {"id": "o-1", "role": "assistant", "content": text}
+
     def say(self, text):
-        self.write(self.path / "1.json", {"id": "o-1", "role": "assistant", "content": text})
+        self.write(self.path / "1.json", self.message(text))
         return "o-1"
+
+    def say_half(self, text):
+        (self.path / "1.json").write_text(cut(json.dumps(self.message(text)), text)[0])
+
+    def say_rest(self, text):
+        return self.say(text)
 
     def write(self, path, document):
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -197,12 +298,25 @@ class OpenCodeParts(OpenCode):
         self.write(self.path / "msg_0.json", {"id": "msg_0", "sessionID": "ses_1", "role": "user", "time": {"created": 1}})
 
     def say(self, text):
+        self.say_half(text)
+        self.say_rest(text)
+
+    def say_half(self, text):
         now = round(time.time() * 1000)
-        message = {"id": "msg_1", "sessionID": "ses_1", "role": "assistant"}
-        self.write(self.path / "msg_1.json", message | {"time": {"created": now}})
-        part = {"id": "prt_1", "sessionID": "ses_1", "messageID": "msg_1", "type": "text", "text": text}
-        self.write(self.path.parents[1] / "part/msg_1/prt_1.json", part | {"time": {"start": now, "end": now + 5}})
-        self.write(self.path / "msg_1.json", message | {"time": {"created": now, "completed": now + 9}})
+        self.put_message(created=now)
+        self.put_part(text[:len(text) // 2], start=now)
+
+    def say_rest(self, text):
+        now = round(time.time() * 1000)
+        self.put_part(text, start=now - 5, end=now)
+        self.put_message(created=now - 5, completed=now + 4)
+
+    def put_message(self, **times):
+        self.write(self.path / "msg_1.json", {"id": "msg_1", "sessionID": "ses_1", "role": "assistant", "time": times})
+
+    def put_part(self, text, **times):
+        self.write(self.path.parents[1] / "part/msg_1/prt_1.json",
+                   {"id": "prt_1", "sessionID": "ses_1", "messageID": "msg_1", "type": "text", "text": text, "time": times})
 
 
 class OpenCodeDatabase(Agent):
@@ -230,11 +344,28 @@ class OpenCodeDatabase(Agent):
 
     def say(self, text):
         now = round(time.time() * 1000)
-        message = {"role": "assistant", "time": {"created": now, "completed": now + 9}}
-        part = {"type": "text", "text": text, "time": {"start": now, "end": now + 5}}
         with self.store:
-            self.store.execute("insert into message values('msg_2', 'ses_2', ?, ?, ?)", (now, now, json.dumps(message)))
-            self.store.execute("insert into part values('prt_2', 'msg_2', 'ses_2', ?, ?, ?)", (now, now, json.dumps(part)))
+            self.put_message(created=now, completed=now + 9)
+            self.put_part(text, start=now, end=now + 5)
+
+    def say_half(self, text):
+        now = round(time.time() * 1000)
+        with self.store:
+            self.put_message(created=now)
+            self.put_part(text[:len(text) // 2], start=now)
+
+    def say_rest(self, text):
+        self.say(text)
+
+    def put_message(self, **times):
+        data = json.dumps({"role": "assistant", "time": times})
+        self.store.execute("insert into message values('msg_2', 'ses_2', ?, ?, ?) on conflict(id) do update set data = ?",
+                           (times["created"], times["created"], data, data))
+
+    def put_part(self, text, **times):
+        data = json.dumps({"type": "text", "text": text, "time": times})
+        self.store.execute("insert into part values('prt_2', 'msg_2', 'ses_2', ?, ?, ?) on conflict(id) do update set data = ?",
+                           (times["start"], times["start"], data, data))
 
     def __del__(self):
         self.store.close()
@@ -242,3 +373,8 @@ class OpenCodeDatabase(Agent):
 
 ALL = (ClaudeCode, Codex, CodexItems, Pi, GeminiDocument, GeminiLines, GeminiChanges, Cline, ClineMessages, Aider, AiderChat,
        OpenCode, OpenCodeParts, OpenCodeDatabase)
+
+# Of a response in aider's older shape, a beginning can't be told from the whole. First those that are known to be at work
+# only by what they go on to write.
+IN_HALVES = (GeminiChanges, AiderChat, ClaudeCode, Codex, CodexItems, Pi, GeminiDocument, GeminiLines, Cline, ClineMessages,
+             OpenCode, OpenCodeParts, OpenCodeDatabase)

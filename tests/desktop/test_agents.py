@@ -1,4 +1,4 @@
-"""One session of each agent in turn, in every shape in which it keeps its transcripts, attached and heard."""
+"""Sessions of each agent, in every shape in which it keeps its transcripts, attached and heard."""
 import unittest
 
 import agents
@@ -6,7 +6,9 @@ from service import Home, Service
 from soundlab import PrivateSound, loudness, short_folder, wait_for
 
 
-class EveryAgentIsHeard(unittest.TestCase):
+class AgentsCase(unittest.TestCase):
+    """A home, a sound server and a service with the voice warm."""
+
     def setUp(self):
         folder = short_folder()
         self.addCleanup(folder.cleanup)
@@ -18,33 +20,83 @@ class EveryAgentIsHeard(unittest.TestCase):
         self.service = Service(self.home, self.sound.environment).wait_ready()
         self.addCleanup(self.service.stop)
         self.service.wait_warm()
-        self.sound.record()
 
+    def shows(self, facts):
+        return facts.items() <= self.home.now_playing().items()
+
+    def enqueued(self):
+        return len(self.home.log("chunk enqueued"))
+
+    def finished(self):
+        return len(self.home.log("chunk finished"))
+
+    def attach(self, session, agent):
+        tailers = len(self.home.log("native tailer started (forward-only)"))
+        self.service.send({"cmd": "attach", "id": session, "cwd": "/home/me/proj", "source": agent.source,
+                           "transcript": agent.transcript})
+        wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == tailers + 1)
+
+
+class EveryAgentIsHeard(AgentsCase):
     def test_each_in_turn(self):
+        self.sound.record()
         for number, kind in enumerate(agents.ALL, 1):
             with self.subTest(kind.__name__):
                 self.hear(number, kind(self.home.path), kind.__name__)
         self.assertEqual(self.home.problems(), [])
 
-    def shows(self, facts):
-        return facts.items() <= self.home.now_playing().items()
-
     def hear(self, number, agent, name):
-        self.service.send({"cmd": "attach", "id": f"session-{number}", "cwd": "/home/me/proj", "source": agent.source,
-                           "transcript": agent.transcript})
-        wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == number)
+        self.attach(f"session-{number}", agent)
         before = self.sound.recorded()
-        finished = len(self.home.log("chunk finished"))
+        finished = self.finished()
         text = f"The {number}. agent, {name}, is heard"
         message = agent.say(text)
         wait_for("its reply", lambda: self.shows({"snippet": text, "sessionId": f"session-{number}"}))
         if message:
             wait_for("its id", lambda: self.shows({"messageId": message}))
-        wait_for("its end", lambda: len(self.home.log("chunk finished")) > finished)
-        self.assertEqual(len(self.home.log("chunk enqueued")), number, "a reply was spoken twice, or somebody else's was")
+        wait_for("its end", lambda: self.finished() > finished)
+        self.assertEqual(self.enqueued(), number, "a reply was spoken twice, or somebody else's was")
         wait_for("its sound", lambda: sum(peak > 2000 for peak in loudness(self.sound.samples(before))) > 50)
         self.service.send({"cmd": "detach", "id": f"session-{number}"})
         wait_for("the row to go", lambda: self.home.state()["sessions"] == [])
+
+
+class HalfAReplyIsNotHeard(AgentsCase):
+    """All agents are in the middle of a reply, while another session's is heard from its beginning to its end."""
+
+    def test_until_it_is_complete(self):
+        witness = agents.ClaudeCode(self.home.path / "elsewhere")
+        self.attach("witness", witness)
+        sessions = {kind.__name__: kind(self.home.path) for kind in agents.IN_HALVES}
+        for name, agent in sessions.items():
+            self.attach(name, agent)
+        texts = {name: f"The whole of what {name} says, once" for name in sessions}
+        for name, agent in sessions.items():
+            agent.say_half(texts[name])
+        witness.say("Meanwhile somebody else is heard to the end")
+        self.wait_at_work("the other session", sessions, lambda: self.finished() == 1)
+        self.assertEqual(self.enqueued(), 1, "half a reply was spoken")
+        for number, (name, agent) in enumerate(sessions.items(), 1):
+            with self.subTest(name):
+                at_work = {other: sessions[other] for other in list(sessions)[number:]}
+                message = agent.say_rest(texts[name])
+                self.wait_at_work("its reply", at_work, lambda: self.shows({"snippet": texts[name], "sessionId": name}))
+                if message:
+                    self.assertEqual(self.home.now_playing()["messageId"], message)
+                self.wait_at_work("its end", at_work, lambda: self.finished() == number + 1)
+                self.assertEqual(self.enqueued(), number + 1, "a reply was spoken twice, or somebody else's half")
+        self.assertEqual(self.home.problems(), [])
+
+    @staticmethod
+    def wait_at_work(what, sessions, condition):
+        """While the agents go on."""
+
+        def look():
+            for agent in sessions.values():
+                agent.go_on()
+            return condition()
+
+        wait_for(what, look, pause=0.1)
 
 
 if __name__ == "__main__":
