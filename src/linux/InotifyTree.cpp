@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "linux/LinkedPath.h"
+
 namespace sonra {
 namespace {
 
@@ -22,6 +24,9 @@ constexpr std::uint32_t awaitingMask = ancestorMask | appearedMask | IN_ATTRIB;
 // One mask for the root and its directories, with all of the others in it: adding another one for
 // a directory that is watched by another name replaces the first.
 constexpr std::uint32_t watchedMask = awaitingMask | vanishedMask | IN_MODIFY;
+
+// Added to whatever is asked of the directory otherwise.
+constexpr std::uint32_t linkMask = ancestorMask | appearedMask | vanishedMask | IN_MASK_ADD;
 
 bool isMissing(int wd) {
     return wd == -ENOENT || wd == -ENOTDIR;
@@ -68,6 +73,7 @@ int InotifyTree::add(const std::string& path, std::uint32_t mask) {
 std::set<int> InotifyTree::watched() const {
     auto all = ancestors_;
     for (const auto& [wd, names] : namesOf_) all.insert(wd);
+    for (const auto& [wd, names] : links_) all.insert(wd);
     if (rootWd_ >= 0) all.insert(rootWd_);
     return all;
 }
@@ -80,6 +86,7 @@ void InotifyTree::arm() {
     namesOf_.clear();
     wdOf_.clear();
     armRoot();
+    armLinks();
     if (rootWd_ >= 0)
         for (const auto& name : namesIn(root_)) watchDirectory(name);
     const auto now = watched();
@@ -103,6 +110,27 @@ void InotifyTree::armRoot() {
         above = path;
     }
     rootWd_ = std::max(-1, addOrAwait(root_, above));
+}
+
+/// The directories that the path names are watched by now, but not those that its links lead over.
+void InotifyTree::armLinks() {
+    links_.clear();
+    const auto way = LinkedPath::read(root_);
+    if (way.links.empty()) return;
+    for (const auto& directory : way.directories)
+        if (const int wd = add(directory, ancestorMask | IN_MASK_ADD); wd >= 0 && wd != rootWd_)
+            ancestors_.insert(wd);
+    for (const auto& link : way.links)
+        if (const int wd = add(link.directory, linkMask); wd >= 0) links_[wd].insert(link.name);
+    // Of a link to nowhere, the last directory before it tells when there is something.
+    if (rootWd_ < 0 && !way.directories.empty())
+        add(way.directories.back(), awaitingMask | IN_MASK_ADD);
+}
+
+bool InotifyTree::isLink(int wd, std::uint32_t mask, const std::string& name) const {
+    const auto found = links_.find(wd);
+    return found != links_.end() && (mask & (appearedMask | vanishedMask)) != 0 &&
+           found->second.contains(name);
 }
 
 /// Where there is nothing to watch at `path`, the directory above it tells when there is.
@@ -136,7 +164,7 @@ bool InotifyTree::forgetDirectory(const std::string& name) {
     std::erase(names, name);
     if (names.empty()) {
         namesOf_.erase(wd);
-        if (wd != rootWd_ && !ancestors_.contains(wd)) watches_.remove(wd);
+        if (wd != rootWd_ && !ancestors_.contains(wd) && !links_.contains(wd)) watches_.remove(wd);
     }
     return true;
 }
@@ -187,6 +215,8 @@ TreeEvents InotifyTree::collect(std::span<const std::byte> records) {
             // New directories are among what was lost.
             result.rescan = true;
             arm();
+        } else if (isLink(wd, mask, name)) {
+            rearm(result);
         } else if (ancestors_.contains(wd) && (rootWd_ < 0 || (mask & goneMask) != 0)) {
             rearm(result);
         } else {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <span>
 #include <string>
@@ -26,7 +27,8 @@ class InotifyWatches {
 /// Knows which directories of a tree are watched, and turns what the kernel tells into what the
 /// port promises. The directories above the root are watched for being moved or removed, and while
 /// the root isn't there the nearest of them for what appears in it. One thread at a time; `watches`
-/// must outlive it.
+/// must outlive it. So are the directories that symbolic links on the way to the root lie in and
+/// lead over: a link that is pointed elsewhere is a moved root.
 class InotifyTree {
   public:
     InotifyTree(std::string root, InotifyWatches& watches);
@@ -43,6 +45,8 @@ class InotifyTree {
 
     [[nodiscard]] std::set<int> watched() const;
     void armRoot();
+    void armLinks();
+    [[nodiscard]] bool isLink(int wd, std::uint32_t mask, const std::string& name) const;
     int add(const std::string& path, std::uint32_t mask);
     int addOrAwait(const std::string& path, const std::string& above);
     bool watchDirectory(const std::string& name);
@@ -57,7 +61,8 @@ class InotifyTree {
     InotifyWatches& watches_;
     int rootWd_ = -1;
     std::set<int> ancestors_;
-    std::unordered_map<int, Names> namesOf_;  // several where links lead to one directory
+    std::map<int, std::set<std::string>> links_;  // names of the links on the way, by directory
+    std::unordered_map<int, Names> namesOf_;      // several where links lead to one directory
     std::unordered_map<std::string, int> wdOf_;
     bool incomplete_ = false;
 };

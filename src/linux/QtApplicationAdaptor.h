@@ -9,7 +9,7 @@
 namespace sonra {
 
 /// The interface org.freedesktop.Application. Main thread only; belongs to the exported object.
-/// What the platform data say about windows and tokens isn't needed under X11.
+/// A start that the platform data say was announced is over with the call: no window comes of it.
 class QtApplicationAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")

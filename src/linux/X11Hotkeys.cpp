@@ -53,8 +53,9 @@ void X11Hotkeys::unregisterHotKey(std::uint32_t id) {
 }
 
 bool X11Hotkeys::connect() {
-    auto link = X11Link::open(display_);
-    if (!link) return false;
+    bool silent = false;
+    auto link = X11Link::open(display_, &silent);
+    if (!link) return silent;
     auto keyMap = X11KeyMap::read(*link);
     if (!keyMap) return !link->isBroken();
     absenceTold_ = false;

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <utility>
 
+#include "linux/X11Connecting.h"
+
 namespace sonra {
 namespace {
 
@@ -13,6 +15,7 @@ using Clock = std::chrono::steady_clock;
 
 /// A server answers within a fraction of a millisecond; a busy one gets its time.
 constexpr std::chrono::milliseconds patience{300};
+constexpr std::chrono::milliseconds connectPatience{1000};
 
 xcb_window_t rootOf(xcb_connection_t* connection, int number) {
     auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
@@ -22,13 +25,12 @@ xcb_window_t rootOf(xcb_connection_t* connection, int number) {
 
 }  // namespace
 
-std::unique_ptr<X11Link> X11Link::open(const std::string& display) {
-    int screen = 0;
-    auto* const connection = xcb_connect(display.empty() ? nullptr : display.c_str(), &screen);
-    if (xcb_connection_has_error(connection) == 0)
-        return std::unique_ptr<X11Link>(new X11Link(connection, rootOf(connection, screen)));
-    xcb_disconnect(connection);
-    return nullptr;
+std::unique_ptr<X11Link> X11Link::open(const std::string& display, bool* silent) {
+    const auto result = X11Connecting::connect(display, connectPatience);
+    if (silent) *silent = result.outcome == X11Connecting::Outcome::silent;
+    if (!result.connection) return nullptr;
+    const auto root = rootOf(result.connection, result.screen);
+    return std::unique_ptr<X11Link>(new X11Link(result.connection, root));
 }
 
 X11Link::~X11Link() {

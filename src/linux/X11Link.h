@@ -19,12 +19,13 @@ using X11Owned = std::unique_ptr<Sent, X11Free>;
 
 /// A connection to the X server, apart from the toolkit's, that never waits long for it.
 ///
-/// One thread. Only connecting waits as long as the server likes; every answer has a limit. A
-/// connection that broke stays silent: questions have no answers, nothing arrives.
+/// One thread. Connecting and every answer have a limit. A connection that broke stays silent:
+/// questions have no answers, nothing arrives.
 class X11Link {
   public:
-    /// Null if there is no server; an empty display is the environment's.
-    static std::unique_ptr<X11Link> open(const std::string& display);
+    /// Null if there is no server, or one that doesn't answer in time: then `silent` becomes true,
+    /// and asking again later is worth it. An empty display is the environment's.
+    static std::unique_ptr<X11Link> open(const std::string& display, bool* silent = nullptr);
     ~X11Link();
     X11Link(const X11Link&) = delete;
     X11Link& operator=(const X11Link&) = delete;

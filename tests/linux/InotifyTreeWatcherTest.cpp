@@ -141,6 +141,96 @@ TEST_F(InotifyTreeWatcherTest, ARootThatAppearsLaterIsWatched) {
     EXPECT_TRUE(test::comesTrue([&] { return reports.has(path); }));
 }
 
+class InotifyTreeWatcherLinkTest : public InotifyTreeWatcherTest {
+  protected:
+    /// In one step, as tools do that never leave a gap.
+    void point(const std::string& link, const std::string& target) {
+        fs::create_directory_symlink(target, link + ".new");
+        fs::rename(link + ".new", link);
+    }
+    void makeTree(const std::string& name) { fs::create_directories(dir / (name + "/p")); }
+    /// True once a file that is written below `real` is reported below `named`.
+    bool isWatched(const std::string& real, const std::string& named) {
+        return test::comesTrue([&] {
+            test::appendFile(real + "/a.jsonl", "{}\n");
+            return reports.has(named + "/a.jsonl");
+        });
+    }
+};
+
+TEST_F(InotifyTreeWatcherLinkTest, ARootThatIsALinkIsFollowedWhereItIsPointed) {
+    makeTree("one");
+    makeTree("two");
+    const auto link = (dir / "link");
+    point(link, dir / "one");
+    const auto watch = watcher.watch(link, reports.callback());
+    ASSERT_TRUE(isWatched(dir / "one/p", link + "/p"));
+    ASSERT_EQ(reports.rescans(), 0);
+    point(link, dir / "two");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 1; }));
+    test::appendFile(dir / "two/p/b.jsonl", "{}\n");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(link + "/p/b.jsonl"); }));
+    test::appendFile(dir / "one/p/old.jsonl", "{}\n");
+    test::appendFile(dir / "two/p/last.jsonl", "{}\n");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(link + "/p/last.jsonl"); }));
+    EXPECT_FALSE(reports.has(link + "/p/old.jsonl"));
+    // Other things in the link's directory are no news.
+    fs::create_directory(dir / "else");
+    test::appendFile(dir / "two/p/again.jsonl", "{}\n");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.has(link + "/p/again.jsonl"); }));
+    EXPECT_EQ(reports.rescans(), 1);
+}
+
+TEST_F(InotifyTreeWatcherLinkTest, ALinkAboveTheRootAndALinkToALinkAreToo) {
+    makeTree("one/projects");
+    makeTree("two/projects");
+    makeTree("three/projects");
+    fs::create_directory(dir / "links");
+    fs::create_directory_symlink("../one", dir / "links/far");
+    fs::create_directory_symlink("links/far", dir / "near");
+    const auto watch = watcher.watch(dir / "near/projects", reports.callback());
+    point(dir / "links/far", "../two");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 1; }));
+    ASSERT_TRUE(isWatched(dir / "two/projects/p", dir / "near/projects/p"));
+    point(dir / "near", dir / "three");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 2; }));
+    test::appendFile(dir / "three/projects/p/b.jsonl", "{}\n");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(dir / "near/projects/p/b.jsonl"); }));
+}
+
+TEST_F(InotifyTreeWatcherLinkTest, ATargetThatIsMovedAwayAndAnotherInItsPlaceAreNoticed) {
+    makeTree("disk/one");
+    fs::create_directory_symlink(dir / "disk/one", dir / "link");
+    const auto watch = watcher.watch(dir / "link", reports.callback());
+    fs::rename(dir / "disk", dir / "gone");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() == 1; }));
+    makeTree("disk/one");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() > 1; }));
+    EXPECT_TRUE(isWatched(dir / "disk/one/p", dir / "link/p"));
+}
+
+TEST_F(InotifyTreeWatcherLinkTest, ALinkToItselfIsNoCircleToGoRound) {
+    fs::create_directory_symlink("link", dir / "link");
+    const auto watch = watcher.watch(dir / "link", reports.callback());
+    ASSERT_TRUE(watch);
+    makeTree("one");
+    point(dir / "link", dir / "one");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() > 0; }));
+    EXPECT_TRUE(isWatched(dir / "one/p", dir / "link/p"));
+}
+
+TEST_F(InotifyTreeWatcherLinkTest, AProjectThatIsALinkIsFollowedWhereItIsPointed) {
+    makeTree("one");
+    makeTree("two");
+    fs::create_directory_symlink(dir / "one", root + "/q");
+    const auto watch = watcher.watch(root, reports.callback());
+    ASSERT_TRUE(isWatched(dir / "one", root + "/q"));
+    point(root + "/q", dir / "two");
+    ASSERT_TRUE(test::comesTrue([&] { return reports.rescans() > 0; }));
+    test::appendFile(dir / "two/b.jsonl", "{}\n");
+    EXPECT_TRUE(test::comesTrue([&] { return reports.has(root + "/q/b.jsonl"); }));
+}
+
 TEST_F(InotifyTreeWatcherTest, AfterItsEndAWatchIsSilent) {
     auto watch = watcher.watch(root, reports.callback());
     Reports other;

@@ -283,6 +283,21 @@ TEST_F(X11HotkeysTest, AServerThatStandsStillHoldsNothingUp) {
     EXPECT_EQ(pressesSoFar().back(), 1U);
 }
 
+TEST_F(X11HotkeysTest, AServerThatStandsStillFromTheStartHoldsNothingUpAndGivesTheChordLater) {
+    server.signal(SIGSTOP);
+    const auto began = MainLoop::Clock::now();
+    EXPECT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
+    EXPECT_TRUE(hotkeys.registerHotKey(2, chordZ, "Undo"));
+    EXPECT_LT(MainLoop::Clock::now() - began, 5s);
+    // It is asked in vain once more.
+    loop.runUntil([] { return false; }, 1500ms);
+    EXPECT_TRUE(refusals.empty());
+    server.signal(SIGCONT);
+    EXPECT_TRUE(pressUntilFired("f"));
+    registerLast();
+    EXPECT_EQ(pressesSoFar().back(), 1U);
+}
+
 /// Nobody else is served while this exists.
 class ServerGrab {
   public:
