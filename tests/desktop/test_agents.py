@@ -73,7 +73,8 @@ class HalfAReplyIsNotHeard(AgentsCase):
         texts = {name: f"The whole of what {name} says, once" for name in sessions}
         for name, agent in sessions.items():
             agent.say_half(texts[name])
-        witness.say("Meanwhile somebody else is heard to the end")
+        # Long enough for an agent that writes nothing meanwhile to be taken for one that has finished.
+        witness.say("Meanwhile somebody else is heard from the beginning to the very end, and takes a good while for it")
         self.wait_at_work("the other session", sessions, lambda: self.finished() == 1)
         self.assertEqual(self.enqueued(), 1, "half a reply was spoken")
         for number, (name, agent) in enumerate(sessions.items(), 1):
