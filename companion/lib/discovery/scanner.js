@@ -1,0 +1,184 @@
+// One look at all the agents' sessions. Keeps what it has read of a transcript until that changes, so that the next
+// look costs little. One look at a time. Never throws: what can't be read isn't found.
+
+import { setImmediate as breathe } from 'node:timers/promises';
+
+import { statePath } from '../places.js';
+import { SharedDocument } from '../sharedDocument.js';
+import { Aider } from './aider.js';
+import { ClaudeCode } from './claudeCode.js';
+import { Cline } from './cline.js';
+import { Codex } from './codex.js';
+import { Folders } from './folders.js';
+import { Gemini } from './gemini.js';
+import { OpenCode } from './openCode.js';
+import { Pi } from './pi.js';
+import { folderOf, listText, textOf, titleText } from './text.js';
+import { TranscriptReader } from './transcriptReader.js';
+
+export const mostRows = 40;
+export const oldestMs = 14 * 24 * 3600 * 1000;
+export const activeMs = 15 * 60 * 1000;
+const mostCached = 4 * mostRows;
+
+/**
+ * @typedef {object} Row what the service and its menu read
+ * @property {string} sessionId
+ * @property {string} cwd
+ * @property {string} lastText
+ * @property {string} source
+ * @property {string} transcript
+ * @property {number} mtimeMs
+ * @property {boolean} active
+ * @property {string} title
+ * @property {string} branch
+ */
+
+const newestFirst = (a, b) => b.mtimeMs - a.mtimeMs || (a.path < b.path ? -1 : 1);
+
+/** A path that JSON can't hold can't be told to anybody. */
+const isTellable = (path) => !path.includes('\ufffd');
+
+const isId = (value) => typeof value === 'string' && value !== '' && value.length <= 200 && !/[\p{Cc}\p{Cs}]/u.test(value);
+
+/** Failures that last as long as the file stays as it is; of another kind are those of a busy machine. */
+const lasting = new Set([undefined, 'EACCES', 'EISDIR', 'ELOOP', 'ENXIO']);
+
+export class Scanner {
+  #agents;
+  #aider;
+  #cache = new Map();
+  #environment;
+  #folders;
+  #log;
+  #reader = new TranscriptReader();
+  #reported = new Set();
+
+  /**
+   * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, now: () => number, watch?: boolean,
+   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]> }} options
+   */
+  constructor({ environment, log, now, watch = true, onChange, runningFolders }) {
+    this.#environment = environment;
+    this.#log = log;
+    this.#folders = new Folders({ watch, log, now, onChange });
+    this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi].map((Agent) => new Agent({ environment, log }));
+    this.#aider = new Aider({ environment, runningFolders });
+  }
+
+  /** True if something is known to have changed that the last look had to leave. */
+  get isLate() {
+    return this.#agents.some((agent) => agent.isLate);
+  }
+
+  /** How many folders are watched. */
+  get watched() {
+    return this.#folders.watched;
+  }
+
+  close() {
+    this.#folders.close();
+  }
+
+  /**
+   * The newest sessions, newest first.
+   * @param {number} now
+   * @returns {Promise<Row[]>}
+   */
+  async scan(now) {
+    const context = { folders: this.#folders, reader: this.#reader, now, oldest: now - oldestMs };
+    const used = new Set();
+    const sessions = await this.#sessions(await this.#candidates(this.#agents, context), context, used);
+    const known = this.#knownFolders(sessions);
+    const late = await this.#candidates([this.#aider], { ...context, known });
+    sessions.push(...await this.#sessions(late, context, used));
+    this.#folders.forgetOthers();
+    this.#forgetOthers(used);
+    const rows = sessions.map(({ candidate, facts }) => Scanner.#row(candidate, facts, known, now));
+    return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, mostRows);
+  }
+
+  async #candidates(agents, context) {
+    const all = [];
+    for (const agent of agents) {
+      try {
+        for (const candidate of await agent.candidates(context)) {
+          if (candidate.mtimeMs >= context.oldest && isTellable(candidate.path)) all.push({ ...candidate, agent });
+        }
+      } catch (error) {
+        this.#reportOnce(agent.source, error);
+      }
+      await breathe();
+    }
+    return all.sort(newestFirst);
+  }
+
+  /** Reads from the newest on, until there are enough. */
+  async #sessions(candidates, context, used) {
+    const sessions = [];
+    const ids = new Set();
+    for (const candidate of candidates) {
+      if (sessions.length >= mostRows) break;
+      const facts = await this.#facts(candidate, context, used);
+      const id = `${candidate.agent.source} ${facts?.sessionId}`;
+      if (!isId(facts?.sessionId) || facts.isOther || ids.has(id)) continue;
+      ids.add(id);
+      sessions.push({ candidate, facts });
+    }
+    return sessions;
+  }
+
+  async #facts(candidate, context, used) {
+    const key = `${candidate.agent.source} ${candidate.path}`;
+    used.add(key);
+    const known = this.#cache.get(key);
+    if (known && known.stamp === candidate.stamp) return known.facts;
+    await breathe();
+    try {
+      const facts = await candidate.agent.read(candidate, known?.facts, context);
+      this.#cache.set(key, { stamp: candidate.stamp, facts });
+      return facts;
+    } catch (error) {
+      if (error.code === undefined) this.#reportOnce(candidate.agent.source, error);
+      if (lasting.has(error.code)) this.#cache.set(key, { stamp: candidate.stamp, facts: undefined });
+      return undefined;
+    }
+  }
+
+  #forgetOthers(used) {
+    if (this.#cache.size <= Math.max(mostCached, 2 * used.size)) return;
+    for (const key of this.#cache.keys()) if (!used.has(key)) this.#cache.delete(key);
+  }
+
+  /** Where sessions are known to run. */
+  #knownFolders(sessions) {
+    const attached = SharedDocument.read(statePath(this.#environment)).list('sessions').map((row) => row?.cwd);
+    const folders = [...sessions.map(({ facts }) => facts.cwd), ...attached].map(folderOf);
+    return [...new Set(folders)].filter(Boolean).sort();
+  }
+
+  /** A fault of ours, or a file of a kind that nobody thought of. */
+  #reportOnce(source, error) {
+    const text = `${source} ${error?.message}`;
+    if (this.#reported.has(text) || this.#reported.size > 100) return;
+    this.#reported.add(text);
+    this.#log.error('sessions could not be looked for', error, { source });
+  }
+
+  static #row(candidate, facts, known, now) {
+    const mtimeMs = Math.floor(candidate.mtimeMs);
+    const { agent } = candidate;
+    // In the order of names, in which every program writes them: a list that came back is then the same text.
+    return {
+      active: now - mtimeMs <= activeMs,
+      branch: listText(textOf(facts.branch)),
+      cwd: folderOf(facts.cwd) || folderOf(agent.cwdOf?.(candidate, facts, known)),
+      lastText: listText(textOf(facts.lastText)),
+      mtimeMs,
+      sessionId: facts.sessionId,
+      source: agent.source,
+      title: titleText(textOf(facts.ownTitle)) || titleText(textOf(facts.prompt)),
+      transcript: candidate.path,
+    };
+  }
+}

@@ -1,0 +1,403 @@
+// How the list of sessions is kept up to date: when it is looked for, and when it is written.
+
+import assert from 'node:assert/strict';
+import { execFileSync, spawn } from 'node:child_process';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import path from 'node:path';
+import test from 'node:test';
+
+import { busyInterval, Discovery, findSessions, restInterval } from '../lib/discovery/discovery.js';
+import { Folders } from '../lib/discovery/folders.js';
+import { lookInterval } from '../lib/discovery/openCodeStore.js';
+import { silentLog } from '../lib/log.js';
+import { updateDocument } from '../lib/sharedDocument.js';
+import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
+import { temporaryHome, until } from './home.js';
+
+const prompt = (text) => ({ type: 'user', cwd: '/work/app', message: { content: text } });
+const reply = (text) => ({ type: 'assistant', message: { content: [{ type: 'text', text }] } });
+const place = '.claude/projects/-work-app';
+
+/** A clock that stands until it is moved, and one timer. */
+class HandClock {
+  time = now;
+  timer;
+
+  now() { return this.time; }
+
+  setTimeout(callback, delay) {
+    this.timer = { callback, at: this.time + delay };
+    return this.timer;
+  }
+
+  clearTimeout(timer) {
+    if (this.timer === timer) this.timer = undefined;
+  }
+
+  /** How long the timer still has to run. */
+  get wait() {
+    return this.timer && this.timer.at - this.time;
+  }
+
+  /** Moves to the timer's moment and lets it ring; resolves when the next one is set. */
+  async ring() {
+    const { callback, at } = this.timer;
+    this.timer = undefined;
+    this.time = Math.max(this.time, at);
+    callback();
+    await until(() => this.timer, { what: 'the next timer' });
+  }
+}
+
+function recordingLog() {
+  const lines = [];
+  const log = { lines, child: () => log };
+  for (const level of ['debug', 'info', 'warn', 'error']) log[level] = (message, ...rest) => lines.push([level, message, ...rest]);
+  return log;
+}
+
+function begin(t, home, options = {}) {
+  const clock = new HandClock();
+  const log = recordingLog();
+  const discovery = new Discovery({ environment: home.environment, clock, log, runningFolders: async () => [], ...options });
+  t.after(() => discovery.stop());
+  discovery.start();
+  return { clock, log, discovery };
+}
+
+const state = (home) => JSON.parse(fs.readFileSync(home.inShared('state.json'), 'utf8'));
+const listed = (home) => state(home).discoveredSessions;
+const stamp = (home) => {
+  const { ino, mtimeMs, size } = fs.statSync(home.inShared('state.json'));
+  return `${ino} ${mtimeMs} ${size}`;
+};
+
+/** Waits for the system to tell of a change, which shows in the timer. */
+const hurried = (clock, most = busyInterval) => until(() => clock.wait <= most, { what: 'a hurried look' });
+
+test('looks come every two seconds at first, and down to one in fifteen', async (t) => {
+  const home = temporaryHome(t);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const waits = [];
+  for (let i = 0; i < 7; i += 1) {
+    waits.push(clock.wait);
+    await clock.ring();
+  }
+  assert.deepEqual(waits.map(Math.round), [2000, 3000, 4500, 6750, 10125, 15000, 15000]);
+  assert.equal(restInterval, 15000);
+});
+
+test('a new session ends the wait, and what is written keeps what it does not own', async (t) => {
+  const home = temporaryHome(t);
+  fs.writeFileSync(home.inShared('state.json'), '{"speed":1.0,"sessions":[{"id":"x","offset":12}],"other":{"a":1.50}}');
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock } = begin(t, home);
+  for (let i = 0; i < 8; i += 1) await clock.ring();
+  assert.equal(clock.wait, restInterval);
+  clock.time += 3000;
+  put(home, `${place}/b.jsonl`, lines(prompt('q')), { age: 1 });
+  await hurried(clock, 100);
+  await clock.ring();
+  assert.deepEqual(listed(home).map((row) => row.sessionId), ['b', 'a']);
+  assert.match(fs.readFileSync(home.inShared('state.json'), 'utf8'), /"other": \{"a":1\.50\}[\s\S]*"speed": 1\.0/);
+  assert.deepEqual(state(home).sessions, [{ id: 'x', offset: 12 }]);
+});
+
+test('nothing is written when nothing changed, nor by a second daemon', async (t) => {
+  const home = temporaryHome(t);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const before = stamp(home);
+  for (let i = 0; i < 5; i += 1) await clock.ring();
+  const second = begin(t, home);
+  for (let i = 0; i < 3; i += 1) await second.clock.ring();
+  assert.equal(stamp(home), before);
+});
+
+test('where there is nothing to tell no document is begun, and a list that is no longer true is emptied', async (t) => {
+  const home = temporaryHome(t);
+  const { clock } = begin(t, home);
+  await clock.ring();
+  assert.equal(fs.existsSync(home.inShared('state.json')), false);
+  fs.writeFileSync(home.inShared('state.json'), '{"discoveredSessions":[{"sessionId":"gone"}]}');
+  await clock.ring();
+  assert.deepEqual(listed(home), []);
+});
+
+test('active ends by the clock alone', async (t) => {
+  const home = temporaryHome(t);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')), { age: 899 });
+  const { clock } = begin(t, home);
+  await clock.ring();
+  assert.equal(listed(home)[0].active, true);
+  await clock.ring();
+  assert.equal(listed(home)[0].active, false);
+});
+
+test('a time alone is written seldom, a new text with the next look', async (t) => {
+  const home = temporaryHome(t);
+  const file = put(home, `${place}/a.jsonl`, lines(prompt('p'), reply('one')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const first = stamp(home);
+  fs.appendFileSync(file, lines({ type: 'progress' }));
+  dated(file, 30);
+  await hurried(clock);
+  await clock.ring();
+  assert.equal(stamp(home), first);
+  fs.appendFileSync(file, lines(reply('two')));
+  dated(file, 20);
+  await clock.ring();
+  assert.equal(listed(home)[0].lastText, 'two');
+  assert.equal(listed(home)[0].mtimeMs, now - 20_000);
+  dated(file, 10);
+  clock.time += 15_000;
+  await clock.ring();
+  assert.equal(listed(home)[0].mtimeMs, now - 10_000);
+});
+
+test('a list that another program lost is written again, one that it only moved about is not', async (t) => {
+  const home = temporaryHome(t);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const whole = state(home);
+  fs.writeFileSync(home.inShared('state.json'), JSON.stringify(whole));
+  const moved = stamp(home);
+  await clock.ring();
+  assert.equal(stamp(home), moved);
+  fs.writeFileSync(home.inShared('state.json'), '{"muted":true}');
+  await clock.ring();
+  assert.deepEqual(state(home), { discoveredSessions: whole.discoveredSessions, muted: true });
+});
+
+test('a lock that another holds costs a line in the log, and the next look writes', async (t) => {
+  const home = temporaryHome(t);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  fs.writeFileSync(home.inShared('state.json.lock'), String(process.ppid));
+  const { clock, log } = begin(t, home);
+  await clock.ring();
+  assert.deepEqual(log.lines.map(([level, message]) => [level, message]), [['error', 'the list of sessions could not be written']]);
+  assert.equal(clock.wait <= busyInterval, true);
+  fs.rmSync(home.inShared('state.json.lock'));
+  await clock.ring();
+  assert.equal(listed(home).length, 1);
+});
+
+/** How many bytes this process has read so far. */
+const bytesRead = () => Number(/rchar: (\d+)/.exec(fs.readFileSync('/proc/self/io', 'utf8'))[1]);
+
+test('only what changed is read again, and of that only the end', async (t) => {
+  const home = temporaryHome(t);
+  const text = lines(prompt('p'), ...Array(400).fill({ type: 'progress', data: 'x'.repeat(1000) }), reply('r'));
+  for (let i = 0; i < 30; i += 1) put(home, `${place}/s${i}.jsonl`, text);
+  const { clock } = begin(t, home);
+  const start = bytesRead();
+  await clock.ring();
+  const first = bytesRead() - start;
+  assert.ok(first > 30 * 96 * 1024 && first < 30 * 100 * 1024, `${first} at first`);
+  fs.appendFileSync(path.join(home.home, place, 's7.jsonl'), lines(reply('changed')));
+  await hurried(clock);
+  const before = bytesRead();
+  await clock.ring();
+  assert.ok(bytesRead() - before < 100 * 1024, `${bytesRead() - before} for one`);
+  assert.equal(listed(home).find((row) => row.sessionId === 's7').lastText, 'changed');
+});
+
+test('folders that come, go and come again are followed', async (t) => {
+  const home = temporaryHome(t);
+  const { clock } = begin(t, home);
+  await clock.ring();
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  for (const name of ['first', 'second', 'third']) {
+    await clock.ring();
+    await until(async () => {
+      await clock.ring();
+      return fs.existsSync(home.inShared('state.json')) && listed(home).length === 1;
+    });
+    fs.rmSync(path.join(home.home, '.claude/projects'), { recursive: true });
+    await until(async () => {
+      await clock.ring();
+      return listed(home).length === 0;
+    });
+    put(home, `${place}/${name}.jsonl`, lines(prompt(name)));
+  }
+  await until(async () => {
+    await clock.ring();
+    return listed(home)[0]?.title === 'third';
+  });
+});
+
+test('a file that another took the place of is read anew', async (t) => {
+  const home = temporaryHome(t);
+  const file = put(home, `${place}/a.jsonl`, lines(prompt('old one'), reply('r')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  put(home, `${file}.new`, lines(prompt('new one, and longer')));
+  fs.renameSync(`${file}.new`, file);
+  await hurried(clock);
+  await clock.ring();
+  assert.deepEqual([listed(home)[0].title, listed(home)[0].lastText], ['new one, and longer', '']);
+});
+
+test('a session of the database is found again when only its log has grown', async (t) => {
+  const home = temporaryHome(t);
+  const file = path.join(home.home, '.local/share/opencode/opencode.db');
+  store(file, openCodeSchema);
+  const { clock } = begin(t, home);
+  await clock.ring();
+  assert.equal(listed(home)[0].lastText, 'Kept in rows');
+  const program = `import sqlite3,sys
+c = sqlite3.connect(sys.argv[1])
+c.execute("INSERT INTO part VALUES ('p9', 'm2', '{\\"type\\":\\"text\\",\\"text\\":\\"In the log\\"}')")
+c.commit()
+print('done', flush=True)
+sys.stdin.read()`;
+  const writer = spawn('python3', ['-c', program, file], { stdio: ['pipe', 'pipe', 'inherit'] });
+  t.after(() => writer.kill());
+  await once(writer.stdout, 'data');
+  await hurried(clock);
+  await clock.ring();
+  assert.equal(listed(home)[0].lastText, 'Kept in rows', 'looked at too soon');
+  assert.equal(clock.wait <= busyInterval, true, 'the look that had to wait is due soon');
+  clock.time += lookInterval;
+  await clock.ring();
+  assert.equal(listed(home)[0].lastText, 'In the log');
+});
+
+test('without python3 the log says so once, and the others are found', async (t) => {
+  const home = temporaryHome(t);
+  const file = path.join(home.home, '.local/share/opencode/opencode.db');
+  store(file, openCodeSchema);
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const environment = { ...home.environment, PATH: '/nowhere' };
+  const { clock, log } = begin(t, home, { environment });
+  for (let i = 0; i < 4; i += 1) {
+    await clock.ring();
+    clock.time += lookInterval;
+    dated(file, i);
+  }
+  assert.deepEqual(log.lines, [['warn', 'python3 is missing; sessions in the database of OpenCode are not found']]);
+  assert.deepEqual(listed(home).map((row) => row.sessionId), ['a']);
+});
+
+test('odd things on the disk cost nothing but themselves', async (t) => {
+  const home = temporaryHome(t);
+  const at = (name) => path.join(home.home, place, name);
+  put(home, `${place}/good.jsonl`, lines(prompt('p')));
+  fs.symlinkSync('loop.jsonl', at('loop.jsonl'));
+  fs.symlinkSync('..', at('up'));
+  fs.symlinkSync('nowhere', at('gone.jsonl'));
+  fs.mkdirSync(at('folder.jsonl'));
+  execFileSync('mkfifo', [at('pipe.jsonl')]);
+  fs.writeFileSync(Buffer.concat([Buffer.from(`${at('x')}`), Buffer.from([0xff, 0xfe]), Buffer.from('.jsonl')]), lines(prompt('q')));
+  fs.writeFileSync(path.join(home.home, '.claude/projects/file'), 'x');
+  for (const name of ['.codex', '.gemini', '.pi/agent', '.local/share/opencode/storage', '.cline/data']) put(home, name, 'a file');
+  const odd = ['null', '7', '[]', '{}', '{"type":7}', '{"type":"user","message":null,"cwd":{}}', '{"type":"assistant","message":{"content":[null,7,{}]}}', 'x'];
+  put(home, `${place}/odd.jsonl`, lines(...odd, prompt('after')));
+  const rows = await findSessions({ environment: home.environment, now: Date.now(), runningFolders: async () => [] });
+  assert.deepEqual(rows.map((row) => row.title).sort(), ['after', 'p']);
+});
+
+test('odd values in every agent\'s transcripts are borne', async (t) => {
+  const home = temporaryHome(t);
+  const odd = [null, 7, 'x', [], {}, [null], { a: null }];
+  const names = ['type', 'payload', 'message', 'content', 'role', 'id', 'sessionId', 'cwd', 'text', 'item', 'git', 'source',
+    'messages', 'projects', 'metadata', 'path', '$set', 'kind', 'agent', 'title', 'directory', 'parentID', 'summary'];
+  const records = ['user', 'assistant', 'session', 'session_meta', 'event_msg', 'response_item', 'message', 'gemini', 'summary']
+    .flatMap((type) => names.flatMap((name) => odd.map((value) => ({ type, role: 'user', payload: { type: 'message', role: 'user' }, [name]: value }))));
+  const text = lines(...records, ...odd.map((value) => ({ type: 'session_meta', payload: value })));
+  put(home, `${place}/a.jsonl`, text);
+  put(home, '.codex/sessions/2026/11/20/rollout-a.jsonl', text);
+  put(home, '.gemini/tmp/a/chats/session-a.jsonl', text);
+  put(home, '.pi/agent/sessions/a/a.jsonl', text);
+  for (const value of [...odd, { messages: records }, { messages: odd }, records]) {
+    put(home, '.gemini/projects.json', value);
+    put(home, '.gemini/tmp/a/chats/session-b.json', value);
+    put(home, '.cline/data/sessions/a/a.messages.json', value);
+    put(home, '.cline/data/sessions/a/a.json', value);
+    put(home, '.local/share/opencode/storage/session/p/a.json', value);
+    put(home, '.local/share/opencode/storage/message/a/m.json', value);
+    const log = recordingLog();
+    const { clock } = begin(t, home, { log });
+    await clock.ring();
+    assert.deepEqual(log.lines.filter(([level]) => level === 'error'), [], JSON.stringify(value).slice(0, 80));
+  }
+});
+
+test('twenty thousand files in a folder are looked at without holding up the process', async (t) => {
+  const home = temporaryHome(t);
+  fs.mkdirSync(path.join(home.home, place), { recursive: true });
+  for (let i = 0; i < 20_000; i += 1) fs.writeFileSync(path.join(home.home, place, `f${i}.jsonl`), i % 500 ? '' : lines(prompt('p')));
+  let longest = 0;
+  let last = performance.now();
+  const pulse = setInterval(() => {
+    longest = Math.max(longest, performance.now() - last - 1);
+    last = performance.now();
+  }, 1);
+  const folders = new Folders({ watch: true, log: silentLog, now: () => now });
+  const found = await folders.list(path.join(home.home, place));
+  clearInterval(pulse);
+  folders.close();
+  assert.equal(found.length, 20_000);
+  // Some 15 ms here; the limit allows for a busy machine.
+  assert.ok(longest < 200, `${longest} ms`);
+});
+
+test('where nothing more can be watched the log says so once, and folders are looked through every 30 s', async (t) => {
+  const home = temporaryHome(t);
+  t.mock.method(fs, 'watch', () => { throw Object.assign(new Error('no'), { code: 'ENOSPC' }); });
+  put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock, log, discovery } = begin(t, home);
+  await clock.ring();
+  assert.equal(discovery.watched, 0);
+  assert.deepEqual(log.lines.map(([level, message]) => `${level} ${message}`),
+    ['warn no more folders can be watched; looking through the others every 30 s']);
+  put(home, `${place}/b.jsonl`, lines(prompt('q')));
+  while (clock.time < now + 29_000 - clock.wait) await clock.ring();
+  assert.equal(listed(home).length, 1);
+  clock.time = now + 30_000;
+  await clock.ring();
+  assert.equal(listed(home).length, 2);
+});
+
+test('the service\'s writes and the daemon\'s all survive', async (t) => {
+  const home = temporaryHome(t);
+  const file = put(home, `${place}/a.jsonl`, lines(prompt('p')));
+  const { clock } = begin(t, home);
+  const document = home.inShared('state.json');
+  fs.writeFileSync(document, '{"sessions":[{"id":"s","offset":0}],"count":0}');
+  const other = (async () => {
+    for (let i = 1; i <= 60; i += 1) {
+      await updateDocument(document, (values) => {
+        values.set('count', values.get('count') + 1);
+        values.set('sessions', [{ id: 's', offset: i }]);
+      });
+    }
+  })();
+  for (let i = 1; i <= 60; i += 1) {
+    fs.appendFileSync(file, lines(reply(`r${i}`)));
+    await clock.ring();
+  }
+  await other;
+  await until(async () => {
+    await clock.ring();
+    return listed(home)[0].lastText === 'r60';
+  });
+  assert.deepEqual([state(home).count, state(home).sessions], [60, [{ id: 's', offset: 60 }]]);
+});
+
+test('a daemon that is stopped in the middle of a look leaves nothing running', async (t) => {
+  const home = temporaryHome(t);
+  for (let i = 0; i < 50; i += 1) put(home, `${place}/${i}.jsonl`, lines(prompt('p')));
+  const { clock, discovery } = begin(t, home);
+  clock.timer.callback();
+  await discovery.stop();
+  assert.equal(discovery.watched, 0);
+  const { timer } = clock;
+  assert.equal(timer === undefined || timer.at === now, true);
+});
