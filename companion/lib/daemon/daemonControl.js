@@ -15,8 +15,12 @@ import { holdsSocket, memoryOf } from './processFacts.js';
 const script = fileURLToPath(new URL('main.js', import.meta.url));
 const interval = 25;
 
-/** The daemon works in small bites and rests for most of its life: a small heap costs it nothing that matters. */
-const nodeOptions = ['--max-semi-space-size=1', '--max-old-space-size=96', '--optimize-for-size', '--no-warnings'];
+/**
+ * The daemon works in small bites and rests for most of its life. Without compilers, helper threads and a large young
+ * generation it is 5 to 8 MB smaller, at the same cost of a look.
+ */
+const nodeOptions = ['--max-semi-space-size=1', '--max-old-space-size=96', '--optimize-for-size', '--no-opt',
+  '--no-sparkplug', '--single-threaded', '--no-warnings'];
 
 export class DaemonError extends Error {
   constructor(message) {

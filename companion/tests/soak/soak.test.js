@@ -1,0 +1,161 @@
+// The service, the daemon and a third program rewrite one document for SOAK_SECONDS (20 by default), as fast as they
+// can. Afterwards, and whenever it is looked at meanwhile, every row, setting and cursor must be there.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { randomUUID } from 'node:crypto';
+import { once } from 'node:events';
+import fs from 'node:fs';
+import path from 'node:path';
+import test from 'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { startDaemon } from '../../lib/daemon/daemonControl.js';
+import { sonraProgram } from '../../lib/programs.js';
+import { isServiceRunning, sendCommand } from '../../lib/serviceSocket.js';
+import { updateDocument } from '../../lib/sharedDocument.js';
+import { daemonHome, logRecords } from '../daemonProcess.js';
+import { until } from '../home.js';
+
+const seconds = Number(process.env.SOAK_SECONDS || 20);
+const attachEvery = Math.max(1000, (seconds * 1000) / 12);
+const unknown = { kept: [1, { deep: 'ü\u2028' }], big: 9007199254740991 };
+
+/** One agent's line that moves the cursor and says nothing aloud. */
+const line = (session, cwd, number) => `${JSON.stringify({
+  type: 'user', uuid: `u-${number}`, sessionId: session, cwd, gitBranch: 'main', timestamp: new Date().toISOString(),
+  message: { role: 'user', content: `Question ${number}: ${'why '.repeat(number % 50)}` } })}\n`;
+
+class Stage {
+  constructor(home) {
+    this.home = home;
+    this.state = home.inShared('state.json');
+    this.sessions = [];
+    this.increments = 0;
+    this.speed = 1;
+    this.looks = 0;
+    this.lines = 0;
+    this.over = false;
+  }
+
+  newSession() {
+    const [id, cwd] = [randomUUID(), `/work/proj${this.sessions.length}`];
+    const transcript = path.join(this.home.home, '.claude/projects', cwd.replaceAll('/', '-'), `${id}.jsonl`);
+    fs.mkdirSync(path.dirname(transcript), { recursive: true });
+    fs.writeFileSync(transcript, line(id, cwd, 0));
+    const session = { id, cwd, transcript, attached: false };
+    this.sessions.push(session);
+    return session;
+  }
+
+  read() {
+    return JSON.parse(fs.readFileSync(this.state, 'utf8'));
+  }
+
+  row(id) {
+    return this.read().sessions?.find((row) => row.id === id);
+  }
+
+  async attach(session) {
+    await sendCommand('attach', { id: session.id, cwd: session.cwd, source: 'claude-code', title: 'Soak' },
+      { path: this.home.inShared('service.sock') });
+    await until(() => this.row(session.id), { limit: 30_000, what: 'the row of an attached session' });
+    session.attached = true;
+  }
+
+  /** The agents: every attached transcript grows. */
+  async grow() {
+    while (!this.over) {
+      for (const { id, cwd, transcript } of this.sessions) fs.appendFileSync(transcript, line(id, cwd, this.lines += 1));
+      await sleep(40);
+    }
+  }
+
+  /** A person, who attaches one session after the other. */
+  async attachMore() {
+    while (!this.over) {
+      await this.attach(this.newSession());
+      await sleep(attachEvery);
+    }
+  }
+
+  /** A third program with a setting and a counter of its own. */
+  async toggle() {
+    while (!this.over) {
+      const speed = this.speed === 1 ? 1.75 : 1;
+      await updateDocument(this.state, (document) => {
+        document.set('speed', speed);
+        document.set('soakCounter', (document.get('soakCounter') ?? 0) + 1);
+      });
+      this.speed = speed;
+      this.increments += 1;
+      await sleep(5);
+    }
+  }
+
+  /** What is read at any moment is whole, and has all that was there before. */
+  async look() {
+    while (!this.over) {
+      const known = this.sessions.filter(({ attached }) => attached).map(({ id }) => id);
+      const least = this.increments;
+      const state = this.read();
+      const present = new Set(state.sessions.map(({ id }) => id));
+      assert.deepEqual(known.filter((id) => !present.has(id)), [], 'rows that were lost');
+      assert.ok(state.soakCounter >= least, 'a counter that went back');
+      assert.deepEqual(state.theirs, unknown);
+      this.looks += 1;
+      await sleep(20);
+    }
+  }
+}
+
+async function startService(t, home) {
+  const program = sonraProgram();
+  assert.ok(program, 'This test needs the built service; SONRA_PROGRAM can name it.');
+  const environment = { ...home.environment, QT_QPA_PLATFORM: 'offscreen', TTS_DISABLE_CTL: '1',
+    PULSE_SERVER: `unix:${home.home}/none`, DBUS_SESSION_BUS_ADDRESS: `unix:path=${home.home}/none`, XDG_RUNTIME_DIR: home.home };
+  const child = spawn(program, [], { env: environment, stdio: 'ignore' });
+  const exit = once(child, 'exit');
+  t.after(async () => {
+    child.kill('SIGTERM');
+    const deadline = setTimeout(() => child.kill('SIGKILL'), 10_000);
+    await exit;
+    clearTimeout(deadline);
+  });
+  await until(() => isServiceRunning({ path: home.inShared('service.sock') }), { limit: 30_000, what: 'the service' });
+}
+
+const serviceLog = (home) => fs.readFileSync(path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson'), 'utf8')
+  .split('\n').filter(Boolean).map((record) => JSON.parse(record));
+
+test(`three writers lose nothing in ${seconds} s`, { timeout: (seconds + 120) * 1000 }, async (t) => {
+  const home = daemonHome(t);
+  const stage = new Stage(home);
+  await updateDocument(stage.state, (document) => document.set('theirs', unknown));
+  await updateDocument(stage.state, (document) => document.set('soakCounter', 0));
+  await startService(t, home);
+  await startDaemon(home);
+  await stage.attach(stage.newSession());
+
+  const end = sleep(seconds * 1000).then(() => { stage.over = true; });
+  const work = [stage.grow(), stage.attachMore(), stage.toggle(), stage.look()];
+  await Promise.all([end, ...work]).finally(() => { stage.over = true; });
+
+  for (const { id, transcript } of stage.sessions) {
+    const size = fs.statSync(transcript).size;
+    await until(() => stage.row(id)?.offset === size, { limit: 30_000, what: `the cursor ${size} of ${id}` });
+  }
+  const newest = new Set(stage.sessions.slice(-40).map(({ id }) => id));
+  await until(() => stage.read().discoveredSessions?.filter(({ sessionId }) => newest.has(sessionId)).length === newest.size,
+    { limit: 40_000, what: 'the discovered sessions' });
+  const state = stage.read();
+  assert.deepEqual(state.sessions.map(({ id }) => id), stage.sessions.map(({ id }) => id));
+  assert.equal(state.soakCounter, stage.increments);
+  assert.equal(state.speed, stage.speed);
+  assert.deepEqual(state.theirs, unknown);
+  assert.deepEqual(fs.readdirSync(home.shared).filter((name) => /unreadable/.test(name)), []);
+  assert.deepEqual(serviceLog(home).filter(({ msg }) => msg.startsWith('state-lock')), []);
+  assert.deepEqual(logRecords(home).filter(({ level, class: part }) => level >= 40 && part !== 'Daemon'), []);
+  t.diagnostic(`${stage.increments} updates by the third writer, ${stage.sessions.length} rows, ` +
+    `${stage.lines} lines, ${stage.looks} looks, ${state.discoveredSessions.length} discovered`);
+});
