@@ -36,7 +36,13 @@ function desktopFrom(environment) {
   return value.replace(/^\$HOME(?=\/|$)/, homeDirectory(environment));
 }
 
-const isFolder = (file) => fs.statSync(file, { throwIfNoEntry: false })?.isDirectory() ?? false;
+function isFolder(file) {
+  try {
+    return fs.statSync(file).isDirectory();
+  } catch {
+    return false;
+  }
+}
 
 function fileName(date) {
   const two = (number) => String(number).padStart(2, '0');

@@ -6,7 +6,7 @@ import path from 'node:path';
 
 import { daemonLogPath, serviceLogPath } from '../places.js';
 
-const maxBytes = 8 * 1024 * 1024;
+const boundOfLog = 8 * 1024 * 1024;
 const rotatedCopies = 5;
 
 /** The last `limit` bytes of a file, from the beginning of a line. */
@@ -42,7 +42,7 @@ function scrubLine(line, scrubber) {
 const scrubLines = (text, scrubber) => text.split('\n').map((line) => scrubLine(line, scrubber)).join('\n');
 
 /** One log with its copies, as files of the bundle. */
-function collect(base, scrubber) {
+function collect(base, scrubber, maxBytes) {
   const files = [];
   let left = maxBytes;
   let omitted = 0;
@@ -64,13 +64,14 @@ function collect(base, scrubber) {
 
 /**
  * @param {import('./scrubber.js').Scrubber} scrubber
+ * @param {number} [maxBytes] of each log with its copies
  * @returns {{ files: Array<{ name: string, content: string }>, omittedBytes: number, problems: string[] }}
  */
-export function collectLogs(environment, scrubber) {
+export function collectLogs(environment, scrubber, maxBytes = boundOfLog) {
   const result = { files: [], omittedBytes: 0, problems: [] };
   for (const base of [serviceLogPath(environment), daemonLogPath(environment)]) {
     try {
-      const { files, omitted } = collect(base, scrubber);
+      const { files, omitted } = collect(base, scrubber, maxBytes);
       result.files.push(...files);
       result.omittedBytes += omitted;
     } catch (error) {

@@ -24,16 +24,19 @@ const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'wh
 
 const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
 
-/** Patterns of secrets that nobody told us of, with what is left of them. */
+/**
+ * Patterns of secrets that nobody told us of, with what is left of them. Each repetition in front of what a pattern
+ * looks for is bounded, so that a long line without it costs no more than its length.
+ */
 const patterns = [
-  [/[^\s@"'<>()[\]{},;:=/\\]+@([A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)/g, '***@$1'],
-  [/\b(Bearer|Basic|Token)\s+[A-Za-z0-9._~+/=-]{6,}/gi, `$1 ${removed}`],
-  [/:\/\/[^\s/@:]+:[^\s/@]+@/g, `://${removed}@`],
-  [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]*=)[^\s&"']+/gi, `$1${removed}`],
-  [/((?:api[_-]?key|token|secret|password|passwd)["']?\s*[:=]\s*["']?)[^\s"',&}]+/gi, `$1${removed}`],
+  [/[^\s@"'<>()[\]{},;:=/\\]{1,64}@([A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)/g, '***@$1'],
+  [/\b(Bearer|Basic|Token)\s{1,4}[A-Za-z0-9._~+/=-]{6,}/gi, `$1 ${removed}`],
+  [/:\/\/[^\s/@:]{1,128}:[^\s/@]{1,256}@/g, `://${removed}@`],
+  [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]{0,16}=)[^\s&"']+/gi, `$1${removed}`],
+  [/((?:api[_-]?key|token|secret|password|passwd)["']?\s{0,4}[:=]\s{0,4}["']?)[^\s"',&}]+/gi, `$1${removed}`],
   [/\b(?:sk|pk|rk|ghp|gho|ghs|ghu|github_pat|glpat|xox[a-z])[-_][A-Za-z0-9_-]{10,}/g, removed],
   // The parser quotes what it couldn't read.
-  [/"(?:[^"\\]|\\.)*"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`],
+  [/"(?:[^"\\]|\\.){0,400}"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`],
   [/(\bcode\W{1,3})\d{6}\b/gi, `$1${removed}`],
 ];
 
@@ -86,7 +89,9 @@ export class Scrubber {
   /** A text without what is secret, known or by its look. */
   text(text) {
     let clean = text;
-    for (const [value, instead] of this.#known) clean = clean.replaceAll(value, instead);
+    for (const [value, instead] of this.#known) {
+      if (value.length <= clean.length) clean = clean.replaceAll(value, instead);
+    }
     for (const [pattern, instead] of patterns) clean = clean.replace(pattern, instead);
     clean = clean.replace(/[A-Za-z0-9_-]{32,}/g, (run) => (looksSecret(run) ? removed : run));
     return this.#home.length > 1 ? clean.replaceAll(this.#home, '~') : clean;
