@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "app/RunningService.h"
 #include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
 #include "linux/InotifyFileWatcher.h"
@@ -65,7 +66,8 @@ void AppDelegate::bringUp() {
 }
 
 void AppDelegate::startService(const std::string& socketPath) {
-    if (!acquireServiceLock()) return exit_(0);
+    // Of several that start at once, the one with the lock opens what the others were asked to.
+    if (!acquireServiceLock()) return exit_(openInRunningService(urls_).value_or(0));
     sweepTemporaryDirectories();
     bringUp();
     desktop_->setWishes(wishes());

@@ -10,6 +10,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/Desktop.h"
+#include "app/RunningService.h"
 #include "app/SignalWatch.h"
 #include "frame/Home.h"
 #include "frame/Log.h"
@@ -18,6 +19,7 @@
 #include "frame/UrlLaunch.h"
 #include "linux/JournalLog.h"
 #include "linux/QtMainLoop.h"
+#include "linux/X11StartupNotice.h"
 
 namespace {
 
@@ -91,8 +93,8 @@ void logQtMessage(QtMsgType type, const QMessageLogContext&, const QString& mess
     }
 }
 
-int runApplication(const sonra::Mode& mode, const std::vector<std::string>& urls, int& argc,
-                   char** argv) {
+int runApplication(const sonra::Mode& mode, const std::vector<std::string>& urls,
+                   const std::string& startupId, int& argc, char** argv) {
     choosePlatform();
     sonra::Desktop::avoidDeafSessionBus();
     qInstallMessageHandler(logQtMessage);
@@ -113,6 +115,8 @@ int runApplication(const sonra::Mode& mode, const std::vector<std::string>& urls
     });
     delegate = std::make_unique<sonra::AppDelegate>(mode, urls, loop, exit);
     on_exit(endAtExit, delegate.get());
+    // No window comes with the start.
+    sonra::X11StartupNotice::end(startupId);
     delegate->applicationDidFinishLaunching();
     endProcess(*delegate, QApplication::exec());
 }
@@ -127,13 +131,18 @@ int main(int argc, char** argv) {
     mallopt(M_ARENA_MAX, 2);
     sonra::SignalWatch::block();
 
+    const auto startupId = sonra::X11StartupNotice::takeFromEnvironment();
     const auto urls = sonra::launchUrls(args);
-    if (!urls.empty() && sonra::tryOpenInExistingService(urls)) return 0;
+    if (const auto status = sonra::openInRunningService(urls)) {
+        sonra::X11StartupNotice::end(startupId);
+        return *status;
+    }
     const auto decision = urls.empty()
                               ? sonra::parseMode(args)
                               : sonra::Mode(sonra::ServiceMode{sonra::defaultServiceSocketPath()});
     if (const auto* early = std::get_if<sonra::EarlyExit>(&decision)) {
         std::fputs(early->standardError.c_str(), stderr);
+        sonra::X11StartupNotice::end(startupId);
         return early->status;
     }
     sonra::Log::setShared(
@@ -141,5 +150,5 @@ int main(int argc, char** argv) {
     sonra::Log::shared()
         .child({{"module", "main"}})
         .info("sonra up", {{"input", {{"pid", getpid()}, {"argv", args}}}});
-    return runApplication(std::get<sonra::Mode>(decision), urls, argc, argv);
+    return runApplication(std::get<sonra::Mode>(decision), urls, startupId, argc, argv);
 }

@@ -5,12 +5,10 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from panel import PrivateBus, Program
+from panel import Program
+from starting_bus import starting_bus
 
 DRIVER = os.environ["SONRA_PRESENCE_DRIVER"]
-BUS = """<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen><servicedir>SERVICES</servicedir>
-<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/></policy>
-</busconfig>"""
 
 
 class Presence(Program):
@@ -39,9 +37,7 @@ class PresenceTest(unittest.TestCase):
         self.addCleanup(lambda: self.bus.close())
 
     def start_bus(self):
-        configuration = Path(self.folder) / "bus.conf"
-        configuration.write_text(BUS.replace("SERVICES", str(self.services)))
-        self.bus = PrivateBus(f"--config-file={configuration}")
+        self.bus = starting_bus(self.services)
 
     def environment(self):
         kept = {key: value for key, value in os.environ.items() if key not in ("DISPLAY", "WAYLAND_DISPLAY")}

@@ -2,6 +2,7 @@
 import json
 import os
 import random
+import shlex
 import shutil
 import signal
 import socket
@@ -9,9 +10,11 @@ import subprocess
 import time
 import unittest
 
+from panel import PrivateBus
 from screen import CaptionsSeen, Screen
 from service import PROGRAM, Home, Service, assistant_line
-from soundlab import PrivateSound, short_folder, wait_for, write_tone
+from soundlab import PrivateSound, end, short_folder, wait_for, write_tone
+from starting_bus import starting_bus
 
 
 class LifecycleCase(unittest.TestCase):
@@ -133,6 +136,136 @@ class OneServiceOnly(LifecycleCase):
         with socket.socket(socket.AF_UNIX) as stale:
             stale.bind(str(self.home.socket_path))
         self.start().wait_ready()
+
+
+class Addresses(LifecycleCase):
+    """A service is reached by address wherever it is, and started where there is none."""
+
+    OTHER = "7c1f0a52-bbbb-4b57-9a3a-5f0c2a516d0e"
+    NAME = "dev.trelnivorn.sonra"
+
+    def setUp(self):
+        super().setUp()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = "disabled:"
+        self.address = "tts://session/" + self.home.session
+
+    def start_bus(self):
+        """One that can start the program and nothing else."""
+        services = self.home.path / "services"
+        services.mkdir()
+        command = shlex.join(["/usr/bin/env", *(f"{name}={value}" for name, value in self.environment.items()
+                                                if name != "DBUS_SESSION_BUS_ADDRESS"),
+                              f"HOME={self.home.path}", str(PROGRAM)])
+        (services / f"{self.NAME}.service").write_text(f"[D-BUS Service]\nName={self.NAME}\nExec={command}\n")
+        bus = starting_bus(services)
+        self.addCleanup(bus.close)
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
+        return bus.connection
+
+    def wait_attached(self, *sessions):
+        wait_for("the sessions", lambda: {row["id"] for row in self.home.state().get("sessions", [])} == set(sessions))
+
+    def open(self, status=0, errors=""):
+        done = self.run_program(self.address)
+        self.assertEqual((done.returncode, done.stderr), (status, errors))
+
+    def test_without_a_service_it_becomes_the_service_and_attaches(self):
+        self.start([self.address]).wait_ready()
+        self.wait_attached(self.home.session)
+        self.assertEqual(self.home.state()["sessions"][0]["transcript"], str(self.home.transcript))
+
+    def test_several_at_once_become_one_service_with_all_their_sessions(self):
+        self.home.add_transcript(self.OTHER, "/home/me/other")
+        launches = [self.start([address]) for address in (self.address, "tts://session/" + self.OTHER) * 2]
+        wait_for("three to end", lambda: sum(each.process.poll() is not None for each in launches) == 3)
+        self.assertEqual(sorted(each.process.returncode for each in launches if each.process.poll() is not None), [0] * 3)
+        self.wait_attached(self.home.session, self.OTHER)
+
+    def test_a_service_at_a_socket_of_choice_is_found(self):
+        usual, self.home.socket_path = self.home.socket_path, self.home.path / "other.sock"
+        self.start(["--service", "--socket", str(self.home.socket_path)]).wait_ready()
+        self.open()
+        self.wait_attached(self.home.session)
+        self.assertFalse(usual.exists())
+
+    def test_a_service_whose_socket_was_removed_is_reached_over_the_bus(self):
+        bus = self.start_bus()
+        self.start().wait_ready()
+        wait_for("its name", lambda: bus.name_has_owner(self.NAME))
+        self.home.socket_path.unlink()
+        self.open()
+        self.wait_attached(self.home.session)
+
+    def test_one_that_is_reached_no_way_is_said_to_be_so(self):
+        service = self.start().wait_ready()
+        self.home.socket_path.unlink()
+        self.open(69, f"sonra: the service is running (process {service.process.pid}) but can't be reached over its "
+                      "socket or the session bus; nothing was opened.\n")
+        self.assertIsNone(service.process.poll())
+        self.assertEqual(self.home.state().get("sessions", []), [])
+
+    def test_the_bus_starts_the_service_for_an_address(self):
+        bus = self.start_bus()
+        bus.call_blocking(self.NAME, "/" + self.NAME.replace(".", "/"), "org.freedesktop.Application", "Open",
+                          "asa{sv}", ([self.address], {}), timeout=20)
+        started = int((self.home.shared / "sonra.lock").read_text())
+        self.addCleanup(lambda: wait_for("its end", lambda: not os.path.exists(f"/proc/{started}")))
+        self.addCleanup(os.kill, started, signal.SIGTERM)
+        self.wait_attached(self.home.session)
+        self.assertEqual(self.home.log("sonra up")[0]["input"]["pid"], started)
+
+
+class StartupNotice(LifecycleCase):
+    """Whatever comes of a start that a launcher announced, its busy cursor rests."""
+
+    def setUp(self):
+        super().setUp()
+        screen = Screen(self.home.path)
+        self.addCleanup(screen.close)
+        self.environment |= {name: screen.environment[name] for name in ("DISPLAY", "QT_QPA_PLATFORM", "DBUS_SESSION_BUS_ADDRESS")}
+        self.announced = {"DESKTOP_STARTUP_ID": "launcher-1-sonra_TIME100"}
+        self.seen = self.home.path / "xev.txt"
+        with self.seen.open("w") as seen:
+            self.listener = subprocess.Popen(["xev", "-root", "-event", "property"], env=screen.environment, stdout=seen,
+                                             stderr=subprocess.DEVNULL)
+        self.addCleanup(end, self.listener)
+
+        def is_listening():
+            screen.ask("xprop", "-root", "-f", "SONRA_TEST", "8s", "-set", "SONRA_TEST", "x")
+            return "SONRA_TEST" in self.seen.read_text()
+
+        wait_for("the listener", is_listening)
+
+    def notices(self):
+        return self.seen.read_text().count("(_NET_STARTUP_INFO_BEGIN)")
+
+    def wait_notice(self, count):
+        wait_for("the notice", lambda: self.notices() >= count)
+        self.assertEqual(self.notices(), count)
+
+    def test_the_start_of_the_service_ends_it_though_no_window_opens(self):
+        self.environment |= self.announced
+        self.start().wait_ready()
+        self.wait_notice(1)
+
+    def test_so_do_second_launches_that_end_at_once(self):
+        self.start().wait_ready()
+        self.environment |= self.announced
+        for count, arguments in enumerate(([], ["tts://session/" + self.home.session]), 1):
+            self.assertEqual(self.run_program(*arguments).returncode, 0)
+            self.wait_notice(count)
+
+    def test_so_does_an_address_that_the_desktop_opens_over_the_bus(self):
+        bus = PrivateBus()
+        self.addCleanup(bus.close)
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
+        self.start().wait_ready()
+        wait_for("its name", lambda: bus.connection.name_has_owner(Addresses.NAME))
+        path = "/" + Addresses.NAME.replace(".", "/")
+        for count, key in enumerate(("desktop-startup-id", "activation-token"), 1):
+            bus.connection.call_blocking(Addresses.NAME, path, "org.freedesktop.Application", "Open", "asa{sv}",
+                                         (["tts://session/" + self.home.session], {key: "launcher-2_TIME200"}))
+            self.wait_notice(count)
 
 
 class Starts(LifecycleCase):

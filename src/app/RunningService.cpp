@@ -1,0 +1,31 @@
+#include "app/RunningService.h"
+
+#include <sysexits.h>
+
+#include <chrono>
+#include <iostream>
+
+#include "frame/UrlLaunch.h"
+#include "linux/QtApplicationCall.h"
+
+namespace sonra {
+namespace {
+
+/// A service is up within a second; on a busy machine it gets its time.
+constexpr std::chrono::seconds patience{5};
+
+}  // namespace
+
+std::optional<int> openInRunningService(const std::vector<std::string>& urls) {
+    if (urls.empty()) return std::nullopt;
+    const auto handover = handOverUrls(urls, QtApplicationCall::open, patience);
+    if (handover.outcome == UrlHandover::Outcome::noService) return std::nullopt;
+    if (handover.outcome == UrlHandover::Outcome::done) return EX_OK;
+    std::cerr << "sonra: the service is running"
+              << (handover.holder ? " (process " + std::to_string(*handover.holder) + ")" : "")
+              << " but can't be reached over its socket or the session bus; nothing was opened."
+              << std::endl;
+    return EX_UNAVAILABLE;
+}
+
+}  // namespace sonra
