@@ -1,4 +1,5 @@
 """Global chords of the desktop's portal: its real front end, behind it a desktop of the test's own."""
+import json
 import subprocess
 import time
 import unittest
@@ -19,6 +20,11 @@ SHORTCUTS = "org.freedesktop.impl.portal.GlobalShortcuts"
 NO_PORTAL = ('This desktop lets no program have global shortcuts; a command such as "tts search" can be bound in its own '
              "keyboard settings")
 DECLINED = "The desktop declined the shortcut; its own keyboard settings may allow it"
+
+
+def refusal(key, reason):
+    """As the log tells of a chord that the desktop doesn't give."""
+    return 30, "QtPortalShortcuts", "global hotkey can't be had", {"key": key}, {"reason": reason}
 
 
 class BackEnd(dbus.service.Object):
@@ -110,6 +116,20 @@ class Portal(PresenceTest):
         pump_until(f"{expected}", lambda: len(self.driver.read()) >= len(expected))
         self.assertEqual(self.driver.heard(), list(expected))
 
+    def wait_logged(self, *expected):
+        """The messages of the log, in order, with whatever the expected ones tell of what was asked and what came of it."""
+        path = Path(self.folder) / "Library/Logs/Sonra/sonra.ndjson"
+
+        def records():
+            lines = path.read_text().splitlines() if path.exists() else []
+            return [json.loads(line) for line in lines]
+
+        pump_until(f"{len(expected)} log lines", lambda: len(records()) >= len(expected))
+        # The last line of an error is what went wrong.
+        self.assertEqual([(each["level"], each["class"], each["msg"], each.get("input"),
+                           {name: text.strip().splitlines()[-1] for name, text in each["result"].items()}) for each in records()],
+                         list(expected))
+
     def press(self, name, session=None):
         self.back_end.Activated(session or self.back_end.bound[-1][0], name, 1, {})
 
@@ -188,6 +208,7 @@ class Refused(Portal):
         self.start_front_end()
         self.start("1 f Search", "2 space Other")
         self.wait_heard("refused 1 " + DECLINED, "refused 2 " + DECLINED)
+        self.wait_logged(refusal("f", DECLINED), refusal("space", DECLINED))
         pump_until("the session's end", lambda: not self.back_end.sessions)
         self.stop_front_end()
         pump_until("its end", lambda: not self.bus.connection.name_has_owner(PORTAL))
@@ -201,6 +222,7 @@ class Refused(Portal):
         self.start_front_end()
         self.start("1 f Search", "2 space Other", "3 a Third")
         self.wait_heard("refused 1 " + DECLINED, "refused 3 " + DECLINED)
+        self.wait_logged(refusal("f", DECLINED), refusal("a", DECLINED))
         self.press("shift-logo-space")
         self.wait_heard("pressed 2")
 
@@ -220,6 +242,10 @@ class Refused(Portal):
         name = dbus.service.BusName(PORTAL, self.bus.connection, do_not_queue=True)
         self.start("1 f Search")
         self.wait_heard("refused 1 " + NO_PORTAL)
+        error = ("dbus.exceptions.UnknownMethodException: org.freedesktop.DBus.Error.UnknownMethod: Unknown method: CreateSession "
+                 "is not a valid method of interface org.freedesktop.portal.GlobalShortcuts")
+        self.wait_logged((30, "QtPortalShortcuts", "no global shortcuts portal", None, {"error": error}),
+                         refusal("f", NO_PORTAL))
         del name
 
     def test_without_a_bus_it_is_refused(self):
