@@ -45,7 +45,7 @@ export function isOwnHost(host, localAddress, own = interfaceAddresses) {
   const parts = /^(?:\[([0-9a-f:.]+)\]|([a-z0-9.-]+))(?::\d{1,5})?$/i.exec(host ?? '');
   if (!parts) return false;
   const name = plainAddress(parts[1] ?? parts[2]);
-  if (name === 'localhost' || (isLoopback(name) && isAddress(name))) return isLoopback(localAddress);
+  if (name === 'localhost' || (isLoopback(name) && isAddress(name))) return true;
   return isAddress(name) && (name === plainAddress(localAddress) || own().includes(name));
 }
 

@@ -1,0 +1,97 @@
+// The phone bridge: an HTTP server in the daemon that lets paired devices see what is spoken and steer it. It puts its
+// parts together and follows the shared folder; it never ends the daemon, whatever fails.
+
+import path from 'node:path';
+
+import { systemClock } from '../daemon/clock.js';
+import { nowPlayingPath, sharedDirectory, socketPath, statePath, tokensPath } from '../places.js';
+import { Connections } from './connections.js';
+import { Feed } from './feed.js';
+import { FolderWatch } from './folderWatch.js';
+import { Listener } from './listener.js';
+import { buildPage } from './page.js';
+import { Pairing } from './pairing.js';
+import { Routes } from './routes.js';
+import { bridgeSettings } from './settings.js';
+import { Streams } from './streams.js';
+import { TokenStore } from './tokens.js';
+
+/** How often the folder is looked at even if the kernel is silent. */
+const lookInterval = 15_000;
+
+class Bridge {
+  #environment;
+  #clock;
+  #listener;
+  #tokens;
+  #feed;
+  #streams;
+  #watch;
+  #look;
+
+  constructor({ environment, log, clock }) {
+    this.#environment = environment;
+    this.#clock = clock;
+    const connections = new Connections();
+    this.#feed = new Feed({ environment, clock });
+    this.#streams = new Streams({ feed: this.#feed, clock });
+    this.#tokens = new TokenStore({ environment, log, clock, onRemoved: (device) => {
+      this.#streams.endOf(device);
+      connections.endOf(device);
+    } });
+    const pairing = new Pairing({ environment, log, clock, tokens: this.#tokens });
+    const routes = new Routes({
+      environment, log, clock, page: buildPage(), pairing, tokens: this.#tokens, feed: this.#feed,
+      streams: this.#streams, connections,
+    });
+    this.#listener = new Listener({ handle: routes.handle, connections, log, clock });
+    this.#watch = new FolderWatch(sharedDirectory(environment), (name) => this.#changed(name));
+  }
+
+  get port() {
+    return this.#listener.port;
+  }
+
+  async start() {
+    this.#tokens.refresh();
+    this.#lookAround();
+    await this.#listener.apply(bridgeSettings(this.#environment));
+  }
+
+  async close() {
+    this.#clock.clearTimeout(this.#look);
+    this.#watch.close();
+    this.#streams.close();
+    this.#feed.close();
+    await this.#listener.close();
+  }
+
+  #lookAround() {
+    this.#watch.rearm();
+    this.#changed('');
+    this.#look = this.#clock.setTimeout(() => this.#lookAround(), lookInterval);
+  }
+
+  /** @param {string} name of a file in the shared folder; empty: any of them */
+  #changed(name) {
+    const isAbout = (file) => name === '' || name === path.basename(file(this.#environment));
+    if (isAbout(tokensPath)) this.#tokens.refresh();
+    if (isAbout(statePath)) void this.#listener.apply(bridgeSettings(this.#environment));
+    if (isAbout(socketPath)) this.#feed.poke({ service: true });
+    else if (isAbout(nowPlayingPath) || isAbout(statePath)) this.#feed.poke();
+  }
+}
+
+/**
+ * Resolves when the bridge listens, or has failed to for the first time: it goes on trying.
+ * @param {{ environment?: NodeJS.ProcessEnv, log, clock?: import('../daemon/clock.js').Clock }} options
+ * @returns {Promise<{ readonly port: number | undefined, close(): Promise<void> }>} `port` is undefined while the
+ *   bridge has none
+ */
+export async function startBridge({ environment = process.env, log, clock = systemClock }) {
+  const bridge = new Bridge({ environment, log, clock });
+  await bridge.start();
+  return bridge;
+}
+
+export { lanAddresses } from './addresses.js';

@@ -1,0 +1,80 @@
+// Answers and bodies: the headers that every answer carries, and a body that is read to a limit.
+
+export const bodyLimit = 64 * 1024;
+
+const security = {
+  'Cache-Control': 'no-store',
+  'Content-Security-Policy': "default-src 'none'; frame-ancestors 'none'; base-uri 'none'; form-action 'none'",
+  'Cross-Origin-Resource-Policy': 'same-origin',
+  'Permissions-Policy': 'camera=(), geolocation=(), microphone=()',
+  'Referrer-Policy': 'no-referrer',
+  'X-Content-Type-Options': 'nosniff',
+  'X-Frame-Options': 'DENY',
+};
+
+/** An answer other than the one that was hoped for. */
+export class HttpError extends Error {
+  /** @param {number} status @param {string} code for programs @param {string} message for people */
+  constructor(status, code, message, headers = {}) {
+    super(message);
+    this.name = 'HttpError';
+    this.status = status;
+    this.code = code;
+    this.headers = headers;
+  }
+}
+
+export const securityHeaders = (more = {}) => ({ ...security, ...more });
+
+const hasBody = ({ headers }) => Number(headers['content-length']) > 0 || headers['transfer-encoding'] !== undefined;
+
+/** Ends `response` with `body`, but for HEAD, which is told its length alone. */
+export function answer(request, response, status, body, headers = {}) {
+  const bytes = Buffer.from(body);
+  // What is left of a request that was refused isn't read, so the connection can't serve another.
+  const closing = request.complete || !hasBody(request) ? {} : { Connection: 'close' };
+  response.writeHead(status, securityHeaders({ ...headers, ...closing, 'Content-Length': bytes.length }));
+  response.end(request.method === 'HEAD' ? undefined : bytes);
+}
+
+export function answerJson(request, response, status, value, headers = {}) {
+  answer(request, response, status, JSON.stringify(value), { ...headers, 'Content-Type': 'application/json' });
+}
+
+export function answerError(request, response, error) {
+  answerJson(request, response, error.status, { error: error.code, message: error.message }, error.headers);
+}
+
+function readBody(request) {
+  return new Promise((resolve, reject) => {
+    const tooLarge = () => reject(new HttpError(413, 'too-large', 'The request is too large.'));
+    if (Number(request.headers['content-length']) > bodyLimit) return tooLarge();
+    const pieces = [];
+    let size = 0;
+    const take = (piece) => {
+      size += piece.length;
+      pieces.push(piece);
+      if (size <= bodyLimit) return;
+      request.off('data', take).pause();
+      tooLarge();
+    };
+    request.on('data', take);
+    request.once('end', () => resolve(Buffer.concat(pieces)));
+    request.once('error', reject);
+    request.once('close', () => reject(new Error('the sender went away')));
+    return undefined;
+  });
+}
+
+/** The JSON value that the request carries. A form of another page can't send this type. */
+export async function readJson(request) {
+  if (!/^application\/json *(;|$)/i.test(request.headers['content-type'] ?? '')) {
+    throw new HttpError(415, 'not-json', 'The request must be application/json.');
+  }
+  const body = await readBody(request);
+  try {
+    return JSON.parse(new TextDecoder('utf-8', { fatal: true }).decode(body));
+  } catch {
+    throw new HttpError(400, 'bad-json', 'The request is not JSON.');
+  }
+}

@@ -1,0 +1,105 @@
+// The devices that are paired: bridge-tokens.json, shared with the service, which shows its rows and removes them. The
+// file is the truth: it is looked at whenever somebody shows a token, so a row removed there is refused from then on.
+
+import { createHash, randomBytes } from 'node:crypto';
+import fs from 'node:fs';
+
+import { tokensPath } from '../places.js';
+import { SharedDocument, updateDocument } from '../sharedDocument.js';
+
+const seenInterval = 60_000;
+const labelLength = 64;
+const defaultLabel = 'Phone';
+
+const digestOf = (token) => createHash('sha256').update(token).digest('hex');
+
+/** 256 random bits as base64url; a row with anything less is nobody's key. */
+const isToken = (value) => typeof value === 'string' && /^[A-Za-z0-9_-]{43}$/.test(value);
+
+/** A device's name as it may be shown: one line, nothing that turns or hides what stands beside it. */
+export function cleanLabel(label) {
+  if (typeof label !== 'string') return defaultLabel;
+  const visible = label.replace(/\p{White_Space}+/gu, ' ').replace(/[\p{C}\p{Zl}\p{Zp}]/gu, '').trim();
+  return [...visible].slice(0, labelLength).join('').trim() || defaultLabel;
+}
+
+/** Owned by the bridge, on the event loop. A file that can't be read holds no devices. */
+export class TokenStore {
+  #environment;
+  #log;
+  #clock;
+  #onRemoved;
+  #stamp;
+  /** Digest of a token to what is known of its device. A map of digests is as good as a constant-time compare. */
+  #devices = new Map();
+  #seen = new Map();
+
+  /** @param {{ environment: NodeJS.ProcessEnv, log, clock, onRemoved: (device: string) => void }} options */
+  constructor({ environment, log, clock, onRemoved }) {
+    this.#environment = environment;
+    this.#log = log;
+    this.#clock = clock;
+    this.#onRemoved = onRemoved;
+  }
+
+  /** Looks at the file again if it has changed, and tells of the devices that are gone. */
+  refresh() {
+    const stat = fs.statSync(this.#path, { throwIfNoEntry: false });
+    const stamp = stat && `${stat.dev} ${stat.ino} ${stat.size} ${stat.mtimeMs} ${stat.ctimeMs}`;
+    if (stamp === this.#stamp) return;
+    this.#stamp = stamp;
+    const before = this.#devices;
+    const rows = SharedDocument.read(this.#path).list('tokens').filter((row) => isToken(row?.token));
+    this.#devices = new Map(rows.map((row) => [digestOf(row.token), cleanLabel(row.label)]));
+    for (const device of before.keys()) {
+      if (this.#devices.has(device)) continue;
+      this.#seen.delete(device);
+      this.#onRemoved(device);
+    }
+  }
+
+  /** The device that holds `token`, as a name that tells nothing of it; nothing for a token that isn't known. */
+  deviceOf(token) {
+    if (!isToken(token)) return undefined;
+    this.refresh();
+    const device = digestOf(token);
+    return this.#devices.has(device) ? device : undefined;
+  }
+
+  /** Adds a device and gives its token. Throws when it can't be written down. */
+  async add(label) {
+    const token = randomBytes(32).toString('base64url');
+    const createdAt = this.#clock.now();
+    const row = { label: cleanLabel(label), createdAt, token, lastSeenAt: createdAt };
+    await this.#update((rows) => [...rows, row]);
+    this.#seen.set(digestOf(token), createdAt);
+    return { token, label: row.label };
+  }
+
+  async remove(device) {
+    await this.#update((rows) => rows.filter((row) => !(isToken(row?.token) && digestOf(row.token) === device)));
+    this.refresh();
+  }
+
+  /** Notes that the device is there, once a minute at most. A failure costs the note alone. */
+  async touch(device) {
+    const now = this.#clock.now();
+    const before = this.#seen.get(device);
+    if (before !== undefined && now >= before && now - before < seenInterval) return;
+    this.#seen.set(device, now);
+    const seen = (row) => (isToken(row?.token) && digestOf(row.token) === device ? { ...row, lastSeenAt: now } : row);
+    try {
+      await this.#update((rows) => rows.map(seen));
+    } catch (error) {
+      this.#log.warn('bridge could not note when a device was seen', { reason: error.message });
+    }
+  }
+
+  get #path() {
+    return tokensPath(this.#environment);
+  }
+
+  #update(change) {
+    return updateDocument(this.#path, (document) => document.set('tokens', change(document.list('tokens'))));
+  }
+}

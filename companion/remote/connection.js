@@ -1,0 +1,154 @@
+// The line to the computer: pairing, the stream of pictures, commands. The token lives in this browser's storage and
+// goes out in a header alone. A stream that breaks, or is silent for too long, is opened again, at growing intervals.
+
+import { EventParser } from './events.js';
+
+const tokenKey = 'sonra.token';
+const silenceLimit = 40_000;
+const answerLimit = 8000;
+const firstWait = 500;
+const lastWait = 15_000;
+
+/** What the computer answered, where it wasn't what was asked for. */
+export class Refused extends Error {
+  constructor(status, message) {
+    super(message);
+    this.status = status;
+  }
+}
+
+async function post(path, body, headers = {}) {
+  let response;
+  try {
+    response = await fetch(path, {
+      method: 'POST',
+      headers: { 'Content-Type': 'application/json', ...headers },
+      body: JSON.stringify(body),
+      signal: AbortSignal.timeout(answerLimit),
+    });
+  } catch {
+    throw new Refused(0, 'Your computer doesn’t answer.');
+  }
+  const answer = await response.json().catch(() => ({}));
+  if (!response.ok) throw new Refused(response.status, answer.message ?? 'That didn’t work.');
+  return answer;
+}
+
+export class Connection {
+  #handlers;
+  #generation = 0;
+  #abort;
+  #silence;
+  #wait = firstWait;
+  #retry;
+
+  /**
+   * @param {{ picture: (picture: object) => void, line: (state: 'open' | 'lost' | 'replaced') => void,
+   *   unpaired: () => void }} handlers
+   */
+  constructor(handlers) {
+    this.#handlers = handlers;
+  }
+
+  get isPaired() {
+    return Boolean(localStorage.getItem(tokenKey));
+  }
+
+  async pair(code, label) {
+    const { token } = await post('/api/pair', { code, label });
+    localStorage.setItem(tokenKey, token);
+  }
+
+  /** The computer forgets too, if it can be reached. */
+  async forget() {
+    await post('/api/unpair', {}, this.#authorization()).catch(() => {});
+    this.#unpaired();
+  }
+
+  async send(cmd, args = {}) {
+    try {
+      await post('/api/command', { cmd, args }, this.#authorization());
+    } catch (error) {
+      if (error.status === 401) this.#unpaired();
+      throw error;
+    }
+  }
+
+  open() {
+    this.close();
+    void this.#listen(this.#generation);
+  }
+
+  close() {
+    this.#generation += 1;
+    clearTimeout(this.#retry);
+    clearTimeout(this.#silence);
+    this.#abort?.abort();
+    this.#abort = undefined;
+  }
+
+  /** The screen is on again, or the network is back: no more waiting. */
+  hurry() {
+    this.#wait = firstWait;
+    if (this.isPaired && !this.#abort) this.open();
+  }
+
+  #authorization() {
+    return { Authorization: `Bearer ${localStorage.getItem(tokenKey)}` };
+  }
+
+  #unpaired() {
+    this.close();
+    localStorage.removeItem(tokenKey);
+    this.#handlers.unpaired();
+  }
+
+  async #listen(generation) {
+    this.#abort = new AbortController();
+    try {
+      this.#expectLife();
+      const response = await fetch('/api/now-playing', { headers: this.#authorization(), signal: this.#abort.signal });
+      if (generation !== this.#generation) return;
+      if (response.status === 401) return this.#unpaired();
+      if (response.ok) await this.#read(response.body.getReader(), generation);
+    } catch {
+      // Whatever broke, the answer is to try again.
+    }
+    if (generation === this.#generation) this.#tryAgain();
+  }
+
+  async #read(reader, generation) {
+    const decoder = new TextDecoder();
+    const parser = new EventParser();
+    this.#handlers.line('open');
+    for (;;) {
+      const { done, value } = await reader.read();
+      if (done || generation !== this.#generation) return;
+      this.#expectLife();
+      for (const event of parser.take(decoder.decode(value, { stream: true }))) this.#take(event);
+    }
+  }
+
+  #take({ name, data }) {
+    if (name === 'replaced') {
+      this.close();
+      this.#handlers.line('replaced');
+      return;
+    }
+    this.#wait = firstWait;
+    this.#handlers.picture({ ...JSON.parse(data), receivedAt: performance.now() });
+  }
+
+  #expectLife() {
+    clearTimeout(this.#silence);
+    this.#silence = setTimeout(() => this.#abort?.abort(), silenceLimit);
+  }
+
+  #tryAgain() {
+    clearTimeout(this.#silence);
+    this.#abort = undefined;
+    this.#handlers.line('lost');
+    this.#retry = setTimeout(() => this.open(), this.#wait);
+    this.#wait = Math.min(this.#wait * 2, lastWait);
+  }
+}

@@ -1,0 +1,248 @@
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import net from 'node:net';
+import test from 'node:test';
+
+import { bodyLimit } from '../lib/bridge/http.js';
+import { isOwnHost } from '../lib/bridge/addresses.js';
+import { RateLimit } from '../lib/bridge/rateLimit.js';
+import { BridgeHome, snapshot } from './bridgeHome.js';
+import { until } from './home.js';
+import { rawRequest, sendRaw } from './rawHttp.js';
+
+const json = { 'Content-Type': 'application/json' };
+
+function sender(home) {
+  return (request) => sendRaw(home.bridge.port, rawRequest(home.bridge.port, request));
+}
+
+test('no path reaches a file', async (t) => {
+  const home = await BridgeHome.start(t);
+  await home.pair();
+  const send = sender(home);
+  for (const target of [
+    '/index.html', '/remote.css', '/main.js', '/../lib/bridge/tokens.js', '/..%2f..%2fpackage.json', '/%2e%2e/package.json',
+    '/....//package.json', '//etc/passwd', '/\\..\\package.json', '/%00', '/api/../../package.json', '/api/command/',
+    '/api/now-playing?token=x', '/.claude/tts/bridge-tokens.json', '/constructor', '/__proto__', '/api/', '*',
+    'http://127.0.0.1/', '/%c0%ae%c0%ae/', '/favicon.ico', '/;/',
+  ]) {
+    const { status, body } = await send({ target });
+    assert.ok([404, 400].includes(status), `${target} gave ${status}`);
+    assert.doesNotMatch(body, /root:|"type": "module"|tokens"/, target);
+  }
+});
+
+test('whoever names another host stays out', async (t) => {
+  const home = await BridgeHome.start(t);
+  const send = sender(home);
+  const { port } = home.bridge;
+  for (const Host of [
+    'evil.example', `evil.example:${port}`, 'localhost.evil.example', '127.0.0.1.evil.example', '203.0.113.9', '[2001:db8::1]',
+    'localhost@evil.example', '127.1.evil.example', '', ' ', 'localhost:1:2', '0x7f.0.0.1.evil', '127.evil',
+  ]) {
+    assert.ok([400, 403].includes((await send({ headers: { Host } })).status), Host);
+  }
+  assert.equal((await send({ headers: { Host: undefined } })).status, 400);
+  for (const Host of [`localhost:${port}`, 'localhost', '127.0.0.1', `LOCALHOST:${port}`, `[::1]:${port}`]) {
+    assert.equal((await send({ headers: { Host } })).status, 200, Host);
+  }
+});
+
+test('an address is its own only if some interface has it', () => {
+  const own = () => ['192.168.1.7', 'fe80::1'];
+  assert.equal(isOwnHost('192.168.1.7:7842', '192.168.1.7', own), true);
+  assert.equal(isOwnHost('192.168.1.7:7842', '::ffff:192.168.1.7', () => []), true);
+  assert.equal(isOwnHost('[fe80::1]:7842', 'fe80::1%eth0', () => []), true);
+  assert.equal(isOwnHost('192.168.1.8:7842', '192.168.1.7', own), false);
+  assert.equal(isOwnHost('myhost.local:7842', '192.168.1.7', own), false);
+});
+
+test('a page of another origin stays out, and is told nothing', async (t) => {
+  const home = await BridgeHome.start(t);
+  const send = sender(home);
+  const { port } = home.bridge;
+  const { code } = home.mint();
+  const body = JSON.stringify({ code, label: 'x' });
+  const post = (headers) => send({ method: 'POST', target: '/api/pair', body, headers: { ...json, 'Content-Length': body.length, ...headers } });
+  for (const headers of [
+    { Origin: 'http://evil.example' }, { Origin: 'null' }, { Origin: 'http://localhost:1' }, { Origin: `http://evil.example:${port}` },
+    { Origin: `https://127.0.0.1:${port}` }, { Origin: '' }, { 'Sec-Fetch-Site': 'cross-site' }, { 'Sec-Fetch-Site': 'same-site' },
+    { 'Sec-Fetch-Site': 'none' },
+  ]) {
+    const answer = await post(headers);
+    assert.equal(answer.status, 403, JSON.stringify(headers));
+    assert.equal(Object.keys(answer.headers).some((name) => name.startsWith('access-control-')), false);
+  }
+  const preflight = await send({ method: 'OPTIONS', target: '/api/command', headers: {
+    Origin: 'http://evil.example', 'Access-Control-Request-Method': 'POST', 'Access-Control-Request-Headers': 'authorization',
+  } });
+  assert.equal(preflight.status, 403);
+  assert.equal(Object.keys(preflight.headers).some((name) => name.startsWith('access-control-')), false);
+  assert.equal((await post({ Origin: `http://127.0.0.1:${port}`, 'Sec-Fetch-Site': 'same-origin' })).status, 200);
+});
+
+test('a link from elsewhere may open the page, a frame or a script may not', async (t) => {
+  const home = await BridgeHome.start(t);
+  const send = sender(home);
+  const fetched = (site, mode, dest) => send({ headers: { 'Sec-Fetch-Site': site, 'Sec-Fetch-Mode': mode, 'Sec-Fetch-Dest': dest } });
+  assert.equal((await fetched('cross-site', 'navigate', 'document')).status, 200);
+  assert.equal((await fetched('none', 'navigate', 'document')).status, 200);
+  assert.equal((await fetched('cross-site', 'navigate', 'iframe')).status, 403);
+  assert.equal((await fetched('cross-site', 'no-cors', 'script')).status, 403);
+});
+
+test('a form cannot pair, nor use up tries', async (t) => {
+  const home = await BridgeHome.start(t);
+  const send = sender(home);
+  const { code } = home.mint();
+  const body = JSON.stringify({ code });
+  for (const type of ['text/plain', 'application/x-www-form-urlencoded', 'multipart/form-data', undefined, 'application/jsonp']) {
+    const answer = await send({ method: 'POST', target: '/api/pair', body, headers: { 'Content-Type': type, 'Content-Length': body.length } });
+    assert.equal(answer.status, 415, type);
+  }
+  assert.equal((await home.post('/api/pair', { code })).status, 200);
+});
+
+test('guessing codes leads nowhere', async (t) => {
+  const home = await BridgeHome.start(t);
+  const { code } = home.mint({ random: () => 999_999 });
+  const answers = await Promise.all(Array.from({ length: 15 }, (_, i) => home.post('/api/pair', { code: `0000${10 + i}` })));
+  const statuses = answers.map((answer) => answer.status);
+  assert.equal(statuses.filter((status) => status === 403).length, 1);
+  assert.equal(statuses.filter((status) => status === 429).length, 14);
+  assert.ok(answers.every((answer) => answer.status === 403 || answer.headers.get('retry-after')));
+  for (const answer of answers) assert.doesNotMatch(await answer.text(), new RegExp(code));
+  assert.equal(fs.existsSync(home.inShared('bridge-tokens.json')), false);
+});
+
+test('without a token there is nothing to be had', async (t) => {
+  const home = await BridgeHome.start(t);
+  const commands = await home.listen();
+  home.write('now-playing.json', snapshot({ snippet: 'a private sentence' }));
+  const real = (await home.pair()).Authorization.slice('Bearer '.length);
+  const send = sender(home);
+  for (const Authorization of [
+    undefined, '', 'Bearer', 'Bearer ', 'Bearer undefined', 'Bearer null', `Basic ${btoa(`:${real}`)}`, real, `Bearer ${real}x`,
+    `Bearer ${real.slice(0, 42)}`,
+  ]) {
+    const stream = await send({ target: '/api/now-playing', headers: { Authorization } });
+    assert.ok([401, 429].includes(stream.status), `${Authorization}: ${stream.status}`);
+    assert.doesNotMatch(stream.text, /private sentence/);
+  }
+  const inAddress = await send({ target: `/api/now-playing?token=${real}` });
+  assert.equal(inAddress.status, 404);
+  const page = await send({});
+  assert.equal(page.status, 200);
+  assert.doesNotMatch(page.text, /private sentence/);
+  assert.deepEqual(commands, []);
+});
+
+test('who guesses tokens is soon told to wait', async (t) => {
+  const home = await BridgeHome.start(t);
+  const statuses = [];
+  for (let i = 0; i < 15; i += 1) {
+    const answer = await home.command({ Authorization: `Bearer ${String(i).padStart(43, 'a')}` }, 'pause');
+    statuses.push(answer.status);
+  }
+  assert.deepEqual(statuses.slice(0, 10), Array(10).fill(401));
+  assert.ok(statuses.slice(11).every((status) => status === 429), String(statuses));
+});
+
+test('a body has an end', async (t) => {
+  const home = await BridgeHome.start(t);
+  const headers = await home.pair();
+  await home.listen();
+  const send = sender(home);
+  const post = (more, body) => send({ method: 'POST', target: '/api/command', body, headers: { ...json, ...headers, ...more } });
+  assert.equal((await post({ 'Content-Length': bodyLimit + 1 }, '')).status, 413);
+  const chunk = `${(bodyLimit + 1).toString(16)}\r\n${'x'.repeat(bodyLimit + 1)}\r\n0\r\n\r\n`;
+  assert.equal((await post({ 'Transfer-Encoding': 'chunked' }, chunk)).status, 413);
+  assert.equal((await post({ 'Content-Length': 1e15 }, '{')).status, 413);
+  const whole = JSON.stringify({ cmd: 'pause', args: {} }).padEnd(bodyLimit);
+  assert.equal((await post({ 'Content-Length': whole.length }, whole)).status, 200);
+});
+
+test('what is no JSON is refused', async (t) => {
+  const home = await BridgeHome.start(t);
+  const headers = { ...json, ...await home.pair() };
+  for (const body of ['', '{', 'pause', '{"cmd":"pause"}x', '\xff\xfe', 'null', '[]', '"pause"', '{"cmd":["pause"]}']) {
+    const answer = await sender(home)({ method: 'POST', target: '/api/command', body, headers: { ...headers, 'Content-Length': body.length } });
+    assert.equal(answer.status, 400, body);
+  }
+});
+
+test('odd requests get a short answer and the bridge goes on', async (t) => {
+  const home = await BridgeHome.start(t);
+  const { port } = home.bridge;
+  const long = 'a'.repeat(20_000);
+  for (const [text, statuses] of [
+    ['\x16\x03\x01\x02\x00\x01\x00\x01\xfc', [400]],
+    ['GET / HTTP/1.1\r\nHost: a\r\nHost: b\r\nConnection: close\r\n\r\n', [400, 403]],
+    [rawRequest(port, { target: `/${long}` }), [414, 431]],
+    [rawRequest(port, { target: `/?${'a'.repeat(3000)}` }), [414]],
+    [rawRequest(port, { headers: { Cookie: long } }), [431]],
+    [rawRequest(port, { method: 'POST', target: '/api/pair', headers: { 'Content-Length': '5', 'Transfer-Encoding': 'chunked' } }), [400]],
+    [rawRequest(port, { method: 'BREW' }), [400]],
+    [`GET / HTTP/1.1\nHost: 127.0.0.1\nX: a\r\rb\n\n`, [400]],
+    [rawRequest(port, { method: 'CONNECT', target: 'evil.example:443' }), [NaN, 400, 405]],
+  ]) {
+    const answer = await sendRaw(port, text);
+    assert.ok(statuses.some((status) => Object.is(status, answer.status)), `${text.slice(0, 40)} gave ${answer.status}`);
+    assert.ok(answer.ended, text.slice(0, 40));
+  }
+  assert.equal((await fetch(home.origin)).status, 200);
+});
+
+test('a sender that dawdles is cut off', { timeout: 30_000 }, async (t) => {
+  const home = await BridgeHome.start(t);
+  const { port } = home.bridge;
+  const [silent, head, body] = await Promise.all([
+    sendRaw(port, '', { limit: 20_000 }),
+    sendRaw(port, 'GET / HTTP/1.1\r\nHost: 127', { limit: 20_000 }),
+    sendRaw(port, rawRequest(port, { method: 'POST', target: '/api/pair', headers: { ...json, 'Content-Length': 50 }, body: '{' }),
+      { limit: 20_000 }),
+  ]);
+  assert.deepEqual([silent.ended, head.ended, body.ended], [true, true, true]);
+  assert.notEqual(body.status, 200);
+});
+
+test('one address cannot take all connections', async (t) => {
+  const home = await BridgeHome.start(t);
+  const sockets = [];
+  t.after(() => sockets.forEach((socket) => socket.destroy()));
+  let closed = 0;
+  for (let i = 0; i < 40; i += 1) {
+    const socket = net.connect(home.bridge.port, '127.0.0.1');
+    socket.on('error', () => {});
+    socket.on('close', () => { closed += 1; });
+    sockets.push(socket);
+  }
+  await until(() => closed === 20, { what: 'refusal of the connections beyond the limit' });
+  sockets[0].destroy();
+  await until(async () => (await fetch(home.origin).catch(() => ({}))).status === 200, { what: 'a free place' });
+});
+
+test('a device that asks too often is told to wait', async (t) => {
+  const home = await BridgeHome.start(t);
+  const commands = await home.listen();
+  const headers = await home.pair();
+  const statuses = [];
+  for (let i = 0; i < 70; i += 1) statuses.push((await home.command(headers, 'pause')).status);
+  assert.ok(statuses.includes(429));
+  assert.ok(statuses.indexOf(429) >= 40);
+  assert.ok(commands.length < 70);
+});
+
+test('a bucket fills again with time, and forgotten senders cost nothing', () => {
+  const clock = { time: 0, now: () => clock.time };
+  const limit = new RateLimit({ perSecond: 2, burst: 3, clock });
+  const takes = (count, key = 'a') => Array.from({ length: count }, () => limit.take(key));
+  assert.deepEqual(takes(4), [true, true, true, false]);
+  assert.equal(limit.take('b'), true);
+  clock.time = 500;
+  assert.deepEqual(takes(2), [true, false]);
+  clock.time = 60_000;
+  assert.deepEqual(takes(4), [true, true, true, false]);
+  for (let i = 0; i < 5000; i += 1) limit.take(`key ${i}`);
+  assert.deepEqual(takes(1), [true]);
+});
