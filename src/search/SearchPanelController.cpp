@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "frame/ForeignTexts.h"
 #include "frame/Text.h"
 #include "frame/ThreadAffinity.h"
 #include "frame/WorkerPool.h"
@@ -45,7 +46,7 @@ bool isOfProject(const SearchHit& hit, const std::string& name) {
 }
 
 void reportRefusal() {
-    std::fputs("[search] failed to register ⌘⇧F\n", stderr);
+    std::fputs(foreigntexts::searchHotkeyFailed, stderr);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "frame/ForeignTexts.h"
 #include "frame/Text.h"
 #include "search/FileName.h"
 #include "search/LoweredOffsets.h"
@@ -128,7 +129,7 @@ SearchRow SearchRows::row(const SearchHit& hit, const std::set<std::string>& att
 std::string SearchRows::footer(const SearchHit* selected) {
     if (!selected) return {};
     return std::holds_alternative<ProjectHit>(*selected) ? "↵ expand · esc dismiss"
-                                                         : "↵ attach · ⌘C copy id · esc dismiss";
+                                                         : foreigntexts::searchSessionFooter;
 }
 
 std::string SearchRows::emptyState(const std::string& query, bool isSnapshotEmpty) {

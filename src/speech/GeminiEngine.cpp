@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "frame/CtlInvocation.h"
+#include "frame/ForeignTexts.h"
 #include "frame/Home.h"
 #include "frame/ScriptResolver.h"
 
@@ -63,8 +64,7 @@ const EngineDescriptor& GeminiEngine::descriptor() const {
 Readiness GeminiEngine::readiness() const {
     if (!key())
         return Readiness::unavailable("no Gemini key (set GOOGLE_API_KEY or save one in Settings)");
-    if (!options_.nodeResolver())
-        return Readiness::unavailable("Node.js not found (brew install node)");
+    if (!options_.nodeResolver()) return Readiness::unavailable(foreigntexts::nodeMissing);
     if (!options_.scriptResolver())
         return Readiness::unavailable("tts.js not found in app bundle or ~/.claude/tts");
     return Readiness::ready();

@@ -20,6 +20,7 @@ namespace XcbConnection {
 /// Null on every platform but xcb.
 xcb_connection_t* get();
 xcb_window_t root();
+/// The server is asked once for all that are used, at the first of them; it isn't waited for again.
 xcb_atom_t atom(const char* name);
 
 }  // namespace XcbConnection
