@@ -162,7 +162,7 @@ def start():
     for _ in range(10):
         with short_folder() as folder:
             home = Home(folder)
-            environment = os.environ | {"HOME": folder, "PULSE_SERVER": f"unix:{folder}/none"}
+            environment = home.environment() | {"PULSE_SERVER": f"unix:{folder}/none"}
             took, process = accept_ms(lambda env=environment: subprocess.Popen([str(BIN / "sonra")], env=env, stderr=subprocess.DEVNULL),
                                       home.socket_path)
             values.append(took)
