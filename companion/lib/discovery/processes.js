@@ -1,28 +1,59 @@
 // Where programs of a name run now, as /proc tells it. Processes of other users don't tell.
+//
+// Read synchronously, a few at a time: these files lie in memory, and a look at each by way of the thread pool costs
+// ten times as much.
 
-import { readdir, readFile, readlink } from 'node:fs/promises';
+import fs from 'node:fs';
 import path from 'node:path';
+import { setImmediate as breathe } from 'node:timers/promises';
+
+const atOnce = 20;
+/** Enough for an interpreter, its options and a script. */
+const commandLine = Buffer.alloc(4096);
 
 /** True for `name` itself, and for an interpreter that runs a script or module of that name. */
-export function runs(commandLine, name) {
-  const [program, ...args] = commandLine.split('\0');
+export function runs(command, name) {
+  const [program, ...args] = command.split('\0');
   if (path.basename(program) === name) return true;
   if (!/^python[\d.]*$/.test(path.basename(program))) return false;
   const script = args.find((arg) => !arg.startsWith('-'));
   return script !== undefined && path.basename(script) === name;
 }
 
+function commandOf(folder) {
+  const fd = fs.openSync(`${folder}/cmdline`, fs.constants.O_RDONLY | fs.constants.O_NONBLOCK);
+  try {
+    return commandLine.toString('utf8', 0, fs.readSync(fd, commandLine, 0, commandLine.length, 0));
+  } finally {
+    fs.closeSync(fd);
+  }
+}
+
+function folderOfProcess(folder, name) {
+  try {
+    return runs(commandOf(folder), name) ? fs.readlinkSync(`${folder}/cwd`) : undefined;
+  } catch {
+    // It has ended, or belongs to somebody else.
+    return undefined;
+  }
+}
+
+function processIds(proc) {
+  try {
+    return fs.readdirSync(proc).filter((name) => /^\d+$/.test(name));
+  } catch {
+    return [];
+  }
+}
+
 /** @returns {Promise<string[]>} */
 export async function foldersOfRunning(name, proc = '/proc') {
   const found = new Set();
-  for (const pid of await readdir(proc).catch(() => [])) {
-    if (!/^\d+$/.test(pid)) continue;
-    try {
-      const commandLine = await readFile(path.join(proc, pid, 'cmdline'), 'utf8');
-      if (runs(commandLine, name)) found.add(await readlink(path.join(proc, pid, 'cwd')));
-    } catch {
-      // It has ended, or belongs to somebody else.
-    }
+  const ids = processIds(proc);
+  for (let i = 0; i < ids.length; i += 1) {
+    if (i % atOnce === 0) await breathe();
+    const folder = folderOfProcess(path.join(proc, ids[i]), name);
+    if (folder) found.add(folder);
   }
   return [...found];
 }

@@ -34,7 +34,7 @@ const mostCached = 4 * mostRows;
  * @property {string} branch
  */
 
-const newestFirst = (a, b) => b.mtimeMs - a.mtimeMs || (a.path < b.path ? -1 : 1);
+const newestFirst = (a, b) => b.entry.mtimeMs - a.entry.mtimeMs || (a.entry.path < b.entry.path ? -1 : 1);
 
 /** A path that JSON can't hold can't be told to anybody. */
 const isTellable = (path) => !path.includes('\ufffd');
@@ -94,7 +94,7 @@ export class Scanner {
     sessions.push(...await this.#sessions(late, context, used));
     this.#folders.forgetOthers();
     this.#forgetOthers(used);
-    const rows = sessions.map(({ candidate, facts }) => Scanner.#row(candidate, facts, known, now));
+    const rows = sessions.map((session) => Scanner.#row(session, known, now));
     return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, mostRows);
   }
 
@@ -102,8 +102,8 @@ export class Scanner {
     const all = [];
     for (const agent of agents) {
       try {
-        for (const candidate of await agent.candidates(context)) {
-          if (candidate.mtimeMs >= context.oldest && isTellable(candidate.path)) all.push({ ...candidate, agent });
+        for (const entry of await agent.candidates(context)) {
+          if (entry.mtimeMs >= context.oldest && isTellable(entry.path)) all.push({ agent, entry });
         }
       } catch (error) {
         this.#reportOnce(agent.source, error);
@@ -117,30 +117,30 @@ export class Scanner {
   async #sessions(candidates, context, used) {
     const sessions = [];
     const ids = new Set();
-    for (const candidate of candidates) {
+    for (const { agent, entry } of candidates) {
       if (sessions.length >= mostRows) break;
-      const facts = await this.#facts(candidate, context, used);
-      const id = `${candidate.agent.source} ${facts?.sessionId}`;
+      const facts = await this.#facts(agent, entry, context, used);
+      const id = `${agent.source} ${facts?.sessionId}`;
       if (!isId(facts?.sessionId) || facts.isOther || ids.has(id)) continue;
       ids.add(id);
-      sessions.push({ candidate, facts });
+      sessions.push({ agent, entry, facts });
     }
     return sessions;
   }
 
-  async #facts(candidate, context, used) {
-    const key = `${candidate.agent.source} ${candidate.path}`;
+  async #facts(agent, entry, context, used) {
+    const key = `${agent.source} ${entry.path}`;
     used.add(key);
     const known = this.#cache.get(key);
-    if (known && known.stamp === candidate.stamp) return known.facts;
+    if (known && known.stamp === entry.stamp) return known.facts;
     await breathe();
     try {
-      const facts = await candidate.agent.read(candidate, known?.facts, context);
-      this.#cache.set(key, { stamp: candidate.stamp, facts });
+      const facts = await agent.read(entry, known?.facts, context);
+      this.#cache.set(key, { stamp: entry.stamp, facts });
       return facts;
     } catch (error) {
-      if (error.code === undefined) this.#reportOnce(candidate.agent.source, error);
-      if (lasting.has(error.code)) this.#cache.set(key, { stamp: candidate.stamp, facts: undefined });
+      if (error.code === undefined) this.#reportOnce(agent.source, error);
+      if (lasting.has(error.code)) this.#cache.set(key, { stamp: entry.stamp, facts: undefined });
       return undefined;
     }
   }
@@ -165,20 +165,19 @@ export class Scanner {
     this.#log.error('sessions could not be looked for', error, { source });
   }
 
-  static #row(candidate, facts, known, now) {
-    const mtimeMs = Math.floor(candidate.mtimeMs);
-    const { agent } = candidate;
+  static #row({ agent, entry, facts }, known, now) {
+    const mtimeMs = Math.floor(entry.mtimeMs);
     // In the order of names, in which every program writes them: a list that came back is then the same text.
     return {
       active: now - mtimeMs <= activeMs,
       branch: listText(textOf(facts.branch)),
-      cwd: folderOf(facts.cwd) || folderOf(agent.cwdOf?.(candidate, facts, known)),
+      cwd: folderOf(facts.cwd) || folderOf(agent.cwdOf?.(entry, facts, known)),
       lastText: listText(textOf(facts.lastText)),
       mtimeMs,
       sessionId: facts.sessionId,
       source: agent.source,
       title: titleText(textOf(facts.ownTitle)) || titleText(textOf(facts.prompt)),
-      transcript: candidate.path,
+      transcript: entry.path,
     };
   }
 }
