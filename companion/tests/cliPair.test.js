@@ -47,15 +47,24 @@ test('--lan and --no-lan are kept', async (t) => {
 test('the daemon is started where it does not run', async (t) => {
   const home = temporaryHome(t);
   let started = false;
+  let asked = 0;
   const neighbours = {
     mintCode: minting(),
-    daemonStatus: async () => ({ alive: started }),
+    // The bridge begins to listen a moment after the daemon answers.
+    daemonStatus: async () => ({ alive: started, bridgePort: started && (asked += 1) > 2 ? 7842 : undefined }),
     startDaemon: async () => { started = true; },
   };
   const { exit, stdout, stderr } = await tts(home, ['pair'], { neighbours });
   assert.equal(exit, 0);
   assert.match(stderr, /^Started the daemon/);
   assert.match(stdout, /http:\/\/127\.0\.0\.1:7842\//);
+});
+
+test('a bridge that failed is told, and no code is minted', async (t) => {
+  const neighbours = { daemonStatus: async () => ({ alive: true, parts: { bridge: 'failed' } }) };
+  const { exit, stderr } = await tts(temporaryHome(t), ['pair'], { neighbours });
+  assert.equal(exit, 1);
+  assert.match(stderr, /^tts: The daemon's bridge doesn't run/);
 });
 
 test('on a terminal a device that pairs is told by its name', async (t) => {

@@ -231,9 +231,13 @@ test('a place that cannot be written to is told, and so are words that are not u
   fs.writeFileSync(path.join(home.home, 'plain'), '');
   const failed = await diag(home, ['--out=plain/x.zip']);
   assert.equal(failed.exit, 1);
-  assert.match(failed.stderr, /^tts: The bundle can't be written to .*plain\/x\.zip: ENOTDIR\.\n$/);
+  assert.match(failed.stderr, /^ctl\.js: The bundle can't be written to .*plain\/x\.zip: ENOTDIR\.\n$/);
   assert.deepEqual((await diag(home, ['--loud'])).exit, 2);
   assert.deepEqual((await diag(home, ['extra'])).exit, 2);
+  assert.match((await tts(home, ['diag', '--out=plain/x.zip'])).stderr, /^tts: The bundle can't/);
+  const help = await diag(home, ['--help']);
+  assert.equal(help.exit, 0);
+  for (const option of ['out', 'notes', 'send', 'cleanup', 'json']) assert.ok(help.stdout.includes(`--${option}`), option);
 });
 
 test('the command line passes its options on', async (t) => {

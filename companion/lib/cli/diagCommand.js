@@ -11,5 +11,5 @@ export function diag({ options, environment, stdout, stderr, cwd }) {
     ...(json ? ['--json'] : []),
     ...(send ? ['--send'] : []),
     ...(cleanup ? ['--cleanup'] : []),
-  ], { environment, stdout, stderr, cwd });
+  ], { environment, stdout, stderr, cwd, program: 'tts' });
 }

@@ -7,7 +7,6 @@
  *   startDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
  *   stopDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
  *   mintCode(environment: NodeJS.ProcessEnv): Promise<{ code: string, expiresAt: number }>,
- *   lanAddresses(): Promise<string[]>,
  *   autostart(): Promise<{ installAutostart: Function, uninstallAutostart: Function, isAutostartInstalled: Function }>,
  *   serviceParts?: object }} Neighbours
  */
@@ -22,6 +21,5 @@ export const neighbours = {
   startDaemon: async (environment) => (await daemonControl()).startDaemon({ environment }),
   stopDaemon: async (environment) => (await daemonControl()).stopDaemon({ environment }),
   mintCode: async (environment) => (await import('../bridge/pairCode.js')).mintCode({ environment }),
-  lanAddresses: async () => (await import('./addresses.js')).lanAddresses(),
   autostart: () => import('../autostart.js'),
 };

@@ -26,9 +26,10 @@ const escapes = { bold: 1, dim: 2, green: 32, yellow: 33 };
 export class Output {
   /**
    * @param {{ stdout: { write(text: string): unknown, isTTY?: boolean }, stderr: { write(text: string): unknown },
-   *   environment: NodeJS.ProcessEnv, json: boolean }} options
+   *   environment: NodeJS.ProcessEnv, json: boolean, program?: string }} options `program` is the name in front of errors
    */
-  constructor({ stdout, stderr, environment, json }) {
+  constructor({ stdout, stderr, environment, json, program = 'tts' }) {
+    this.program = program;
     this.stdout = stdout;
     this.stderr = stderr;
     this.json = json;
@@ -51,7 +52,7 @@ export class Output {
   }
 
   failure(failure) {
-    this.note(`tts: ${failure.message}`, ...(failure.hint ? [failure.hint] : []));
+    this.note(`${this.program}: ${failure.message}`, ...(failure.hint ? [failure.hint] : []));
     if (!this.json) return;
     const { kind, message, exit, details } = failure;
     this.stdout.write(`${JSON.stringify({ ok: false, error: kind, message, exit, ...details })}\n`);

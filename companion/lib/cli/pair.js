@@ -6,12 +6,13 @@ import { networkInterfaces } from 'node:os';
 import { lanAddresses } from '../bridge/addresses.js';
 import { identityOf, readCode, removeCode } from '../bridge/pairCode.js';
 import { socketPath, statePath, tokensPath } from '../places.js';
+import { waitFor } from '../serviceControl.js';
 import { isServiceRunning } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { CommandFailure, exitCodes, usageError } from './failure.js';
 import { plain } from './output.js';
 
-const defaultPort = 7842;
+const bridgeLimit = 5_000;
 const pollInterval = 250;
 
 const rowsOf = (environment) => SharedDocument.read(tokensPath(environment)).list('tokens')
@@ -25,18 +26,24 @@ async function storeReach({ environment, options }) {
   return lan;
 }
 
-async function runningDaemon({ environment, neighbours, output }) {
-  const before = await neighbours.daemonStatus(environment);
-  if (before.alive) return before;
-  await neighbours.startDaemon(environment);
-  output.note('Started the daemon, which hosts the bridge.');
-  return neighbours.daemonStatus(environment);
+/** The daemon, started where it doesn't run, when its bridge is there or has told that it can't be. */
+async function daemonWithBridge({ environment, neighbours, output }) {
+  if (!(await neighbours.daemonStatus(environment)).alive) {
+    await neighbours.startDaemon(environment);
+    output.note('Started the daemon, which hosts the bridge.');
+  }
+  let daemon;
+  await waitFor(async () => {
+    daemon = await neighbours.daemonStatus(environment);
+    return daemon.bridgePort !== undefined || daemon.parts?.bridge === 'failed';
+  }, bridgeLimit);
+  if (daemon.bridgePort !== undefined) return daemon;
+  throw new CommandFailure("The daemon's bridge doesn't run, so no device could pair; see ~/.claude/tts/daemon.log.");
 }
 
 function addressesOf({ bridgePort }, lan) {
-  const port = bridgePort ?? defaultPort;
   const hosts = lan ? lanAddresses(networkInterfaces()) : ['127.0.0.1'];
-  return hosts.map((host) => `http://${host}:${port}/`);
+  return hosts.map((host) => `http://${host}:${bridgePort}/`);
 }
 
 function show(output, { code, expiresAt, lan, addresses }) {
@@ -106,7 +113,7 @@ export async function pair(context) {
   const { environment, output, options, neighbours, isTerminal } = context;
   if (options.wait && options['no-wait']) throw usageError('--wait and --no-wait exclude each other.');
   const lan = await storeReach(context);
-  const daemon = await runningDaemon(context);
+  const daemon = await daemonWithBridge(context);
   const known = new Set(rowsOf(environment).map(({ token }) => token));
   const { code, expiresAt } = await neighbours.mintCode(environment);
   const minted = { code, expiresAt: Number(expiresAt), lan, addresses: addressesOf(daemon, lan) };

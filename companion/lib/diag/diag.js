@@ -29,6 +29,17 @@ Secrets, spoken text, lexicon words and the names in mail addresses have been ta
 folders and ids of sessions are in it. Look through it before you pass it on.
 `;
 
+const help = `Usage: diag [--out=PATH] [--notes=TEXT] [--send] [--cleanup] [--json]
+
+Writes a redacted bundle of logs and facts for support; by default onto the desktop.
+
+  --out=PATH    where to write it
+  --notes=TEXT  what you were doing when it happened
+  --send        send it to the address in SONRA_SUPPORT_URL
+  --cleanup     remove the file once it has been sent
+  --json        print the result as one JSON object
+`;
+
 /** A variable of user-dirs.dirs: a path, or one below "$HOME". */
 function desktopFrom(environment) {
   const text = readIfPresent(path.join(configDirectory(environment), 'user-dirs.dirs')) ?? '';
@@ -142,14 +153,19 @@ async function make(options, { environment, output, cwd, date, limit }) {
  * Makes the bundle, and sends it if asked to.
  * @param {string[]} args `--out=PATH`, `--notes=TEXT`, `--json`, `--send`, `--cleanup`
  * @param {{ environment?: NodeJS.ProcessEnv, stdout?: object, stderr?: object, cwd?: string, date?: Date,
- *   limit?: number }} [around]
+ *   limit?: number, program?: string }} [around] `program` is the name in front of errors
  * @returns {Promise<number>} the exit code: 0, 1 for a failure, 2 for words that can't be read
  */
 export async function runDiag(args, {
   environment = process.env, stdout = process.stdout, stderr = process.stderr, cwd = process.cwd(), date = new Date(), limit,
+  program = 'ctl.js',
 } = {}) {
-  const output = new Output({ stdout, stderr, environment, json: args.includes('--json') });
+  const output = new Output({ stdout, stderr, environment, json: args.includes('--json'), program });
   try {
+    if (args.includes('--help')) {
+      stdout.write(help);
+      return 0;
+    }
     output.result(await make(parse(args), { environment, output, cwd, date, limit }));
     return 0;
   } catch (error) {
