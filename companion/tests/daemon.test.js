@@ -54,8 +54,7 @@ test('a killed daemon leaves nothing that keeps the next from starting', async (
   const home = daemonHome(t);
   const { pid } = await startDaemon(home);
   process.kill(pid, 'SIGKILL');
-  await until(() => !isAlive(pid));
-  assert.equal((await daemonStatus(home)).alive, false);
+  await until(async () => !(await daemonStatus(home)).alive);
   // Its number is that of a live process meanwhile.
   fs.writeFileSync(home.inShared('daemon.pid'), `${process.pid}\n`);
   assert.deepEqual(await stopDaemon(home), { stopped: false });
