@@ -2,20 +2,18 @@
 // can. Afterwards, and whenever it is looked at meanwhile, every row, setting and cursor must be there.
 
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
 import { randomUUID } from 'node:crypto';
-import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 import { startDaemon } from '../../lib/daemon/daemonControl.js';
-import { sonraProgram } from '../../lib/programs.js';
-import { isServiceRunning, sendCommand } from '../../lib/serviceSocket.js';
+import { sendCommand } from '../../lib/serviceSocket.js';
 import { updateDocument } from '../../lib/sharedDocument.js';
 import { daemonHome, logRecords } from '../daemonProcess.js';
 import { until } from '../home.js';
+import { serviceLog, startService } from '../serviceProcess.js';
 
 const seconds = Number(process.env.SOAK_SECONDS || 20);
 const attachEvery = Math.max(1000, (seconds * 1000) / 12);
@@ -108,25 +106,6 @@ class Stage {
     }
   }
 }
-
-async function startService(t, home) {
-  const program = sonraProgram();
-  assert.ok(program, 'This test needs the built service; SONRA_PROGRAM can name it.');
-  const environment = { ...home.environment, QT_QPA_PLATFORM: 'offscreen', TTS_DISABLE_CTL: '1',
-    PULSE_SERVER: `unix:${home.home}/none`, DBUS_SESSION_BUS_ADDRESS: `unix:path=${home.home}/none`, XDG_RUNTIME_DIR: home.home };
-  const child = spawn(program, [], { env: environment, stdio: 'ignore' });
-  const exit = once(child, 'exit');
-  t.after(async () => {
-    child.kill('SIGTERM');
-    const deadline = setTimeout(() => child.kill('SIGKILL'), 10_000);
-    await exit;
-    clearTimeout(deadline);
-  });
-  await until(() => isServiceRunning({ path: home.inShared('service.sock') }), { limit: 30_000, what: 'the service' });
-}
-
-const serviceLog = (home) => fs.readFileSync(path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson'), 'utf8')
-  .split('\n').filter(Boolean).map((record) => JSON.parse(record));
 
 test(`three writers lose nothing in ${seconds} s`, { timeout: (seconds + 120) * 1000 }, async (t) => {
   const home = daemonHome(t);
