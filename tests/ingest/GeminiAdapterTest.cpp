@@ -11,7 +11,7 @@ const std::string geminiNoon = "2026-05-03T08:09:00.000Z";
 
 std::string element(const std::string& content, const std::string& id = "") {
     return "{" + (id.empty() ? "" : R"("id":")" + id + R"(",)") +
-           R"("type":"gemini","timestamp":")" + noon + R"(","content":)" + content + "}";
+           R"("type":"gemini","timestamp":")" + geminiNoon + R"(","content":)" + content + "}";
 }
 
 std::optional<HistoryMessage> parseGemini(const std::string& line) {
