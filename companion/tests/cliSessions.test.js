@@ -151,6 +151,16 @@ test('a service that does not attach is no success, and its own words are told',
     + ' It says: attach: transcript missing on disk.\n']);
 });
 
+test('words that the service said before are not its answer', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home, 'ignores');
+  const log = path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson');
+  fs.mkdirSync(path.dirname(log), { recursive: true });
+  fs.writeFileSync(log, JSON.stringify({ msg: 'attach: unknown source', level: 40, time: '2026-01-01T00:00:00.000Z' }));
+  const { stderr } = await tts(home, ['on'], listed(home, [row(home, 'aaaa')]));
+  assert.match(stderr, /within 2 seconds\.\n$/);
+});
+
 test('a transcript that is gone is not attached; one in a store is its file', async (t) => {
   const home = temporaryHome(t);
   const { lines } = await fakeService(t, home);
