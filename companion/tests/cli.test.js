@@ -226,10 +226,18 @@ test('quit ends the service, waits for that, and ends the daemon', async (t) => 
   const order = [];
   server.on('connection', () => setImmediate(() => { if (lines.some(({ cmd }) => cmd === 'quit')) server.close(); }));
   server.on('close', () => order.push('service'));
-  const neighbours = { stopDaemon: async () => { order.push('daemon'); } };
+  const neighbours = { stopDaemon: async () => { order.push('daemon'); return { stopped: true }; } };
   const { exit, stdout } = await tts(home, ['quit'], { neighbours });
   assert.deepEqual([exit, stdout, order], [0, 'Ended.\n', ['service', 'daemon']]);
   assert.deepEqual(lines, [{ proto: 1, cmd: 'quit' }]);
+});
+
+test('quit ends a daemon that was left alone, and says when there was nothing to end', async (t) => {
+  const home = temporaryHome(t);
+  for (const [stopped, said] of [[true, 'Ended.\n'], [false, 'It was not running.\n']]) {
+    const { exit, stdout } = await tts(home, ['quit'], { neighbours: { stopDaemon: async () => ({ stopped }) } });
+    assert.deepEqual([exit, stdout], [0, said]);
+  }
 });
 
 test('install and uninstall are the autostart entry\'s', async (t) => {

@@ -86,7 +86,7 @@ test('waiting in JSON gives one object at the end', async (t) => {
 
 const endings = [
   ['that expires', { lifetime: 100 }, 1, 'expired', /has expired/],
-  ['that the bridge voids', { then: (home) => fs.rmSync(home.inShared('active-pair-code.json')) }, 1, 'void', /void/],
+  ['that the bridge voids', { lifetime: 8000, then: (home) => fs.rmSync(home.inShared('active-pair-code.json')) }, 1, 'void', /void/],
   ['that is given up', { abort: true }, 130, 'interrupted', /Given up/],
 ];
 for (const [what, { lifetime, then, abort }, code, kind, said] of endings) {

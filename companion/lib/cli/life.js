@@ -26,8 +26,8 @@ export async function quit({ environment, output, neighbours }) {
     const gone = await waitFor(async () => !await isServiceRunning({ path }), quitLimit);
     if (!gone) throw new CommandFailure("The service didn't end within 5 seconds.");
   }
-  await neighbours.stopDaemon(environment);
-  output.say(running ? 'Ended.' : 'It was not running.');
+  const { stopped } = await neighbours.stopDaemon(environment);
+  output.say(running || stopped ? 'Ended.' : 'It was not running.');
   output.result({ wasRunning: running });
 }
 
