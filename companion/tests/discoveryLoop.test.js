@@ -2,14 +2,13 @@
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
-import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
 import { busyInterval, Discovery, findSessions, restInterval } from '../lib/discovery/discovery.js';
 import { Folders } from '../lib/discovery/folders.js';
-import { lookInterval } from '../lib/discovery/openCodeStore.js';
+import { lookInterval, OpenCodeStore } from '../lib/discovery/openCodeStore.js';
 import { silentLog } from '../lib/log.js';
 import { updateDocument } from '../lib/sharedDocument.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
@@ -73,8 +72,14 @@ const stamp = (home) => {
   return `${ino} ${mtimeMs} ${size}`;
 };
 
-/** Waits for the system to tell of a change, which shows in the timer. */
-const hurried = (clock, most = busyInterval) => until(() => clock.wait <= most, { what: 'a hurried look' });
+/** Changes something, and waits until the system has told of it, which shows in the timer. */
+async function change(clock, action) {
+  // Long enough after a look that the next one may come at once, and before it would come anyway.
+  while (clock.wait <= 4000) await clock.ring();
+  clock.time += 3000;
+  action();
+  await until(() => clock.wait <= 100, { what: 'a hurried look' });
+}
 
 test('looks come every two seconds at first, and down to one in fifteen', async (t) => {
   const home = temporaryHome(t);
@@ -95,11 +100,8 @@ test('a new session ends the wait, and what is written keeps what it does not ow
   fs.writeFileSync(home.inShared('state.json'), '{"speed":1.0,"sessions":[{"id":"x","offset":12}],"other":{"a":1.50}}');
   put(home, `${place}/a.jsonl`, lines(prompt('p')));
   const { clock } = begin(t, home);
-  for (let i = 0; i < 8; i += 1) await clock.ring();
-  assert.equal(clock.wait, restInterval);
-  clock.time += 3000;
-  put(home, `${place}/b.jsonl`, lines(prompt('q')), { age: 1 });
-  await hurried(clock, 100);
+  await clock.ring();
+  await change(clock, () => put(home, `${place}/b.jsonl`, lines(prompt('q')), { age: 1 }));
   await clock.ring();
   assert.deepEqual(listed(home).map((row) => row.sessionId), ['b', 'a']);
   assert.match(fs.readFileSync(home.inShared('state.json'), 'utf8'), /"other": \{"a":1\.50\}[\s\S]*"speed": 1\.0/);
@@ -144,17 +146,22 @@ test('a time alone is written seldom, a new text with the next look', async (t) 
   const { clock } = begin(t, home);
   await clock.ring();
   const first = stamp(home);
-  fs.appendFileSync(file, lines({ type: 'progress' }));
-  dated(file, 30);
-  await hurried(clock);
+  await change(clock, () => {
+    fs.appendFileSync(file, lines({ type: 'progress' }));
+    dated(file, 30);
+  });
   await clock.ring();
   assert.equal(stamp(home), first);
-  fs.appendFileSync(file, lines(reply('two')));
-  dated(file, 20);
+  await change(clock, () => {
+    fs.appendFileSync(file, lines(reply('two')));
+    dated(file, 20);
+  });
   await clock.ring();
   assert.equal(listed(home)[0].lastText, 'two');
   assert.equal(listed(home)[0].mtimeMs, now - 20_000);
-  dated(file, 10);
+  await change(clock, () => dated(file, 10));
+  await clock.ring();
+  assert.equal(listed(home)[0].mtimeMs, now - 20_000);
   clock.time += 15_000;
   await clock.ring();
   assert.equal(listed(home)[0].mtimeMs, now - 10_000);
@@ -200,8 +207,7 @@ test('only what changed is read again, and of that only the end', async (t) => {
   await clock.ring();
   const first = bytesRead() - start;
   assert.ok(first > 30 * 96 * 1024 && first < 30 * 100 * 1024, `${first} at first`);
-  fs.appendFileSync(path.join(home.home, place, 's7.jsonl'), lines(reply('changed')));
-  await hurried(clock);
+  await change(clock, () => fs.appendFileSync(path.join(home.home, place, 's7.jsonl'), lines(reply('changed'))));
   const before = bytesRead();
   await clock.ring();
   assert.ok(bytesRead() - before < 100 * 1024, `${bytesRead() - before} for one`);
@@ -238,8 +244,7 @@ test('a file that another took the place of is read anew', async (t) => {
   const { clock } = begin(t, home);
   await clock.ring();
   put(home, `${file}.new`, lines(prompt('new one, and longer')));
-  fs.renameSync(`${file}.new`, file);
-  await hurried(clock);
+  await change(clock, () => fs.renameSync(`${file}.new`, file));
   await clock.ring();
   assert.deepEqual([listed(home)[0].title, listed(home)[0].lastText], ['new one, and longer', '']);
 });
@@ -253,20 +258,34 @@ test('a session of the database is found again when only its log has grown', asy
   assert.equal(listed(home)[0].lastText, 'Kept in rows');
   const program = `import sqlite3,sys
 c = sqlite3.connect(sys.argv[1])
-c.execute("INSERT INTO part VALUES ('p9', 'm2', '{\\"type\\":\\"text\\",\\"text\\":\\"In the log\\"}')")
-c.commit()
-print('done', flush=True)
-sys.stdin.read()`;
-  const writer = spawn('python3', ['-c', program, file], { stdio: ['pipe', 'pipe', 'inherit'] });
+for line in sys.stdin:
+    c.execute("INSERT INTO part VALUES (?, 'm2', ?)", (line, '{"type":"text","text":"Of the log: %s"}' % line.strip()))
+    c.commit()`;
+  const writer = spawn('python3', ['-c', program, file], { stdio: ['pipe', 'inherit', 'inherit'] });
   t.after(() => writer.kill());
-  await once(writer.stdout, 'data');
-  await hurried(clock);
+  await change(clock, () => writer.stdin.write('q1\n'));
   await clock.ring();
-  assert.equal(listed(home)[0].lastText, 'Kept in rows', 'looked at too soon');
-  assert.equal(clock.wait <= busyInterval, true, 'the look that had to wait is due soon');
-  clock.time += lookInterval;
-  await clock.ring();
-  assert.equal(listed(home)[0].lastText, 'In the log');
+  assert.equal(listed(home)[0].lastText, 'Of the log: q1');
+  const looked = clock.time;
+  writer.stdin.write('q2\n');
+  await until(async () => {
+    await clock.ring();
+    return listed(home)[0].lastText === 'Of the log: q2';
+  });
+  assert.ok(clock.time - looked >= lookInterval, 'looked at too soon');
+});
+
+test('a look at the database that came too soon is made up for', async (t) => {
+  const home = temporaryHome(t);
+  const file = path.join(home.home, 'opencode.db');
+  store(file, openCodeSchema);
+  const one = new OpenCodeStore(file, { environment: home.environment, log: silentLog });
+  const texts = async (stamp, time) => (await one.sessions(stamp, time)).map((session) => session.lastText);
+  assert.deepEqual(await texts('a', 0), ['Kept in rows']);
+  store(file, 'UPDATE part SET data = \'{"type":"text","text":"New"}\' WHERE id = \'p2\'');
+  assert.deepEqual(await texts('a', 9000), ['Kept in rows']);
+  assert.deepEqual([await texts('b', lookInterval - 1), one.isLate], [['Kept in rows'], true]);
+  assert.deepEqual([await texts('b', lookInterval), one.isLate], [['New'], false]);
 });
 
 test('without python3 the log says so once, and the others are found', async (t) => {

@@ -14,7 +14,7 @@ import { folderOf, realPrompt } from './text.js';
 export const source = 'aider';
 
 const historyName = '.aider.chat.history.md';
-const searchInterval = 30_000;
+export const searchInterval = 45_000;
 const mostFolders = 100;
 const highestClimb = 16;
 /** A folder of another machine that doesn't answer isn't asked again. */

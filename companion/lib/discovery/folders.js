@@ -55,6 +55,10 @@ async function describe(folder, name) {
   }
 }
 
+async function inodeOf(directory) {
+  return (await stat(directory).catch(() => undefined))?.ino;
+}
+
 class Folder {
   entries = new Map();
   dirty = new Set();
@@ -80,6 +84,9 @@ class Folder {
 export class Folders {
   #folders = new Map();
   #asked = new Set();
+  #hasNews = true;
+  /** Folders whose own change no other folder's entry tells. */
+  #roots = new Set();
   #isWatching;
   #isFull = false;
   #log;
@@ -111,10 +118,26 @@ export class Folders {
    */
   async list(directory, { accepts = everything, names, ino } = {}) {
     this.#asked.add(directory);
+    if (ino === undefined) this.#roots.add(directory);
     const folder = await this.#folderFor(directory, ino, names ? (name) => names.includes(name) : accepts);
     if (!folder) return [];
     await this.#bringUpToDate(directory, folder, accepts, names);
     return [...folder.entries.values()];
+  }
+
+  /** True if asking for the same folders again would give the same. */
+  async isUnchanged() {
+    if (this.#hasNews || [...this.#folders.values()].some((folder) => this.#isDue(folder))) return false;
+    for (const root of this.#roots) {
+      if ((await inodeOf(root)) !== this.#folders.get(root)?.ino) return false;
+    }
+    return !this.#hasNews;
+  }
+
+  /** To be called before folders are asked for again, and `forgetOthers` when all have been. */
+  startOver() {
+    this.#hasNews = false;
+    this.#roots.clear();
   }
 
   /** Forgets the folders that nobody has asked for since it was last called. */
@@ -134,7 +157,7 @@ export class Folders {
   }
 
   async #folderFor(directory, ino, accepts) {
-    ino ??= (await stat(directory).catch(() => undefined))?.ino;
+    ino ??= await inodeOf(directory);
     const known = this.#folders.get(directory);
     if (known && known.ino === ino) return known;
     known?.close();
@@ -155,6 +178,7 @@ export class Folders {
       folder.watcher.on('error', () => {
         folder.close();
         folder.touch();
+        this.#hasNews = true;
       });
       if (this.#folders.size >= mostWatched) this.#stopWatchingMore('limit');
     } catch (error) {
@@ -175,6 +199,7 @@ export class Folders {
     } else {
       return;
     }
+    this.#hasNews = true;
     this.#onChange();
   }
 
@@ -184,9 +209,13 @@ export class Folders {
       { reason, watched: this.watched });
   }
 
-  async #bringUpToDate(directory, folder, accepts, names) {
+  #isDue(folder) {
     const age = this.#now() - folder.lookedAt;
-    const isOld = age >= (folder.watcher ? fullLookInterval : pollInterval) || age < 0;
+    return age >= (folder.watcher ? fullLookInterval : pollInterval) || age < 0;
+  }
+
+  async #bringUpToDate(directory, folder, accepts, names) {
+    const isOld = this.#isDue(folder);
     if (!folder.isAllDirty && !isOld && folder.dirty.size === 0) return;
     const isAll = folder.isAllDirty || isOld;
     const changed = isAll ? names ?? await namesIn(directory, accepts) : [...folder.dirty];

@@ -5,7 +5,7 @@ import { setImmediate as breathe } from 'node:timers/promises';
 
 import { statePath } from '../places.js';
 import { SharedDocument } from '../sharedDocument.js';
-import { Aider } from './aider.js';
+import { Aider, searchInterval } from './aider.js';
 import { ClaudeCode } from './claudeCode.js';
 import { Cline } from './cline.js';
 import { Codex } from './codex.js';
@@ -50,6 +50,7 @@ export class Scanner {
   #cache = new Map();
   #environment;
   #folders;
+  #last;
   #log;
   #reader = new TranscriptReader();
   #reported = new Set();
@@ -86,6 +87,21 @@ export class Scanner {
    * @returns {Promise<Row[]>}
    */
   async scan(now) {
+    if (!await this.#isUnchanged(now)) this.#last = await this.#look(now);
+    const { sessions, known } = this.#last;
+    const rows = sessions.filter(({ entry }) => entry.mtimeMs >= now - oldestMs)
+      .map((session) => Scanner.#row(session, known, now));
+    return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, mostRows);
+  }
+
+  /** True if a look would find what the last one found. */
+  async #isUnchanged(now) {
+    const age = now - this.#last?.at;
+    return age >= 0 && age < searchInterval && !this.isLate && this.#folders.isUnchanged();
+  }
+
+  async #look(now) {
+    this.#folders.startOver();
     const context = { folders: this.#folders, reader: this.#reader, now, oldest: now - oldestMs };
     const used = new Set();
     const sessions = await this.#sessions(await this.#candidates(this.#agents, context), context, used);
@@ -94,8 +110,7 @@ export class Scanner {
     sessions.push(...await this.#sessions(late, context, used));
     this.#folders.forgetOthers();
     this.#forgetOthers(used);
-    const rows = sessions.map((session) => Scanner.#row(session, known, now));
-    return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, mostRows);
+    return { at: now, sessions, known };
   }
 
   async #candidates(agents, context) {
