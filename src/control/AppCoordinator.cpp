@@ -73,6 +73,8 @@ bool AppCoordinator::start() {
     ipc_->onCommand = whileAlive<const Json&>(
         [](AppCoordinator& self, const Json& message) { self.handleIPC(message); });
     if (!ipc_->start()) return false;
+    // It finds the sessions and serves the phone; nobody has to know that there are two programs.
+    runCtl({"standby"});
     stateTimer_ = platform_.loop.every(stateInterval,
                                        whileAlive([](AppCoordinator& self) { self.applyState(); }));
     prewarmKokoro();

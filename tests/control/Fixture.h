@@ -67,6 +67,8 @@ class CoordinatorTest : public testing::Test {
 
     TempHome home;
     ScopedEnv noCtl{"TTS_DISABLE_CTL", "1"};
+    /// Where a test allows the control tool and says nothing more, one that does nothing.
+    ScopedEnv idleCtl{"TTS_CTL_CMD", "/bin/true ctl.js"};
     ManualLoop loop;
     FakePlayerFactory players{loop};
     FakeFileWatcher files;

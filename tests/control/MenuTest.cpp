@@ -14,8 +14,20 @@ class Menu : public test::CoordinatorTest {
         test::writeFile(home / "ctl", "echo \"$@\" >'" + (home / "told") + "'\n");
     }
 
+    /// Starts with the control tool at hand, and waits until it was told to start the daemon.
+    void startWithDaemon() {
+        start();
+        ASSERT_TRUE(test::comesTrue([&] { return told() == "standby\n"; }));
+    }
+
     const std::string tool = "/bin/sh " + (home / "ctl");
 };
+
+TEST_F(Menu, ServiceStartsTheDaemonBesideIt) {
+    const test::ScopedEnv allowed("TTS_DISABLE_CTL", "0");
+    const test::ScopedEnv command("TTS_CTL_CMD", tool);
+    startWithDaemon();
+}
 
 TEST_F(Menu, ShowsWhatPlaysAndSteersIt) {
     start();
@@ -84,7 +96,7 @@ TEST_F(Menu, StartAtLoginIsNotOfferedWhereNothingMayBeStarted) {
 TEST_F(Menu, StartAtLoginAsksTheControlTool) {
     const test::ScopedEnv allowed("TTS_DISABLE_CTL", "0");
     const test::ScopedEnv command("TTS_CTL_CMD", tool);
-    start();
+    startWithDaemon();
     EXPECT_EQ(test::words(statusItem.row("login").title), "Start at login");
     statusItem.row("login").onClick();
     EXPECT_TRUE(test::comesTrue([&] { return told() == "install\n"; }));
@@ -94,7 +106,7 @@ TEST_F(Menu, QuitStopsInGoodOrder) {
     const test::ScopedEnv allowed("TTS_DISABLE_CTL", "0");
     const test::ScopedEnv command("TTS_CTL_CMD", tool);
     useResidentWorker();
-    start();
+    startWithDaemon();
     ASSERT_TRUE(loop.runUntil([&] { return log.count("kokoro worker spawned") == 1; }));
     statusItem.row("quit").onClick();
     // The voice has been told to end, and the daemon; only then does the process go.
