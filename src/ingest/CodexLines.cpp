@@ -48,4 +48,8 @@ std::string turnOf(const Json& line) {
     return RecordTexts::textOrEmpty(*payload, "turn_id");
 }
 
+bool mayBeOneTurn(const std::string& a, const std::string& b) {
+    return a.empty() || b.empty() || a == b;
+}
+
 }  // namespace sonra::CodexLines

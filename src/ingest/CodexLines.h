@@ -17,4 +17,7 @@ bool beginsTurn(const Json& line);
 /// The id of the turn that a message belongs to, empty if its line doesn't say.
 std::string turnOf(const Json& line);
 
+/// True unless these ids of turns tell that they are two.
+bool mayBeOneTurn(const std::string& a, const std::string& b);
+
 }  // namespace sonra::CodexLines

@@ -10,8 +10,7 @@
 namespace sonra {
 
 bool CodexSorter::Reply::isSameAs(const Reply& other) const {
-    const bool sameTurn = turn.empty() || other.turn.empty() || turn == other.turn;
-    return sameTurn && text == other.text;
+    return CodexLines::mayBeOneTurn(turn, other.turn) && text == other.text;
 }
 
 std::optional<CodexSorter::Reply> CodexSorter::responseIn(const Json& line) {

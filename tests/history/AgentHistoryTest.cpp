@@ -27,6 +27,9 @@ std::string codexItem(const std::string& text) {
 const std::string codexCall = R"({"type":"response_item","payload":{"type":"function_call"}})"
                               "\n";
 
+const std::string codexTurn = R"({"type":"event_msg","payload":{"type":"user_message"}})"
+                              "\n";
+
 std::string gemini(const std::string& id, const std::string& text) {
     return R"({"id":")" + id + R"(","type":"gemini","content":")" + text + "\"}";
 }
@@ -78,6 +81,21 @@ TEST_F(AgentHistory, CodexPagesItemsThatNoResponseItemRepeats) {
                                               codexReply("Two.") + codexItem("Two.") + codexCall +
                                               codexItem("Two.")),
               (Texts{"Two.", "Two.", "One."}));
+}
+
+TEST_F(AgentHistory, CodexPagesAReplyOnceHoweverLateItsResponseItemStands) {
+    EXPECT_EQ(paged(HistorySource::codex,
+                    codexItem("One.") + codexCall + codexReply("One.") + codexReply("Two.")),
+              (Texts{"Two.", "One."}));
+    EXPECT_EQ(paged(HistorySource::codex, codexItem("One.") + codexCall + codexItem("One.") +
+                                              codexCall + codexReply("One.")),
+              (Texts{"One.", "One."}))
+        << "a response item answers for one";
+}
+
+TEST_F(AgentHistory, CodexPagesTheSameWordsOfTwoTurnsTwice) {
+    EXPECT_EQ(paged(HistorySource::codex, codexItem("Done.") + codexTurn + codexReply("Done.")),
+              (Texts{"Done.", "Done."}));
 }
 
 TEST_F(AgentHistory, PiPagesItsLines) {
