@@ -128,6 +128,16 @@ test('--here means the newest session of this folder or one above it, however ol
   assert.match(stderr, /No session was found for this folder or one above it/);
 });
 
+test('--here finds a session whose agent was started through a link', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  fs.mkdirSync(path.join(home.home, 'real'));
+  fs.symlinkSync('real', path.join(home.home, 'link'));
+  const around = listed(home, [row(home, 'linked', { cwd: path.join(home.home, 'link') })]);
+  const { stdout } = await tts(home, ['on', '--here'], { ...around, cwd: fs.realpathSync(path.join(home.home, 'real')) });
+  assert.match(stdout, /\(linked\)/);
+});
+
 test('a session that is attached already is given its voice again', async (t) => {
   const home = temporaryHome(t);
   const { lines } = await fakeService(t, home);

@@ -27,10 +27,19 @@ function wishFrom({ source, session, here }, cwd) {
   return { source: sourceFrom(source), id: session, folder: here ? cwd : undefined };
 }
 
+/** The folder behind links: the current one is told without them. */
+function resolved(folder) {
+  try {
+    return fs.realpathSync(folder);
+  } catch {
+    return folder;
+  }
+}
+
 function matching(sessions, { source, id, folder }) {
   let found = sessions;
   if (source) found = found.filter((session) => session.source === source);
-  if (folder) found = found.filter((session) => isInside(folder, session.cwd));
+  if (folder) found = found.filter(({ cwd }) => isInside(folder, cwd) || isInside(folder, resolved(cwd)));
   if (id) found = withId(found, id);
   return found;
 }
