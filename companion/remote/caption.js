@@ -16,6 +16,7 @@ export class Caption {
   #words = [];
   #active;
   #frame;
+  #timer;
   #reader;
   #nextReading = 0;
   #handScrolledAt = -Infinity;
@@ -37,8 +38,8 @@ export class Caption {
     this.#at('placeholder').hidden = text !== '';
     this.#at('placeholder').textContent = status.placeholder || 'Waiting for narration…';
     this.#at('caption').dataset.kind = status.kind;
-    this.#showCounter(picture?.nowPlaying.cursor);
-    this.#tellReaders(text || this.#at('placeholder').textContent);
+    this.#showCounter(picture?.service ? picture.nowPlaying.cursor : undefined);
+    this.#tellReaders(text);
     this.#move();
   }
 
@@ -64,12 +65,14 @@ export class Caption {
 
   /** Goes on moving for as long as something is being said. */
   #move() {
+    // The numbers of frames and of timers are counted apart: one must not be taken for the other.
     cancelAnimationFrame(this.#frame);
-    clearTimeout(this.#frame);
+    clearTimeout(this.#timer);
     this.#draw();
     if (!this.#picture?.service || this.#picture.nowPlaying.state !== 'playing') return;
     const again = () => this.#move();
-    this.#frame = this.#stillness.matches ? setTimeout(again, tickWithoutMotion) : requestAnimationFrame(again);
+    if (this.#stillness.matches) this.#timer = setTimeout(again, tickWithoutMotion);
+    else this.#frame = requestAnimationFrame(again);
   }
 
   #draw() {
@@ -110,6 +113,10 @@ export class Caption {
   #tellReaders(text) {
     clearTimeout(this.#reader);
     if (this.#at('spoken').textContent === text) return;
+    if (text === '') {
+      this.#at('spoken').textContent = '';
+      return;
+    }
     const tell = () => {
       this.#at('spoken').textContent = text;
       this.#nextReading = performance.now() + readerInterval;

@@ -5,6 +5,8 @@ import { backLabel, historyOf, newLabel, statusOf } from './words.js';
 
 const holdTime = 1500;
 const volumeInterval = 200;
+/** A key that is held down moves the slider many times; where it comes to rest is what is meant. */
+const scrubRest = 150;
 
 /** A range that is shown, held and sent. */
 class Slider {
@@ -51,6 +53,8 @@ export class Controls {
   #history;
   #volume;
   #volumeTimer;
+  #sentVolume;
+  #scrubTimer;
   #settle;
 
   /** @param {(cmd: string, args?: object) => Promise<boolean>} send true if it went through */
@@ -60,11 +64,12 @@ export class Controls {
     this.#onClick('toggle', () => send(this.#isPaused() ? 'resume' : 'pause'));
     this.#onClick('mute', () => send(this.#picture?.settings.muted ? 'unmute' : 'mute'));
     this.#onClick('live', () => {
+      clearTimeout(this.#scrubTimer);
       this.#history.letGo();
       send('scrub', { index: 0 });
     });
     // To the right is now: the slider counts back from its right end.
-    this.#history = new Slider(this.#at('history'), () => this.#labelHistory(), () => this.#scrub());
+    this.#history = new Slider(this.#at('history'), () => this.#labelHistory(), () => this.#soonScrub());
     this.#volume = new Slider(this.#at('volume'), () => this.#soonSendVolume(), () => this.#soonSendVolume());
     this.#wireTalk();
   }
@@ -124,13 +129,17 @@ export class Controls {
     this.#fill('history');
   }
 
-  #scrub() {
-    this.#send('scrub', { index: this.#back() }).then((isDone) => { if (!isDone) this.#history.letGo(); });
+  #soonScrub() {
+    clearTimeout(this.#scrubTimer);
+    this.#scrubTimer = setTimeout(async () => {
+      if (!await this.#send('scrub', { index: this.#back() })) this.#history.letGo();
+    }, scrubRest);
   }
 
   #showVolume() {
     const { volume, muted } = this.#picture.settings;
     this.#volume.show(volume);
+    if (!this.#volume.isHeld) this.#sentVolume = undefined;
     this.#labelVolume();
     this.#at('mute').ariaPressed = String(muted);
     this.#at('mute-icon').setAttribute('href', muted ? '#i-muted' : '#i-loud');
@@ -155,7 +164,9 @@ export class Controls {
     this.#labelVolume();
     this.#volumeTimer ??= setTimeout(() => {
       this.#volumeTimer = undefined;
-      this.#send('volume', { value: Number(this.#at('volume').value) });
+      const value = Number(this.#at('volume').value);
+      if (value !== this.#sentVolume) this.#send('volume', { value });
+      this.#sentVolume = value;
     }, volumeInterval);
   }
 

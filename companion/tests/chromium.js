@@ -1,5 +1,5 @@
-// A headless Chromium for one test, driven over two pipes by its own protocol: messages of JSON that end with a zero
-// byte. It has a profile of its own and ends with the test.
+// A headless Chromium, driven over two pipes by its own protocol: messages of JSON that end with a zero
+// byte. It has a profile of its own.
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -20,19 +20,14 @@ export class Chromium {
   #waiting = new Map();
   #listeners = new Set();
 
-  /** @param {import('node:test').TestContext} context */
-  static async start(context) {
-    const home = fs.mkdtempSync(path.join(os.tmpdir(), 'sn-browser-'));
-    const browser = new Chromium(home);
-    context.after(async () => {
-      await browser.#end();
-      fs.rmSync(home, { recursive: true, force: true, maxRetries: 5 });
-    });
+  static async start() {
+    const browser = new Chromium(fs.mkdtempSync(path.join(os.tmpdir(), 'sn-browser-')));
     await browser.send('Browser.getVersion');
     return browser;
   }
 
   constructor(home) {
+    this.home = home;
     const environment = { ...process.env, HOME: home, XDG_CONFIG_HOME: home, XDG_CACHE_HOME: home };
     this.#process = spawn('chromium', [...flags, `--user-data-dir=${home}/profile`, 'about:blank'], {
       env: environment, stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'],
@@ -57,9 +52,10 @@ export class Chromium {
     this.#listeners.add(listener);
   }
 
-  /** A page of its own: no storage is shared with another's. */
-  async newPage() {
+  /** A page that shares no storage with another's, until the test ends. @param {import('node:test').TestContext} context */
+  async newPage(context) {
     const { browserContextId } = await this.send('Target.createBrowserContext');
+    context.after(() => this.send('Target.disposeBrowserContext', { browserContextId }));
     const { targetId } = await this.send('Target.createTarget', { url: 'about:blank', browserContextId });
     const { sessionId } = await this.send('Target.attachToTarget', { targetId, flatten: true });
     const page = new Page(this, sessionId);
@@ -91,13 +87,15 @@ export class Chromium {
     this.#waiting.clear();
   }
 
-  async #end() {
-    if (this.#process.exitCode !== null || this.#process.signalCode !== null || !this.#process.pid) return;
-    const ended = once(this.#process, 'exit');
-    this.send('Browser.close').catch(() => {});
-    const timer = setTimeout(() => this.#process.kill('SIGKILL'), 5000);
-    await ended;
-    clearTimeout(timer);
+  async close() {
+    if (this.#process.pid && this.#process.exitCode === null && this.#process.signalCode === null) {
+      const ended = once(this.#process, 'exit');
+      this.send('Browser.close').catch(() => {});
+      const timer = setTimeout(() => this.#process.kill('SIGKILL'), 5000);
+      await ended;
+      clearTimeout(timer);
+    }
+    fs.rmSync(this.home, { recursive: true, force: true, maxRetries: 10, retryDelay: 100 });
   }
 }
 
@@ -153,7 +151,9 @@ export class Page {
   /** A finger's tap in the middle of the element, through the browser's own hit test. */
   async tap(selector) {
     const point = await this.value(`(() => {
-      const box = document.querySelector(${JSON.stringify(selector)}).getBoundingClientRect();
+      const element = document.querySelector(${JSON.stringify(selector)});
+      element.scrollIntoView({ block: 'nearest' });
+      const box = element.getBoundingClientRect();
       return { x: box.x + box.width / 2, y: box.y + box.height / 2 };
     })()`);
     const mouse = { ...point, button: 'left', clickCount: 1 };

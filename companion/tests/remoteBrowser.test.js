@@ -1,0 +1,370 @@
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import test, { after, before } from 'node:test';
+
+import { BridgeHome, snapshot, words } from './bridgeHome.js';
+import { Chromium } from './chromium.js';
+import { until } from './home.js';
+import { faintTexts, smallTargets, tooWide } from './pageAudit.js';
+
+const phone = { width: 390, height: 844 };
+const session = { id: 's-1', cwd: '/home/me/sonra', source: 'claude-code', branch: 'main' };
+const history = { kind: 'history', messageIndex: 3, totalKnown: 12, chunkIndex: 1, totalChunks: 5 };
+
+let browser;
+before(async () => { browser = await Chromium.start(); });
+after(() => browser?.close());
+
+/** Keeps a picture where somebody wants to look at it. */
+async function keep(page, name) {
+  const folder = process.env.SONRA_SHOTS;
+  if (!folder) return;
+  await new Promise((resolve) => setTimeout(resolve, 350));
+  fs.mkdirSync(folder, { recursive: true });
+  fs.writeFileSync(path.join(folder, `remote-${name}.png`), await page.screenshot());
+}
+
+async function setUp(t, { state = {}, screen = phone } = {}) {
+  const home = await BridgeHome.start(t, { state: { sessions: [session], volume: 80, ...state } });
+  const commands = await home.listen();
+  const page = await browser.newPage(t);
+  await page.screen(screen);
+  await page.open(home.origin);
+  return { home, commands, page };
+}
+
+async function pairIn(home, page) {
+  const { code } = home.mint();
+  await page.waitFor('document.activeElement?.id === "code"');
+  await page.type(code);
+  await page.tap('#pair-button');
+  await page.waitFor('!document.querySelector("#remote").hidden');
+}
+
+async function paired(t, options) {
+  const all = await setUp(t, options);
+  all.home.write('now-playing.json', snapshot());
+  await pairIn(all.home, all.page);
+  await all.page.waitFor('document.querySelector("#words span")');
+  return all;
+}
+
+const text = (selector) => `document.querySelector(${JSON.stringify(selector)}).textContent`;
+const whole = (selector) => `${text(selector)}.trim()`;
+
+async function assertSound(page, what) {
+  await page.waitFor('document.getAnimations().every((each) => !(each instanceof CSSTransition))');
+  const { faint, count } = await page.value(faintTexts());
+  assert.deepEqual(faint, [], `${what}: contrast`);
+  assert.ok(count >= 4, `${what}: ${count} texts`);
+  assert.deepEqual(await page.value(smallTargets()), [], `${what}: targets`);
+  assert.deepEqual(await page.value(tooWide), [], `${what}: width`);
+}
+
+test('a phone pairs, and a wrong code does not', async (t) => {
+  const { home, page } = await setUp(t);
+  await page.waitFor('document.activeElement?.id === "code"');
+  await keep(page, 'pair');
+  await assertSound(page, 'pairing');
+  const { code } = home.mint({ random: () => 123456 });
+  await page.type('12 34x');
+  assert.equal(await page.value('document.querySelector("#code").value'), '1234');
+  await page.tap('#pair-button');
+  await page.waitFor(`${text('#pair-problem')} === "Enter the six digits."`);
+  await page.value('document.querySelector("#code").value = ""');
+  await page.type('000000');
+  await page.tap('#pair-button');
+  await page.waitFor(`${text('#pair-problem')}.startsWith("That code is wrong")`);
+  assert.equal(await page.value('document.querySelector("#remote").hidden'), true);
+  await keep(page, 'pair-wrong');
+  await assertSound(page, 'a refused code');
+  await new Promise((resolve) => setTimeout(resolve, 1000));
+  // The digits that were refused are selected, so that typing replaces them.
+  await page.type(code);
+  await page.value('document.querySelector("#label").value = "Kitchen phone"');
+  await page.press('Enter', 'Enter', 13);
+  await page.tap('#pair-button').catch(() => {});
+  await page.waitFor('!document.querySelector("#remote").hidden');
+  assert.equal(home.read('bridge-tokens.json').tokens[0].label, 'Kitchen phone');
+  assert.equal(await page.value('location.href'), `${home.origin}/`);
+});
+
+test('the caption moves with what is spoken', async (t) => {
+  const { home, page } = await paired(t);
+  assert.equal((await page.value(text('#words'))).trim(), words);
+  const active = `[...document.querySelectorAll("#words span")].findIndex((each) => each.className === "active")`;
+  const first = await page.value(active);
+  assert.ok(first > 5, `word ${first}`);
+  // It goes on by itself: nothing is written meanwhile.
+  await page.waitFor(`${active} > ${first} + 1`);
+  assert.ok(await page.value('Number(/scaleX\\((.*)\\)/.exec(document.querySelector("#bar-fill").style.transform)[1]) > 0.4'));
+  assert.ok(await page.value('[...document.querySelectorAll("#words .past")].length > 5'));
+  home.write('now-playing.json', snapshot({ snippet: 'Something else now.', elapsed: 0, duration: 3, rev: 2 }));
+  await page.waitFor(`${whole('#words')} === "Something else now."`);
+  await page.waitFor(`${active} === 2`);
+  assert.equal(await page.value(whole('#counter')), '2/5');
+});
+
+test('buttons steer the service', async (t) => {
+  const { home, page, commands } = await paired(t);
+  home.onCommand = ({ cmd }) => {
+    if (cmd !== 'pause' && cmd !== 'resume') return;
+    const isPaused = cmd === 'pause';
+    home.write('state.json', { sessions: [session], volume: 80, paused: isPaused });
+    home.write('now-playing.json', snapshot({ state: isPaused ? 'paused' : 'playing' }));
+  };
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+  await page.tap('#toggle');
+  await page.waitFor(`${text('#status-label')} === "Paused"`);
+  assert.equal(await page.value('document.querySelector("#toggle").ariaLabel'), 'Play');
+  const elapsed = await page.value(text('#elapsed'));
+  await new Promise((resolve) => setTimeout(resolve, 1200));
+  assert.equal(await page.value(text('#elapsed')), elapsed, 'a pause stands still');
+  await page.tap('#toggle');
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+  for (const id of ['previous', 'next', 'restart', 'stop']) await page.tap(`#${id}`);
+  await until(() => commands.length === 6);
+  assert.deepEqual(commands.map(({ cmd }) => cmd), ['pause', 'resume', 'previous', 'next', 'restart', 'stop']);
+});
+
+test('the history can be scrubbed, and left for what is live', async (t) => {
+  const { home, page, commands } = await paired(t);
+  await page.waitFor('document.querySelector("#history").max === "11"');
+  assert.equal(await page.value(text('#history-label')), 'Live');
+  // Three steps back from the right end, as a keyboard or a screen reader makes them.
+  await page.value('document.querySelector("#history").focus()');
+  for (let i = 0; i < 3; i += 1) await page.press('ArrowLeft', 'ArrowLeft', 37);
+  await until(() => commands.at(-1)?.index === 3);
+  assert.ok(commands.every(({ cmd }) => cmd === 'scrub'));
+  assert.equal(await page.value(text('#history-label')), '3 messages back');
+  home.write('now-playing.json', snapshot({ cursor: history, newLiveCount: 2 }));
+  await page.waitFor(`${text('#new-count')} === "+2 new"`);
+  assert.equal(await page.value('document.querySelector("#live").ariaLabel'), 'Back to live, 2 new');
+  await page.tap('#live');
+  await until(() => commands.at(-1).index === 0);
+  home.write('now-playing.json', snapshot());
+  await page.waitFor(`${text('#history-label')} === "Live"`);
+  // A tap on the track, as a thumb does it.
+  await page.value('document.activeElement.blur()');
+  await page.tap('#history');
+  await until(() => commands.at(-1).index !== 0);
+  assert.ok(commands.at(-1).index >= 4 && commands.at(-1).index <= 7, `index ${commands.at(-1).index}`);
+});
+
+test('volume and mute', async (t) => {
+  const { home, page, commands } = await paired(t);
+  await page.waitFor('document.querySelector("#volume").value === "80"');
+  await page.value('document.querySelector("#volume").focus()');
+  await page.press('ArrowLeft', 'ArrowLeft', 37);
+  await until(() => commands.length === 1);
+  assert.deepEqual([commands[0].cmd, commands[0].value], ['volume', 75]);
+  await page.tap('#mute');
+  await until(() => home.read('state.json').muted === true);
+  await page.waitFor('document.querySelector("#mute").ariaPressed === "true"');
+  await page.tap('#mute');
+  await until(() => home.read('state.json').muted === false);
+});
+
+test('a box to talk back appears once the service can take it', async (t) => {
+  const { home, page, commands } = await paired(t);
+  await page.waitFor('!document.querySelector("#toggle").disabled');
+  assert.equal(await page.value('document.querySelector("#talk").checkVisibility()'), false);
+  home.write('state.json', { sessions: [session], remoteCommands: ['inject'] });
+  await page.waitFor('document.querySelector("#talk").checkVisibility()');
+  await page.tap('#talk-text');
+  await page.type('  Please run the tests again. ');
+  await page.tap('#send');
+  await until(() => commands.length === 1);
+  assert.deepEqual(commands[0], { text: 'Please run the tests again.', submit: true, proto: 1, cmd: 'inject' });
+  await page.waitFor('document.querySelector("#talk-text").value === ""');
+  await home.stopService();
+  await page.tap('#talk-text');
+  await page.type('Keep this.');
+  await page.press('Enter', 'Enter', 13);
+  await page.waitFor(text('#toast'));
+  assert.equal(await page.value('document.querySelector("#talk-text").value'), 'Keep this.');
+});
+
+test('without service, without daemon, and back', async (t) => {
+  const { home, page } = await paired(t);
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+  await home.stopService();
+  await page.waitFor(`${text('#status-label')} === "Not running"`);
+  assert.match(await page.value(text('#placeholder')), /isn’t running/);
+  assert.equal(await page.value('document.querySelector("#toggle").disabled'), true);
+  await keep(page, 'not-running');
+  await assertSound(page, 'no service');
+  await home.listen();
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+  home.environment.SONRA_BRIDGE_PORT = String(home.bridge.port);
+  await home.bridge.close();
+  await page.waitFor(`${text('#status-label')} === "Reconnecting…"`);
+  await keep(page, 'reconnecting');
+  const { startBridge } = await import('../lib/bridge/bridge.js');
+  const { silentLog } = await import('../lib/log.js');
+  home.bridge = await startBridge({ environment: home.environment, log: silentLog });
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+});
+
+test('the token outlives the page and dies with the pairing', async (t) => {
+  const { home, page } = await paired(t);
+  await page.open(home.origin);
+  await page.waitFor('document.querySelector("#words span")');
+  home.write('bridge-tokens.json', { tokens: [] });
+  await page.waitFor('!document.querySelector("#pairing").hidden');
+  assert.equal(await page.value('localStorage.length'), 0);
+  assert.equal(await page.value(text('#pair-problem')), 'This device is no longer paired.');
+});
+
+test('a device can be forgotten on the phone', async (t) => {
+  const { home, page } = await paired(t);
+  await page.tap('#device-button');
+  await page.waitFor('document.querySelector("#device").open');
+  await keep(page, 'device');
+  await assertSound(page, 'the dialog');
+  await page.tap('#forget');
+  await page.waitFor('!document.querySelector("#pairing").hidden');
+  assert.deepEqual(home.read('bridge-tokens.json').tokens, []);
+  assert.equal(await page.value('localStorage.length'), 0);
+});
+
+test('a stolen page without a token gets nothing', async (t) => {
+  const { home, page } = await paired(t);
+  await page.waitFor('localStorage.length === 1');
+  const stolen = await browser.newPage(t);
+  await stolen.screen(phone);
+  await stolen.open(home.origin);
+  await stolen.waitFor('!document.querySelector("#pairing").hidden');
+  await stolen.value('localStorage.setItem("sonra.token", "x".repeat(43))');
+  await stolen.open(home.origin);
+  await stolen.waitFor(`${text('#pair-problem')} === "This device is no longer paired."`);
+  assert.equal((await stolen.value('document.body.innerText')).includes('retry loop'), false);
+  assert.equal(await stolen.value('fetch("/api/now-playing").then((answer) => answer.status)'), 401);
+});
+
+test('the page asks nobody else and runs nothing that is slipped in', async (t) => {
+  const { home, page } = await paired(t);
+  home.write('now-playing.json', snapshot({ snippet: '<img src=x onerror="window.hit=1"><b>bold</b> {{x}}', rev: 2 }));
+  await page.waitFor(`${text('#words')}.includes("<img")`);
+  assert.equal(await page.value('document.querySelector("#words img")'), null);
+  assert.equal(await page.value('window.hit'), undefined);
+  assert.deepEqual(page.complaints, []);
+  for (const { url, headers } of page.requests) {
+    assert.ok(url.startsWith(`${home.origin}/`) || url.startsWith('data:image/svg+xml') || url === 'about:blank', url);
+    assert.doesNotMatch(url, /token|[A-Za-z0-9_-]{43}/);
+    if (url.includes('/api/command')) assert.match(headers.Authorization, /^Bearer /);
+  }
+  const isBlocked = await page.value(`new Promise((resolve) => {
+    addEventListener('securitypolicyviolation', (event) => resolve(event.effectiveDirective));
+    const script = document.createElement('script');
+    try { script.text = 'window.hit = 2'; document.body.append(script); } catch { resolve('trusted types'); }
+  })`);
+  assert.match(isBlocked, /script|trusted/);
+  assert.equal(await page.value('window.hit'), undefined);
+});
+
+test('a screen reader finds its way', async (t) => {
+  const { home, page } = await paired(t, { state: { remoteCommands: ['inject'] } });
+  await page.waitFor(`${text('#spoken')}.length > 0 && !document.querySelector("#talk").hidden`);
+  await page.waitFor(`${text('#status-label')} === "Playing"`);
+  const nodes = await page.accessibility();
+  const has = (role, name) => nodes.some((node) => node.role === role && node.name === name);
+  for (const name of ['Stop', 'Previous message', 'Pause', 'Next message', 'Say this again', 'Live', 'Mute', 'Send', 'This device']) {
+    assert.ok(has('button', name), name);
+  }
+  assert.ok(has('slider', 'History Live') || has('slider', 'History'), 'history');
+  assert.ok(nodes.some((node) => node.role === 'slider' && node.name.startsWith('Volume')), 'volume');
+  assert.ok(has('textbox', 'Talk back to the agent'));
+  assert.ok(has('heading', 'sonra · main'));
+  assert.ok(has('region', 'Caption') && has('region', 'Controls') && has('group', 'Playback') && nodes.some(({ role }) => role === 'main'));
+  assert.ok(nodes.some((node) => node.role === 'status'));
+  assert.ok(has('progressbar', 'Played of this part'));
+  // The words are there once, as a whole, and not a second time in pieces.
+  assert.equal(nodes.filter((node) => node.role === 'StaticText' && node.name.includes('retry loop')).length, 1);
+  assert.equal(nodes.filter((node) => node.role === 'StaticText' && node.name === 'retry').length, 0);
+  assert.equal(nodes.filter(({ role, name }) => ['button', 'slider', 'textbox'].includes(role) && !name).length, 0);
+  // Texts that follow each other quickly are told once.
+  await page.value(`window.told = []; new MutationObserver(() => told.push(${text('#spoken')})).observe(document.querySelector('#spoken'), { childList: true })`);
+  for (let i = 1; i <= 5; i += 1) {
+    home.write('now-playing.json', snapshot({ snippet: `Text ${i}.`, rev: i + 1 }));
+    await page.waitFor(`${whole('#words')} === "Text ${i}."`);
+  }
+  await page.waitFor('told.length > 0');
+  assert.ok(await page.value('told.length <= 2 && told.at(-1) === "Text 5."'), await page.value('told.join()'));
+});
+
+test('the keyboard goes through the controls in their order', async (t) => {
+  const { page } = await paired(t);
+  await page.waitFor('!document.querySelector("#toggle").disabled');
+  await page.value('document.activeElement.blur()');
+  const order = [];
+  for (let i = 0; i < 11; i += 1) {
+    await page.press('Tab', 'Tab', 9);
+    order.push(await page.value('document.activeElement.id'));
+  }
+  assert.deepEqual(order, ['device-button', 'caption', 'stop', 'previous', 'toggle', 'next', 'restart', 'history', 'live', 'volume', 'mute']);
+});
+
+const looks = [
+  ['playing', { ...phone, scheme: 'dark' }, {}],
+  ['playing-light', { ...phone, scheme: 'light' }, {}],
+  ['history', { ...phone, scheme: 'dark' }, { cursor: history, newLiveCount: 2, state: 'paused' }],
+  ['history-light', { ...phone, scheme: 'light' }, { cursor: history, newLiveCount: 2, state: 'paused' }],
+  ['landscape', { width: 844, height: 390, scheme: 'dark' }, {}],
+  ['landscape-light', { width: 844, height: 390, scheme: 'light' }, {}],
+  ['small', { width: 320, height: 568, scheme: 'dark' }, {}],
+  ['high-contrast-light', { ...phone, scheme: 'light', more: [{ name: 'prefers-contrast', value: 'more' }] }, {}],
+  ['idle-light', { ...phone, scheme: 'light' }, { state: 'idle', snippet: '', duration: 0, elapsed: 0 }],
+];
+
+test('it looks right on every screen', async (t) => {
+  const { home, page } = await paired(t, { state: { remoteCommands: ['inject'] } });
+  for (const [name, screen, changes] of looks) {
+    await page.screen(screen);
+    home.write('now-playing.json', snapshot({ elapsed: 4 + Math.random(), ...changes }));
+    await page.waitFor(`document.querySelector("#caption").dataset.kind === ${JSON.stringify(changes.state ?? 'playing')}`);
+    await keep(page, name);
+    await assertSound(page, name);
+  }
+});
+
+test('every agent’s colours can be read, dark and light', async (t) => {
+  const { home, page } = await paired(t);
+  for (const [source, chip] of [['codex', 'CDX'], ['gemini', 'GEM'], ['aider', 'AID'], ['cline', 'CLN'], ['opencode', 'OC'], ['pi', 'PI']]) {
+    home.write('state.json', { sessions: [{ ...session, source }], volume: 80, remoteCommands: ['inject'] });
+    home.write('now-playing.json', snapshot());
+    await page.waitFor(`${text('#chip')} === "${chip}" && document.querySelector("#words .active")`);
+    for (const scheme of ['dark', 'light']) {
+      await page.screen({ ...phone, scheme });
+      if (scheme === 'dark') await keep(page, `theme-${source}`);
+      await assertSound(page, `${source} ${scheme}`);
+    }
+  }
+});
+
+test('large type moves nothing out of reach', async (t) => {
+  const { home, page } = await setUp(t);
+  await page.send('Page.setFontSizes', { fontSizes: { standard: 28, fixed: 24 } });
+  await page.open(home.origin);
+  await page.waitFor('getComputedStyle(document.documentElement).fontSize === "28px"');
+  await keep(page, 'pair-large-type');
+  await assertSound(page, 'pairing in large type');
+  home.write('now-playing.json', snapshot());
+  await pairIn(home, page);
+  await page.waitFor('document.querySelector("#words .active")');
+  await keep(page, 'large-type');
+  await assertSound(page, 'large type');
+  assert.ok(await page.value('document.querySelector("#caption").clientHeight >= 150'));
+  await page.value('scrollTo(0, 1e6)');
+  await keep(page, 'large-type-below');
+  assert.ok(await page.value('document.querySelector("#mute").getBoundingClientRect().bottom <= innerHeight'));
+});
+
+test('with reduced motion nothing glides', async (t) => {
+  const { page } = await paired(t, { screen: { ...phone, more: [{ name: 'prefers-reduced-motion', value: 'reduce' }] } });
+  const active = '[...document.querySelectorAll("#words span")].findIndex((each) => each.className === "active")';
+  const first = await page.value(active);
+  await page.waitFor(`${active} > ${first}`);
+  assert.equal(await page.value('document.getAnimations().length'), 0);
+});
