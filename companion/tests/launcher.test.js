@@ -41,6 +41,14 @@ test('it runs through links, from any folder, with its words as they are', (t) =
   assert.equal(JSON.parse(fs.readFileSync(home.inShared('profile.json'), 'utf8')).lexicon[0].match, 'a  b');
 });
 
+test('it runs as a word of the shell in its own folder', (t) => {
+  const home = temporaryHome(t);
+  const { status, stdout } = spawnSync('sh', ['tts', '--version'],
+    { cwd: path.dirname(launcher), env: home.environment, encoding: 'utf8' });
+  assert.equal(status, 0);
+  assert.match(stdout, /^tts \d/);
+});
+
 test('it finds Node.js where the service does: the usual places, nvm\'s default, PATH', (t) => {
   const home = temporaryHome(t);
   const file = withNodesAt(home, path.join(home.home, 'root'));
