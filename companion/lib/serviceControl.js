@@ -1,5 +1,5 @@
-// Starting the service, and waiting until it can be spoken to. The service is its own master: it is detached, belongs to
-// no terminal, and outlives who started it. It starts the daemon itself; where that doesn't happen it is done here.
+// Starting the service, and waiting until it can be spoken to. The service is its own master: it is detached, belongs
+// to no terminal, and outlives who started it. It starts the daemon itself; where that doesn't happen it is done here.
 
 import { spawn } from 'node:child_process';
 

@@ -198,6 +198,13 @@ test('--start with a program that ends at once says how', async (t) => {
   assert.deepEqual([exit, stderr], [69, "tts: The service didn't start: /bin/false ended with code 1.\n"]);
 });
 
+test('a launch that found another one on its way is waited for', async (t) => {
+  const home = temporaryHome(t);
+  const program = async () => { setTimeout(() => fakeService(t, home), 300); return '/bin/true'; };
+  const { exit, stdout } = await tts(home, ['pause', '--start'], { neighbours: { serviceParts: { program } } });
+  assert.deepEqual([exit, stdout], [0, 'Paused.\n']);
+});
+
 test('--start without a program says so', async (t) => {
   for (const [program, words] of [[undefined, /wasn't found/], ['/no/sonra', /couldn't be run \(ENOENT\)/]]) {
     const serviceParts = { program: async () => program };

@@ -62,7 +62,9 @@ test('the daemon is started where it does not run', async (t) => {
 
 test('a bridge that failed is told, and no code is minted', async (t) => {
   const neighbours = { daemonStatus: async () => ({ alive: true, parts: { bridge: 'failed' } }) };
+  const begin = performance.now();
   const { exit, stderr } = await tts(temporaryHome(t), ['pair'], { neighbours });
+  assert.ok(performance.now() - begin < 4000, 'it was waited for');
   assert.equal(exit, 1);
   assert.match(stderr, /^tts: The daemon's bridge doesn't run/);
 });

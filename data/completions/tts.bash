@@ -26,8 +26,8 @@ _tts() {
     done
 
     case $previous in
-        --source) COMPREPLY=($(compgen -W 'claude-code codex gemini aider cline opencode pi' -- "$word")); return ;;
-        --out) compopt -o filenames 2> /dev/null; COMPREPLY=($(compgen -f -- "$word")); return ;;
+        --source) mapfile -t COMPREPLY < <(compgen -W 'claude-code codex gemini aider cline opencode pi' -- "$word"); return ;;
+        --out) compopt -o filenames 2> /dev/null; mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
         --session | --notes) return ;;
     esac
 
@@ -43,7 +43,7 @@ _tts() {
         diag) choices='--out --notes --send --cleanup' ;;
         help) choices=$commands ;;
     esac
-    COMPREPLY=($(compgen -W "$choices $global" -- "$word"))
+    mapfile -t COMPREPLY < <(compgen -W "$choices $global" -- "$word")
 }
 
 complete -F _tts tts

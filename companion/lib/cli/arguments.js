@@ -87,8 +87,9 @@ export function parseArguments(argv) {
       command = takeCommand(word, words);
       if (!command && isOption(word)) readOption(word, words, globalOptions, options);
       else if (!command) throw unknownCommand(word);
-    } else if (isOption(word)) readOption(word, words, [...(command?.options ?? []), ...globalOptions], options, command);
-    else positionals.push(word);
+    } else if (isOption(word)) {
+      readOption(word, words, [...(command?.options ?? []), ...globalOptions], options, command);
+    } else positionals.push(word);
   }
   if (!command && positionals.length) throw unknownCommand(positionals[0]);
   // The older spelling of a command that is an option as well.

@@ -16,7 +16,11 @@ export const globalOptions = [
   { name: '--version', help: 'print the version and exit' },
 ];
 
-const session = { name: '--session', value: 'ID', help: 'the session with this id, or the only one that begins with it' };
+const session = {
+  name: '--session',
+  value: 'ID',
+  help: 'the session with this id, or the only one that begins with it',
+};
 
 const transport = (name, summary, more) => ({
   name,
@@ -49,7 +53,10 @@ export const commands = [
   {
     name: 'off',
     summary: 'detach a session',
-    help: ['Without options: the session that is attached. What is in the queue is still spoken; "tts stop" ends that.'],
+    help: [
+      'Without options: the session that is attached.',
+      'What is in the queue is still spoken; "tts stop" ends that.',
+    ],
     options: [session, { name: '--all', help: 'every session' }],
     load: async () => (await import('./off.js')).off,
   },
@@ -68,14 +75,21 @@ export const commands = [
   transport('next', 'go forward by a message'),
   transport('restart', 'speak this piece again from its start', { aliases: ['repeat'] }),
   transport('stop', 'be silent, and drop what is in the queue'),
-  setting('mute', 'be silent; replies that come while muted are never spoken', { fixed: { muted: true }, run: 'muting' }),
+  setting('mute', 'be silent; replies that come while muted are never spoken', {
+    fixed: { muted: true },
+    run: 'muting',
+  }),
   setting('unmute', 'speak again', { fixed: { muted: false }, run: 'muting' }),
   setting('volume', 'show or set the volume', {
     arguments: 'N',
     max: 1,
     help: ['N is 0 to 100, or a change such as +10 or -10.'],
   }),
-  setting('speed', 'show or set the speed of speech', { arguments: 'X', max: 1, help: ['X is 0.5 to 3; 1 is normal.'] }),
+  setting('speed', 'show or set the speed of speech', {
+    arguments: 'X',
+    max: 1,
+    help: ['X is 0.5 to 3; 1 is normal.'],
+  }),
   setting('voice', 'list the voices, or choose one', {
     arguments: 'ID',
     max: 1,

@@ -12,8 +12,8 @@ function expectWords(words, count, form) {
 function list({ environment, output }, words) {
   expectWords(words, 0, 'list');
   const entries = loadEntries(environment);
-  output.say(...(entries.length ? columns(entries.map(({ match, say }) => [plain(match), plain(say) || '(left out)']), '')
-    : ['There are no entries. Try: tts lexicon add nginx "engine x"']));
+  const rows = entries.map(({ match, say }) => [plain(match), plain(say) || '(left out)']);
+  output.say(...(rows.length ? columns(rows, '') : ['There are no entries. Try: tts lexicon add nginx "engine x"']));
   output.result({ entries });
 }
 

@@ -13,7 +13,9 @@ export async function start({ environment, output, neighbours }) {
   const how = await startService({ environment, parts });
   output.say(how === 'started' ? 'Started.' : 'It is running already.');
   const daemon = await ensureDaemon({ environment, parts });
-  if (!daemon) output.note("The daemon doesn't run, so sessions aren't found by themselves; see ~/.claude/tts/daemon.log.");
+  if (!daemon) {
+    output.note("The daemon doesn't run, so sessions aren't found by themselves; see ~/.claude/tts/daemon.log.");
+  }
   output.result({ service: how, daemon });
 }
 

@@ -14,8 +14,8 @@
 const daemonControl = () => import('../daemon/daemonControl.js');
 
 /**
- * What `daemonControl` tells, short of facts that nobody here needs: it starts processes as well, and loading that costs
- * a short command a good part of its time.
+ * What `daemonControl` tells, short of facts that nobody here needs: it starts processes as well, and loading that
+ * costs a short command a good part of its time.
  */
 async function daemonStatus(environment) {
   const { askDaemon, DaemonSilent } = await import('../daemon/channel.js');

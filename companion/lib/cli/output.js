@@ -3,7 +3,9 @@
 
 /** A text on one line, without characters that a terminal or the reading direction would obey. */
 export function plain(text) {
-  return String(text).replace(/[\p{Cc}\u2028\u2029\s]+/gu, ' ').replace(/[\u200e\u200f\u202a-\u202e\u2066-\u2069]/gu, '')
+  return String(text)
+    .replace(/[\p{Cc}\u2028\u2029\s]+/gu, ' ')
+    .replace(/[\u200e\u200f\u202a-\u202e\u2066-\u2069]/gu, '')
     .trim();
 }
 
@@ -26,7 +28,7 @@ const escapes = { bold: 1, dim: 2, green: 32, yellow: 33 };
 export class Output {
   /**
    * @param {{ stdout: { write(text: string): unknown, isTTY?: boolean }, stderr: { write(text: string): unknown },
-   *   environment: NodeJS.ProcessEnv, json: boolean, program?: string }} options `program` is the name in front of errors
+   *   environment: NodeJS.ProcessEnv, json: boolean, program?: string }} options `program` stands in front of errors
    */
   constructor({ stdout, stderr, environment, json, program = 'tts' }) {
     this.program = program;

@@ -15,8 +15,10 @@ import { plain } from './output.js';
 const bridgeLimit = 5_000;
 const pollInterval = 250;
 
-const rowsOf = (environment) => SharedDocument.read(tokensPath(environment)).list('tokens')
-  .filter((row) => typeof row?.label === 'string' && typeof row.token === 'string' && typeof row.createdAt === 'number');
+const isDevice = (row) =>
+  typeof row?.label === 'string' && typeof row.token === 'string' && typeof row.createdAt === 'number';
+
+const rowsOf = (environment) => SharedDocument.read(tokensPath(environment)).list('tokens').filter(isDevice);
 
 async function storeReach({ environment, options }) {
   if (options.lan && options['no-lan']) throw usageError('--lan and --no-lan exclude each other.');

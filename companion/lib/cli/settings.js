@@ -1,4 +1,5 @@
-// Settings live in state.json, and the service follows it within two seconds. They are kept also while it isn't running.
+// Settings live in state.json, and the service follows it within two seconds. They are kept also while it isn't
+// running.
 
 import { socketPath, statePath } from '../places.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';

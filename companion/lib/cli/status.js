@@ -50,7 +50,8 @@ function lifeLine({ running, responding = running, bridgePort }) {
 }
 
 function voiceLine({ voice, speed, volume, muted, captions }) {
-  return `${plain(voice)}, speed ${speed}x, volume ${volume}%${muted ? ', muted' : ''}, captions ${captions ? 'on' : 'off'}`;
+  const sound = `volume ${volume}%${muted ? ', muted' : ''}`;
+  return `${plain(voice)}, speed ${speed}x, ${sound}, captions ${captions ? 'on' : 'off'}`;
 }
 
 function playbackLine({ state, elapsed, duration }, { paused }) {
@@ -73,7 +74,8 @@ function print(report, { environment, output, options }, now) {
   output.say(heading(sessions.length ? 'Attached' : 'Nothing is attached'), ...sessionLines(sessions, { environment }));
   if (shown.length) output.say(heading(options.all ? 'Found' : 'In use'), ...sessionLines(shown, { now, environment }));
   const hidden = others.length - shown.length;
-  if (hidden) output.say(output.style('dim', `${hidden} older ${hidden === 1 ? 'session' : 'sessions'}: tts status --all`));
+  if (!hidden) return;
+  output.say(output.style('dim', `${hidden} older ${hidden === 1 ? 'session' : 'sessions'}: tts status --all`));
 }
 
 /** "tts status" */

@@ -25,8 +25,8 @@ platform.json    of this computer and its desktop
 running.json     what ran when this was made
 notes.txt        what the user wrote, if anything
 
-Secrets, spoken text, lexicon words and the names in mail addresses have been taken out; "~" is the user's home. Names of
-folders and ids of sessions are in it. Look through it before you pass it on.
+Secrets, spoken text, lexicon words and the names in mail addresses have been taken out; "~" is the user's home. Names
+of folders and ids of sessions are in it. Look through it before you pass it on.
 `;
 
 const help = `Usage: diag [--out=PATH] [--notes=TEXT] [--send] [--cleanup] [--json]
@@ -157,8 +157,8 @@ async function make(options, { environment, output, cwd, date, limit }) {
  * @returns {Promise<number>} the exit code: 0, 1 for a failure, 2 for words that can't be read
  */
 export async function runDiag(args, {
-  environment = process.env, stdout = process.stdout, stderr = process.stderr, cwd = process.cwd(), date = new Date(), limit,
-  program = 'ctl.js',
+  environment = process.env, stdout = process.stdout, stderr = process.stderr, cwd = process.cwd(), date = new Date(),
+  limit, program = 'ctl.js',
 } = {}) {
   const output = new Output({ stdout, stderr, environment, json: args.includes('--json'), program });
   try {
@@ -169,7 +169,8 @@ export async function runDiag(args, {
     output.result(await make(parse(args), { environment, output, cwd, date, limit }));
     return 0;
   } catch (error) {
-    const failure = error instanceof CommandFailure ? error : new CommandFailure(`No bundle was made: ${error.message}`);
+    const known = error instanceof CommandFailure;
+    const failure = known ? error : new CommandFailure(`No bundle was made: ${error.message}`);
     output.failure(failure);
     return failure.exit;
   }

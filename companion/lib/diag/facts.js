@@ -23,7 +23,8 @@ const tellingVariables = ['TTS_LOG_LEVEL', 'TTS_LOG_VERBOSE', 'TTS_DISABLE_CTL',
 function ask(environment, program, args, pattern = /\S.*/) {
   return new Promise((resolve) => {
     if (!program) return resolve(undefined);
-    const options = { env: { ...environment, LC_ALL: 'C' }, timeout: askLimit, killSignal: 'SIGKILL', maxBuffer: 1 << 20 };
+    const env = { ...environment, LC_ALL: 'C' };
+    const options = { env, timeout: askLimit, killSignal: 'SIGKILL', maxBuffer: 1 << 20 };
     const child = execFile(program, args, options, (error, stdout) => {
       const found = pattern.exec(stdout ?? '');
       resolve(found ? (found[1] ?? found[0]).trim() : undefined);

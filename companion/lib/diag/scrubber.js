@@ -14,8 +14,8 @@ const spoken = '[text]';
 const secretVariable = /KEY|TOKEN|SECRET|PASSW|CREDENTIAL|AUTH/i;
 
 /** Keys under which words of a person or of an agent stand, whatever they look like. */
-const textKeys = new Set(['head40', 'lastText', 'match', 'notes', 'prompt', 'query', 'sample', 'say', 'snippet', 'spoken',
-  'text', 'title', 'transcription', 'utterance', 'value', 'branch', 'label']);
+const textKeys = new Set(['head40', 'lastText', 'match', 'notes', 'prompt', 'query', 'sample', 'say', 'snippet',
+  'spoken', 'text', 'title', 'transcription', 'utterance', 'value', 'branch', 'label']);
 
 /** Keys under which a sentence is the program's own, or a path may hold blanks. */
 const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'why', 'backend', 'name', 'domain', 'path',
