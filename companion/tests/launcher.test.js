@@ -35,8 +35,8 @@ test('it runs through links, from any folder, with its words as they are', (t) =
   fs.mkdirSync(path.join(home.home, 'bin'));
   fs.symlinkSync(path.relative(path.join(home.home, 'bin'), launcher), path.join(home.home, 'bin/second'));
   fs.symlinkSync('second', path.join(home.home, 'bin/tts'));
-  const { status, stdout } = spawnSync('./tts', ['lexicon', 'add', 'a  b', ''],
-    { cwd: path.join(home.home, 'bin'), env: home.environment, encoding: 'utf8' });
+  const { status, stdout } = spawnSync('bin/tts', ['lexicon', 'add', 'a  b', ''],
+    { cwd: home.home, env: home.environment, encoding: 'utf8' });
   assert.deepEqual([status, stdout], [0, '"a b" is left out.\n']);
   assert.equal(JSON.parse(fs.readFileSync(home.inShared('profile.json'), 'utf8')).lexicon[0].match, 'a  b');
 });
