@@ -8,7 +8,8 @@ import test from 'node:test';
 
 import { busyInterval, Discovery, findSessions, restInterval } from '../lib/discovery/discovery.js';
 import { Folders } from '../lib/discovery/folders.js';
-import { lookInterval, OpenCodeStore } from '../lib/discovery/openCodeStore.js';
+import { lookInterval } from '../lib/discovery/openCodeStore.js';
+import { Scanner } from '../lib/discovery/scanner.js';
 import { silentLog } from '../lib/log.js';
 import { updateDocument } from '../lib/sharedDocument.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
@@ -74,9 +75,8 @@ const stamp = (home) => {
 
 /** Changes something, and waits until the system has told of it, which shows in the timer. */
 async function change(clock, action) {
-  // Long enough after a look that the next one may come at once, and before it would come anyway.
+  // At rest, so that the next look may come at once.
   while (clock.wait <= 4000) await clock.ring();
-  clock.time += 3000;
   action();
   await until(() => clock.wait <= 100, { what: 'a hurried look' });
 }
@@ -216,7 +216,7 @@ test('only what changed is read again, and of that only the end', async (t) => {
 
 test('folders that come, go and come again are followed', async (t) => {
   const home = temporaryHome(t);
-  const { clock } = begin(t, home);
+  const { clock, discovery } = begin(t, home);
   await clock.ring();
   put(home, `${place}/a.jsonl`, lines(prompt('p')));
   for (const name of ['first', 'second', 'third']) {
@@ -230,6 +230,7 @@ test('folders that come, go and come again are followed', async (t) => {
       await clock.ring();
       return listed(home).length === 0;
     });
+    assert.equal(discovery.watched, 0);
     put(home, `${place}/${name}.jsonl`, lines(prompt(name)));
   }
   await until(async () => {
@@ -266,26 +267,42 @@ for line in sys.stdin:
   await change(clock, () => writer.stdin.write('q1\n'));
   await clock.ring();
   assert.equal(listed(home)[0].lastText, 'Of the log: q1');
-  const looked = clock.time;
-  writer.stdin.write('q2\n');
-  await until(async () => {
-    await clock.ring();
-    return listed(home)[0].lastText === 'Of the log: q2';
-  });
-  assert.ok(clock.time - looked >= lookInterval, 'looked at too soon');
 });
 
 test('a look at the database that came too soon is made up for', async (t) => {
   const home = temporaryHome(t);
-  const file = path.join(home.home, 'opencode.db');
+  const file = path.join(home.home, '.local/share/opencode/opencode.db');
   store(file, openCodeSchema);
-  const one = new OpenCodeStore(file, { environment: home.environment, log: silentLog });
-  const texts = async (stamp, time) => (await one.sessions(stamp, time)).map((session) => session.lastText);
-  assert.deepEqual(await texts('a', 0), ['Kept in rows']);
+  let changes = 0;
+  const scanner = new Scanner({ environment: home.environment, log: silentLog, now: () => now, runningFolders: async () => [],
+    onChange: () => { changes += 1; } });
+  t.after(() => scanner.close());
+  const texts = async (time) => (await scanner.scan(now + time)).map((row) => row.lastText);
+  assert.deepEqual(await texts(0), ['Kept in rows']);
   store(file, 'UPDATE part SET data = \'{"type":"text","text":"New"}\' WHERE id = \'p2\'');
-  assert.deepEqual(await texts('a', 9000), ['Kept in rows']);
-  assert.deepEqual([await texts('b', lookInterval - 1), one.isLate], [['Kept in rows'], true]);
-  assert.deepEqual([await texts('b', lookInterval), one.isLate], [['New'], false]);
+  await until(() => changes > 0);
+  assert.deepEqual([await texts(lookInterval - 1), scanner.isLate], [['Kept in rows'], true]);
+  assert.deepEqual([await texts(lookInterval), scanner.isLate], [['New'], false]);
+});
+
+test('an aider that was started meanwhile is found within 45 s, and not looked for more often', async (t) => {
+  const home = temporaryHome(t);
+  put(home, 'late/.aider.chat.history.md', '# aider chat started at 2026-11-20\n\n#### Ask\n\nTold\n');
+  let searches = 0;
+  const running = [];
+  const runningFolders = async () => {
+    searches += 1;
+    return running;
+  };
+  const { clock } = begin(t, home, { runningFolders });
+  await clock.ring();
+  const begun = clock.time;
+  running.push(path.join(home.home, 'late'));
+  while (clock.timer.at - begun < 45_000) await clock.ring();
+  assert.equal(searches, 1);
+  await clock.ring();
+  assert.equal(searches, 2);
+  assert.deepEqual(listed(home).map((row) => [row.source, row.lastText]), [['aider', 'Told']]);
 });
 
 test('without python3 the log says so once, and the others are found', async (t) => {

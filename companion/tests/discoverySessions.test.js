@@ -214,10 +214,12 @@ test('Gemini CLI: lines and documents, and where they run', async (t) => {
   put(home, '.gemini/tmp/rooted/.project_root', '/work/rooted\n');
   put(home, '.gemini/tmp/rooted/chats/session-4.jsonl', lines({ ...head, sessionId: 'g4', kind: 'subagent' }, ...geminiMessages));
   put(home, '.gemini/tmp/rooted/logs.json', []);
+  put(home, '.gemini/tmp/told/chats/session-5.jsonl', lines({ ...head, sessionId: 'g5' }, ...geminiMessages), { age: 5 });
   put(home, `${claude}/s.jsonl`, lines(user('p', { cwd: '/work/hashed' })), { age: 9 });
   const rows = (await find(home)).filter((row) => row.source === 'gemini');
   assert.deepEqual(rows.map((row) => [row.sessionId, row.cwd, row.title, row.lastText]), [
-    ['g1', '/work/listed', 'Sum', 'Told'], ['g2', '/work/hashed', 'Ask', 'Told'], ['g3', '/work/rooted', 'Ask', 'Told']]);
+    ['g1', '/work/listed', 'Sum', 'Told'], ['g2', '/work/hashed', 'Ask', 'Told'], ['g3', '/work/rooted', 'Ask', 'Told'],
+    ['g5', '/work/hashed', 'Ask', 'Told']]);
 });
 
 test('a long document is known by its beginning and its end', async (t) => {
@@ -317,9 +319,17 @@ test('OpenCode: the tree of files', async (t) => {
   assert.equal((await findOne(home)).title, 'Ask');
 });
 
+test('a session with two transcripts is one, the newer', async (t) => {
+  const home = temporaryHome(t);
+  put(home, '.pi/agent/sessions/--a--/1_x.jsonl', lines({ type: 'session', id: 'x' }), { age: 9 });
+  const newer = put(home, '.pi/agent/sessions/--a--/2_x.jsonl', lines({ type: 'session', id: 'x' }), { age: 5 });
+  assert.equal((await findOne(home)).transcript, newer);
+});
+
 test('OpenCode: the database goes before the tree, and nothing is left beside it', async (t) => {
   const home = temporaryHome(t);
   tree(home);
+  dated(path.join(home.home, '.local/share/opencode/storage/message/ses_1'), 1);
   const file = path.join(home.home, '.local/share/opencode/opencode.db');
   store(file, openCodeSchema);
   dated(file, 3);

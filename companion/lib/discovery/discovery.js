@@ -111,7 +111,7 @@ export class Discovery {
   }
 
   #hurry() {
-    const delay = Math.max(settleTime, this.#lookedAt + busyInterval - this.#clock.now());
+    const delay = Math.max(settleTime, this.#scanner.lookedAt + busyInterval - this.#clock.now());
     if (this.#clock.now() + delay < this.#dueAt) this.#schedule(delay);
   }
 

@@ -12,6 +12,7 @@ export const fullLookInterval = 300_000;
 const mostWatched = 1000;
 const mostDirtyNames = 1000;
 const atOnce = 16;
+const noInode = -1;
 
 /**
  * @typedef {object} Entry
@@ -191,7 +192,7 @@ export class Folders {
     if (name === path.basename(directory) && event === 'rename') {
       // It was moved or removed, unless something in it has its name. Another one may come in its place, with the
       // same number even, and this watch doesn't see it.
-      folder.ino = undefined;
+      folder.ino = noInode;
     } else if (name === null) {
       folder.touch();
     } else if (accepts(name)) {

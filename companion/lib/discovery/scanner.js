@@ -72,6 +72,11 @@ export class Scanner {
     return this.#agents.some((agent) => agent.isLate);
   }
 
+  /** When the agents' folders were last looked through, which isn't done as long as nothing tells of a change. */
+  get lookedAt() {
+    return this.#last?.at ?? -Infinity;
+  }
+
   /** How many folders are watched. */
   get watched() {
     return this.#folders.watched;
