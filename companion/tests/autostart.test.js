@@ -133,7 +133,7 @@ test('a program on PATH is an executable file in an absolute folder', (t) => {
   fs.mkdirSync(path.join(home, 'a/tool'), { recursive: true });
   fs.mkdirSync(path.join(home, 'b'));
   fs.writeFileSync(path.join(home, 'b/tool'), '', { mode: 0o644 });
-  const PATH = ['.', '', ...['a', 'b', 'c'].map((name) => path.join(home, name))].join(':');
+  const PATH = [path.relative('', path.join(home, 'c')), '', ...['a', 'b', 'c'].map((name) => path.join(home, name))].join(':');
   assert.equal(programOnPath('tool', { PATH }), program);
   assert.equal(programOnPath('tool', {}), undefined);
   assert.equal(sonraProgram({ SONRA_PROGRAM: '/x/sonra', PATH }), '/x/sonra');

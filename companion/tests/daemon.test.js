@@ -10,6 +10,8 @@ import { daemonStatus, startDaemon, stopDaemon } from '../lib/daemon/daemonContr
 import { ctl, daemonHome, isAlive, logRecords, pidFile } from './daemonProcess.js';
 import { until } from './home.js';
 
+const mainScript = new URL('../lib/daemon/main.js', import.meta.url).pathname;
+
 /** The fields of /proc/<pid>/stat behind the name: state, parent, group, session, terminal. */
 function processFields(pid) {
   const stat = fs.readFileSync(`/proc/${pid}/stat`, 'latin1');
@@ -48,6 +50,15 @@ test('of many that start at once one becomes the daemon, and all succeed', async
   assert.deepEqual(new Set(answers.map(({ pid }) => pid)), new Set([pidFile(home)]));
   assert.equal(answers.filter(({ started }) => started).length, 1);
   assert.equal(logRecords(home).filter(({ msg }) => msg === 'daemon up').length, 1);
+});
+
+test('a second daemon ends at once and leaves the first alone', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  const second = spawn(process.execPath, [mainScript], { env: home.environment, stdio: 'ignore' });
+  assert.deepEqual(await once(second, 'exit'), [0, null]);
+  assert.equal((await daemonStatus(home)).pid, pid);
+  assert.equal(pidFile(home), pid);
 });
 
 test('a killed daemon leaves nothing that keeps the next from starting', async (t) => {
@@ -130,7 +141,8 @@ test('what is no question gets a report, and what has no end is cut off', async 
   const socket = net.connect(home.inShared('daemon.sock'));
   socket.on('error', () => {});
   socket.write('x'.repeat(100_000));
-  await new Promise((resolve) => { socket.on('close', resolve); });
+  // Sooner than for one who merely says nothing.
+  await until(() => socket.closed, { limit: 3000 });
   assert.equal((await askDaemon('what?', home)).pid, pidFile(home));
 });
 
@@ -149,4 +161,38 @@ test('standby may be started by a process that goes at once', async (t) => {
     new URL('../ctl.js', import.meta.url).pathname], { env: home.environment, stdio: 'ignore' });
   await once(shell, 'exit');
   await until(async () => (await daemonStatus(home)).alive);
+});
+
+test('one who holds a connection and says nothing does not keep the daemon', async (t) => {
+  const home = daemonHome(t);
+  const { pid } = await startDaemon(home);
+  const socket = net.connect(home.inShared('daemon.sock'));
+  socket.on('error', () => {});
+  t.after(() => socket.destroy());
+  await once(socket, 'connect');
+  assert.deepEqual(await stopDaemon(home), { stopped: true });
+  await until(() => !isAlive(pid), { limit: 3000 });
+});
+
+test('an error that nobody caught is written down and borne; a row of them ends the daemon with 1', async (t) => {
+  const home = daemonHome(t);
+  const preload = `${home.home}/preload.mjs`;
+  fs.writeFileSync(preload, `let count = 0;
+    process.on('SIGUSR2', () => {
+      count += 1;
+      if (count % 2 === 0) Promise.reject(new Error('rejected')); else throw new Error('thrown');
+    });`);
+  const child = spawn(process.execPath, ['--import', preload, mainScript], { env: home.environment, stdio: 'ignore' });
+  const exit = once(child, 'exit');
+  const errors = () => logRecords(home).filter(({ msg }) => msg === 'unhandled error');
+  await until(async () => (await daemonStatus(home)).alive);
+  for (let count = 1; count <= 10; count += 1) {
+    child.kill('SIGUSR2');
+    await until(() => errors().length === count);
+  }
+  assert.equal((await daemonStatus(home)).pid, child.pid);
+  assert.deepEqual(errors().slice(0, 2).map(({ cause }) => cause.message), ['thrown', 'rejected']);
+  assert.match(errors()[0].stack, /preload\.mjs/);
+  child.kill('SIGUSR2');
+  assert.deepEqual(await exit, [1, null]);
 });

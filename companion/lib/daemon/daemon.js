@@ -81,7 +81,7 @@ export class Daemon {
     } catch (error) {
       part.state = 'failed';
       this.#log.error('part failed to start', error, { input: { part: part.name, retryMs: part.delay } });
-      if (!this.#stopping) this.#beginLater(part);
+      this.#beginLater(part);
     }
   }
 
@@ -93,6 +93,7 @@ export class Daemon {
   async #end(part) {
     this.#clock.clearTimeout(part.retry);
     await part.starting;
+    // It may have failed only now.
     this.#clock.clearTimeout(part.retry);
     try {
       await part.running?.stop();

@@ -69,7 +69,10 @@ async function settledStatus(environment, deadline) {
   }
 }
 
-/** Detached: a session of its own, nothing of the terminal's but an open log for what Node.js itself may have to say. */
+/**
+ * Detached: a session of its own, at the root so that no folder is kept from being unmounted, and with nothing of the
+ * terminal's; the log is open for what Node.js itself may have to say.
+ */
 function spawnDaemon(environment) {
   const log = daemonLogPath(environment);
   makeFolderOf(log);

@@ -15,6 +15,7 @@ import { systemClock } from './clock.js';
 import { FolderWatch } from './folderWatch.js';
 
 const retryInterval = 50;
+const goodbye = 200;
 
 /** The lock's name is made from the name of what it guards. */
 const guarded = (environment) => daemonLockPath(environment).replace(/\.lock$/, '');
@@ -66,10 +67,15 @@ export class Instance {
   async release() {
     this.#watch?.stop();
     // Closing removes whatever has the socket's name, and what lies there may be a successor's.
-    if (!this.isHeld()) return;
+    if (!this.isHeld()) {
+      this.#server.unref();
+      return;
+    }
     const pidFile = daemonPidPath(this.#environment);
     if (readIfPresent(pidFile)?.trim() === String(process.pid)) fs.rmSync(pidFile, { force: true });
-    await new Promise((resolve) => { this.#server.close(resolve); });
+    // The last answers are on their way; one who asked nothing isn't waited for.
+    const closed = new Promise((resolve) => { this.#server.close(resolve); });
+    await Promise.race([closed, new Promise((resolve) => { setTimeout(resolve, goodbye); })]);
   }
 }
 

@@ -15,9 +15,8 @@ const endLimit = 3000;
 const environment = process.env;
 
 closeInherited();
-// All that it writes is its user's alone, and it keeps no folder from being unmounted.
+// All that it writes is its user's alone.
 process.umask(0o077);
-process.chdir('/');
 
 const log = new Log(new RotatingFile(daemonLogPath(environment)));
 const daemon = new Daemon({ environment, log });
