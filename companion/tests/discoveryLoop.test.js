@@ -10,6 +10,7 @@ import { busyInterval, Discovery, findSessions, restInterval } from '../lib/disc
 import { Folders } from '../lib/discovery/folders.js';
 import { lookInterval } from '../lib/discovery/openCodeStore.js';
 import { Scanner } from '../lib/discovery/scanner.js';
+import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
 import { updateDocument } from '../lib/sharedDocument.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
@@ -239,15 +240,51 @@ test('folders that come, go and come again are followed', async (t) => {
   });
 });
 
+test('the folder of an agent that comes later is found with the next look', async (t) => {
+  const home = temporaryHome(t);
+  const { clock } = begin(t, home);
+  for (let i = 0; i < 3; i += 1) await clock.ring();
+  put(home, '.codex/sessions/2026/11/20/rollout-1.jsonl', lines({ type: 'session_meta', payload: { id: 'c' } }));
+  await clock.ring();
+  assert.deepEqual(listed(home).map((row) => row.sessionId), ['c']);
+});
+
+test('a reply stays known while tools print more than is looked at', async (t) => {
+  const home = temporaryHome(t);
+  const file = put(home, `${place}/a.jsonl`, lines(prompt('p'), { type: 'ai-title', aiTitle: 'Named' }, reply('said')));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const called = { type: 'assistant', message: { content: [{ type: 'tool_use' }] } };
+  const result = { type: 'user', message: { content: [{ type: 'tool_result', x: 'x'.repeat(1000) }] } };
+  const printed = lines(...Array(600).fill([called, result]).flat());
+  await change(clock, () => {
+    fs.appendFileSync(file, printed);
+    dated(file, 1);
+  });
+  clock.time += 15_000;
+  await clock.ring();
+  const [{ title, lastText, mtimeMs }] = listed(home);
+  assert.deepEqual([title, lastText, mtimeMs], ['Named', 'said', now - 1000]);
+});
+
+test('what is no file is refused at once, should one have taken a file\'s place', async (t) => {
+  const pipe = path.join(temporaryHome(t).home, 'pipe');
+  execFileSync('mkfifo', [pipe]);
+  const reader = new TranscriptReader();
+  await assert.rejects(reader.read(pipe, (file) => file.head()), { code: 'EISDIR' });
+  await assert.rejects(reader.read(path.dirname(pipe), (file) => file.head()), { code: 'EISDIR' });
+});
+
 test('a file that another took the place of is read anew', async (t) => {
   const home = temporaryHome(t);
   const file = put(home, `${place}/a.jsonl`, lines(prompt('old one'), reply('r')));
   const { clock } = begin(t, home);
   await clock.ring();
-  put(home, `${file}.new`, lines(prompt('new one, and longer')));
+  put(home, `${file}.new`, lines(prompt(`new one${', and longer'.repeat(50)}`)));
   await change(clock, () => fs.renameSync(`${file}.new`, file));
   await clock.ring();
-  assert.deepEqual([listed(home)[0].title, listed(home)[0].lastText], ['new one, and longer', '']);
+  assert.match(listed(home)[0].title, /^new one, and longer/);
+  assert.equal(listed(home)[0].lastText, '');
 });
 
 test('a session of the database is found again when only its log has grown', async (t) => {
