@@ -36,7 +36,7 @@ function scrubLine(line, scrubber) {
   } catch {
     // Judged below.
   }
-  return ownWords.test(line) ? scrubber.text(line) : `[line of ${line.length} characters]`;
+  return ownWords.test(line) ? scrubber.sentence(line) : `[line of ${line.length} characters]`;
 }
 
 const scrubLines = (text, scrubber) => text.split('\n').map((line) => scrubLine(line, scrubber)).join('\n');

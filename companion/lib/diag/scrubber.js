@@ -40,6 +40,16 @@ const patterns = [
   [/(\bcode\W{1,3})\d{6}\b/gi, `$1${removed}`],
 ];
 
+/** What a message quotes of three words and more, in whichever quotation marks; an apostrophe in a word is none. */
+const quotations = [
+  [/(["`])[^"`\s]{1,200}(?:\s{1,4}[^"`\s]{1,200}){2,2000}\s{0,4}\1/g, `$1${spoken}$1`],
+  [/[“«][^“”«»]{1,2000}[”»]/g, spoken],
+  [
+    /(?<=^|[\s(:=[])'[^'\s]{1,200}(?:(?:\s{1,4}|(?<=\w)'(?=\w))[^'\s]{1,200}){2,2000}'(?=$|[\s.,;:)\]])/g,
+    `'${spoken}'`,
+  ],
+];
+
 /** A run that is long and mixed enough to be a key: all of a token's alphabet, or hexadecimal. */
 function looksSecret(run) {
   if (uuid.test(run)) return false;
@@ -97,6 +107,11 @@ export class Scrubber {
     return this.#home.length > 1 ? clean.replaceAll(this.#home, '~') : clean;
   }
 
+  /** A message of a program's, which may quote what it was about. */
+  sentence(text) {
+    return this.text(quotations.reduce((clean, [pattern, instead]) => clean.replace(pattern, instead), text));
+  }
+
   /** A value whose strings are facts; only what is secret in them goes. */
   facts(value) {
     if (typeof value === 'string') return this.text(value);
@@ -121,7 +136,7 @@ export class Scrubber {
     if (typeof value !== 'string') return value;
     if (key === 'host' || value === this.#host) return '[host]';
     if (textKeys.has(key)) return spoken;
-    if (sentenceKeys.has(key) || isName(value)) return this.text(value);
+    if (sentenceKeys.has(key) || isName(value)) return this.sentence(value);
     return spoken;
   }
 }
