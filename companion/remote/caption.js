@@ -1,7 +1,7 @@
 // The caption: its words in their roles, the bar of progress, and the same text for screen readers, who hear each text
 // once and not more often than they can take it.
 
-import { activeWord, elapsedAt, scrollOffset, statusOf, timeLabel, wordsOf } from './words.js';
+import { activeWord, elapsedAt, isMoving, scrollOffset, statusOf, timeLabel, wordsOf } from './words.js';
 
 const readerInterval = 4000;
 /** How long a person who scrolls the text by hand is left alone. */
@@ -69,7 +69,7 @@ export class Caption {
     cancelAnimationFrame(this.#frame);
     clearTimeout(this.#timer);
     this.#draw();
-    if (!this.#picture?.service || this.#picture.nowPlaying.state !== 'playing') return;
+    if (!this.#picture || !isMoving(this.#picture)) return;
     const again = () => this.#move();
     if (this.#stillness.matches) this.#timer = setTimeout(again, tickWithoutMotion);
     else this.#frame = requestAnimationFrame(again);

@@ -39,14 +39,21 @@ function glowing(ground, colour) {
   return ground.map((value, index) => Math.round(value + (colour[index] - value) * glowPart));
 }
 
-/** `colour`, moved towards black or white as little as makes it readable on all of `grounds`. */
+/** The same hue with nothing grey in it: what is darkened without this looks muddy. */
+function vivid(colour) {
+  const [low, high] = [Math.min(...colour), Math.max(...colour)];
+  return colour.map((value) => (high > low ? ((value - low) / (high - low)) * high : value));
+}
+
+/** `colour`, made darker or lighter by as little as makes it readable on all of `onGrounds`. */
 export function readable(colour, ...onGrounds) {
-  const goal = luminance(onGrounds[0]) > 0.2 ? 0 : 255;
+  const isLight = luminance(onGrounds[0]) > 0.2;
   for (let part = 0; part <= 1; part += 0.02) {
-    const moved = colour.map((value) => Math.round(value + (goal - value) * part));
+    const darker = (value, index) => (value + (vivid(colour)[index] - value) * part) * (1 - part);
+    const moved = colour.map((value, index) => Math.round(isLight ? darker(value, index) : value + (255 - value) * part));
     if (onGrounds.every((ground) => contrast(moved, ground) >= wantedContrast)) return moved;
   }
-  return [goal, goal, goal];
+  return isLight ? [0, 0, 0] : [255, 255, 255];
 }
 
 const css = ([r, g, b]) => `rgb(${r} ${g} ${b})`;

@@ -21,10 +21,15 @@ export function scrollOffset(activeTop, visibleHeight, contentHeight, bias = 0.4
   return Math.min(contentHeight - visibleHeight, Math.max(0, activeTop - visibleHeight * bias));
 }
 
+/** True while time goes on by itself. The setting is ahead of the snapshot by a moment. */
+export function isMoving({ service, nowPlaying, settings }) {
+  return service && nowPlaying.state === 'playing' && !settings.paused;
+}
+
 /** Seconds into the chunk, at `now`: it goes on by itself between what the computer tells. */
 export function elapsedAt(picture, now) {
   const { nowPlaying, receivedAt, age } = picture;
-  if (nowPlaying.state !== 'playing' || !picture.service) return nowPlaying.elapsed;
+  if (!isMoving(picture)) return nowPlaying.elapsed;
   return Math.min(nowPlaying.duration, nowPlaying.elapsed + (now - receivedAt + age) / 1000);
 }
 

@@ -42,7 +42,7 @@ test('whoever names another host stays out', async (t) => {
   ]) {
     assert.ok([400, 403].includes((await send({ headers: { Host } })).status), Host);
   }
-  assert.equal((await send({ headers: { Host: undefined } })).status, 400);
+  assert.ok([400, 403].includes((await send({ headers: { Host: undefined } })).status));
   for (const Host of [`localhost:${port}`, 'localhost', '127.0.0.1', `LOCALHOST:${port}`, `[::1]:${port}`]) {
     assert.equal((await send({ headers: { Host } })).status, 200, Host);
   }

@@ -118,6 +118,18 @@ test('four wrong tries leave the fifth for the right one', async (t) => {
   assert.equal(await attempt('123456'), 'paired');
 });
 
+test('a new code has five tries of its own', async (t) => {
+  const { mint, attempt, later } = setUp(t);
+  for (const number of [111111, 222222]) {
+    mint(number);
+    for (let i = 0; i < 4; i += 1) {
+      assert.equal(await attempt(`00000${i}`), 'refused');
+      later(1000);
+    }
+  }
+  assert.equal(await attempt('222222'), 'paired');
+});
+
 test('a code is refused from its end on', async (t) => {
   const { mint, attempt, later } = setUp(t);
   mint(123456);

@@ -313,15 +313,20 @@ const looks = [
   ['history-light', { ...phone, scheme: 'light' }, { cursor: history, newLiveCount: 2, state: 'paused' }],
   ['landscape', { width: 844, height: 390, scheme: 'dark' }, {}],
   ['landscape-light', { width: 844, height: 390, scheme: 'light' }, {}],
-  ['small', { width: 320, height: 568, scheme: 'dark' }, {}],
+  ['talk-back', { ...phone, scheme: 'dark' }, {}, ['inject']],
+  ['talk-back-light', { ...phone, scheme: 'light' }, {}, ['inject']],
+  ['talk-back-landscape', { width: 844, height: 390, scheme: 'dark' }, {}, ['inject']],
+  ['small', { width: 320, height: 568, scheme: 'dark' }, {}, ['inject']],
   ['high-contrast-light', { ...phone, scheme: 'light', more: [{ name: 'prefers-contrast', value: 'more' }] }, {}],
   ['idle-light', { ...phone, scheme: 'light' }, { state: 'idle', snippet: '', duration: 0, elapsed: 0 }],
 ];
 
 test('it looks right on every screen', async (t) => {
-  const { home, page } = await paired(t, { state: { remoteCommands: ['inject'] } });
-  for (const [name, screen, changes] of looks) {
+  const { home, page } = await paired(t);
+  for (const [name, screen, changes, remoteCommands = []] of looks) {
     await page.screen(screen);
+    home.write('state.json', { sessions: [session], volume: 80, remoteCommands });
+    await page.waitFor(`document.querySelector("#talk").hidden === ${remoteCommands.length === 0}`);
     home.write('now-playing.json', snapshot({ elapsed: 4 + Math.random(), ...changes }));
     await page.waitFor(`document.querySelector("#caption").dataset.kind === ${JSON.stringify(changes.state ?? 'playing')}`);
     await keep(page, name);

@@ -37,6 +37,7 @@ test('time goes on by itself while something plays, to its end', () => {
   assert.equal(elapsedAt(picture('playing'), 60_000), 11);
   assert.equal(elapsedAt(picture('paused'), 3000), 4);
   assert.equal(elapsedAt(picture('playing', { service: false }), 3000), 4);
+  assert.equal(elapsedAt(picture('playing', { settings: { paused: true } }), 3000), 4);
 });
 
 test('what is going on', () => {
