@@ -18,6 +18,18 @@ function processFields(pid) {
   return stat.slice(stat.lastIndexOf(')') + 2).split(' ').map(Number);
 }
 
+/** Every process of the daemon in this home. */
+function daemonsOf(home) {
+  return fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name)).filter((pid) => {
+    try {
+      return fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').includes(mainScript) &&
+        fs.readFileSync(`/proc/${pid}/environ`, 'utf8').split('\0').includes(`HOME=${home.home}`);
+    } catch {
+      return false;
+    }
+  });
+}
+
 test('standby leaves a daemon that has nothing of whoever started it', async (t) => {
   const home = daemonHome(t);
   const extra = fs.openSync(home.inShared('of-the-terminal'), 'w');
@@ -50,6 +62,9 @@ test('of many that start at once one becomes the daemon, and all succeed', async
   assert.deepEqual(new Set(answers.map(({ pid }) => pid)), new Set([pidFile(home)]));
   assert.equal(answers.filter(({ started }) => started).length, 1);
   assert.equal(logRecords(home).filter(({ msg }) => msg === 'daemon up').length, 1);
+  // None of the others is left that would become one now.
+  await stopDaemon(home);
+  assert.deepEqual(daemonsOf(home), []);
 });
 
 test('a second daemon ends at once and leaves the first alone', async (t) => {

@@ -65,3 +65,14 @@ test('the loss of the socket is noticed once', async (t) => {
   await instance.release();
   assert.equal(lost, 1);
 });
+
+test('a loss from before the watch began is noticed', async (t) => {
+  const home = temporaryHome(t);
+  const instance = await claim(home, () => ({}));
+  fs.rmSync(home.shared, { recursive: true });
+  fs.mkdirSync(home.shared);
+  let lost = 0;
+  instance.watch(() => { lost += 1; });
+  assert.equal(lost, 1);
+  await instance.release();
+});

@@ -87,6 +87,19 @@ function spawnDaemon(environment) {
   }
 }
 
+/**
+ * Ends a child that another daemon forestalled. One that is slow to notice would take the place of that daemon if it
+ * were ended in the meantime.
+ */
+async function withdraw(child) {
+  if (child.exitCode !== null || child.signalCode !== null) return;
+  const exit = new Promise((resolve) => { child.once('exit', resolve); });
+  child.kill('SIGTERM');
+  const limit = new AbortController();
+  await Promise.race([exit, sleep(1000, undefined, { signal: limit.signal }).catch(() => {})]);
+  limit.abort();
+}
+
 function ended(child) {
   return new Promise((resolve) => {
     child.once('error', (error) => resolve(error.message));
@@ -109,7 +122,10 @@ export async function startDaemon({ environment = process.env, limit = 4500 } = 
   ended(child).then((reason) => { failure = reason; });
   while (performance.now() < deadline && failure === undefined) {
     const { responding, stopping, pid } = await daemonStatus({ environment, limit: 500 });
-    if (responding && !stopping) return { pid, started: pid === child.pid };
+    if (responding && !stopping) {
+      if (pid !== child.pid) await withdraw(child);
+      return { pid, started: pid === child.pid };
+    }
     await sleep(interval);
   }
   const why = failure ?? `it did not come up within ${limit / 1000} s`;

@@ -52,6 +52,8 @@ export class Instance {
     const names = [daemonSocketPath, daemonPidPath].map((place) => path.basename(place(this.#environment)));
     this.#watch = new FolderWatch(sharedDirectory(this.#environment), names, () => this.#look(onLost), clock);
     this.#watch.start();
+    // What happened since the place was taken.
+    this.#look(onLost);
   }
 
   #look(onLost) {
