@@ -11,7 +11,8 @@ import { quietNeighbours, readState, tts, writeState } from './commandLine.js';
 import { fakeService } from './fakeService.js';
 import { temporaryHome } from './home.js';
 
-const notRunning = 'tts: The Sonra service is not running.\nStart it with "tts start", or add --start to the command.\n';
+const notRunning = 'tts: The Sonra service is not running.\n'
+  + 'Start it with "tts start", or add --start to the command.\n';
 const kept = "The Sonra service isn't running; this is kept for when it starts.\n";
 
 /**
@@ -81,7 +82,8 @@ const rows = [
   { argv: ['--version'], stdout: /^tts \d+\.\d+\.\d+\n$/ },
   { argv: ['on', '--version'], stdout: /^tts \d/ },
   { argv: ['volume', '--help', '1', '2', '3'], stdout: /^Usage: tts volume/, after: {} },
-  { argv: ['pasue'], exit: 2, lines: [], stderr: 'tts: There is no command "pasue". Did you mean "pause"? "tts --help" lists them.\n' },
+  { argv: ['pasue'], exit: 2, lines: [],
+    stderr: 'tts: There is no command "pasue". Did you mean "pause"? "tts --help" lists them.\n' },
   { argv: ['say', 'hello'], exit: 2, stderr: 'tts: There is no command "say". "tts --help" lists them.\n' },
   { argv: ['--', 'pause'], exit: 2, lines: [], stderr: /no command "pause"/ },
   { argv: ['pause', '--loud'], exit: 2, lines: [], stderr: 'tts: "tts pause" has no option --loud.\n' },
@@ -100,7 +102,8 @@ function matches(actual, expected, what) {
 
 for (const row of rows) {
   const where = row.service === false ? ', no service' : '';
-  test(`tts ${row.argv.join(' ')}${where}: ${row.exit ?? 0}${row.state ? ` after ${JSON.stringify(row.state)}` : ''}`, async (t) => {
+  const before = row.state ? ` after ${JSON.stringify(row.state)}` : '';
+  test(`tts ${row.argv.join(' ')}${where}: ${row.exit ?? 0}${before}`, async (t) => {
     const home = temporaryHome(t);
     if (row.state) writeState(home, row.state);
     const service = row.service === false ? { lines: [] } : await fakeService(t, home);
@@ -259,7 +262,8 @@ test('install and uninstall are the autostart entry\'s', async (t) => {
   assert.equal((await tts(home, ['uninstall', '--json'], { neighbours: { autostart } })).stdout,
     '{"ok":true,"startsAtLogin":false}\n');
   assert.deepEqual(calls, [['install', home.home], ['uninstall', home.home]]);
-  const none = async () => ({ installAutostart: () => { throw Object.assign(new Error('No program.'), { name: 'NoProgram' }); } });
+  const noProgram = Object.assign(new Error('No program.'), { name: 'NoProgram' });
+  const none = async () => ({ installAutostart: () => { throw noProgram; } });
   assert.equal((await tts(home, ['install'], { neighbours: { autostart: none } })).stderr, 'tts: No program.\n');
 });
 
