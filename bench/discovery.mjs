@@ -24,8 +24,9 @@ const line = (value) => `${JSON.stringify(value)}\n`;
 
 /** A conversation of about 200 KB. */
 function conversation() {
+  const text = (i) => `Reply ${i}. ${'Some words of it. '.repeat(100)}`;
   const turn = (i) => line({ type: 'assistant', uuid: `a${i}`, cwd: '/work/app', gitBranch: 'main', isSidechain: false,
-    message: { role: 'assistant', content: [{ type: 'text', text: `Reply ${i}. ${'Some words of it. '.repeat(100)}` }] } });
+    message: { role: 'assistant', content: [{ type: 'text', text: text(i) }] } });
   const first = line({ type: 'user', uuid: 'u', cwd: '/work/app', message: { role: 'user', content: 'Please build it' } });
   return first + Array.from({ length: 100 }, (_, i) => turn(i)).join('');
 }
@@ -56,8 +57,9 @@ async function lookOnce() {
   const cpu = process.cpuUsage();
   const watched = discovery.watched;
   await discovery.stop();
-  console.log(`first look     ${ms} ms for ${rows} rows, ${Math.round((cpu.user + cpu.system) / 1000)} ms of a core with the `
-    + `start, longest pause ${(delay.max / 1e6).toFixed(1)} ms, ${watched} folders watched`);
+  const cpuMs = Math.round((cpu.user + cpu.system) / 1000);
+  console.log(`first look     ${ms} ms for ${rows} rows, ${cpuMs} ms of a core with the start, `
+    + `longest pause ${(delay.max / 1e6).toFixed(1)} ms, ${watched} folders watched`);
 }
 
 function cpuTicks(pid) {
@@ -118,7 +120,8 @@ async function fromRest(home) {
 async function measure(home, seconds) {
   layOut(home);
   const environment = { PATH: process.env.PATH, HOME: home };
-  const child = spawn(process.execPath, [fileURLToPath(import.meta.url), '--look'], { env: environment, stdio: 'inherit' });
+  const self = fileURLToPath(import.meta.url);
+  const child = spawn(process.execPath, [self, '--look'], { env: environment, stdio: 'inherit' });
   await once(child, 'exit');
   const { pid } = await startDaemon({ environment });
   try {

@@ -13,10 +13,11 @@ const conversation = 'api_conversation_history.json';
 /** What the extension tells the model of the place where it runs. */
 const placeNote = /# Current W(?:orking|orkspace) Directory \((\/[^)\n]*)\)/;
 const notes = /<(environment_details|thinking|file_content|folder_content)\b[^>]*>[\s\S]*?(<\/\1>|$)/g;
-const tools = 'execute_command|read_file|write_to_file|replace_in_file|list_files|search_files|list_code_definition_names'
-  + '|browser_action|use_mcp_tool|access_mcp_resource';
+const tools = 'execute_command|read_file|write_to_file|replace_in_file|list_files|search_files'
+  + '|list_code_definition_names|browser_action|use_mcp_tool|access_mcp_resource';
 const calls = new RegExp(`<(${tools})\\b[^>]*>[\\s\\S]*?</\\1>`, 'gi');
-const marks = /<\/?(task|user_input|user_message|feedback|ask_followup_question|attempt_completion|result|question)\b[^>]*>/gi;
+const kept = 'task|user_input|user_message|feedback|ask_followup_question|attempt_completion|result|question';
+const marks = new RegExp(`</?(${kept})\\b[^>]*>`, 'gi');
 
 const withoutMarkup = (text) => text.replace(notes, ' ').replace(calls, ' ').replace(marks, ' ').trim();
 

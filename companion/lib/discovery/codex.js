@@ -1,5 +1,5 @@
-// Sessions of Codex: files of JSON lines in folders for year, month and day. A session that is taken up again is written
-// on in the old folder. Sub-agents have files of their own, which say so.
+// Sessions of Codex: files of JSON lines in folders for year, month and day. A session that is taken up again is
+// written on in the old folder. Sub-agents have files of their own, which say so.
 
 import path from 'node:path';
 

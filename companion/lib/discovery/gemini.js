@@ -1,6 +1,7 @@
-// Sessions of Gemini CLI: a folder for each project, in it a file for each session, of JSON lines or, in older versions,
-// one JSON document. A transcript doesn't tell where its session runs: the project's folder is named after a list of
-// projects, or by the SHA-256 of the path, which is found among the folders that other sessions are known to run in.
+// Sessions of Gemini CLI: a folder for each project, in it a file for each session, of JSON lines or, in older
+// versions, one JSON document. A transcript doesn't tell where its session runs: the project's folder is named after a
+// list of projects, or by the SHA-256 of the path, which is found among the folders that other sessions are known to run
+// in.
 
 import { createHash } from 'node:crypto';
 import path from 'node:path';
@@ -92,7 +93,8 @@ export class Gemini {
 
   async #readRoot(project, entry, reader) {
     if (entry?.stamp === this.#roots.get(project)?.stamp) return;
-    const text = entry && await reader.read(entry.path, async (file) => (await file.head(4096)).toString()).catch(() => '');
-    this.#roots.set(project, { stamp: entry?.stamp, folder: folderOf((text ?? '').trim()) });
+    const look = async (file) => (await file.head(4096)).toString();
+    const text = entry ? await reader.read(entry.path, look).catch(() => '') : '';
+    this.#roots.set(project, { stamp: entry?.stamp, folder: folderOf(text.trim()) });
   }
 }

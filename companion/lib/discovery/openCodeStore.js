@@ -62,7 +62,8 @@ export class OpenCodeStore {
 
   #report(error) {
     if (error.code !== 'ENOENT') {
-      this.#log.warn('a database of OpenCode could not be read', { path: this.#path, reason: error.said || error.message });
+      const reason = error.said || error.message;
+      this.#log.warn('a database of OpenCode could not be read', { path: this.#path, reason });
     } else if (OpenCodeStore.#hasPython) {
       OpenCodeStore.#hasPython = false;
       this.#log.warn('python3 is missing; sessions in the database of OpenCode are not found');

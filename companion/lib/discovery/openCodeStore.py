@@ -40,7 +40,8 @@ def words(connection, message):
     for (data,) in connection.execute("SELECT data FROM part WHERE message_id = ? ORDER BY id", (message,)):
         part = decoded(data)
         text = part.get("text")
-        if part.get("type") == "text" and isinstance(text, str) and not part.get("synthetic") and not part.get("ignored"):
+        is_put_in = part.get("synthetic") or part.get("ignored")
+        if part.get("type") == "text" and isinstance(text, str) and not is_put_in:
             found.append(text.strip())
     return [text for text in found if text]
 

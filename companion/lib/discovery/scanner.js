@@ -39,7 +39,8 @@ const newestFirst = (a, b) => b.entry.mtimeMs - a.entry.mtimeMs || (a.entry.path
 /** A path that JSON can't hold can't be told to anybody. */
 const isTellable = (path) => !path.includes('\ufffd');
 
-const isId = (value) => typeof value === 'string' && value !== '' && value.length <= 200 && !/[\p{Cc}\p{Cs}]/u.test(value);
+const isId = (value) => (
+  typeof value === 'string' && value !== '' && value.length <= 200 && !/[\p{Cc}\p{Cs}]/u.test(value));
 
 /** Failures that last as long as the file stays as it is; of another kind are those of a busy machine. */
 const lasting = new Set([undefined, 'EACCES', 'EISDIR', 'ELOOP', 'ENXIO']);

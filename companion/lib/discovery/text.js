@@ -9,8 +9,9 @@ const longestLooked = 20_000;
 const graphemes = new Intl.Segmenter(undefined, { granularity: 'grapheme' });
 
 /** What machines write in the user's name. */
-const wrapper = new RegExp('^<(command-|system-reminder>|local-command-|bash-|user-prompt-submit-hook>|task-notification>'
-  + '|environment_context>|user_instructions>|permissions |turn_aborted>|skill>|session_context>|SYSTEM_NOTICE>)'
+const wrapper = new RegExp('^<(command-|system-reminder>|local-command-|bash-|user-prompt-submit-hook>'
+  + '|task-notification>|environment_context>|user_instructions>|permissions |turn_aborted>|skill>'
+  + '|session_context>|SYSTEM_NOTICE>)'
   + '|^# AGENTS\\.md instructions |^\\[Request interrupted by user');
 const editorNotes = /<(ide_selection|ide_opened_file|ide_diagnostics)>[\s\S]*?<\/\1>/g;
 
