@@ -22,8 +22,9 @@ export class Caption {
   #handScrolledAt = -Infinity;
 
   constructor() {
+    const byHand = () => { this.#handScrolledAt = performance.now(); };
     for (const kind of ['touchmove', 'wheel', 'keydown']) {
-      this.#at('caption').addEventListener(kind, () => { this.#handScrolledAt = performance.now(); }, { passive: true });
+      this.#at('caption').addEventListener(kind, byHand, { passive: true });
     }
     addEventListener('resize', () => this.#scroll());
   }

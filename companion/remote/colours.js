@@ -50,7 +50,8 @@ export function readable(colour, ...onGrounds) {
   const isLight = luminance(onGrounds[0]) > 0.2;
   for (let part = 0; part <= 1; part += 0.02) {
     const darker = (value, index) => (value + (vivid(colour)[index] - value) * part) * (1 - part);
-    const moved = colour.map((value, index) => Math.round(isLight ? darker(value, index) : value + (255 - value) * part));
+    const lighter = (value) => value + (255 - value) * part;
+    const moved = colour.map(isLight ? darker : lighter).map(Math.round);
     if (onGrounds.every((ground) => contrast(moved, ground) >= wantedContrast)) return moved;
   }
   return isLight ? [0, 0, 0] : [255, 255, 255];

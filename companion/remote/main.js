@@ -1,5 +1,5 @@
-// Puts the page together: one of its two screens, the colours of the agent that speaks, and what joins the connection to
-// what is shown.
+// Puts the page together: one of its two screens, the colours of the agent that speaks, and what joins the connection
+// to what is shown.
 
 import { Caption } from './caption.js';
 import { coloursOf, themeOf } from './colours.js';

@@ -66,10 +66,11 @@ export function statusOf(picture) {
       placeholder: 'Sonra isn’t running on your computer. Start it there, and this page goes on by itself.',
     };
   }
-  if (settings.paused || nowPlaying.state === 'paused') return { kind: 'paused', label: 'Paused', placeholder: 'Paused' };
-  if (nowPlaying.state === 'playing') return { kind: 'playing', label: 'Playing', placeholder: '' };
-  if (nowPlaying.synthesizing) return { kind: 'synthesizing', label: 'Synthesizing…', placeholder: 'Synthesizing…' };
-  return { kind: 'idle', label: 'Idle', placeholder: 'Waiting for narration…' };
+  const status = (kind, label, placeholder = label) => ({ kind, label, placeholder });
+  if (settings.paused || nowPlaying.state === 'paused') return status('paused', 'Paused');
+  if (nowPlaying.state === 'playing') return status('playing', 'Playing', '');
+  if (nowPlaying.synthesizing) return status('synthesizing', 'Synthesizing…');
+  return status('idle', 'Idle', 'Waiting for narration…');
 }
 
 /** "sonra · main", or what there is of it. */

@@ -26,7 +26,11 @@ async function listenTo(t, home, headers) {
       stream.events.push(...parser.take(text).map((event) => ({ ...event, data: JSON.parse(event.data) })));
     }
   };
-  read().catch(() => {}).finally(() => { stream.ended = true; });
+  read()
+    .catch(() => {})
+    .finally(() => {
+      stream.ended = true;
+    });
   stream.last = () => stream.events.at(-1)?.data;
   stream.until = (condition) => until(() => stream.last() && condition(stream.last()), { what: String(condition) });
   return stream;
@@ -47,8 +51,14 @@ test('the page is one answer that needs nothing else', async (t) => {
 test('every answer carries the security headers', async (t) => {
   const home = await BridgeHome.start(t);
   const send = (request) => sendRaw(home.bridge.port, rawRequest(home.bridge.port, request));
-  for (const request of [{}, { target: '/none' }, { method: 'POST' }, { target: '/api/command', method: 'OPTIONS' },
-    { headers: { Host: 'evil.example' } }, { target: '/api/now-playing' }]) {
+  for (const request of [
+    {},
+    { target: '/none' },
+    { method: 'POST' },
+    { target: '/api/command', method: 'OPTIONS' },
+    { headers: { Host: 'evil.example' } },
+    { target: '/api/now-playing' },
+  ]) {
     const { headers } = await send(request);
     assert.equal(headers['x-content-type-options'], 'nosniff');
     assert.equal(headers['referrer-policy'], 'no-referrer');
@@ -68,12 +78,16 @@ test('HEAD, OPTIONS and methods that do not fit', async (t) => {
   const head = await ask('HEAD');
   assert.equal(head.status, 200);
   assert.equal(head.headers.get('content-length'), String((await (await ask('GET')).arrayBuffer()).byteLength));
-  assert.equal((await head.text()), '');
+  assert.equal(await head.text(), '');
   const options = await ask('OPTIONS', '/api/command');
   assert.equal(options.status, 204);
   assert.equal(options.headers.get('allow'), 'POST, OPTIONS');
-  for (const [method, path, allow] of [['POST', '/', 'GET, HEAD, OPTIONS'], ['GET', '/api/pair', 'POST, OPTIONS'],
-    ['DELETE', '/api/command', 'POST, OPTIONS'], ['PUT', '/api/now-playing', 'GET, HEAD, OPTIONS']]) {
+  for (const [method, path, allow] of [
+    ['POST', '/', 'GET, HEAD, OPTIONS'],
+    ['GET', '/api/pair', 'POST, OPTIONS'],
+    ['DELETE', '/api/command', 'POST, OPTIONS'],
+    ['PUT', '/api/now-playing', 'GET, HEAD, OPTIONS'],
+  ]) {
     const answer = await ask(method, path);
     assert.equal(answer.status, 405, `${method} ${path}`);
     assert.equal(answer.headers.get('allow'), allow);
@@ -83,7 +97,13 @@ test('HEAD, OPTIONS and methods that do not fit', async (t) => {
 
 test('a paired device sees what is played', async (t) => {
   const home = await BridgeHome.start(t, {
-    state: { volume: 70, sessions: [{ id: 's-0', source: 'pi' }, { id: 's-1', cwd: '/home/me/sonra', source: 'codex', branch: 'main' }] },
+    state: {
+      volume: 70,
+      sessions: [
+        { id: 's-0', source: 'pi' },
+        { id: 's-1', cwd: '/home/me/sonra', source: 'codex', branch: 'main' },
+      ],
+    },
   });
   await home.listen();
   home.write('now-playing.json', snapshot());
@@ -94,8 +114,15 @@ test('a paired device sees what is played', async (t) => {
   assert.deepEqual(picture, {
     service: true,
     nowPlaying: {
-      state: 'playing', messageId: 'm-1', elapsed: 4, duration: 11, snippet: words, synthesizing: false, newLiveCount: 0,
-      totalMessages: 12, cursor: { kind: 'live', messageIndex: 0, totalKnown: 12, chunkIndex: 1, totalChunks: 5 },
+      state: 'playing',
+      messageId: 'm-1',
+      elapsed: 4,
+      duration: 11,
+      snippet: words,
+      synthesizing: false,
+      newLiveCount: 0,
+      totalMessages: 12,
+      cursor: { kind: 'live', messageIndex: 0, totalKnown: 12, chunkIndex: 1, totalChunks: 5 },
     },
     settings: { paused: false, muted: false, volume: 70, speed: 1.5 },
     session: { source: 'codex', project: 'sonra', branch: 'main', title: '' },
@@ -147,7 +174,10 @@ test('the service coming and going shows', async (t) => {
 
 test('documents that are odd are shown as nothing', async (t) => {
   const home = await BridgeHome.start(t);
-  home.write('now-playing.json', '{"state":"dancing","elapsed":"x","cursor":7,"live":null,"snippet":{},"newLiveCount":-3}');
+  home.write(
+    'now-playing.json',
+    '{"state":"dancing","elapsed":"x","cursor":7,"live":null,"snippet":{},"newLiveCount":-3}',
+  );
   home.write('state.json', '[');
   const stream = await listenTo(t, home, await home.pair());
   await stream.until((picture) => picture.nowPlaying.state === 'idle');
@@ -164,9 +194,22 @@ test('the service says when it can be talked to', async (t) => {
 });
 
 const passed = [
-  ['pause'], ['resume'], ['toggle'], ['skip'], ['previous'], ['next'], ['restart'], ['stop'], ['scrub', { index: 0 }],
-  ['scrub', { index: 12 }], ['volume', { value: 0 }], ['volume', { value: 100 }], ['inject', { text: 'go on\nplease' }],
-  ['inject', { text: 'go on', submit: true }], ['speak', { value: 'hello' }], ['speak', { shape: 'text', value: 'hello' }],
+  ['pause'],
+  ['resume'],
+  ['toggle'],
+  ['skip'],
+  ['previous'],
+  ['next'],
+  ['restart'],
+  ['stop'],
+  ['scrub', { index: 0 }],
+  ['scrub', { index: 12 }],
+  ['volume', { value: 0 }],
+  ['volume', { value: 100 }],
+  ['inject', { text: 'go on\nplease' }],
+  ['inject', { text: 'go on', submit: true }],
+  ['speak', { value: 'hello' }],
+  ['speak', { shape: 'text', value: 'hello' }],
   ['speak', { shape: 'clipboard' }],
 ];
 
@@ -176,7 +219,10 @@ test('commands go to the socket as they are', async (t) => {
   const headers = await home.pair();
   for (const [cmd, args] of passed) assert.equal((await home.command(headers, cmd, args)).status, 200, cmd);
   await until(() => commands.length === passed.length);
-  assert.deepEqual(commands, passed.map(([cmd, args]) => ({ ...args, proto: 1, cmd })));
+  assert.deepEqual(
+    commands,
+    passed.map(([cmd, args]) => ({ ...args, proto: 1, cmd })),
+  );
 });
 
 test('nothing else does', async (t) => {
@@ -184,13 +230,44 @@ test('nothing else does', async (t) => {
   const commands = await home.listen();
   const headers = await home.pair();
   for (const [cmd, args] of [
-    ['quit'], ['play', { wav: '/etc/passwd' }], ['attach', { id: 'x' }], ['detach', { id: 'x' }], ['clear'], ['search'], ['set', { text: 'x' }],
-    ['hide'], ['PAUSE'], ['pause '], [''], ['constructor'], ['__proto__'], ['toString'],
-    ['pause', { proto: 2 }], ['pause', { cmd: 'quit' }], ['pause', []], ['pause', null], ['pause', 'x'],
-    ['scrub'], ['scrub', { index: -1 }], ['scrub', { index: 1.5 }], ['scrub', { index: '3' }], ['scrub', { index: 1e9 }],
-    ['volume'], ['volume', { value: 101 }], ['volume', { value: -1 }], ['volume', { value: true }], ['volume', { value: null }],
-    ['inject'], ['inject', { text: '' }], ['inject', { text: '  ' }], ['inject', { text: 'x', submit: 'yes' }], ['inject', { text: 'x'.repeat(20_000) }],
-    ['speak'], ['speak', { shape: 'file', value: '/etc/passwd' }], ['speak', { shape: 'clipboard', value: 'x' }], ['speak', { shape: 'text' }],
+    ['quit'],
+    ['play', { wav: '/etc/passwd' }],
+    ['attach', { id: 'x' }],
+    ['detach', { id: 'x' }],
+    ['clear'],
+    ['search'],
+    ['set', { text: 'x' }],
+    ['hide'],
+    ['PAUSE'],
+    ['pause '],
+    [''],
+    ['constructor'],
+    ['__proto__'],
+    ['toString'],
+    ['pause', { proto: 2 }],
+    ['pause', { cmd: 'quit' }],
+    ['pause', []],
+    ['pause', null],
+    ['pause', 'x'],
+    ['scrub'],
+    ['scrub', { index: -1 }],
+    ['scrub', { index: 1.5 }],
+    ['scrub', { index: '3' }],
+    ['scrub', { index: 1e9 }],
+    ['volume'],
+    ['volume', { value: 101 }],
+    ['volume', { value: -1 }],
+    ['volume', { value: true }],
+    ['volume', { value: null }],
+    ['inject'],
+    ['inject', { text: '' }],
+    ['inject', { text: '  ' }],
+    ['inject', { text: 'x', submit: 'yes' }],
+    ['inject', { text: 'x'.repeat(20_000) }],
+    ['speak'],
+    ['speak', { shape: 'file', value: '/etc/passwd' }],
+    ['speak', { shape: 'clipboard', value: 'x' }],
+    ['speak', { shape: 'text' }],
   ]) {
     let answer = await home.command(headers, cmd, args);
     while (answer.status === 429) {
@@ -248,13 +325,20 @@ test('a fifth stream of one device ends its first, and says so', async (t) => {
   await until(() => streams[0].ended, { what: 'end of the first stream' });
   assert.equal(streams[0].events.at(-1).name, 'replaced');
   await until(() => streams.slice(1).every((stream) => stream.events.length > 0));
-  assert.deepEqual(streams.slice(1).map((stream) => stream.ended), [false, false, false, false]);
+  assert.deepEqual(
+    streams.slice(1).map((stream) => stream.ended),
+    [false, false, false, false],
+  );
 });
 
 test('there is a sign of life every fifteen seconds', async (t) => {
   const timers = [];
   const clock = {
-    time: Date.now(), now: () => clock.time, clearTimeout: (timer) => { if (timer) timer.off = true; },
+    time: Date.now(),
+    now: () => clock.time,
+    clearTimeout: (timer) => {
+      if (timer) timer.off = true;
+    },
     setTimeout: (callback, delay) => {
       const timer = { callback, at: clock.time + delay };
       timers.push(timer);
@@ -280,13 +364,16 @@ test('a port that is taken is asked for again, and the log says so', async (t) =
   const lines = [];
   const retries = [];
   const clock = {
-    now: Date.now, clearTimeout, setTimeout: (callback, delay) => {
+    now: Date.now,
+    clearTimeout,
+    setTimeout: (callback, delay) => {
       if (delay < 15_000) retries.push({ callback, delay });
       return setTimeout(callback, 1e8).unref();
     },
   };
   const bridge = await startBridge({
-    environment: { ...home.environment, SONRA_BRIDGE_PORT: String(port) }, clock,
+    environment: { ...home.environment, SONRA_BRIDGE_PORT: String(port) },
+    clock,
     log: new Log({ append: (line) => lines.push(JSON.parse(line)) }),
   });
   t.after(() => bridge.close());
@@ -295,7 +382,10 @@ test('a port that is taken is asked for again, and the log says so', async (t) =
   assert.deepEqual({ msg, level, code }, { msg: 'bridge cannot listen', level: 40, code: 'EADDRINUSE' });
   retries.at(-1).callback();
   await until(() => retries.length === 2);
-  assert.deepEqual(retries.map(({ delay }) => delay), [1000, 2000]);
+  assert.deepEqual(
+    retries.map(({ delay }) => delay),
+    [1000, 2000],
+  );
   taken.close();
   await once(taken, 'close');
   retries.at(-1).callback();
@@ -320,7 +410,7 @@ test('it listens to the local network only when told to, and keeps who is there'
   home.write('state.json', { bridgeLan: true, volume: 31 });
   await stream.until((picture) => picture.settings.volume === 31);
   home.write('state.json', { bridgeLan: 'yes', volume: 30 });
-  await until(async () => !await reaches(), { what: 'the outer address closed' });
+  await until(async () => !(await reaches()), { what: 'the outer address closed' });
   await stream.until((picture) => picture.settings.volume === 30);
   assert.equal(stream.ended, false);
 });
@@ -356,8 +446,14 @@ test('closing ends everything', async (t) => {
 
 test('addresses to type: no loopback, no link-local, no container', () => {
   const row = (address, internal = false) => ({ address, internal });
-  assert.deepEqual(lanAddresses({
-    lo: [row('127.0.0.1', true), row('::1', true)], wlan0: [row('fd00::7'), row('fe80::1'), row('192.168.1.7')], docker0: [row('172.17.0.1')],
-    eth0: [row('10.0.0.3'), row('169.254.3.4')], odd: undefined,
-  }), ['192.168.1.7', '10.0.0.3', '[fd00::7]']);
+  assert.deepEqual(
+    lanAddresses({
+      lo: [row('127.0.0.1', true), row('::1', true)],
+      wlan0: [row('fd00::7'), row('fe80::1'), row('192.168.1.7')],
+      docker0: [row('172.17.0.1')],
+      eth0: [row('10.0.0.3'), row('169.254.3.4')],
+      odd: undefined,
+    }),
+    ['192.168.1.7', '10.0.0.3', '[fd00::7]'],
+  );
 });

@@ -10,16 +10,26 @@ import { silentLog } from '../lib/log.js';
 import { replaceFile } from '../lib/wholeFile.js';
 import { temporaryHome } from './home.js';
 
-export const words = 'I moved the retry loop into its own function, so the tailer no longer blocks while the worker '
-  + 'restarts. All forty tests pass, and the two flaky ones now wait for a condition instead of sleeping.';
+export const words =
+  'I moved the retry loop into its own function, so the tailer no longer blocks while the worker ' +
+  'restarts. All forty tests pass, and the two flaky ones now wait for a condition instead of sleeping.';
 
 /** The snapshot as the service writes it. */
 export function snapshot(changes = {}) {
   return {
-    schema: 2, state: 'playing', messageId: 'm-1', elapsed: 4, duration: 11, sessionId: 's-1',
+    schema: 2,
+    state: 'playing',
+    messageId: 'm-1',
+    elapsed: 4,
+    duration: 11,
+    sessionId: 's-1',
     live: { messageIndex: 12, totalMessages: 12 },
     cursor: { kind: 'live', messageIndex: 0, totalKnown: 12, chunkIndex: 1, totalChunks: 5 },
-    newLiveCount: 0, snippet: words, synthesizing: false, rev: 1, ...changes,
+    newLiveCount: 0,
+    snippet: words,
+    synthesizing: false,
+    rev: 1,
+    ...changes,
   };
 }
 
@@ -58,25 +68,30 @@ export class BridgeHome {
   async listen() {
     const commands = [];
     const sockets = new Set();
-    this.service = net.createServer((socket) => {
-      let text = '';
-      sockets.add(socket);
-      socket.on('error', () => {});
-      socket.on('data', (bytes) => { text += bytes; });
-      socket.on('close', () => {
-        sockets.delete(socket);
-        for (const line of text.split('\n').filter(Boolean)) {
-          commands.push(JSON.parse(line));
-          this.onCommand?.(JSON.parse(line));
-        }
-      });
-    }).listen(this.inShared('service.sock'));
+    this.service = net
+      .createServer((socket) => {
+        let text = '';
+        sockets.add(socket);
+        socket.on('error', () => {});
+        socket.on('data', (bytes) => {
+          text += bytes;
+        });
+        socket.on('close', () => {
+          sockets.delete(socket);
+          for (const line of text.split('\n').filter(Boolean)) {
+            commands.push(JSON.parse(line));
+            this.onCommand?.(JSON.parse(line));
+          }
+        });
+      })
+      .listen(this.inShared('service.sock'));
     await once(this.service, 'listening');
-    this.stopService = () => new Promise((resolve) => {
-      for (const socket of sockets) socket.destroy();
-      if (this.service.listening) this.service.close(resolve);
-      else resolve();
-    });
+    this.stopService = () =>
+      new Promise((resolve) => {
+        for (const socket of sockets) socket.destroy();
+        if (this.service.listening) this.service.close(resolve);
+        else resolve();
+      });
     this.context.after(() => this.stopService());
     return commands;
   }
@@ -87,7 +102,9 @@ export class BridgeHome {
 
   post(path, body, headers = {}) {
     return fetch(this.origin + path, {
-      method: 'POST', headers: { 'Content-Type': 'application/json', ...headers }, body: JSON.stringify(body),
+      method: 'POST',
+      headers: { 'Content-Type': 'application/json', ...headers },
+      body: JSON.stringify(body),
     });
   }
 

@@ -1,11 +1,13 @@
 import assert from 'node:assert/strict';
+import { EventEmitter } from 'node:events';
 import fs from 'node:fs';
 import net from 'node:net';
 import test from 'node:test';
 
-import { bodyLimit } from '../lib/bridge/http.js';
 import { isOwnHost } from '../lib/bridge/addresses.js';
+import { bodyLimit } from '../lib/bridge/http.js';
 import { RateLimit } from '../lib/bridge/rateLimit.js';
+import { Streams } from '../lib/bridge/streams.js';
 import { BridgeHome, snapshot } from './bridgeHome.js';
 import { until } from './home.js';
 import { rawRequest, sendRaw } from './rawHttp.js';
@@ -21,10 +23,28 @@ test('no path reaches a file', async (t) => {
   await home.pair();
   const send = sender(home);
   for (const target of [
-    '/index.html', '/remote.css', '/main.js', '/../lib/bridge/tokens.js', '/..%2f..%2fpackage.json', '/%2e%2e/package.json',
-    '/....//package.json', '//etc/passwd', '/\\..\\package.json', '/%00', '/api/../../package.json', '/api/command/',
-    '/api/now-playing?token=x', '/.claude/tts/bridge-tokens.json', '/constructor', '/__proto__', '/api/', '*',
-    'http://127.0.0.1/', '/%c0%ae%c0%ae/', '/favicon.ico', '/;/',
+    '/index.html',
+    '/remote.css',
+    '/main.js',
+    '/../lib/bridge/tokens.js',
+    '/..%2f..%2fpackage.json',
+    '/%2e%2e/package.json',
+    '/....//package.json',
+    '//etc/passwd',
+    '/\\..\\package.json',
+    '/%00',
+    '/api/../../package.json',
+    '/api/command/',
+    '/api/now-playing?token=x',
+    '/.claude/tts/bridge-tokens.json',
+    '/constructor',
+    '/__proto__',
+    '/api/',
+    '*',
+    'http://127.0.0.1/',
+    '/%c0%ae%c0%ae/',
+    '/favicon.ico',
+    '/;/',
   ]) {
     const { status, body } = await send({ target });
     assert.ok([404, 400].includes(status), `${target} gave ${status}`);
@@ -37,8 +57,19 @@ test('whoever names another host stays out', async (t) => {
   const send = sender(home);
   const { port } = home.bridge;
   for (const Host of [
-    'evil.example', `evil.example:${port}`, 'localhost.evil.example', '127.0.0.1.evil.example', '203.0.113.9', '[2001:db8::1]',
-    'localhost@evil.example', '127.1.evil.example', '', ' ', 'localhost:1:2', '0x7f.0.0.1.evil', '127.evil',
+    'evil.example',
+    `evil.example:${port}`,
+    'localhost.evil.example',
+    '127.0.0.1.evil.example',
+    '203.0.113.9',
+    '[2001:db8::1]',
+    'localhost@evil.example',
+    '127.1.evil.example',
+    '',
+    ' ',
+    'localhost:1:2',
+    '0x7f.0.0.1.evil',
+    '127.evil',
   ]) {
     assert.ok([400, 403].includes((await send({ headers: { Host } })).status), Host);
   }
@@ -51,8 +82,14 @@ test('whoever names another host stays out', async (t) => {
 test('an address is its own only if some interface has it', () => {
   const own = () => ['192.168.1.7', 'fe80::1'];
   assert.equal(isOwnHost('192.168.1.7:7842', '192.168.1.7', own), true);
-  assert.equal(isOwnHost('192.168.1.7:7842', '::ffff:192.168.1.7', () => []), true);
-  assert.equal(isOwnHost('[fe80::1]:7842', 'fe80::1%eth0', () => []), true);
+  assert.equal(
+    isOwnHost('192.168.1.7:7842', '::ffff:192.168.1.7', () => []),
+    true,
+  );
+  assert.equal(
+    isOwnHost('[fe80::1]:7842', 'fe80::1%eth0', () => []),
+    true,
+  );
   assert.equal(isOwnHost('192.168.1.8:7842', '192.168.1.7', own), false);
   assert.equal(isOwnHost('myhost.local:7842', '192.168.1.7', own), false);
 });
@@ -63,28 +100,53 @@ test('a page of another origin stays out, and is told nothing', async (t) => {
   const { port } = home.bridge;
   const { code } = home.mint();
   const body = JSON.stringify({ code, label: 'x' });
-  const post = (headers) => send({ method: 'POST', target: '/api/pair', body, headers: { ...json, 'Content-Length': body.length, ...headers } });
+  const post = (headers) =>
+    send({
+      method: 'POST',
+      target: '/api/pair',
+      body,
+      headers: { ...json, 'Content-Length': body.length, ...headers },
+    });
   for (const headers of [
-    { Origin: 'http://evil.example' }, { Origin: 'null' }, { Origin: 'http://localhost:1' }, { Origin: `http://evil.example:${port}` },
-    { Origin: `https://127.0.0.1:${port}` }, { Origin: '' }, { 'Sec-Fetch-Site': 'cross-site' }, { 'Sec-Fetch-Site': 'same-site' },
+    { Origin: 'http://evil.example' },
+    { Origin: 'null' },
+    { Origin: 'http://localhost:1' },
+    { Origin: `http://evil.example:${port}` },
+    { Origin: `https://127.0.0.1:${port}` },
+    { Origin: '' },
+    { 'Sec-Fetch-Site': 'cross-site' },
+    { 'Sec-Fetch-Site': 'same-site' },
     { 'Sec-Fetch-Site': 'none' },
   ]) {
     const answer = await post(headers);
     assert.equal(answer.status, 403, JSON.stringify(headers));
-    assert.equal(Object.keys(answer.headers).some((name) => name.startsWith('access-control-')), false);
+    assert.equal(
+      Object.keys(answer.headers).some((name) => name.startsWith('access-control-')),
+      false,
+    );
   }
-  const preflight = await send({ method: 'OPTIONS', target: '/api/command', headers: {
-    Origin: 'http://evil.example', 'Access-Control-Request-Method': 'POST', 'Access-Control-Request-Headers': 'authorization',
-  } });
+  const preflight = await send({
+    method: 'OPTIONS',
+    target: '/api/command',
+    headers: {
+      Origin: 'http://evil.example',
+      'Access-Control-Request-Method': 'POST',
+      'Access-Control-Request-Headers': 'authorization',
+    },
+  });
   assert.equal(preflight.status, 403);
-  assert.equal(Object.keys(preflight.headers).some((name) => name.startsWith('access-control-')), false);
+  assert.equal(
+    Object.keys(preflight.headers).some((name) => name.startsWith('access-control-')),
+    false,
+  );
   assert.equal((await post({ Origin: `http://127.0.0.1:${port}`, 'Sec-Fetch-Site': 'same-origin' })).status, 200);
 });
 
 test('a link from elsewhere may open the page, a frame or a script may not', async (t) => {
   const home = await BridgeHome.start(t);
   const send = sender(home);
-  const fetched = (site, mode, dest) => send({ headers: { 'Sec-Fetch-Site': site, 'Sec-Fetch-Mode': mode, 'Sec-Fetch-Dest': dest } });
+  const fetched = (site, mode, dest) =>
+    send({ headers: { 'Sec-Fetch-Site': site, 'Sec-Fetch-Mode': mode, 'Sec-Fetch-Dest': dest } });
   assert.equal((await fetched('cross-site', 'navigate', 'document')).status, 200);
   assert.equal((await fetched('none', 'navigate', 'document')).status, 200);
   assert.equal((await fetched('cross-site', 'navigate', 'iframe')).status, 403);
@@ -96,8 +158,19 @@ test('a form cannot pair, nor use up tries', async (t) => {
   const send = sender(home);
   const { code } = home.mint();
   const body = JSON.stringify({ code });
-  for (const type of ['text/plain', 'application/x-www-form-urlencoded', 'multipart/form-data', undefined, 'application/jsonp']) {
-    const answer = await send({ method: 'POST', target: '/api/pair', body, headers: { 'Content-Type': type, 'Content-Length': body.length } });
+  for (const type of [
+    'text/plain',
+    'application/x-www-form-urlencoded',
+    'multipart/form-data',
+    undefined,
+    'application/jsonp',
+  ]) {
+    const answer = await send({
+      method: 'POST',
+      target: '/api/pair',
+      body,
+      headers: { 'Content-Type': type, 'Content-Length': body.length },
+    });
     assert.equal(answer.status, 415, type);
   }
   assert.equal((await home.post('/api/pair', { code })).status, 200);
@@ -106,7 +179,9 @@ test('a form cannot pair, nor use up tries', async (t) => {
 test('guessing codes leads nowhere', async (t) => {
   const home = await BridgeHome.start(t);
   const { code } = home.mint({ random: () => 999_999 });
-  const answers = await Promise.all(Array.from({ length: 15 }, (_, i) => home.post('/api/pair', { code: `0000${10 + i}` })));
+  const answers = await Promise.all(
+    Array.from({ length: 15 }, (_, i) => home.post('/api/pair', { code: `0000${10 + i}` })),
+  );
   const statuses = answers.map((answer) => answer.status);
   assert.equal(statuses.filter((status) => status === 403).length, 1);
   assert.equal(statuses.filter((status) => status === 429).length, 14);
@@ -122,7 +197,15 @@ test('without a token there is nothing to be had', async (t) => {
   const real = (await home.pair()).Authorization.slice('Bearer '.length);
   const send = sender(home);
   for (const Authorization of [
-    undefined, '', 'Bearer', 'Bearer ', 'Bearer undefined', 'Bearer null', `Basic ${btoa(`:${real}`)}`, real, `Bearer ${real}x`,
+    undefined,
+    '',
+    'Bearer',
+    'Bearer ',
+    'Bearer undefined',
+    'Bearer null',
+    `Basic ${btoa(`:${real}`)}`,
+    real,
+    `Bearer ${real}x`,
     `Bearer ${real.slice(0, 42)}`,
   ]) {
     const stream = await send({ target: '/api/now-playing', headers: { Authorization } });
@@ -145,7 +228,10 @@ test('who guesses tokens is soon told to wait', async (t) => {
     statuses.push(answer.status);
   }
   assert.deepEqual(statuses.slice(0, 10), Array(10).fill(401));
-  assert.ok(statuses.slice(11).every((status) => status === 429), String(statuses));
+  assert.ok(
+    statuses.slice(11).every((status) => status === 429),
+    String(statuses),
+  );
 });
 
 test('a body has an end', async (t) => {
@@ -153,7 +239,8 @@ test('a body has an end', async (t) => {
   const headers = await home.pair();
   await home.listen();
   const send = sender(home);
-  const post = (more, body) => send({ method: 'POST', target: '/api/command', body, headers: { ...json, ...headers, ...more } });
+  const post = (more, body) =>
+    send({ method: 'POST', target: '/api/command', body, headers: { ...json, ...headers, ...more } });
   assert.equal((await post({ 'Content-Length': bodyLimit + 1 }, '')).status, 413);
   const chunk = `${(bodyLimit + 1).toString(16)}\r\n${'x'.repeat(bodyLimit + 1)}\r\n0\r\n\r\n`;
   assert.equal((await post({ 'Transfer-Encoding': 'chunked' }, chunk)).status, 413);
@@ -164,9 +251,25 @@ test('a body has an end', async (t) => {
 
 test('what is no JSON is refused', async (t) => {
   const home = await BridgeHome.start(t);
-  const headers = { ...json, ...await home.pair() };
-  for (const body of ['', '{', 'pause', '{"cmd":"pause"}x', '\xff\xfe', 'null', '[]', '"pause"', '{"cmd":["pause"]}']) {
-    const answer = await sender(home)({ method: 'POST', target: '/api/command', body, headers: { ...headers, 'Content-Length': body.length } });
+  const headers = { ...json, ...(await home.pair()) };
+  for (const body of [
+    '',
+    '{',
+    'pause',
+    '{"cmd":"pause"}x',
+    '\xff\xfe',
+    'null',
+    '[]',
+    '"pause"',
+    '{"cmd":["pause"]}',
+    '{"cmd":"inject","args":{"text":"\xff"}}',
+  ]) {
+    const answer = await sender(home)({
+      method: 'POST',
+      target: '/api/command',
+      body,
+      headers: { ...headers, 'Content-Length': body.length },
+    });
     assert.equal(answer.status, 400, body);
   }
 });
@@ -181,13 +284,23 @@ test('odd requests get a short answer and the bridge goes on', async (t) => {
     [rawRequest(port, { target: `/${long}` }), [414, 431]],
     [rawRequest(port, { target: `/?${'a'.repeat(3000)}` }), [414]],
     [rawRequest(port, { headers: { Cookie: long } }), [431]],
-    [rawRequest(port, { method: 'POST', target: '/api/pair', headers: { 'Content-Length': '5', 'Transfer-Encoding': 'chunked' } }), [400]],
+    [
+      rawRequest(port, {
+        method: 'POST',
+        target: '/api/pair',
+        headers: { 'Content-Length': '5', 'Transfer-Encoding': 'chunked' },
+      }),
+      [400],
+    ],
     [rawRequest(port, { method: 'BREW' }), [400]],
     [`GET / HTTP/1.1\nHost: 127.0.0.1\nX: a\r\rb\n\n`, [400]],
     [rawRequest(port, { method: 'CONNECT', target: 'evil.example:443' }), [NaN, 400, 405]],
   ]) {
     const answer = await sendRaw(port, text);
-    assert.ok(statuses.some((status) => Object.is(status, answer.status)), `${text.slice(0, 40)} gave ${answer.status}`);
+    assert.ok(
+      statuses.some((status) => Object.is(status, answer.status)),
+      `${text.slice(0, 40)} gave ${answer.status}`,
+    );
     assert.ok(answer.ended, text.slice(0, 40));
   }
   assert.equal((await fetch(home.origin)).status, 200);
@@ -199,8 +312,11 @@ test('a sender that dawdles is cut off', { timeout: 30_000 }, async (t) => {
   const [silent, head, body] = await Promise.all([
     sendRaw(port, '', { limit: 20_000 }),
     sendRaw(port, 'GET / HTTP/1.1\r\nHost: 127', { limit: 20_000 }),
-    sendRaw(port, rawRequest(port, { method: 'POST', target: '/api/pair', headers: { ...json, 'Content-Length': 50 }, body: '{' }),
-      { limit: 20_000 }),
+    sendRaw(
+      port,
+      rawRequest(port, { method: 'POST', target: '/api/pair', headers: { ...json, 'Content-Length': 50 }, body: '{' }),
+      { limit: 20_000 },
+    ),
   ]);
   assert.deepEqual([silent.ended, head.ended, body.ended], [true, true, true]);
   assert.notEqual(body.status, 200);
@@ -214,7 +330,9 @@ test('one address cannot take all connections', async (t) => {
   for (let i = 0; i < 40; i += 1) {
     const socket = net.connect(home.bridge.port, '127.0.0.1');
     socket.on('error', () => {});
-    socket.on('close', () => { closed += 1; });
+    socket.on('close', () => {
+      closed += 1;
+    });
     sockets.push(socket);
   }
   await until(() => closed === 20, { what: 'refusal of the connections beyond the limit' });
@@ -231,6 +349,39 @@ test('a device that asks too often is told to wait', async (t) => {
   assert.ok(statuses.includes(429));
   assert.ok(statuses.indexOf(429) >= 40);
   assert.ok(commands.length < 70);
+});
+
+test('a device that reads nothing is let go, and there is an end to streams', () => {
+  const listeners = [];
+  const feed = {
+    subscribe: (listener) => {
+      listeners.push(listener);
+      return () => {};
+    },
+  };
+  const clock = { now: () => 0, setTimeout: () => 0, clearTimeout: () => {} };
+  const streams = new Streams({ feed, clock });
+  const open = (device, writableLength) => {
+    const response = Object.assign(new EventEmitter(), {
+      writableLength,
+      writeHead: () => {},
+      flushHeaders: () => {},
+      write: () => {},
+      destroy() {
+        this.emit('close');
+      },
+    });
+    streams.open(device, response, {});
+  };
+  open('stuck', 300_000);
+  open('well', 100_000);
+  for (const listener of listeners) listener({ shown: { nowPlaying: { state: 'idle' } } });
+  assert.equal(streams.size, 1);
+  for (let i = 1; i < 24; i += 1) {
+    assert.equal(streams.hasRoom(`device ${i}`), true);
+    open(`device ${i}`, 0);
+  }
+  assert.equal(streams.hasRoom('one more'), false);
 });
 
 test('a bucket fills again with time, and forgotten senders cost nothing', () => {

@@ -13,11 +13,16 @@ function setUp(t) {
   const clock = { time: 1_700_000_000_000, now: () => clock.time };
   const removed = [];
   const tokens = new TokenStore({
-    environment: home.environment, log: silentLog, clock, onRemoved: (device) => removed.push(device),
+    environment: home.environment,
+    log: silentLog,
+    clock,
+    onRemoved: (device) => removed.push(device),
   });
   const pairing = new Pairing({ environment: home.environment, log: silentLog, clock, tokens });
   const attempt = async (code, label = 'Phone') => (await pairing.attempt(code, label)).outcome;
-  const later = (milliseconds) => { clock.time += milliseconds; };
+  const later = (milliseconds) => {
+    clock.time += milliseconds;
+  };
   const mint = (number) => mintCode({ environment: home.environment, now: clock.time, random: () => number });
   const rows = () => JSON.parse(fs.readFileSync(home.inShared('bridge-tokens.json'), 'utf8')).tokens;
   return { ...home, clock, tokens, pairing, attempt, later, mint, rows, removed };
@@ -45,7 +50,10 @@ test('the right code pairs a device once', async (t) => {
   assert.equal(await attempt('123456', 'My phone'), 'paired');
   const [row] = rows();
   assert.match(row.token, /^[A-Za-z0-9_-]{43}$/);
-  assert.deepEqual({ ...row, token: '' }, { label: 'My phone', createdAt: clock.time, token: '', lastSeenAt: clock.time });
+  assert.deepEqual(
+    { ...row, token: '' },
+    { label: 'My phone', createdAt: clock.time, token: '', lastSeenAt: clock.time },
+  );
   assert.equal(fs.statSync(inShared('bridge-tokens.json')).mode & 0o777, 0o600);
   assert.equal(fs.existsSync(inShared('active-pair-code.json')), false);
   later(1000);
@@ -140,7 +148,19 @@ test('a code is refused from its end on', async (t) => {
   assert.equal(await attempt('123456'), 'paired');
 });
 
-for (const code of ['12345', '1234567', '12345a', '１２３４５６', '', ' 123456', '123456\n', 123456, null, ['123456'], {}]) {
+for (const code of [
+  '12345',
+  '1234567',
+  '12345a',
+  '１２３４５６',
+  '',
+  ' 123456',
+  '123456\n',
+  123456,
+  null,
+  ['123456'],
+  {},
+]) {
   test(`${JSON.stringify(code)} is no code`, async (t) => {
     const { mint, attempt } = setUp(t);
     mint(123456);
@@ -148,8 +168,16 @@ for (const code of ['12345', '1234567', '12345a', '１２３４５６', '', ' 12
   });
 }
 
-for (const content of ['', '{}', '[]', 'null', '{"code":"123456"}', '{"code":123456,"expiresAt":9e15}',
-  '{"code":"123456","expiresAt":"9999999999999"}', '{"code":"","expiresAt":9000000000000}']) {
+for (const content of [
+  '',
+  '{}',
+  '[]',
+  'null',
+  '{"code":"123456"}',
+  '{"code":123456,"expiresAt":9e15}',
+  '{"code":"123456","expiresAt":"9999999999999"}',
+  '{"code":"","expiresAt":9000000000000}',
+]) {
   test(`a code file of ${content || 'nothing'} opens to nobody`, async (t) => {
     const { attempt, inShared } = setUp(t);
     fs.writeFileSync(inShared('active-pair-code.json'), content);
@@ -169,7 +197,10 @@ test('a device that cannot be written down is not paired, and its code is spent'
 
 test('other rows and unknown keys are kept', async (t) => {
   const { mint, attempt, inShared, rows } = setUp(t);
-  fs.writeFileSync(inShared('bridge-tokens.json'), '{"extra":1.0,"tokens":[{"label":"old","hue":7,"createdAt":1,"token":"x"}]}');
+  fs.writeFileSync(
+    inShared('bridge-tokens.json'),
+    '{"extra":1.0,"tokens":[{"label":"old","hue":7,"createdAt":1,"token":"x"}]}',
+  );
   mint(123456);
   assert.equal(await attempt('123456'), 'paired');
   assert.deepEqual(rows()[0], { label: 'old', hue: 7, createdAt: 1, token: 'x' });
@@ -219,8 +250,15 @@ test('seeing a device brings no removed row back', async (t) => {
 });
 
 for (const [label, clean] of [
-  ['My phone', 'My phone'], ['  a \n\t b ', 'a b'], ['a\u0000\u001b[31mb', 'a[31mb'], ['\u202Eenohp', 'enohp'], ['', 'Phone'],
-  [undefined, 'Phone'], [7, 'Phone'], ['x'.repeat(200), 'x'.repeat(64)], ['😀'.repeat(70), '😀'.repeat(64)],
+  ['My phone', 'My phone'],
+  ['  a \n\t b ', 'a b'],
+  ['a\u0000\u001b[31mb', 'a[31mb'],
+  ['\u202Eenohp', 'enohp'],
+  ['', 'Phone'],
+  [undefined, 'Phone'],
+  [7, 'Phone'],
+  ['x'.repeat(200), 'x'.repeat(64)],
+  ['😀'.repeat(70), '😀'.repeat(64)],
   ['\u200b\u2028', 'Phone'],
 ]) {
   test(`the label ${JSON.stringify(label)?.slice(0, 30)} becomes ${clean.slice(0, 20)}`, () => {

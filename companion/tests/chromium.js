@@ -9,8 +9,17 @@ import path from 'node:path';
 
 const answerLimit = 20_000;
 const flags = [
-  '--headless=new', '--no-sandbox', '--remote-debugging-pipe', '--disable-gpu', '--disable-dev-shm-usage', '--no-first-run',
-  '--hide-scrollbars', '--force-color-profile=srgb', '--disable-component-update', '--disable-sync', '--mute-audio',
+  '--headless=new',
+  '--no-sandbox',
+  '--remote-debugging-pipe',
+  '--disable-gpu',
+  '--disable-dev-shm-usage',
+  '--no-first-run',
+  '--hide-scrollbars',
+  '--force-color-profile=srgb',
+  '--disable-component-update',
+  '--disable-sync',
+  '--mute-audio',
 ];
 
 export class Chromium {
@@ -30,7 +39,8 @@ export class Chromium {
     this.home = home;
     const environment = { ...process.env, HOME: home, XDG_CONFIG_HOME: home, XDG_CACHE_HOME: home };
     this.#process = spawn('chromium', [...flags, `--user-data-dir=${home}/profile`, 'about:blank'], {
-      env: environment, stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'],
+      env: environment,
+      stdio: ['ignore', 'ignore', 'ignore', 'pipe', 'pipe'],
     });
     this.#process.on('error', (error) => this.#failAll(new Error(`chromium cannot be started: ${error.message}`)));
     this.#process.on('exit', () => this.#failAll(new Error('chromium has ended')));
@@ -52,7 +62,10 @@ export class Chromium {
     this.#listeners.add(listener);
   }
 
-  /** A page that shares no storage with another's, until the test ends. @param {import('node:test').TestContext} context */
+  /**
+   * A page that shares no storage with another's, until the test ends.
+   * @param {import('node:test').TestContext} context
+   */
   async newPage(context) {
     const { browserContextId } = await this.send('Target.createBrowserContext');
     context.after(() => this.send('Target.disposeBrowserContext', { browserContextId }));
@@ -107,7 +120,9 @@ export class Page {
   constructor(browser, sessionId) {
     this.browser = browser;
     this.sessionId = sessionId;
-    browser.onEvent((event) => { if (event.sessionId === sessionId) this.#note(event); });
+    browser.onEvent((event) => {
+      if (event.sessionId === sessionId) this.#note(event);
+    });
   }
 
   send(method, params) {
@@ -116,8 +131,12 @@ export class Page {
 
   async screen({ width, height, scale = 2, scheme = 'dark', more = [] }) {
     await this.send('Emulation.setDeviceMetricsOverride', {
-      width, height, deviceScaleFactor: scale, mobile: true,
-      screenOrientation: width > height ? { type: 'landscapePrimary', angle: 90 } : { type: 'portraitPrimary', angle: 0 },
+      width,
+      height,
+      deviceScaleFactor: scale,
+      mobile: true,
+      screenOrientation:
+        width > height ? { type: 'landscapePrimary', angle: 90 } : { type: 'portraitPrimary', angle: 0 },
     });
     await this.send('Emulation.setEmulatedMedia', {
       features: [{ name: 'prefers-color-scheme', value: scheme }, ...more],
@@ -132,7 +151,10 @@ export class Page {
   /** The value of an expression in the page. */
   async value(expression) {
     const { result, exceptionDetails } = await this.send('Runtime.evaluate', {
-      expression, awaitPromise: true, returnByValue: true, userGesture: true,
+      expression,
+      awaitPromise: true,
+      returnByValue: true,
+      userGesture: true,
     });
     if (exceptionDetails) throw new Error(exceptionDetails.exception?.description ?? exceptionDetails.text);
     return result.value;
@@ -174,12 +196,14 @@ export class Page {
   /** What a screen reader finds: role, name and the rest of every node that isn't left out. */
   async accessibility() {
     const { nodes } = await this.send('Accessibility.getFullAXTree');
-    return nodes.filter((node) => !node.ignored).map((node) => ({
-      role: node.role?.value,
-      name: node.name?.value ?? '',
-      value: node.value?.value,
-      properties: Object.fromEntries((node.properties ?? []).map(({ name, value }) => [name, value.value])),
-    }));
+    return nodes
+      .filter((node) => !node.ignored)
+      .map((node) => ({
+        role: node.role?.value,
+        name: node.name?.value ?? '',
+        value: node.value?.value,
+        properties: Object.fromEntries((node.properties ?? []).map(({ name, value }) => [name, value.value])),
+      }));
   }
 
   async screenshot() {
@@ -189,7 +213,8 @@ export class Page {
 
   #note({ method, params }) {
     if (method === 'Runtime.exceptionThrown') this.complaints.push(params.exceptionDetails.exception?.description);
-    if (method === 'Log.entryAdded' && ['error', 'warning'].includes(params.entry.level)) this.complaints.push(params.entry.text);
+    if (method === 'Log.entryAdded' && ['error', 'warning'].includes(params.entry.level))
+      this.complaints.push(params.entry.text);
     if (method === 'Runtime.consoleAPICalled') this.complaints.push(params.args.map((each) => each.value).join(' '));
     if (method === 'Network.requestWillBeSent') this.requests.push(params.request);
   }

@@ -42,7 +42,9 @@ export const faintTexts = (wanted = 4.5) => `(() => {
     const own = getComputedStyle(element);
     return element.className === 'active' ? [named('--word-start'), named('--word-end')] : [parse(own.color)];
   };
-  const isText = (element) => element.checkVisibility({ visibilityProperty: true }) && !element.closest(':disabled, .for-readers, svg, option')
+  const isShown = (element) => element.checkVisibility({ visibilityProperty: true })
+    && !element.closest(':disabled, .for-readers, svg, option');
+  const isText = (element) => isShown(element)
     && ([...element.childNodes].some((node) => node.nodeType === 3 && node.textContent.trim()) || element.value);
   const faint = [];
   let count = 0;
@@ -59,8 +61,10 @@ export const faintTexts = (wanted = 4.5) => `(() => {
 
 /** Controls smaller than `wanted` pixels in either direction, or cut off by the screen. */
 export const smallTargets = (wanted = 44) => `[...document.querySelectorAll('button, input, textarea, [role=button]')]
-  .filter((each) => each.checkVisibility() && !each.closest('dialog:not([open])')).map((each) => [each, each.getBoundingClientRect()])
-  .filter(([each, box]) => box.width < ${wanted} || box.height < ${wanted} || box.left < -0.5 || box.right > screen.width + 0.5)
+  .filter((each) => each.checkVisibility() && !each.closest('dialog:not([open])'))
+  .map((each) => [each, each.getBoundingClientRect()])
+  .filter(([each, box]) => box.width < ${wanted} || box.height < ${wanted}
+    || box.left < -0.5 || box.right > screen.width + 0.5)
   .map(([each, box]) => each.id + ' ' + box.width + 'x' + box.height)`;
 
 /** What reaches beyond the screen's right edge. The window is no measure: a phone's grows with what doesn't fit. */

@@ -16,7 +16,9 @@ export function sendRaw(port, text, { limit = 5000, host = '127.0.0.1' } = {}) {
       resolve({ ...parse(received), ended });
     };
     const timer = setTimeout(() => finish(false), limit);
-    socket.setEncoding('latin1').on('data', (piece) => { received += piece; });
+    socket.setEncoding('latin1').on('data', (piece) => {
+      received += piece;
+    });
     socket.on('error', () => {});
     socket.on('close', () => finish(true));
     socket.write(text, 'latin1');
@@ -26,16 +28,20 @@ export function sendRaw(port, text, { limit = 5000, host = '127.0.0.1' } = {}) {
 function parse(text) {
   const [head, ...rest] = text.split('\r\n\r\n');
   const [first, ...lines] = head.split('\r\n');
-  const headers = Object.fromEntries(lines.map((line) => {
-    const at = line.indexOf(':');
-    return [line.slice(0, at).toLowerCase(), line.slice(at + 1).trim()];
-  }));
+  const headers = Object.fromEntries(
+    lines.map((line) => {
+      const at = line.indexOf(':');
+      return [line.slice(0, at).toLowerCase(), line.slice(at + 1).trim()];
+    }),
+  );
   return { text, status: Number(first.split(' ')[1]), headers, body: rest.join('\r\n\r\n') };
 }
 
 /** A request with proper defaults, of which each may be replaced; `undefined` leaves a header out. */
 export function rawRequest(port, { method = 'GET', target = '/', headers = {}, body = '' } = {}) {
   const all = { Host: `127.0.0.1:${port}`, Connection: 'close', ...headers };
-  const lines = Object.entries(all).filter(([, value]) => value !== undefined).map(([name, value]) => `${name}: ${value}`);
+  const lines = Object.entries(all)
+    .filter(([, value]) => value !== undefined)
+    .map(([name, value]) => `${name}: ${value}`);
   return `${method} ${target} HTTP/1.1\r\n${lines.join('\r\n')}\r\n\r\n${body}`;
 }

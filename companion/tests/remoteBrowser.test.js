@@ -13,7 +13,9 @@ const session = { id: 's-1', cwd: '/home/me/sonra', source: 'claude-code', branc
 const history = { kind: 'history', messageIndex: 3, totalKnown: 12, chunkIndex: 1, totalChunks: 5 };
 
 let browser;
-before(async () => { browser = await Chromium.start(); });
+before(async () => {
+  browser = await Chromium.start();
+});
 after(() => browser?.close());
 
 /** Keeps a picture where somebody wants to look at it. */
@@ -98,7 +100,9 @@ test('the caption moves with what is spoken', async (t) => {
   assert.ok(first > 5, `word ${first}`);
   // It goes on by itself: nothing is written meanwhile.
   await page.waitFor(`${active} > ${first} + 1`);
-  assert.ok(await page.value('Number(/scaleX\\((.*)\\)/.exec(document.querySelector("#bar-fill").style.transform)[1]) > 0.4'));
+  assert.ok(
+    await page.value('Number(/scaleX\\((.*)\\)/.exec(document.querySelector("#bar-fill").style.transform)[1]) > 0.4'),
+  );
   assert.ok(await page.value('[...document.querySelectorAll("#words .past")].length > 5'));
   home.write('now-playing.json', snapshot({ snippet: 'Something else now.', elapsed: 0, duration: 3, rev: 2 }));
   await page.waitFor(`${whole('#words')} === "Something else now."`);
@@ -125,7 +129,10 @@ test('buttons steer the service', async (t) => {
   await page.waitFor(`${text('#status-label')} === "Playing"`);
   for (const id of ['previous', 'next', 'restart', 'stop']) await page.tap(`#${id}`);
   await until(() => commands.length === 6);
-  assert.deepEqual(commands.map(({ cmd }) => cmd), ['pause', 'resume', 'previous', 'next', 'restart', 'stop']);
+  assert.deepEqual(
+    commands.map(({ cmd }) => cmd),
+    ['pause', 'resume', 'previous', 'next', 'restart', 'stop'],
+  );
 });
 
 test('the history can be scrubbed, and left for what is live', async (t) => {
@@ -270,14 +277,32 @@ test('a screen reader finds its way', async (t) => {
   await page.waitFor(`${text('#status-label')} === "Playing"`);
   const nodes = await page.accessibility();
   const has = (role, name) => nodes.some((node) => node.role === role && node.name === name);
-  for (const name of ['Stop', 'Previous message', 'Pause', 'Next message', 'Say this again', 'Live', 'Mute', 'Send', 'This device']) {
+  for (const name of [
+    'Stop',
+    'Previous message',
+    'Pause',
+    'Next message',
+    'Say this again',
+    'Live',
+    'Mute',
+    'Send',
+    'This device',
+  ]) {
     assert.ok(has('button', name), name);
   }
   assert.ok(has('slider', 'History Live') || has('slider', 'History'), 'history');
-  assert.ok(nodes.some((node) => node.role === 'slider' && node.name.startsWith('Volume')), 'volume');
+  assert.ok(
+    nodes.some((node) => node.role === 'slider' && node.name.startsWith('Volume')),
+    'volume',
+  );
   assert.ok(has('textbox', 'Talk back to the agent'));
   assert.ok(has('heading', 'sonra · main'));
-  assert.ok(has('region', 'Caption') && has('region', 'Controls') && has('group', 'Playback') && nodes.some(({ role }) => role === 'main'));
+  assert.ok(
+    has('region', 'Caption') &&
+      has('region', 'Controls') &&
+      has('group', 'Playback') &&
+      nodes.some(({ role }) => role === 'main'),
+  );
   assert.ok(nodes.some((node) => node.role === 'status'));
   assert.ok(has('progressbar', 'Played of this part'));
   // The words are there once, as a whole, and not a second time in pieces.
@@ -285,7 +310,11 @@ test('a screen reader finds its way', async (t) => {
   assert.equal(nodes.filter((node) => node.role === 'StaticText' && node.name === 'retry').length, 0);
   assert.equal(nodes.filter(({ role, name }) => ['button', 'slider', 'textbox'].includes(role) && !name).length, 0);
   // Texts that follow each other quickly are told once.
-  await page.value(`window.told = []; new MutationObserver(() => told.push(${text('#spoken')})).observe(document.querySelector('#spoken'), { childList: true })`);
+  await page.value(
+    `window.told = [];
+    new MutationObserver(() => told.push(${text('#spoken')}))
+      .observe(document.querySelector('#spoken'), { childList: true })`,
+  );
   for (let i = 1; i <= 5; i += 1) {
     home.write('now-playing.json', snapshot({ snippet: `Text ${i}.`, rev: i + 1 }));
     await page.waitFor(`${whole('#words')} === "Text ${i}."`);
@@ -303,7 +332,19 @@ test('the keyboard goes through the controls in their order', async (t) => {
     await page.press('Tab', 'Tab', 9);
     order.push(await page.value('document.activeElement.id'));
   }
-  assert.deepEqual(order, ['device-button', 'caption', 'stop', 'previous', 'toggle', 'next', 'restart', 'history', 'live', 'volume', 'mute']);
+  assert.deepEqual(order, [
+    'device-button',
+    'caption',
+    'stop',
+    'previous',
+    'toggle',
+    'next',
+    'restart',
+    'history',
+    'live',
+    'volume',
+    'mute',
+  ]);
 });
 
 const looks = [
@@ -328,7 +369,9 @@ test('it looks right on every screen', async (t) => {
     home.write('state.json', { sessions: [session], volume: 80, remoteCommands });
     await page.waitFor(`document.querySelector("#talk").hidden === ${remoteCommands.length === 0}`);
     home.write('now-playing.json', snapshot({ elapsed: 4 + Math.random(), ...changes }));
-    await page.waitFor(`document.querySelector("#caption").dataset.kind === ${JSON.stringify(changes.state ?? 'playing')}`);
+    await page.waitFor(
+      `document.querySelector("#caption").dataset.kind === ${JSON.stringify(changes.state ?? 'playing')}`,
+    );
     await keep(page, name);
     await assertSound(page, name);
   }
@@ -336,7 +379,14 @@ test('it looks right on every screen', async (t) => {
 
 test('every agent’s colours can be read, dark and light', async (t) => {
   const { home, page } = await paired(t);
-  for (const [source, chip] of [['codex', 'CDX'], ['gemini', 'GEM'], ['aider', 'AID'], ['cline', 'CLN'], ['opencode', 'OC'], ['pi', 'PI']]) {
+  for (const [source, chip] of [
+    ['codex', 'CDX'],
+    ['gemini', 'GEM'],
+    ['aider', 'AID'],
+    ['cline', 'CLN'],
+    ['opencode', 'OC'],
+    ['pi', 'PI'],
+  ]) {
     home.write('state.json', { sessions: [{ ...session, source }], volume: 80, remoteCommands: ['inject'] });
     home.write('now-playing.json', snapshot());
     await page.waitFor(`${text('#chip')} === "${chip}" && document.querySelector("#words .active")`);
@@ -367,7 +417,9 @@ test('large type moves nothing out of reach', async (t) => {
 });
 
 test('with reduced motion nothing glides', async (t) => {
-  const { page } = await paired(t, { screen: { ...phone, more: [{ name: 'prefers-reduced-motion', value: 'reduce' }] } });
+  const { page } = await paired(t, {
+    screen: { ...phone, more: [{ name: 'prefers-reduced-motion', value: 'reduce' }] },
+  });
   const active = '[...document.querySelectorAll("#words span")].findIndex((each) => each.className === "active")';
   const first = await page.value(active);
   await page.waitFor(`${active} > ${first}`);

@@ -4,7 +4,17 @@ import test from 'node:test';
 import { contrast, coloursOf, grounds, readable, themeOf } from '../remote/colours.js';
 import { EventParser } from '../remote/events.js';
 import {
-  activeWord, backLabel, deviceLabel, elapsedAt, historyOf, newLabel, scrollOffset, sessionLabel, statusOf, timeLabel, wordsOf,
+  activeWord,
+  backLabel,
+  deviceLabel,
+  elapsedAt,
+  historyOf,
+  newLabel,
+  scrollOffset,
+  sessionLabel,
+  statusOf,
+  timeLabel,
+  wordsOf,
 } from '../remote/words.js';
 
 test('words are the runs between white space', () => {
@@ -13,13 +23,27 @@ test('words are the runs between white space', () => {
 });
 
 for (const [progress, count, expected] of [
-  [0, 5, -1], [0.2, 5, 0], [0.5, 5, 2], [0.99, 5, 4], [1, 5, 4], [7, 5, 4], [-1, 5, -1], [0.5, 0, -1], [1 / 6, 5, 0], [0.16, 5, -1],
+  [0, 5, -1],
+  [0.2, 5, 0],
+  [0.5, 5, 2],
+  [0.99, 5, 4],
+  [1, 5, 4],
+  [7, 5, 4],
+  [-1, 5, -1],
+  [0.5, 0, -1],
+  [1 / 6, 5, 0],
+  [0.16, 5, -1],
 ]) {
-  test(`at ${progress} of ${count} words word ${expected} is spoken`, () => assert.equal(activeWord(progress, count), expected));
+  test(`at ${progress} of ${count} words word ${expected} is spoken`, () =>
+    assert.equal(activeWord(progress, count), expected));
 }
 
 for (const [top, visible, content, expected] of [
-  [50, 100, 80, 0], [0, 100, 400, 0], [200, 100, 400, 155], [390, 100, 400, 300], [10, 0, 400, 0],
+  [50, 100, 80, 0],
+  [0, 100, 400, 0],
+  [200, 100, 400, 155],
+  [390, 100, 400, 300],
+  [10, 0, 400, 0],
 ]) {
   test(`a line at ${top} in ${visible} of ${content} scrolls to ${expected}`, () => {
     assert.equal(scrollOffset(top, visible, content), expected);
@@ -27,7 +51,11 @@ for (const [top, visible, content, expected] of [
 }
 
 const picture = (state, more = {}) => ({
-  service: true, age: 0, receivedAt: 1000, settings: { paused: false }, ...more,
+  service: true,
+  age: 0,
+  receivedAt: 1000,
+  settings: { paused: false },
+  ...more,
   nowPlaying: { state, elapsed: 4, duration: 11, synthesizing: false, ...more.nowPlaying },
 });
 

@@ -32,7 +32,8 @@ export function lanAddresses(interfaces = os.networkInterfaces()) {
 }
 
 function interfaceAddresses() {
-  return Object.values(os.networkInterfaces()).flatMap((rows) => rows ?? []).map(({ address }) => plainAddress(address));
+  const rows = Object.values(os.networkInterfaces()).flatMap((each) => each ?? []);
+  return rows.map(({ address }) => plainAddress(address));
 }
 
 /**

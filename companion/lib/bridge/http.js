@@ -28,13 +28,13 @@ export const securityHeaders = (more = {}) => ({ ...security, ...more });
 
 const hasBody = ({ headers }) => Number(headers['content-length']) > 0 || headers['transfer-encoding'] !== undefined;
 
-/** Ends `response` with `body`, but for HEAD, which is told its length alone. */
+/** Ends `response` with `body`; a HEAD is told its length alone, which Node.js sees to. */
 export function answer(request, response, status, body, headers = {}) {
   const bytes = Buffer.from(body);
   // What is left of a request that was refused isn't read, so the connection can't serve another.
   const closing = request.complete || !hasBody(request) ? {} : { Connection: 'close' };
   response.writeHead(status, securityHeaders({ ...headers, ...closing, 'Content-Length': bytes.length }));
-  response.end(request.method === 'HEAD' ? undefined : bytes);
+  response.end(bytes);
 }
 
 export function answerJson(request, response, status, value, headers = {}) {

@@ -11,7 +11,7 @@ export const codeLifetime = 300_000;
 
 /**
  * Writes a new code, in the place of the present one. Throws what the file system says.
- * @param {{ environment?: NodeJS.ProcessEnv, now?: number, random?: () => number }} [options] `random` gives 0 to 999999
+ * @param {{ environment?: NodeJS.ProcessEnv, now?: number, random?: () => number }} [options] `random`: 0 to 999999
  * @returns {{ code: string, expiresAt: number }} `expiresAt` in milliseconds since 1970
  */
 export function mintCode({ environment = process.env, now = Date.now(), random = () => randomInt(1_000_000) } = {}) {
