@@ -27,7 +27,8 @@ function conversation() {
   const text = (i) => `Reply ${i}. ${'Some words of it. '.repeat(100)}`;
   const turn = (i) => line({ type: 'assistant', uuid: `a${i}`, cwd: '/work/app', gitBranch: 'main', isSidechain: false,
     message: { role: 'assistant', content: [{ type: 'text', text: text(i) }] } });
-  const first = line({ type: 'user', uuid: 'u', cwd: '/work/app', message: { role: 'user', content: 'Please build it' } });
+  const first = line({ type: 'user', uuid: 'u', cwd: '/work/app', message: { role: 'user',
+    content: 'Please build it' } });
   return first + Array.from({ length: 100 }, (_, i) => turn(i)).join('');
 }
 

@@ -57,8 +57,10 @@ export const openCodeSchema = `
   CREATE TABLE session(id text primary key, parent_id text, directory text, title text, time_updated integer);
   CREATE TABLE message(id text primary key, session_id text, time_created integer, time_updated integer, data text);
   CREATE TABLE part(id text primary key, message_id text, data text);
-  INSERT INTO session VALUES ('ses_1', NULL, '/work/oc', 'Stored', ${now - 50_000}), ('ses_2', 'ses_1', '/x', 'Sub', ${now});
+  INSERT INTO session VALUES ('ses_1', NULL, '/work/oc', 'Stored', ${now - 50_000}), ('ses_2', 'ses_1', '/x', 'Sub',
+    ${now});
   INSERT INTO message VALUES ('m1', 'ses_1', 1, ${now - 50_000}, '{"role":"user"}'),
     ('m2', 'ses_1', 2, ${now - 40_000}, '{"role":"assistant"}');
-  INSERT INTO part VALUES ('p1', 'm1', '{"type":"text","text":"Ask"}'), ('p2', 'm2', '{"type":"text","text":"Kept in rows"}'),
+  INSERT INTO part VALUES ('p1', 'm1', '{"type":"text","text":"Ask"}'), ('p2', 'm2',
+    '{"type":"text","text":"Kept in rows"}'),
     ('p3', 'm2', '{"type":"tool"}'), ('p4', 'm2', 'broken');`;

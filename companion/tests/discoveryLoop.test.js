@@ -314,7 +314,8 @@ test('a look at the database that came too soon is made up for', async (t) => {
   const file = path.join(home.home, '.local/share/opencode/opencode.db');
   store(file, openCodeSchema);
   let changes = 0;
-  const scanner = new Scanner({ environment: home.environment, log: silentLog, now: () => now, runningFolders: async () => [],
+  const scanner = new Scanner({ environment: home.environment, log: silentLog, now: () => now,
+    runningFolders: async () => [],
     onChange: () => { changes += 1; } });
   t.after(() => scanner.close());
   const texts = async (time) => (await scanner.scan(now + time)).map((row) => row.lastText);
@@ -370,10 +371,13 @@ test('odd things on the disk cost nothing but themselves', async (t) => {
   fs.symlinkSync('nowhere', at('gone.jsonl'));
   fs.mkdirSync(at('folder.jsonl'));
   execFileSync('mkfifo', [at('pipe.jsonl')]);
-  fs.writeFileSync(Buffer.concat([Buffer.from(`${at('x')}`), Buffer.from([0xff, 0xfe]), Buffer.from('.jsonl')]), lines(prompt('q')));
+  fs.writeFileSync(Buffer.concat([Buffer.from(`${at('x')}`), Buffer.from([0xff, 0xfe]), Buffer.from('.jsonl')]),
+    lines(prompt('q')));
   fs.writeFileSync(path.join(home.home, '.claude/projects/file'), 'x');
-  for (const name of ['.codex', '.gemini', '.pi/agent', '.local/share/opencode/storage', '.cline/data']) put(home, name, 'a file');
-  const odd = ['null', '7', '[]', '{}', '{"type":7}', '{"type":"user","message":null,"cwd":{}}', '{"type":"assistant","message":{"content":[null,7,{}]}}', 'x'];
+  for (const name of ['.codex', '.gemini', '.pi/agent', '.local/share/opencode/storage', '.cline/data']) put(home,
+    name, 'a file');
+  const odd = ['null', '7', '[]', '{}', '{"type":7}', '{"type":"user","message":null,"cwd":{}}',
+    '{"type":"assistant","message":{"content":[null,7,{}]}}', 'x'];
   put(home, `${place}/odd.jsonl`, lines(...odd, prompt('after')));
   const rows = await findSessions({ environment: home.environment, now: Date.now(), runningFolders: async () => [] });
   assert.deepEqual(rows.map((row) => row.title).sort(), ['after', 'p']);
@@ -382,10 +386,13 @@ test('odd things on the disk cost nothing but themselves', async (t) => {
 test('odd values in every agent\'s transcripts are borne', async (t) => {
   const home = temporaryHome(t);
   const odd = [null, 7, 'x', [], {}, [null], { a: null }];
-  const names = ['type', 'payload', 'message', 'content', 'role', 'id', 'sessionId', 'cwd', 'text', 'item', 'git', 'source',
+  const names = ['type', 'payload', 'message', 'content', 'role', 'id', 'sessionId', 'cwd', 'text', 'item', 'git',
+    'source',
     'messages', 'projects', 'metadata', 'path', '$set', 'kind', 'agent', 'title', 'directory', 'parentID', 'summary'];
-  const records = ['user', 'assistant', 'session', 'session_meta', 'event_msg', 'response_item', 'message', 'gemini', 'summary']
-    .flatMap((type) => names.flatMap((name) => odd.map((value) => ({ type, role: 'user', payload: { type: 'message', role: 'user' }, [name]: value }))));
+  const records = ['user', 'assistant', 'session', 'session_meta', 'event_msg', 'response_item', 'message', 'gemini',
+    'summary']
+    .flatMap((type) => names.flatMap((name) => odd.map((value) => ({ type, role: 'user', payload: { type: 'message',
+      role: 'user' }, [name]: value }))));
   const text = lines(...records, ...odd.map((value) => ({ type: 'session_meta', payload: value })));
   put(home, `${place}/a.jsonl`, text);
   put(home, '.codex/sessions/2026/11/20/rollout-a.jsonl', text);
@@ -426,8 +433,10 @@ async function pausesDuring(work) {
 test('twenty thousand files in a folder are looked at without holding up the process', async (t) => {
   const home = temporaryHome(t);
   fs.mkdirSync(path.join(home.home, place), { recursive: true });
-  for (let i = 0; i < 20_000; i += 1) fs.writeFileSync(path.join(home.home, place, `f${i}.jsonl`), i % 500 ? '' : lines(prompt('p')));
-  const scanner = new Scanner({ environment: home.environment, log: silentLog, now: () => now, runningFolders: async () => [] });
+  for (let i = 0; i < 20_000; i += 1) fs.writeFileSync(path.join(home.home, place, `f${i}.jsonl`),
+    i % 500 ? '' : lines(prompt('p')));
+  const scanner = new Scanner({ environment: home.environment, log: silentLog, now: () => now,
+    runningFolders: async () => [] });
   t.after(() => scanner.close());
   const pauses = await pausesDuring(() => scanner.scan(Date.now()));
   assert.ok(pauses.length > 50, 'the process was held up all along');

@@ -79,7 +79,8 @@ function find(home, variables = {}) {
   return findSessions({ environment: { ...home.environment, ...variables }, now, runningFolders: async () => [] });
 }
 
-const told = (rows) => rows.map((row) => [row.source, row.sessionId, row.cwd, row.branch, digest(row.title), digest(row.lastText)]
+const told = (rows) => rows.map((row) => [row.source, row.sessionId, row.cwd, row.branch, digest(row.title),
+  digest(row.lastText)]
   .join(' '));
 
 test('files of six agents are all found, and so is what they tell', async (t) => {
@@ -91,7 +92,8 @@ test('files of six agents are all found, and so is what they tell', async (t) =>
   fs.cpSync(path.join(real, folder), path.join(home.home, '.claude/projects/-sub'), { recursive: true });
   lay(home, '.claude/projects/-sub/agent-ea02459f.jsonl', path.join(real, 'claude-code/subagent-flat.jsonl'));
   dated(path.join(home.home, '.claude/projects/-sub/ef958aa1-0e93-49f0-bb71-150f63befcd1.jsonl'), 100);
-  const rows = await find(home, { SONRA_AIDER_FOLDERS: ['aided', 'short'].map((name) => path.join(home.home, name)).join(':') });
+  const rows = await find(home, { SONRA_AIDER_FOLDERS: ['aided', 'short'].map((name) => path.join(home.home,
+    name)).join(':') });
   const places = files.map(([source, name]) => [source, path.join(home.home, name)]);
   assert.deepEqual(rows.slice(0, -1).map((row) => [row.source, row.transcript]), places);
   assert.equal(rows.at(-1).sessionId, 'ef958aa1-0e93-49f0-bb71-150f63befcd1');
@@ -113,7 +115,8 @@ test('trees of OpenCode are found, and of sub-agents\' sessions none', async (t)
       dated(path.join(storage, file), 50);
     }
   }
-  fs.readdirSync(path.join(storage, 'message')).sort().forEach((name, i) => dated(path.join(storage, 'message', name), i));
+  fs.readdirSync(path.join(storage, 'message')).sort().forEach((name, i) => dated(path.join(storage, 'message', name),
+    i));
   const rows = await find(home);
   assert.deepEqual(told(rows), goldenTrees);
   for (const row of rows) assert.equal(row.transcript, path.join(storage, 'message', row.sessionId));

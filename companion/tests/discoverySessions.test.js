@@ -31,7 +31,8 @@ const claude = '.claude/projects/-work-app';
 
 test('a session has exactly the keys that the service reads', async (t) => {
   const home = temporaryHome(t);
-  const file = put(home, `${claude}/0b5c.jsonl`, lines(user('Build **it**'), assistant('Done: see https://x.y/z now.')));
+  const file = put(home, `${claude}/0b5c.jsonl`, lines(user('Build **it**'),
+    assistant('Done: see https://x.y/z now.')));
   assert.deepEqual(await find(home), [{
     active: true,
     branch: 'main',
@@ -130,7 +131,8 @@ test('only the beginning and the end of a long transcript are read', async (t) =
 test('a long line before the prompt, and one behind the reply, hide neither', async (t) => {
   const home = temporaryHome(t);
   const long = { type: 'attachment', content: 'x'.repeat(100_000) };
-  put(home, `${claude}/s.jsonl`, lines(long, user('Prompt'), assistant('Reply'), ...Array(10).fill(long)).slice(0, -450_000));
+  put(home, `${claude}/s.jsonl`, lines(long, user('Prompt'), assistant('Reply'), ...Array(10).fill(long)).slice(0,
+    -450_000));
   const { title, cwd } = await findOne(home);
   assert.deepEqual([title, cwd], ['Prompt', '/work/app']);
   put(home, `${claude}/s.jsonl`, lines(user('Prompt'), ...Array(9).fill(long), assistant('Reply'), long));
@@ -160,7 +162,8 @@ test('a folder that the service would refuse is left out', async (t) => {
   }
 });
 
-const meta = (payload) => ({ type: 'session_meta', payload: { id: 'cx', cwd: '/work/app', git: { branch: 'dev' }, ...payload } });
+const meta = (payload) => ({ type: 'session_meta', payload: { id: 'cx', cwd: '/work/app', git: { branch: 'dev' },
+  ...payload } });
 const event = (payload) => ({ type: 'event_msg', payload });
 const item = (payload) => ({ type: 'response_item', payload });
 const rollout = '.codex/sessions/2026/11/20/rollout-2026-11-20T10-00-00-cx.jsonl';
@@ -200,7 +203,8 @@ test('Codex: instructions of 100 KB in the first line hide nothing', async (t) =
   assert.deepEqual([title, lastText, cwd], ['p', 'r', '/work/app']);
 });
 
-const geminiMessages = [{ id: '1', type: 'user', content: [{ text: 'Ask' }] }, { id: '2', type: 'gemini', content: 'Told' },
+const geminiMessages = [{ id: '1', type: 'user', content: [{ text: 'Ask' }] }, { id: '2', type: 'gemini',
+  content: 'Told' },
   { id: '3', type: 'gemini', content: '', toolCalls: [] }];
 
 test('Gemini CLI: lines and documents, and where they run', async (t) => {
@@ -208,13 +212,18 @@ test('Gemini CLI: lines and documents, and where they run', async (t) => {
   const hash = createHash('sha256').update('/work/hashed').digest('hex');
   const head = { sessionId: 'g1', projectHash: hash, kind: 'main' };
   put(home, '.gemini/projects.json', { projects: { '/work/listed': 'listed', '/bad/../x': 'bad', n: 1 } });
-  put(home, '.gemini/tmp/listed/chats/session-1.jsonl', lines(head, ...geminiMessages, { $set: { summary: 'Sum' } }), { age: 1 });
-  put(home, `.gemini/tmp/${hash}/chats/session-2.json`, { ...head, sessionId: 'g2', messages: geminiMessages }, { age: 2 });
-  put(home, '.gemini/tmp/rooted/chats/session-3.jsonl', lines({ ...head, projectHash: 'f', sessionId: 'g3' }, ...geminiMessages), { age: 3 });
+  put(home, '.gemini/tmp/listed/chats/session-1.jsonl', lines(head, ...geminiMessages, { $set: { summary: 'Sum' } }),
+    { age: 1 });
+  put(home, `.gemini/tmp/${hash}/chats/session-2.json`, { ...head, sessionId: 'g2', messages: geminiMessages },
+    { age: 2 });
+  put(home, '.gemini/tmp/rooted/chats/session-3.jsonl', lines({ ...head, projectHash: 'f', sessionId: 'g3' },
+    ...geminiMessages), { age: 3 });
   put(home, '.gemini/tmp/rooted/.project_root', '/work/rooted\n');
-  put(home, '.gemini/tmp/rooted/chats/session-4.jsonl', lines({ ...head, sessionId: 'g4', kind: 'subagent' }, ...geminiMessages));
+  put(home, '.gemini/tmp/rooted/chats/session-4.jsonl', lines({ ...head, sessionId: 'g4', kind: 'subagent' },
+    ...geminiMessages));
   put(home, '.gemini/tmp/rooted/logs.json', []);
-  put(home, '.gemini/tmp/told/chats/session-5.jsonl', lines({ ...head, sessionId: 'g5' }, ...geminiMessages), { age: 5 });
+  put(home, '.gemini/tmp/told/chats/session-5.jsonl', lines({ ...head, sessionId: 'g5' }, ...geminiMessages),
+    { age: 5 });
   put(home, `${claude}/s.jsonl`, lines(user('p', { cwd: '/work/hashed' })), { age: 9 });
   const rows = (await find(home)).filter((row) => row.source === 'gemini');
   assert.deepEqual(rows.map((row) => [row.sessionId, row.cwd, row.title, row.lastText]), [
@@ -226,7 +235,8 @@ test('a long document is known by its beginning and its end', async (t) => {
   const home = temporaryHome(t);
   const filler = Array.from({ length: 3000 }, (_, i) => ({ id: `f${i}`, type: 'info', content: 'x'.repeat(500) }));
   const messages = [geminiMessages[0], ...filler, ...geminiMessages.slice(1)];
-  put(home, '.gemini/tmp/p/chats/session-1.json', JSON.stringify({ sessionId: 'g', messages, summary: 'Own' }, null, 2));
+  put(home, '.gemini/tmp/p/chats/session-1.json', JSON.stringify({ sessionId: 'g', messages, summary: 'Own' }, null,
+    2));
   const { title, lastText, sessionId } = await findOne(home);
   assert.deepEqual([title, lastText, sessionId], ['Own', 'Told', 'g']);
 });
@@ -239,21 +249,25 @@ test('Cline: tasks of an editor, and the newer store', async (t) => {
   const old = put(home, `.config/Code/${tasks}/1700/api_conversation_history.json`, [ask,
     text('assistant', '<thinking>hm</thinking>Tidied. <attempt_completion><result>All.</result></attempt_completion>')], { age: 1 });
   const session = '.cline/data/sessions/n1/n1';
-  const young = put(home, `${session}.messages.json`, { sessionId: 'n1', agent: 'lead', messages: [text('user', 'New one'),
-    text('assistant', 'Yes.'), { role: 'assistant', content: [{ type: 'tool_use' }] }], systemPrompt: 'long' }, { age: 2 });
+  const young = put(home, `${session}.messages.json`, { sessionId: 'n1', agent: 'lead', messages: [text('user',
+    'New one'),
+    text('assistant', 'Yes.'), { role: 'assistant', content: [{ type: 'tool_use' }] }], systemPrompt: 'long' },
+      { age: 2 });
   put(home, `${session}.json`, { cwd: '/work/new', metadata: { title: 'Titled' } });
   put(home, `${session}.compaction.json`, { messages: [] });
   put(home, '.cline/data/sessions/n1__mate/n1__mate.messages.json', { agent: 'mate', messages: [text('user', 'x')] });
   const rows = await find(home);
   assert.deepEqual(rows.map((row) => [row.source, row.sessionId, row.cwd, row.title, row.lastText, row.transcript]), [
-    ['cline', '1700', '/work/cl', 'Tidy up', 'Tidied. All.', old], ['cline', 'n1', '/work/new', 'Titled', 'Yes.', young]]);
+    ['cline', '1700', '/work/cl', 'Tidy up', 'Tidied. All.', old], ['cline', 'n1', '/work/new', 'Titled', 'Yes.',
+      young]]);
 });
 
 test('Pi: two records on one line cost no more than that line', async (t) => {
   const home = temporaryHome(t);
   const message = (role, text) => ({ type: 'message', message: { role, content: [{ type: 'text', text }] } });
   const records = lines({ type: 'session', id: 'pi-1', cwd: '/work/pi' }, message('user', 'Ask'),
-    `${JSON.stringify(message('assistant', 'lost'))}${JSON.stringify(message('user', 'lost'))}`, message('assistant', 'Kept'));
+    `${JSON.stringify(message('assistant', 'lost'))}${JSON.stringify(message('user', 'lost'))}`, message('assistant',
+      'Kept'));
   const file = put(home, '.pi/agent/sessions/--work-pi--/2026-11-20T10-00-00-000Z_pi-1.jsonl', records);
   const row = await findOne(home);
   assert.deepEqual([row.source, row.sessionId, row.cwd, row.title, row.lastText, row.transcript],
@@ -268,7 +282,8 @@ test('aider: histories where other sessions run, where one runs now, and where i
   const home = temporaryHome(t);
   const at = (name) => path.join(home.home, name);
   const text = history('#### old \n\nOld reply', '> Aider v1  \n\n#### /add x  \n#### Please # fix  \n#### more\n\nFirst\n\n> Applied  \n\nSecond line\n# heading\n\n> Tokens  \n');
-  for (const name of ['repo', 'running', 'named', 'elsewhere', 'attached']) put(home, `${name}/.aider.chat.history.md`, text, { age: 5 });
+  for (const name of ['repo', 'running', 'named', 'elsewhere', 'attached']) put(home,
+    `${name}/.aider.chat.history.md`, text, { age: 5 });
   put(home, 'repo/.git/HEAD', '');
   put(home, 'repo/deep/er/x', '');
   put(home, `${claude}/s.jsonl`, lines(user('p', { cwd: at('repo/deep/er') })), { age: 9 });
@@ -287,7 +302,8 @@ test('aider: histories where other sessions run, where one runs now, and where i
 test('aider: a running one is found by its command, as a program or as a script', async (t) => {
   const { runs } = await import('../lib/discovery/processes.js');
   for (const [command, is] of [[['aider', '--x'], true], [['/usr/bin/python3', '-u', '/home/u/bin/aider'], true],
-    [['python3.12', '-m', 'aider'], true], [['vim', 'aider'], false], [['python3', 'x.py', 'aider'], false], [[''], false]]) {
+    [['python3.12', '-m', 'aider'], true], [['vim', 'aider'], false], [['python3', 'x.py', 'aider'], false], [[''],
+      false]]) {
     assert.equal(runs(command.join('\0'), 'aider'), is, command.join(' '));
   }
 });
@@ -315,7 +331,8 @@ test('OpenCode: the tree of files', async (t) => {
   assert.deepEqual([row.source, row.sessionId, row.cwd, row.title, row.lastText],
     ['opencode', 'ses_1', '/work/oc', 'The title', 'Told']);
   assert.equal(row.transcript, path.join(home.home, '.local/share/opencode/storage/message/ses_1'));
-  put(home, '.local/share/opencode/storage/session/p1/ses_1.json', { directory: '/work/oc', title: 'New session - 2026-11-20T10:00:00.000Z' });
+  put(home, '.local/share/opencode/storage/session/p1/ses_1.json', { directory: '/work/oc',
+    title: 'New session - 2026-11-20T10:00:00.000Z' });
   assert.equal((await findOne(home)).title, 'Ask');
 });
 
@@ -358,7 +375,8 @@ test('each agent\'s own variable moves its place, and an empty or relative one d
     PI_CODING_AGENT_DIR: ['.pi/agent', 'sessions/--a--/1_c.jsonl', lines({ type: 'session', id: 'c' })],
   };
   for (const [name, [usual, file, content]] of Object.entries(places)) {
-    for (const [folder, value] of [[moved, moved], [path.join(home.home, usual), ''], [path.join(home.home, usual), 'rel'],
+    for (const [folder, value] of [[moved, moved], [path.join(home.home, usual), ''], [path.join(home.home, usual),
+      'rel'],
       [moved, '~/moved']]) {
       const transcript = put(home, path.join(folder, file), content);
       assert.equal((await findOne(home, { [name]: value })).transcript, transcript, `${name}=${value}`);

@@ -4,7 +4,8 @@ import test from 'node:test';
 import { leadingPieces, trailingPieces } from '../lib/discovery/jsonPieces.js';
 
 const messages = Array.from({ length: 7 }, (_, i) => ({
-  id: i, text: `a "quoted\\" ]}[{, \n ${'\\'.repeat(i)} ü`, nested: [{ messages: ['x'] }, -1.5e3, null, true], empty: {},
+  id: i, text: `a "quoted\\" ]}[{, \n ${'\\'.repeat(i)} ü`, nested: [{ messages: ['x'] }, -1.5e3, null, true],
+    empty: {},
 }));
 const shapes = {
   object: { sessionId: 's', n: -1, messages, summary: 'to "end"', after: { a: [1] } },
@@ -43,7 +44,8 @@ for (const [name, value] of Object.entries(shapes)) {
 }
 
 test('what is no document gives nothing, and ends', () => {
-  for (const text of ['', '{', '[', '"', '}', ']', 'x', '{"messages":', '{"messages":[', '[,', '{,}', '{"a"}', '[1 2', ':]', '":}', '\\"}']) {
+  for (const text of ['', '{', '[', '"', '}', ']', 'x', '{"messages":', '{"messages":[', '[,', '{,}', '{"a"}', '[1 2',
+    ':]', '":}', '\\"}']) {
     for (const pieces of [leadingPieces(text), trailingPieces(text)]) {
       assert.ok(pieces.elements.length <= 1, text);
     }

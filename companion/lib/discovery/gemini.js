@@ -1,7 +1,7 @@
 // Sessions of Gemini CLI: a folder for each project, in it a file for each session, of JSON lines or, in older
 // versions, one JSON document. A transcript doesn't tell where its session runs: the project's folder is named after a
-// list of projects, or by the SHA-256 of the path, which is found among the folders that other sessions are known to run
-// in.
+// list of projects, or by the SHA-256 of the path, which is found among the folders that other sessions are known to
+// run in.
 
 import { createHash } from 'node:crypto';
 import path from 'node:path';
