@@ -7,9 +7,10 @@ import test from 'node:test';
 import { lanAddresses } from '../lib/bridge/addresses.js';
 import { startBridge } from '../lib/bridge/bridge.js';
 import { Log, silentLog } from '../lib/log.js';
+import { replaceFile } from '../lib/wholeFile.js';
 import { EventParser } from '../remote/events.js';
 import { BridgeHome, snapshot, words } from './bridgeHome.js';
-import { until } from './home.js';
+import { temporaryHome, until } from './home.js';
 import { rawRequest, sendRaw } from './rawHttp.js';
 
 /** Opens a stream and collects its events. */
@@ -434,6 +435,20 @@ test('the shared folder may go and come', async (t) => {
   fs.rmSync(home.shared, { recursive: true });
   assert.equal((await home.command(headers, 'pause')).status, 401);
   assert.equal((await fetch(home.origin)).status, 200);
+});
+
+test('in a home that is new, changes are seen as well', async (t) => {
+  const { environment, shared } = temporaryHome(t);
+  fs.rmSync(shared, { recursive: true });
+  const lines = [];
+  const bridge = await startBridge({
+    environment: { ...environment, SONRA_BRIDGE_PORT: '0' },
+    log: new Log({ append: (line) => lines.push(JSON.parse(line)) }),
+  });
+  t.after(() => bridge.close());
+  assert.equal(fs.statSync(shared).mode & 0o777, 0o700);
+  replaceFile(`${shared}/state.json`, '{"bridgeLan":true}');
+  await until(() => lines.some(({ lan }) => lan === true), { what: 'the local network' });
 });
 
 test('closing ends everything', async (t) => {

@@ -18,12 +18,12 @@ export class FolderWatch {
 
   /** Watches the folder that is there now. A failure isn't one: whoever calls looks by himself from time to time. */
   rearm() {
-    const present = this.#identity();
-    if (present === this.#watched) return;
-    this.close();
     try {
       fs.mkdirSync(this.#folder, { recursive: true, mode: 0o700 });
-      this.#watched = this.#identity();
+      const present = this.#identity();
+      if (present === this.#watched) return;
+      this.close();
+      this.#watched = present;
       this.#watcher = fs.watch(this.#folder, { persistent: false }, (_, name) => this.#onChange(name ?? ''));
       this.#watcher.on('error', () => this.close());
     } catch {
