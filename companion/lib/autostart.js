@@ -89,15 +89,15 @@ export function uninstallAutostart({ environment = process.env } = {}) {
   return present;
 }
 
-/** As the service's menu sees it: an entry is there, or the launch agent that other tools look for. */
+/** An entry is there, whether it is heeded or not, or the launch agent that other tools look for. */
 export function isAutostartInstalled({ environment = process.env } = {}) {
   const agent = path.join(homeDirectory(environment), 'Library/LaunchAgents/dev.trelnivorn.sonra.plist');
   return fs.existsSync(autostartPath(environment)) || fs.existsSync(agent);
 }
 
-/** True if the desktop will heed the entry: its settings switch one off by a key and leave it where it is. */
+/** As the service's menu sees it: desktops leave an entry that they switch off where it is, with one of these keys. */
 export function isAutostartEnabled({ environment = process.env } = {}) {
-  if (!isAutostartInstalled({ environment })) return false;
-  const text = readIfPresent(autostartPath(environment)) ?? '';
+  const text = readIfPresent(autostartPath(environment));
+  if (text === undefined) return isAutostartInstalled({ environment });
   return !/^\s*(Hidden\s*=\s*true|X-GNOME-Autostart-enabled\s*=\s*false)\s*$/m.test(text);
 }
