@@ -1,48 +1,47 @@
 #include "history/CodexBackwardLines.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "history/ReplyMarks.h"
 #include "ingest/CodexLines.h"
+#include "ingest/CodexSorter.h"
 
 namespace sonra {
 
 void CodexBackwardLines::take(std::string line, std::deque<HistoryMessage>& messages) {
-    auto object = json::parseObject(line);
-    if (!object) return;
-    const bool separates = CodexLines::separates(*object);
-    const bool beginsTurn = CodexLines::beginsTurn(*object);
-    auto turn = CodexLines::turnOf(*object);
-    const auto record = TranscriptRecord::jsonObject(*std::move(object));
-    if (auto response = responses_.parse(record))
-        return takeResponse(*std::move(response), std::move(turn), messages);
-    if (separates) finish(messages);
-    auto event = events_.parse(record);
-    if (event && !isAnswered(*event, turn)) waiting_ = std::move(event);
-    if (beginsTurn) unreported_.clear();
+    const bool isLast = endsPart(line);
+    bytes_ += line.size();
+    lines_.push_back(std::move(line));
+    if (isLast) finish(messages);
 }
 
-void CodexBackwardLines::takeResponse(HistoryMessage response, std::string turn,
-                                      std::deque<HistoryMessage>& messages) {
-    const bool isReported = waiting_ && waiting_->text == response.text;
-    if (isReported) waiting_.reset();
-    finish(messages);
-    if (!isReported) unreported_.push_back({response.text, std::move(turn)});
-    messages.push_back(std::move(response));
-}
-
-bool CodexBackwardLines::isAnswered(const HistoryMessage& event, const std::string& turn) {
-    const auto found = std::ranges::find_if(unreported_, [&](const Response& response) {
-        return response.text == event.text && CodexLines::mayBeOneTurn(response.turn, turn);
-    });
-    if (found == unreported_.end()) return false;
-    unreported_.erase(found);
-    return true;
+bool CodexBackwardLines::endsPart(const std::string& line) const {
+    if (bytes_ >= mostBytes) return true;
+    const bool isEnough = bytes_ >= enoughBytes;
+    if (!isEnough && !CodexLines::mayBeginTurn(line)) return false;
+    const auto object = json::parseObject(line);
+    if (!object) return false;
+    if (CodexLines::beginsTurn(*object)) return true;
+    return isEnough && CodexLines::separates(*object) && !responses_.parseObject(*object) &&
+           !events_.parseObject(*object);
 }
 
 void CodexBackwardLines::finish(std::deque<HistoryMessage>& messages) {
-    if (waiting_) messages.push_back(*std::move(waiting_));
-    waiting_.reset();
+    CodexSorter sorter("");
+    for (auto line = lines_.rbegin(); line != lines_.rend(); ++line) sorter.take(*line, 0);
+    sorter.finish();
+    std::vector<HistoryMessage> found;
+    for (const auto& record : sorter.takeRecords()) {
+        const auto* line = record.asJsonl();
+        if (line != nullptr && !ReplyMarks::mayBeReply(*line)) continue;
+        auto message = line != nullptr ? responses_.parse(record) : events_.parse(record);
+        if (message) found.push_back(*std::move(message));
+    }
+    std::ranges::move(found.rbegin(), found.rend(), std::back_inserter(messages));
+    lines_.clear();
+    bytes_ = 0;
 }
 
 }  // namespace sonra

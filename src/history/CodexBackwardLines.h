@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -11,31 +11,28 @@
 namespace sonra {
 
 /// Lines of Codex, where an event may report a message that a response item of the same turn holds
-/// too: it is handed out once, as CodexItemsReader does it live, and as the response item. For the
-/// rest as BackwardLines.
+/// too: it is handed out once, and as the one of the two that was heard live.
+///
+/// What was heard depends on what came first, so the lines of a turn are kept until its first line
+/// is read and then sorted as CodexItemsReader sorts them. Of a very long turn a part is kept: up
+/// to the next call beyond `enoughBytes`, or to any line beyond `mostBytes`. For the rest as
+/// BackwardLines.
 class CodexBackwardLines : public BackwardLines {
   public:
+    static constexpr std::size_t enoughBytes = std::size_t{1} << 20;
+    static constexpr std::size_t mostBytes = 4 * enoughBytes;
+
     void take(std::string line, std::deque<HistoryMessage>& messages) override;
     void finish(std::deque<HistoryMessage>& messages) override;
 
   private:
-    /// A message with the turn that its line names, if it does.
-    struct Response {
-        std::string text;
-        std::string turn;
-    };
-
-    void takeResponse(HistoryMessage response, std::string turn,
-                      std::deque<HistoryMessage>& messages);
-    /// True if a response item behind the event, in this turn, says the same; it does so for one.
-    bool isAnswered(const HistoryMessage& event, const std::string& turn);
+    /// True if no reply before `line` belongs to one behind it, or it isn't worth finding out.
+    [[nodiscard]] bool endsPart(const std::string& line) const;
 
     CodexParser responses_;
     CodexItemParser events_;
-    /// An event's message, until the line before it is known that parts it from others.
-    std::optional<HistoryMessage> waiting_;
-    /// Response items of the turn that is being read, whose events may still come.
-    std::vector<Response> unreported_;
+    std::vector<std::string> lines_;  ///< the last one first
+    std::size_t bytes_ = 0;           ///< in the lines
 };
 
 }  // namespace sonra

@@ -13,7 +13,6 @@ class CodexItemParser : public HarnessParser {
   public:
     std::string_view id() const override { return "codex"; }
 
-  protected:
     std::optional<HistoryMessage> parseObject(const Json& object) const override;
 };
 

@@ -10,10 +10,10 @@ namespace sonra {
 /// write no response item for it.
 ///
 /// Lines are returned as they are, and such events decoded. Where a response item with the same
-/// words stands beside the event, the event isn't returned; to know that, the cursor waits in front
-/// of it until a line follows that ends the wait, or nothing has been written for 1.5 s. A response
-/// item that comes later still, in the same turn, isn't returned; nor is one whose event stood
-/// there when the reading began. The cursor is `byte`. Immutable, any thread, never throws.
+/// words follows at once, the event isn't returned; to know that, the cursor waits in front of it
+/// until a line follows that ends the wait, or nothing has been written for 1.5 s. A response item
+/// that comes later, in the same turn, isn't returned; nor is one whose event stood there when the
+/// reading began. The cursor is `byte`. Immutable, any thread, never throws.
 class CodexItemsReader : public ShapeReader {
   public:
     explicit CodexItemsReader(QuietFile quiet = QuietFile()) : quiet_(std::move(quiet)) {}

@@ -13,7 +13,23 @@ bool isAnyOf(const std::string& text, std::initializer_list<std::string_view> te
     return std::ranges::find(texts, text) != texts.end();
 }
 
+bool has(std::string_view line, std::string_view word) {
+    return line.find(word) != std::string_view::npos;
+}
+
 }  // namespace
+
+bool mayBeEvent(std::string_view line) {
+    return has(line, "item_completed") && has(line, "AgentMessage");
+}
+
+bool mayPair(std::string_view line) {
+    return has(line, "\"assistant\"") || mayBeEvent(line) || mayBeginTurn(line);
+}
+
+bool mayBeginTurn(std::string_view line) {
+    return has(line, "task_started") || has(line, "user_message") || has(line, "UserMessage");
+}
 
 bool separates(const Json& line) {
     const Json* payload = RecordTexts::objectAt(line, "payload");

@@ -6,61 +6,98 @@
 #include "ingest/CodexItemParser.h"
 #include "ingest/CodexLines.h"
 #include "ingest/CodexParser.h"
+#include "ingest/QuietFile.h"
 
 namespace sonra {
+namespace {
+
+/// True if the response item came so long after its event that the event was heard.
+bool isLate(Timestamp event, Timestamp response) {
+    const bool areKnown = event != Timestamp() && response != Timestamp();
+    return areKnown && response - event > QuietFile::enough;
+}
+
+}  // namespace
+
+CodexSorter::Reply CodexSorter::Reply::of(HistoryMessage message, const Json& line) {
+    return {std::move(message.text), CodexLines::turnOf(line), message.timestamp};
+}
 
 bool CodexSorter::Reply::isSameAs(const Reply& other) const {
     return CodexLines::mayBeOneTurn(turn, other.turn) && text == other.text;
 }
 
-std::optional<CodexSorter::Reply> CodexSorter::responseIn(const Json& line) {
-    auto message = CodexParser().parse(TranscriptRecord::jsonObject(line));
-    if (!message) return std::nullopt;
-    return Reply{std::move(message->text), CodexLines::turnOf(line)};
-}
-
-std::optional<CodexSorter::Reply> CodexSorter::eventIn(const Json& line) {
-    auto message = CodexItemParser().parse(TranscriptRecord::jsonObject(line));
-    if (!message) return std::nullopt;
-    return Reply{std::move(message->text), CodexLines::turnOf(line)};
-}
-
 CodexSorter::CodexSorter(std::string before) : before_(std::move(before)) {
-    for (const auto line : LineReading::linesIn(before_)) takeOld(line);
+    for (const auto line : LineReading::linesIn(before_)) take(line, 0);
+    finish();
+    records_.clear();
 }
 
-void CodexSorter::takeOld(std::string_view line) {
-    lines_.push_back(line);
-    const auto object = decodedIfUseful(line);
-    if (!object) return;
-    if (CodexLines::beginsTurn(*object)) said_.clear();
-    if (isSaid(*object)) return;
-    auto event = eventIn(*object);
-    if (event && !wasSaidBefore(*event)) said_.push_back(*std::move(event));
-}
-
-void CodexSorter::take(const LineReading::Line& line) {
-    lines_.push_back(line.text);
-    auto object = decodedIfUseful(line.text);
-    if (object && !endsWait(*object)) {
-        if (CodexLines::separates(*object)) finish();
-        if (CodexLines::beginsTurn(*object)) said_.clear();
-        if (isSaid(*object)) return;
-        if (auto event = eventIn(*object)) {
-            if (!wasSaidBefore(*event))
-                waiting_ =
-                    Waiting{*std::move(object), *std::move(event), line.start, records_.size()};
-            return;
-        }
+void CodexSorter::take(std::string_view line, std::int64_t start) {
+    if (!hasEvents_ && CodexLines::mayBeEvent(line)) learnOfResponses();
+    if (!hasEvents_) {
+        beforeEvents_.push_back(line);
+    } else if (waiting_ || CodexLines::mayPair(line)) {
+        auto object = json::parseObject(line);
+        if (object && !sort(*std::move(object), start)) return;
     }
-    records_.push_back(TranscriptRecord::jsonl(line.text));
+    records_.push_back(TranscriptRecord::jsonl(std::string(line)));
+}
+
+void CodexSorter::learnOfResponses() {
+    hasEvents_ = true;
+    for (const auto line : beforeEvents_) {
+        auto object = CodexLines::mayPair(line) ? json::parseObject(line) : std::nullopt;
+        if (object) sort(*std::move(object), 0);
+    }
+    beforeEvents_.clear();
+}
+
+bool CodexSorter::sort(Json line, std::int64_t start) {
+    if (auto response = CodexParser().parseObject(line))
+        return sortResponse(Reply::of(*std::move(response), line));
+    if (CodexLines::separates(line)) finish();
+    if (CodexLines::beginsTurn(line)) {
+        events_.clear();
+        responses_.clear();
+    }
+    auto event = CodexItemParser().parseObject(line);
+    if (!event) return true;
+    auto reply = Reply::of(*std::move(event), line);
+    return sortEvent(std::move(line), std::move(reply), start);
+}
+
+bool CodexSorter::sortResponse(const Reply& response) {
+    const bool isAwaited = waiting_ && response.isSameAs(waiting_->reply);
+    if (isAwaited && !isLate(waiting_->reply.time, response.time)) {
+        waiting_.reset();
+        return true;
+    }
+    finish();
+    if (takeSame(events_, response)) return false;
+    responses_.push_back(response);
+    return true;
+}
+
+bool CodexSorter::sortEvent(Json line, Reply event, std::int64_t start) {
+    if (!takeSame(responses_, event))
+        waiting_ = Waiting{std::move(line), std::move(event), start, records_.size()};
+    return false;
+}
+
+bool CodexSorter::takeSame(Replies& replies, const Reply& reply) {
+    const auto found =
+        std::ranges::find_if(replies, [&](const auto& other) { return reply.isSameAs(other); });
+    if (found == replies.end()) return false;
+    replies.erase(found);
+    return true;
 }
 
 void CodexSorter::finish() {
     if (!waiting_) return;
     const auto place = records_.begin() + static_cast<std::ptrdiff_t>(waiting_->place);
     records_.insert(place, TranscriptRecord::jsonObject(std::move(waiting_->object)));
-    said_.push_back(std::move(waiting_->reply));
+    events_.push_back(std::move(waiting_->reply));
     waiting_.reset();
 }
 
@@ -73,41 +110,6 @@ std::vector<TranscriptRecord> CodexSorter::takeRecords() {
         records_.erase(records_.begin() + static_cast<std::ptrdiff_t>(waiting_->place),
                        records_.end());
     return std::move(records_);
-}
-
-std::optional<Json> CodexSorter::decodedIfUseful(std::string_view line) const {
-    const bool isEvent = line.find("item_completed") != std::string_view::npos;
-    if (!isEvent && !waiting_ && said_.empty()) return std::nullopt;
-    return json::parseObject(line);
-}
-
-bool CodexSorter::endsWait(const Json& line) {
-    if (!waiting_) return false;
-    const auto response = responseIn(line);
-    if (!response || !response->isSameAs(waiting_->reply)) return false;
-    waiting_.reset();
-    return true;
-}
-
-bool CodexSorter::isSaid(const Json& line) {
-    if (said_.empty()) return false;
-    const auto response = responseIn(line);
-    if (!response) return false;
-    const auto found =
-        std::ranges::find_if(said_, [&](const auto& event) { return response->isSameAs(event); });
-    if (found == said_.end()) return false;
-    said_.erase(found);
-    return true;
-}
-
-bool CodexSorter::wasSaidBefore(const Reply& event) const {
-    for (auto line = lines_.rbegin() + 1; line != lines_.rend(); ++line) {
-        const auto object = json::parseObject(*line);
-        if (!object || !CodexLines::separates(*object)) continue;
-        const auto response = responseIn(*object);
-        return response && response->isSameAs(event);
-    }
-    return false;
 }
 
 }  // namespace sonra

@@ -7,19 +7,21 @@
 #include <vector>
 
 #include "frame/Json.h"
+#include "ingest/HistoryMessage.h"
 #include "ingest/LineReading.h"
 #include "ingest/TranscriptRecord.h"
 
 namespace sonra {
 
-/// Sorts the lines of one read of a Codex transcript: each of them is a record as it is, but of an
-/// event and a response item that report the same reply, only one comes out.
+/// Sorts lines of a Codex transcript: each of them is a record as it is, but of an event and a
+/// response item that report the same reply, only one comes out.
 ///
-/// That is the response item, unless the event came out long before it, or was there when the read
-/// began: then it is the event, so that nothing is heard twice. The two belong together if they
-/// have the same words and stand in the same turn. The lines before the read tell which events wait
-/// for their response item; nothing else is remembered from one read to the next. Where no event
-/// is, no line is decoded. For one read on one thread; `take`n lines must outlive it. Never fails.
+/// That is the one that comes first, unless the response item follows its event at once: then it is
+/// the response item. So nothing is heard twice, nor is an event held back for long. The two belong
+/// together if they have the same words and stand in the same turn. The lines before the first one
+/// tell what of this turn came out already, by the same rules; nothing else is remembered from one
+/// read to the next. Where no event is, no line is decoded. For one read on one thread; `take`n
+/// lines must outlive it. Never fails.
 class CodexSorter {
   public:
     /// `before` is what stands right before the first line, as far back as it may matter.
@@ -27,7 +29,8 @@ class CodexSorter {
     CodexSorter(const CodexSorter&) = delete;
     CodexSorter& operator=(const CodexSorter&) = delete;
 
-    void take(const LineReading::Line& line);
+    void take(const LineReading::Line& line) { take(line.text, line.start); }
+    void take(std::string_view line, std::int64_t start);
     /// No line will end the wait for a response item.
     void finish();
     /// Where the event starts that waits for the line after it.
@@ -40,9 +43,12 @@ class CodexSorter {
     struct Reply {
         std::string text;
         std::string turn;  ///< empty if the line doesn't say
+        Timestamp time;
 
+        static Reply of(HistoryMessage message, const Json& line);
         bool isSameAs(const Reply& other) const;
     };
+    using Replies = std::vector<Reply>;
     struct Waiting {
         Json object;
         Reply reply;
@@ -50,23 +56,22 @@ class CodexSorter {
         std::size_t place;  ///< number of records before it
     };
 
-    static std::optional<Reply> responseIn(const Json& line);
-    static std::optional<Reply> eventIn(const Json& line);
-
-    void takeOld(std::string_view line);
-    /// Absent where the line can't matter to its neighbours.
-    std::optional<Json> decodedIfUseful(std::string_view line) const;
-    /// True if the line is the response item that the waiting event waits for.
-    bool endsWait(const Json& line);
-    /// True if the line is the response item of an event that came out before it.
-    bool isSaid(const Json& line);
-    /// True if a response item stands right before the last line and says `event`.
-    bool wasSaidBefore(const Reply& event) const;
+    /// Learns of the response items before the first event, to which they didn't matter till then.
+    void learnOfResponses();
+    /// False if the line is no record, or not yet.
+    bool sort(Json line, std::int64_t start);
+    bool sortResponse(const Reply& response);
+    bool sortEvent(Json line, Reply event, std::int64_t start);
+    /// Takes out the first that is the same as `reply`; false if none is.
+    static bool takeSame(Replies& replies, const Reply& reply);
 
     const std::string before_;
-    std::vector<std::string_view> lines_;
-    /// The events of this turn that came out and whose response items may still follow.
-    std::vector<Reply> said_;
+    bool hasEvents_ = false;
+    std::vector<std::string_view> beforeEvents_;
+    /// Of this turn, what came out alone: events whose response items may still follow, and
+    /// response items whose events may.
+    Replies events_;
+    Replies responses_;
     std::optional<Waiting> waiting_;
     std::vector<TranscriptRecord> records_;
 };

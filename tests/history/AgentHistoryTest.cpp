@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "history/MessageCounter.h"
 #include "history/SessionHistory.h"
+#include "ingest/CodexItemsReader.h"
+#include "ingest/CodexParser.h"
 #include "ingest/LiveTailReaderRegistry.h"
 #include "support/TempDir.h"
 #include "support/Transcripts.h"
@@ -29,6 +33,16 @@ const std::string codexCall = R"({"type":"response_item","payload":{"type":"func
 
 const std::string codexTurn = R"({"type":"event_msg","payload":{"type":"user_message"}})"
                               "\n";
+
+const std::string codexTokens = R"({"type":"event_msg","payload":{"type":"token_count"}})"
+                                "\n";
+
+/// The same line of another time.
+std::string codexAt(const std::string& time, std::string line) {
+    const std::string key = R"("timestamp":")";
+    const auto start = line.find(key) + key.size();
+    return line.replace(start, line.find('"', start) - start, time);
+}
 
 std::string gemini(const std::string& id, const std::string& text) {
     return R"({"id":")" + id + R"(","type":"gemini","content":")" + text + "\"}";
@@ -66,6 +80,15 @@ class AgentHistory : public testing::Test {
         return texts;
     }
 
+    /// The ids of all that is paged of Codex, newest first.
+    Texts idsOf(const std::string& content) {
+        test::writeFile(dir / "session.jsonl", content);
+        SessionHistory history(dir / "session.jsonl", HistorySource::codex, 1024);
+        Texts ids;
+        for (const auto& message : history.loadOlder(100)) ids.push_back(message.messageId);
+        return ids;
+    }
+
     test::TempDir dir;
 };
 
@@ -96,6 +119,58 @@ TEST_F(AgentHistory, CodexPagesAReplyOnceHoweverLateItsResponseItemStands) {
 TEST_F(AgentHistory, CodexPagesTheSameWordsOfTwoTurnsTwice) {
     EXPECT_EQ(paged(HistorySource::codex, codexItem("Done.") + codexTurn + codexReply("Done.")),
               (Texts{"Done.", "Done."}));
+}
+
+TEST_F(AgentHistory, CodexPagesALateReplyUnderTheIdOfItsEvent) {
+    const auto early = codexAt("2026-08-03T10:48:56.000Z", codexItem("One."));
+    const auto soon = codexAt("2026-08-03T10:48:57.500Z", codexReply("One."));
+    const auto late = codexAt("2026-08-03T10:48:57.501Z", codexReply("One."));
+    const auto event = idsOf(early);
+    EXPECT_EQ(idsOf(early + soon), idsOf(soon));
+    EXPECT_EQ(idsOf(early + codexTokens + soon), idsOf(soon));
+    EXPECT_EQ(idsOf(early + codexCall + soon), event);
+    EXPECT_EQ(idsOf(early + late), event);
+    EXPECT_EQ(idsOf(codexItem("One.") + codexTokens + codexReply("One.")),
+              idsOf(codexReply("One.")))
+        << "times that nobody can read are no times";
+    EXPECT_EQ(idsOf(soon + codexCall + early), idsOf(soon));
+    EXPECT_EQ(idsOf(early + soon + early).size(), 2U);
+}
+
+/// Whoever joins the two finds one message.
+TEST_F(AgentHistory, CodexPagesWhatItsReaderReads) {
+    const std::vector<std::string> parts = {
+        codexTurn,         codexCall,
+        codexTokens,       codexAt("2026-08-03T10:48:56.000Z", codexItem("One.")),
+        codexItem("One."), codexAt("2026-08-03T10:48:59.000Z", codexReply("One.")),
+        codexReply("One.")};
+    std::minstd_rand random(1);
+    for (int run = 0; run < 300; ++run) {
+        std::string content = codexTurn;
+        for (int line = 0; line < 12; ++line) content += parts[random() % parts.size()];
+        content += codexCall;
+        const auto ids = idsOf(content);
+        const auto reading =
+            CodexItemsReader().readSince(dir / "session.jsonl", TailOffset::byte(0));
+        Texts live;
+        for (const auto& record : reading.records) {
+            auto message = CodexParser().parse(record);
+            if (!message && record.asJsonl() == nullptr) message = CodexItemParser().parse(record);
+            if (message) live.insert(live.begin(), message->messageId);
+        }
+        EXPECT_EQ(ids, live) << content;
+    }
+}
+
+TEST_F(AgentHistory, CodexPagesATurnThatIsTooLongToKeep) {
+    std::string content;
+    for (int part = 0; part < 9; ++part) {
+        content += codexItem("One.") + codexReply("One.");
+        for (int line = 0; line < 3; ++line)
+            content += codexCall.substr(0, codexCall.size() - 2) + R"(,"data":")" +
+                       std::string(300'000, 'x') + "\"}\n";
+    }
+    EXPECT_EQ(paged(HistorySource::codex, content), Texts(9, "One."));
 }
 
 TEST_F(AgentHistory, PiPagesItsLines) {

@@ -70,6 +70,10 @@ class CodexItems : public testing::Test {
     }
     void expectSaidNow(const std::vector<std::string>& texts) {
         std::vector<std::string> said;
+        readOn(said);
+        EXPECT_EQ(said, texts);
+    }
+    void readOn(std::vector<std::string>& said) {
         const auto reading = reader.readSince(path, cursor);
         cursor = cursor.advanced(reading.newOffset);
         for (const auto& record : reading.records) {
@@ -78,7 +82,6 @@ class CodexItems : public testing::Test {
                 message = reader.parser().parse(record);
             if (message) said.push_back(message->text);
         }
-        EXPECT_EQ(said, texts);
     }
 
     test::TempDir dir;
@@ -158,10 +161,65 @@ TEST_F(CodexItems, AResponseItemIsNotSaidAgainByAnotherReader) {
 
 TEST_F(CodexItems, AnItemThatStillWaitsAtARestartIsSaidByItsResponseItem) {
     expectSaid(asked + item("One."), {});
-    test::appendFile(path, lateResponse("One."));
-    const auto reading = CodexItemsReader().readSince(path, cursor);
+    test::appendFile(path, response("One."));
+    const auto reading = reader.readSince(path, cursor);
     ASSERT_EQ(reading.records.size(), 1U);
     EXPECT_EQ(CodexParser().parse(reading.records[0])->text, "One.");
+}
+
+/// Whether it was heard by then or not, so that its id is the same for all.
+TEST_F(CodexItems, AnItemIsSaidByItselfIfItsResponseItemIsOfALaterTime) {
+    expectSaid(item("One."), {});
+    test::appendFile(path, lateResponse("One.") + call);
+    const auto reading = reader.readSince(path, cursor);
+    ASSERT_EQ(reading.records.size(), 2U);
+    ASSERT_NE(reading.records[0].asJsonObject(), nullptr);
+    EXPECT_EQ(CodexItemParser().parse(reading.records[0])->messageId, md5Prefix16("One." + noon));
+}
+
+TEST_F(CodexItems, AResponseItemAnswersAnItemAnywhereBehindItInItsTurn) {
+    expectSaid(response("One.") + call + item("One.") + call, {"One."});
+    expectSaid(response("Two.") + call, {"Two."});
+    expectSaid(tokens + item("Two.") + call, {});
+    expectSaid(item("Two.") + call, {"Two."});
+}
+
+TEST_F(CodexItems, AResponseItemThatAnsweredAnItemDoesNotAnswerTheNext) {
+    expectSaid(item("One.") + response("One.") + item("One.") + call, {"One.", "One."});
+    test::appendFile(path, asked + item("Two.") + response("Two.") + item("Two."));
+    cursor = reader.initialOffset(path);
+    expectSaid(response("Two.") + call, {});
+}
+
+TEST_F(CodexItems, TheSameIsSaidWhereverTheReadingWasBroken) {
+    const std::vector<std::string> lines = {asked,
+                                            response("One."),
+                                            call,
+                                            item("One."),
+                                            call,
+                                            item("Two."),
+                                            call,
+                                            item("Two."),
+                                            lateResponse("Two."),
+                                            item("Two."),
+                                            tokens,
+                                            call,
+                                            response("Two."),
+                                            item("Six."),
+                                            response("Six."),
+                                            item("Six."),
+                                            call};
+    const std::vector<std::string> all = {"One.", "Two.", "Two.", "Two.", "Six.", "Six."};
+    for (std::size_t broken = 0; broken <= lines.size(); ++broken) {
+        test::writeFile(path, "");
+        cursor = TailOffset::byte(0);
+        std::vector<std::string> said;
+        for (std::size_t at = 0; at < lines.size(); ++at) {
+            test::appendFile(path, lines[at]);
+            if (at + 1 == broken || at + 1 == lines.size()) readOn(said);
+        }
+        EXPECT_EQ(said, all) << broken;
+    }
 }
 
 TEST_F(CodexItems, EachResponseItemAnswersOneItem) {
@@ -243,14 +301,7 @@ TEST_F(CodexItems, TheSameIsSaidHoweverTheFileGrows) {
     for (std::size_t at = 0; at < all.size(); at += 11) {
         test::appendFile(path, all.substr(at, 11));
         now = std::chrono::system_clock::now();
-        const auto reading = reader.readSince(path, cursor);
-        cursor = reading.newOffset;
-        for (const auto& record : reading.records) {
-            auto message = CodexParser().parse(record);
-            if (!message && record.asJsonObject() != nullptr)
-                message = reader.parser().parse(record);
-            if (message) said.push_back(message->text);
-        }
+        readOn(said);
     }
     EXPECT_EQ(said, (std::vector<std::string>{"One.", "Two.", "Three.", "Four."}));
 }
