@@ -11,6 +11,7 @@
 #include "search/LoweredOffsets.h"
 #include "search/ParsedQuery.h"
 #include "search/RelativeDate.h"
+#include "search/SearchText.h"
 
 namespace sonra {
 namespace {
@@ -26,7 +27,7 @@ void append(SearchRow& row, std::string_view text, Role role) {
     row.pieces.push_back({std::string(text), role});
 }
 
-bool isNewer(const std::shared_ptr<const SessionMeta>& one,
+bool isOlder(const std::shared_ptr<const SessionMeta>& one,
              const std::shared_ptr<const SessionMeta>& other) {
     return one->mtime < other->mtime;
 }
@@ -37,7 +38,7 @@ SearchRow projectRow(const ProjectHit& hit, std::string_view expandedProject, do
     row.isExpanded = !expandedProject.empty() && hit.name == expandedProject;
     std::string age;
     if (!hit.sessions.empty()) {
-        const auto& newest = **std::ranges::max_element(hit.sessions, isNewer);
+        const auto& newest = **std::ranges::max_element(hit.sessions, isOlder);
         age = relativeDate(newest.mtime, now);
         row.source = newest.source;
     }
@@ -66,17 +67,7 @@ std::optional<Role> roleOf(HitField field, const SessionMeta& session) {
 }
 
 std::string_view textOf(HitField field, const SessionMeta& session) {
-    switch (field) {
-        case HitField::sessionId:
-            return session.sessionId;
-        case HitField::project:
-            return FileName::lastComponent(session.cwd);
-        case HitField::firstUserPrompt:
-            return session.firstUserPrompt;
-        case HitField::lastSnippet:
-            return session.lastAssistantSnippet;
-    }
-    return {};
+    return SearchText::fieldsOf(session)[static_cast<std::size_t>(field)];
 }
 
 /// A field may be longer than what is shown of it: what lies behind that isn't highlighted, or

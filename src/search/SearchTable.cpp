@@ -34,9 +34,8 @@ SearchTable::SearchTable(const SessionSnapshot::Entries& entries) {
 
 void SearchTable::readTexts(const SessionSnapshot::Entries& entries) {
     std::size_t size = SearchText::padding;
-    for (const auto& entry : entries)
-        size += FileName::lastComponent(entry->cwd).size() + entry->sessionId.size() +
-                entry->firstUserPrompt.size() + entry->lastAssistantSnippet.size();
+    for (const auto session : sessions_)
+        for (const auto field : SearchText::fieldsOf(*entries[session])) size += field.size();
     bytes_.reserve(size);
     rows_.reserve(entries.size());
     unitsAt_.reserve(entries.size());

@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "search/FileName.h"
+#include "search/HitField.h"
 #include "search/SessionMeta.h"
 
 namespace sonra {
@@ -74,10 +75,20 @@ std::uint64_t SearchText::maskOf(unsigned char byte) {
     return characterMasks[byte];
 }
 
+std::array<std::string_view, SearchText::fieldCount> SearchText::fieldsOf(const SessionMeta& meta) {
+    std::array<std::string_view, fieldCount> fields;
+    const auto text = [&](HitField field) -> auto& {
+        return fields[static_cast<std::size_t>(field)];
+    };
+    text(HitField::project) = FileName::lastComponent(meta.cwd);
+    text(HitField::sessionId) = meta.sessionId;
+    text(HitField::firstUserPrompt) = meta.firstUserPrompt;
+    text(HitField::lastSnippet) = meta.lastAssistantSnippet;
+    return fields;
+}
+
 SearchText::SearchText(const SessionMeta& meta) {
-    const std::array<std::string_view, fieldCount> fields{FileName::lastComponent(meta.cwd),
-                                                          meta.sessionId, meta.firstUserPrompt,
-                                                          meta.lastAssistantSnippet};
+    const auto fields = fieldsOf(meta);
     const bool plain = std::ranges::all_of(fields, isAscii);
     std::size_t total = 0;
     for (std::size_t i = 0; i < fieldCount; ++i) {

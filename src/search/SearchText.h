@@ -24,6 +24,9 @@ class SearchText {
 
     explicit SearchText(const SessionMeta& meta);
 
+    /// As they were written. They point into `meta`.
+    static std::array<std::string_view, fieldCount> fieldsOf(const SessionMeta& meta);
+
     /// With the padding behind them.
     [[nodiscard]] const unsigned char* padded() const { return bytes_.data(); }
     [[nodiscard]] std::span<const unsigned char> bytes() const {

@@ -9,7 +9,6 @@
 
 #include "frame/Text.h"
 #include "search/FieldScan.h"
-#include "search/FileName.h"
 #include "search/ParsedQuery.h"
 #include "search/Scorer.h"
 #include "search/SearchTable.h"
@@ -246,9 +245,7 @@ void Search::addSessions(std::vector<SearchHit>& hits) const {
 /// The field and the places come from the token that was found in the weightiest field.
 SessionHit Search::sessionHit(const Found& found) const {
     const auto& meta = session(found.row);
-    const std::array<std::string_view, SearchText::fieldCount> fields{
-        FileName::lastComponent(meta.cwd), meta.sessionId, meta.firstUserPrompt,
-        meta.lastAssistantSnippet};
+    const auto fields = SearchText::fieldsOf(meta);
     SessionHit hit{
         snapshot_.shared(table_.sessionOf(found.row)), HitField::project, {}, found.score};
     int greatestWeight = 0;
