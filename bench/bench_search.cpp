@@ -2,9 +2,8 @@
 // JSON object; times in milliseconds, the median of all rounds, with the files in the page cache.
 // "tokens" has the searches of 10,000 sessions one by one, with the quickest round and what the
 // processor took of each as well: these say more on a machine that is busy.
-//   bench_search ROWS     also writes the 100,000 sessions that it searches to the file ROWS, a
-//   line
-//                         each, for other programs to search
+// With a file's name as its argument it also writes the 100,000 sessions that it searches to that
+// file, a line each, for other programs to search.
 
 #include <time.h>
 

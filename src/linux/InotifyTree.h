@@ -26,9 +26,9 @@ class InotifyWatches {
 
 /// Knows which directories of a tree are watched, and turns what the kernel tells into what the
 /// port promises. The directories above the root are watched for being moved or removed, and while
-/// the root isn't there the nearest of them for what appears in it. One thread at a time; `watches`
-/// must outlive it. So are the directories that symbolic links on the way to the root lie in and
-/// lead over: a link that is pointed elsewhere is a moved root.
+/// the root isn't there the nearest of them for what appears in it. So are the directories that
+/// symbolic links on the way to the root lie in and lead over: a link that is pointed elsewhere is
+/// a moved root. One thread at a time; `watches` must outlive it.
 class InotifyTree {
   public:
     InotifyTree(std::string root, InotifyWatches& watches);
