@@ -1,6 +1,7 @@
 #include "search/SpotlightIndexer.h"
 
 #include <cstdio>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -18,7 +19,14 @@ constexpr std::string_view sessionDomain = "sessions";
 constexpr std::string_view legacyDomain = "messages";
 constexpr std::string_view legacyDefault = "tts.search.indexMessages";
 
-using Dates = std::map<std::string, double>;
+/// What was handed over for an id: another file of the same time is another item.
+struct Indexed {
+    double mtime;
+    std::string path;
+
+    bool operator==(const Indexed&) const = default;
+};
+using AllIndexed = std::map<std::string, Indexed>;
 
 std::string identifierOf(const std::string& sessionId) {
     return std::string(addressStart) + sessionId;
@@ -37,10 +45,28 @@ SearchableItem itemOf(const SessionMeta& session) {
     return item;
 }
 
-Dates datesOf(const SessionSnapshot& metas) {
-    Dates dates;
-    for (const auto& session : metas) dates[session.sessionId] = session.mtime;
-    return dates;
+/// Each id once, which is what the desktop's search knows: of several transcripts the newest.
+std::vector<const SessionMeta*> itemsAmong(const SessionSnapshot& metas) {
+    std::vector<const SessionMeta*> sessions;
+    std::unordered_map<std::string_view, std::size_t> places;
+    for (const auto& session : metas) {
+        const auto [place, isFirst] = places.try_emplace(session.sessionId, sessions.size());
+        if (isFirst)
+            sessions.push_back(&session);
+        else if (sessions[place->second]->mtime < session.mtime)
+            sessions[place->second] = &session;
+    }
+    return sessions;
+}
+
+Indexed indexed(const SessionMeta& session) {
+    return {session.mtime, session.jsonlPath};
+}
+
+AllIndexed indexed(const std::vector<const SessionMeta*>& sessions) {
+    AllIndexed all;
+    for (const auto* session : sessions) all.emplace(session->sessionId, indexed(*session));
+    return all;
 }
 
 void report(const char* operation, const std::optional<std::string>& error) {
@@ -108,7 +134,7 @@ struct SpotlightIndexer::State : std::enable_shared_from_this<State> {
     UserDefaults& defaults;
     Callbacks callbacks;
     SerialQueue queue{"tts.spotlight.indexer"};
-    Dates lastIndexed;  ///< the queue's
+    AllIndexed lastIndexed;  ///< the queue's
 };
 
 SpotlightIndexer::SpotlightIndexer(MainLoop& loop, DesktopSearchIndex& index,
@@ -124,29 +150,30 @@ void SpotlightIndexer::setCallbacks(Callbacks callbacks) {
 void SpotlightIndexer::State::reindexAll(const SessionSnapshot& metas) {
     std::vector<SearchableItem> items;
     items.reserve(metas.size());
-    for (const auto& session : metas) items.push_back(itemOf(session));
+    for (const auto* session : itemsAmong(metas)) items.push_back(itemOf(*session));
     // Not when the desktop has answered: an update that is asked for meanwhile builds upon this.
-    onQueue([metas](State& state) { state.lastIndexed = datesOf(metas); });
+    onQueue([metas](State& state) { state.lastIndexed = indexed(itemsAmong(metas)); });
     index.indexSearchableItems(std::move(items),
                                [](const auto& error) { report("reindex", error); });
 }
 
 void SpotlightIndexer::State::update(const SessionSnapshot& metas) {
     SONRA_ASSERT_ON(queue);
-    auto dates = datesOf(metas);
+    const auto sessions = itemsAmong(metas);
+    auto now = indexed(sessions);
     std::vector<SearchableItem> changed;
-    for (const auto& session : metas) {
-        const auto known = lastIndexed.find(session.sessionId);
-        if (known == lastIndexed.end() || known->second != session.mtime)
-            changed.push_back(itemOf(session));
+    for (const auto* session : sessions) {
+        const auto known = lastIndexed.find(session->sessionId);
+        if (known == lastIndexed.end() || known->second != indexed(*session))
+            changed.push_back(itemOf(*session));
     }
     std::vector<std::string> removed;
-    for (const auto& [id, date] : lastIndexed)
-        if (!dates.contains(id)) removed.push_back(identifierOf(id));
+    for (const auto& [id, before] : lastIndexed)
+        if (!now.contains(id)) removed.push_back(identifierOf(id));
     const auto complete = [](const auto& error) { report("update", error); };
     if (!changed.empty()) index.indexSearchableItems(std::move(changed), complete);
     if (!removed.empty()) index.deleteSearchableItems(removed, complete);
-    lastIndexed = std::move(dates);
+    lastIndexed = std::move(now);
 }
 
 void SpotlightIndexer::State::open(const std::string& sessionId) const {

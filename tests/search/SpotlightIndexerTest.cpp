@@ -21,6 +21,13 @@ SessionMeta metaOf(const std::string& id, double mtime = 100) {
     return session;
 }
 
+SessionMeta fileOf(const std::string& id, const std::string& path, double mtime) {
+    auto session = metaOf(id, mtime);
+    session.jsonlPath = path;
+    session.cwd = path.substr(0, path.rfind('/'));
+    return session;
+}
+
 SessionSnapshot snapshot(std::vector<SessionMeta> sessions) {
     return SessionSnapshot(std::move(sessions));
 }
@@ -108,6 +115,38 @@ TEST_F(SpotlightIndexerTest, AnUpdateBeforeTheDesktopHasAnsweredBuildsUponTheRei
     loop.runPosted();
     indexer->update(snapshot({metaOf("b", 101), metaOf("c")}));
     EXPECT_EQ(callsUpTo("index tts://session/c"), (Calls{"index tts://session/c"}));
+}
+
+TEST_F(SpotlightIndexerTest, OfTranscriptsWithOneIdTheNewestIsHandedOver) {
+    reindex({fileOf("a", "/q/a.jsonl", 200), metaOf("b"), fileOf("a", "/p/a.jsonl", 100)});
+    EXPECT_EQ(callsUpTo("index tts://session/a tts://session/b").size(), 1U);
+    EXPECT_EQ(index.items.at("tts://session/a").contentModificationDate, 200);
+    // In another order than the catalogue's, too.
+    reindex({fileOf("a", "/p/a.jsonl", 100), metaOf("b"), fileOf("a", "/q/a.jsonl", 200)});
+    EXPECT_EQ(callsUpTo("index tts://session/a tts://session/b").size(), 1U);
+    EXPECT_EQ(index.items.at("tts://session/a").contentModificationDate, 200);
+}
+
+TEST_F(SpotlightIndexerTest, OfTranscriptsWithOneIdOnlyTheNewestIsLookedAtForChanges) {
+    const auto newest = fileOf("a", "/q/a.jsonl", 200);
+    reindex({newest, fileOf("a", "/p/a.jsonl", 100)});
+    callsUpTo("index tts://session/a");
+    indexer->update(snapshot({newest, fileOf("a", "/p/a.jsonl", 100)}));
+    indexer->update(snapshot({newest, fileOf("a", "/p/a.jsonl", 150), metaOf("b")}));
+    EXPECT_EQ(callsUpTo("index tts://session/b").size(), 1U);
+    indexer->update(snapshot({fileOf("a", "/p/a.jsonl", 300), newest, metaOf("b")}));
+    EXPECT_EQ(callsUpTo("index tts://session/a").size(), 1U);
+    loop.runPosted();
+    EXPECT_EQ(index.items.at("tts://session/a").contentModificationDate, 300);
+}
+
+TEST_F(SpotlightIndexerTest, WhenTheNewestOfAnIdGoesTheItemIsTheOthers) {
+    reindex({fileOf("a", "/q/a.jsonl", 200), fileOf("a", "/p/a.jsonl", 200)});
+    callsUpTo("index tts://session/a");
+    EXPECT_EQ(index.items.at("tts://session/a").keywords[1], "/q");
+    indexer->update(snapshot({fileOf("a", "/p/a.jsonl", 200)}));
+    EXPECT_EQ(callsUpTo("index tts://session/a"), (Calls{"index tts://session/a"}));
+    EXPECT_EQ(index.items.at("tts://session/a").keywords[1], "/p");
 }
 
 TEST_F(SpotlightIndexerTest, AResetForgetsWhatWasHandedOver) {
