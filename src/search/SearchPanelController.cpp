@@ -22,6 +22,8 @@ constexpr std::uint32_t keyCodeF = 3;
 constexpr std::uint32_t commandAndShift = 768;
 constexpr auto debounce = std::chrono::milliseconds(80);
 constexpr auto progressDelay = std::chrono::milliseconds(500);
+/// Whoever saw the row before presses Return sooner.
+constexpr auto timeToNotice = std::chrono::seconds(1);
 /// Of the screen's height, from below.
 constexpr double bottomShare = 0.62;
 
@@ -164,6 +166,7 @@ double SearchPanelController::newStamp() {
 
 void SearchPanelController::runQuery() {
     debounceWork_.cancel();
+    replacementGuard_.cancel();
     areRowsOld_ = true;
     startSearch(false);
 }
@@ -189,16 +192,14 @@ void SearchPanelController::accept(const Query& query, std::vector<SearchHit> hi
     if (expandedProject_)
         std::erase_if(hits,
                       [this](const auto& hit) { return !isOfProject(hit, *expandedProject_); });
-    const auto* shown = selected();
-    const auto before = shown ? std::optional(*shown) : std::nullopt;
-    results_ = std::move(hits);
+    const auto before = std::exchange(results_, std::move(hits));
     attachedIdsForRender_ = query.attachedIds;
     areRowsOld_ = false;
     reload(query, before);
     if (std::exchange(activatesFirstRow_, false) && panel_.isVisible()) activateSelected();
 }
 
-void SearchPanelController::reload(const Query& query, const std::optional<SearchHit>& before) {
+void SearchPanelController::reload(const Query& query, const std::vector<SearchHit>& before) {
     const auto now = clock_();
     std::vector<SearchRow> rows;
     rows.reserve(results_.size());
@@ -215,12 +216,29 @@ void SearchPanelController::reload(const Query& query, const std::optional<Searc
     rows_ = std::move(rows);
 }
 
+/// In place of a row that vanished the next one that is still there, or else the one before it.
 std::size_t SearchPanelController::rowToSelect(const Query& query,
-                                               const std::optional<SearchHit>& before) const {
-    if (!query.keepsSelection || !before) return 0;
+                                               const std::vector<SearchHit>& before) {
+    if (!query.keepsSelection || !selection_ || *selection_ >= before.size()) return 0;
+    const auto was = *selection_;
+    if (const auto same = rowOf(before[was])) return *same;
+    guardReplacement();
+    for (auto next = was + 1; next < before.size(); ++next)
+        if (const auto row = rowOf(before[next])) return *row;
+    for (auto previous = was; previous > 0; --previous)
+        if (const auto row = rowOf(before[previous - 1])) return *row;
+    return std::min(was, results_.size() - 1);
+}
+
+std::optional<std::size_t> SearchPanelController::rowOf(const SearchHit& hit) const {
     const auto same =
-        std::ranges::find_if(results_, [&](const auto& hit) { return isSame(hit, *before); });
-    return same == results_.end() ? 0 : static_cast<std::size_t>(same - results_.begin());
+        std::ranges::find_if(results_, [&](const auto& other) { return isSame(other, hit); });
+    if (same == results_.end()) return std::nullopt;
+    return static_cast<std::size_t>(same - results_.begin());
+}
+
+void SearchPanelController::guardReplacement() {
+    replacementGuard_ = loop_.after(timeToNotice, [this] { replacementGuard_.cancel(); });
 }
 
 void SearchPanelController::showProgress(double query) {
@@ -240,6 +258,7 @@ void SearchPanelController::select(std::optional<std::size_t> row) {
 /// Whoever chooses a row means the one that is shown, whatever is being searched for.
 void SearchPanelController::choose(std::size_t row) {
     areRowsOld_ = false;
+    replacementGuard_.cancel();
     select(row);
 }
 
@@ -252,7 +271,10 @@ void SearchPanelController::moveSelection(int delta) {
 }
 
 void SearchPanelController::activate() {
-    if (!areRowsOld_) return activateSelected();
+    if (!areRowsOld_) {
+        if (!replacementGuard_) activateSelected();
+        return;
+    }
     activatesFirstRow_ = true;
     if (debounceWork_) runQuery();
 }

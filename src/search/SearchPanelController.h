@@ -24,6 +24,8 @@ class WorkerPool;
 /// Main thread only; the search itself runs on the pool, with inputs that don't change. A result
 /// that isn't of the newest query is thrown away, and a keystroke makes every query before it old.
 /// Return never takes a row of an older query that the user didn't choose: it waits for the rows.
+/// Nor does it take the row that stepped into the place of a selected one that vanished, until the
+/// user has had the time to see it or has chosen it.
 /// Borrows its ports, which outlive it, and takes the panel's callbacks for itself. Results, the
 /// expanded project and the query survive hiding. Nothing here fails but the hotkey, which is said
 /// on standard error.
@@ -74,12 +76,13 @@ class SearchPanelController {
     void runQuery();
     void startSearch(bool keepsSelection);
     void accept(const Query& query, std::vector<SearchHit> hits);
-    void reload(const Query& query, const std::optional<SearchHit>& before);
+    void reload(const Query& query, const std::vector<SearchHit>& before);
     void showProgress(double query);
     void select(std::optional<std::size_t> row);
     void choose(std::size_t row);
-    [[nodiscard]] std::size_t rowToSelect(const Query& query,
-                                          const std::optional<SearchHit>& before) const;
+    [[nodiscard]] std::size_t rowToSelect(const Query& query, const std::vector<SearchHit>& before);
+    [[nodiscard]] std::optional<std::size_t> rowOf(const SearchHit& hit) const;
+    void guardReplacement();
     void activate();
     void moveSelection(int delta);
     void activateSelected();
@@ -102,6 +105,7 @@ class SearchPanelController {
     std::optional<std::size_t> selection_;
     LoopHandle debounceWork_;  ///< only while it hasn't run
     LoopHandle progressCheck_;
+    LoopHandle replacementGuard_;     ///< while Return doesn't take the row that is selected
     double lastQueryStarted_ = 0;     ///< seconds since 1970; the newest query's id
     bool areRowsOld_ = false;         ///< they aren't yet what the newest query finds
     bool activatesFirstRow_ = false;  ///< of the newest query, as soon as it is there

@@ -69,6 +69,12 @@ class SearchPanelControllerTest : public testing::Test {
         loop.advance(milliseconds(80));
         settle();
     }
+    /// The catalogue loses a session, and the open panel hears of it.
+    void vanish(const std::string& id) {
+        std::erase_if(sessions, [&](const auto& session) { return session.sessionId == id; });
+        controller->refresh();
+        settle();
+    }
     /// Until `busy` is released, no search begins.
     void occupy() {
         pool.post([this] { busy.wait(); });
@@ -349,11 +355,6 @@ TEST_F(SearchPanelControllerTest, AChangeOfTheCatalogueIsShownAndLeavesTheSelect
     EXPECT_EQ(panel.selected, 2U);
     panel.press(Command::copy);
     EXPECT_EQ(panel.copied, (std::vector<std::string>{"22222222-b"}));
-    std::erase_if(sessions, [](const auto& session) { return session.sessionId == "22222222-b"; });
-    controller->refresh();
-    settle();
-    EXPECT_EQ(panel.rows.size(), 3U);
-    EXPECT_EQ(panel.selected, 0U);
     sessions.clear();
     controller->refresh();
     settle();
@@ -363,6 +364,55 @@ TEST_F(SearchPanelControllerTest, AChangeOfTheCatalogueIsShownAndLeavesTheSelect
     controller->refresh();
     settle();
     EXPECT_EQ(panel.selected, 0U);
+}
+
+TEST_F(SearchPanelControllerTest, InPlaceOfASelectedRowThatVanishesItsNeighbourIsSelected) {
+    open();
+    panel.press(Command::moveDown);
+    sessions.insert(sessions.begin(), meta("44444444-d", "/src/new", "New"));
+    vanish("22222222-b");
+    EXPECT_EQ(panel.selected, 2U);
+    panel.press(Command::copy);
+    EXPECT_EQ(panel.copied, (std::vector<std::string>{"33333333-c"}));
+    vanish("33333333-c");
+    EXPECT_EQ(panel.selected, 1U) << "the last row's neighbour is the one before it";
+    vanish("11111111-a");
+    EXPECT_EQ(panel.selected, 0U);
+    sessions = {meta("55555555-e", "/src/new", "Newer"), meta("66666666-f", "/src/new", "Newest")};
+    controller->refresh();
+    settle();
+    EXPECT_EQ(panel.selected, 0U) << "no row of before is left";
+}
+
+TEST_F(SearchPanelControllerTest, ReturnLeavesARowAloneThatJustTookTheSelectedOnesPlace) {
+    open();
+    panel.press(Command::moveDown);
+    vanish("22222222-b");
+    ASSERT_EQ(panel.selected, 1U);
+    panel.press(Command::activate);
+    loop.advance(milliseconds(999));
+    panel.press(Command::activate);
+    EXPECT_TRUE(attaches.empty());
+    EXPECT_TRUE(panel.isVisible());
+    loop.advance(milliseconds(1));
+    panel.press(Command::activate);
+    EXPECT_EQ(attaches, (std::vector<std::string>{"33333333-c /src/offload"}));
+}
+
+TEST_F(SearchPanelControllerTest, ReturnTakesARowThatTookAnotherOnesPlaceOnceItIsChosen) {
+    open();
+    vanish("11111111-a");
+    panel.press(Command::activate);
+    EXPECT_TRUE(attaches.empty()) << "the first row may be meant without having been chosen";
+    panel.click(0);
+    panel.press(Command::activate);
+    EXPECT_EQ(attaches, (std::vector<std::string>{"22222222-b /src/tts"}));
+    open();
+    vanish("22222222-b");
+    panel.type("project:offload");
+    panel.press(Command::activate);
+    settle();
+    EXPECT_EQ(attaches.back(), "33333333-c /src/offload") << "what is typed is another query";
 }
 
 TEST_F(SearchPanelControllerTest, AChangeThatIsNotToBeSeenMovesNothing) {
