@@ -37,19 +37,19 @@ bool Catalogue::remove(const std::string& path) {
     return true;
 }
 
-std::vector<std::string> Catalogue::adopt(const std::unordered_map<std::string, StatAttr>& walked) {
+Catalogue::Difference Catalogue::adopt(const std::unordered_map<std::string, StatAttr>& walked) {
     std::vector<std::string> gone;
     for (const auto& [path, entry] : byPath_)
         if (!walked.contains(path)) gone.push_back(path);
     for (const auto& path : gone) remove(path);
-    std::vector<std::string> changed;
+    Difference difference{{}, !gone.empty()};
     for (const auto& [path, attributes] : walked) {
         const auto known = byPath_.find(path);
         if (known == byPath_.end() ||
             StatAttr{known->second->mtime, known->second->bytes} != attributes)
-            changed.push_back(path);
+            difference.toRead.push_back(path);
     }
-    return changed;
+    return difference;
 }
 
 Catalogue::Entry Catalogue::withId(const std::string& sessionId) const {

@@ -18,12 +18,18 @@ class Catalogue {
   public:
     using Entry = std::shared_ptr<const SessionMeta>;
 
+    /// What a walk of the tree comes to.
+    struct Difference {
+        std::vector<std::string> toRead;  ///< paths that are new or changed
+        bool hasLost = false;             ///< sessions whose files are gone were dropped
+    };
+
     /// In place of what was there for its path.
     void publish(Entry entry);
     /// False if there was nothing.
     bool remove(const std::string& path);
-    /// Drops every session whose path isn't in `walked`; returns the paths that are new or changed.
-    std::vector<std::string> adopt(const std::unordered_map<std::string, StatAttr>& walked);
+    /// Drops every session whose path isn't in `walked`.
+    Difference adopt(const std::unordered_map<std::string, StatAttr>& walked);
 
     /// Of several the first of the snapshot.
     [[nodiscard]] Entry withId(const std::string& sessionId) const;

@@ -48,7 +48,8 @@ class SessionIndex {
     /// Returns at once; brings the catalogue up to date with the tree. `completion` is called on
     /// one of the pool's threads, and not at all if the index goes before.
     void reconcile(std::optional<std::string> projectsRoot, std::function<void()> completion);
-    /// Both return at once. Watching twice is watching once.
+    /// Both return at once. Watching twice is watching once. Once the watch runs, the tree is
+    /// looked at again for what happened before it did; that is told only if there is something.
     void startWatching(std::optional<std::string> projectsRoot);
     void stopWatching();
 

@@ -113,26 +113,36 @@ void SessionIndex::State::reconcile(std::optional<std::string> root,
 
 void SessionIndex::State::runReconcile(const std::string& root,
                                        const std::function<void()>& completion) {
-    const auto walked = statWalk(root);
-    std::vector<std::string> changed;
-    std::uint64_t generation = 0;
-    onQueue([&] { changed = beginReconcile(walked, generation); });
-    if (!changed.empty()) {
-        summariseAll(changed, generation);
-        onQueue([&] { endReconcile(generation); });
-    }
+    bringUpToDate(root);
     if (released_) return;
     saveAndNotify();
     if (completion && !released_) completion();
 }
 
-std::vector<std::string> SessionIndex::State::beginReconcile(
+/// What happened after the last walk and before the watch began was told by neither.
+void SessionIndex::State::catchUp(const std::string& root) {
+    if (bringUpToDate(root) && !released_) saveAndNotify();
+}
+
+/// False if nothing had changed.
+bool SessionIndex::State::bringUpToDate(const std::string& root) {
+    const auto walked = statWalk(root);
+    Catalogue::Difference difference;
+    std::uint64_t generation = 0;
+    onQueue([&] { difference = beginReconcile(walked, generation); });
+    if (difference.toRead.empty()) return difference.hasLost;
+    summariseAll(difference.toRead, generation);
+    onQueue([&] { endReconcile(generation); });
+    return true;
+}
+
+Catalogue::Difference SessionIndex::State::beginReconcile(
     const std::unordered_map<std::string, StatAttr>& walked, std::uint64_t& generation) {
     SONRA_ASSERT_ON(queue_);
-    auto changed = catalogue_.adopt(walked);
+    auto difference = catalogue_.adopt(walked);
     generation = ++generation_;
-    progress_ = {static_cast<int>(changed.size()), 0, !changed.empty()};
-    return changed;
+    progress_ = {static_cast<int>(difference.toRead.size()), 0, !difference.toRead.empty()};
+    return difference;
 }
 
 void SessionIndex::State::endReconcile(std::uint64_t generation) {
@@ -216,13 +226,16 @@ void SessionIndex::State::notify(SessionSnapshot sessions) {
 
 void SessionIndex::State::startWatching(std::optional<std::string> root) {
     queue_.post([weak = weak_from_this(), root = std::move(root)] {
-        if (const auto self = weak.lock()) self->openStream(rootOf(root));
+        const auto self = weak.lock();
+        if (!self || self->stream_) return;
+        self->openStream(rootOf(root));
+        if (!self->stream_) return;
+        self->onPool([watched = self->watchedRoot_](State& state) { state.catchUp(watched); });
     });
 }
 
 void SessionIndex::State::openStream(const std::string& root) {
     SONRA_ASSERT_ON(queue_);
-    if (stream_) return;
     MutexLock lock(outside_);
     if (watcher_ == nullptr) return;
     watchedRoot_ = root;

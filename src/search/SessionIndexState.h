@@ -45,6 +45,8 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
 
     // On one of the pool's threads:
     void runReconcile(const std::string& root, const std::function<void()>& completion);
+    void catchUp(const std::string& root);
+    bool bringUpToDate(const std::string& root);
     void summariseAll(const std::vector<std::string>& paths, std::uint64_t generation);
     void summariseOne(const std::string& path, std::uint64_t generation);
     void runTouched(const std::vector<std::string>& paths);
@@ -53,8 +55,8 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     void notify(SessionSnapshot sessions);
 
     // On the queue:
-    std::vector<std::string> beginReconcile(const std::unordered_map<std::string, StatAttr>& walked,
-                                            std::uint64_t& generation);
+    Catalogue::Difference beginReconcile(const std::unordered_map<std::string, StatAttr>& walked,
+                                         std::uint64_t& generation);
     void endReconcile(std::uint64_t generation);
     void openStream(const std::string& root);
     void handleEvents(TreeEvents events);

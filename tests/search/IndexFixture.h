@@ -12,6 +12,7 @@
 
 #include "frame/WorkerPool.h"
 #include "search/SessionIndex.h"
+#include "support/ComesTrue.h"
 #include "support/FakeTreeWatcher.h"
 #include "support/ManualLoop.h"
 #include "support/TempDir.h"
@@ -42,6 +43,13 @@ class IndexTest : public testing::Test {
         auto done = std::make_shared<std::promise<void>>();
         index_->reconcile(root_, [done] { done->set_value(); });
         ASSERT_EQ(done->get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    }
+    /// Starts watching and waits until the index has looked at what was there before.
+    void watch() {
+        const auto seed = addSession("p/seed.jsonl");
+        index_->startWatching(root_);
+        ASSERT_TRUE(comesTrue([&] { return index_->lookup("seed").has_value(); }));
+        pool_.drain();
     }
     std::vector<std::string> paths() const {
         std::vector<std::string> all;
