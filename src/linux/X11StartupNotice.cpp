@@ -11,6 +11,8 @@ namespace sonra::X11StartupNotice {
 namespace {
 
 constexpr auto variable = "DESKTOP_STARTUP_ID";
+/// What says the same to a Wayland desktop; often both are set.
+constexpr auto tokenVariable = "XDG_ACTIVATION_TOKEN";
 /// Bytes that one client message carries.
 constexpr std::size_t pieceSize = 20;
 
@@ -75,6 +77,7 @@ std::string takeFromEnvironment() {
     const char* const value = std::getenv(variable);
     const std::string id = value ? value : "";
     unsetenv(variable);
+    unsetenv(tokenVariable);
     return id;
 }
 

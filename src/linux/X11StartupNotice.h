@@ -11,8 +11,9 @@ namespace sonra::X11StartupNotice {
 /// second at most, milliseconds where the server is well.
 void end(const std::string& id, const std::string& display = {});
 
-/// The id that a launcher left in this process's environment, which is taken out of it: a child
-/// isn't what was launched. Empty if there is none. Before there are threads.
+/// The id that a launcher left in this process's environment. It is taken out of it, and so is a
+/// Wayland desktop's token: a child isn't what was launched. Empty if there is none. Before there
+/// are threads.
 std::string takeFromEnvironment();
 
 }  // namespace sonra::X11StartupNotice

@@ -110,5 +110,11 @@ TEST(X11StartupNotice, TheIdIsTakenOutOfTheEnvironment) {
     EXPECT_EQ(std::getenv("DESKTOP_STARTUP_ID"), nullptr);
 }
 
+TEST(X11StartupNotice, AWaylandDesktopsTokenIsTakenOutToo) {
+    const test::ScopedEnv announced("XDG_ACTIVATION_TOKEN", "token");
+    EXPECT_EQ(X11StartupNotice::takeFromEnvironment(), "");
+    EXPECT_EQ(std::getenv("XDG_ACTIVATION_TOKEN"), nullptr);
+}
+
 }  // namespace
 }  // namespace sonra
