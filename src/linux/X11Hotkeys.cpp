@@ -30,13 +30,15 @@ bool X11Hotkeys::registerHotKey(std::uint32_t id, const KeyChord& chord,
     SONRA_ASSERT_MAIN_THREAD();
     if (link_ && link_->isBroken()) lose();
     if (!link_ && !connect()) {
-        log_.info("no global hotkeys without an x server", {{"input", {{"display", display_}}}});
+        log_.warn("no global hotkeys without an x server",
+                  {{"input", {{"display", display_}}}, {"result", {{"reason", noServerReason}}}});
         return false;
     }
     Grab grab{chord, 0, {}};
     if (holdUnanswered() && link_) hold(id, grab);
     if (grab.answer == Answer::taken) {
-        log_.info("global hotkey is taken", {{"input", {{"key", chord.keyName}}}});
+        log_.warn("global hotkey is taken",
+                  {{"input", {{"key", chord.keyName}}}, {"result", {{"reason", takenReason}}}});
         return false;
     }
     if (grab.answer == Answer::none) tryLater();
@@ -216,7 +218,7 @@ void X11Hotkeys::refuseAll() {
 
 void X11Hotkeys::report(std::uint32_t id, std::optional<std::string> refusal) {
     if (refusal)
-        log_.info("global hotkey can't be had", {{"input", {{"key", grabs_.at(id).chord.keyName}}},
+        log_.warn("global hotkey can't be had", {{"input", {{"key", grabs_.at(id).chord.keyName}}},
                                                  {"result", {{"reason", *refusal}}}});
     loop_.post([weak = std::weak_ptr(self_), id, refusal = std::move(refusal)] {
         const auto self = weak.lock();

@@ -141,6 +141,8 @@ TEST_F(X11HotkeysTest, AHeldKeyFiresOnce) {
 }
 
 TEST_F(X11HotkeysTest, UnregisteringFreesTheChordForOthers) {
+    test::LogWatch log;
+    log.expect("global hotkey is taken");
     registerLast();
     ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
     X11Hotkeys other(loop, server.display());
@@ -157,6 +159,8 @@ TEST_F(X11HotkeysTest, UnregisteringFreesTheChordForOthers) {
 }
 
 TEST_F(X11HotkeysTest, ARefusedChordLeavesNothingBehind) {
+    test::LogWatch log;
+    log.expect("global hotkey is taken");
     // Another program has it with Num Lock on only.
     const auto other = X11Link::open(server.display());
     constexpr std::uint16_t state = XCB_MOD_MASK_4 | XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_2;
@@ -175,8 +179,11 @@ TEST_F(X11HotkeysTest, ARefusedChordLeavesNothingBehind) {
 }
 
 TEST_F(X11HotkeysTest, TheSameChordTwiceIsRefused) {
+    test::LogWatch log;
+    log.expect("global hotkey is taken");
     ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
     EXPECT_FALSE(hotkeys.registerHotKey(2, chordF, "Again"));
+    EXPECT_EQ(log.records("global hotkey is taken").at(0)["result"]["reason"], "already in use");
 }
 
 TEST_F(X11HotkeysTest, FollowsTheKeyToItsPlaceInAnotherLayout) {
@@ -216,6 +223,8 @@ TEST_F(X11HotkeysTest, FiresInTheSecondOfTwoLayouts) {
 }
 
 TEST_F(X11HotkeysTest, AChordThatTheNewLayoutHasElsewhereMayBeTakenThere) {
+    test::LogWatch log;
+    log.expect("global hotkey can't be had");
     ASSERT_TRUE(hotkeys.registerHotKey(1, chordZ, "Undo"));
     const auto foreign = X11Link::open(server.display());
     xcb_grab_key(foreign->get(), 0, foreign->root(), XCB_MOD_MASK_ANY, 29, XCB_GRAB_MODE_ASYNC,
@@ -232,8 +241,12 @@ TEST_F(X11HotkeysTest, AChordThatTheNewLayoutHasElsewhereMayBeTakenThere) {
 }
 
 TEST_F(X11HotkeysTest, WithoutAServerNothingIsRegistered) {
+    test::LogWatch log;
+    log.expect("no global hotkeys without an x server");
     X11Hotkeys nowhere(loop, ":4242");
     EXPECT_FALSE(nowhere.registerHotKey(1, chordF, "Search"));
+    EXPECT_EQ(log.records("no global hotkeys without an x server").at(0)["result"]["reason"],
+              "the X server can't be reached");
 }
 
 TEST_F(X11HotkeysTest, AServerThatComesBackHasItsChordsTakenAnew) {
@@ -248,6 +261,8 @@ TEST_F(X11HotkeysTest, AServerThatComesBackHasItsChordsTakenAnew) {
 
 TEST_F(X11HotkeysTest, AServerThatStaysAwayIsLoggedOnceAndTold) {
     test::LogWatch log;
+    log.expect("global hotkey can't be had");
+    log.expect("no global hotkeys without an x server");
     const auto* const lost = "x server connection lost, global hotkeys are taken anew";
     log.expect(lost);
     ASSERT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
@@ -333,6 +348,7 @@ TEST_F(X11HotkeysTest, AChordThatABusyServerDidNotAnswerMayTurnOutToBeTaken) {
                  XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
     ASSERT_TRUE(other->sync());
     test::LogWatch log;
+    log.expect("global hotkey can't be had");
     auto busy = std::make_unique<ServerGrab>(server);
     EXPECT_TRUE(hotkeys.registerHotKey(1, chordF, "Search"));
     busy.reset();
