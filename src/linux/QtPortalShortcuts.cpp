@@ -123,10 +123,11 @@ void QtPortalShortcuts::bind() {
 void QtPortalShortcuts::connected() {
     auto& bus = bus_.bus();
     portalWatch_ = std::make_unique<QDBusServiceWatcher>(portalName, bus);
-    connect(portalWatch_.get(), &QDBusServiceWatcher::serviceRegistered, this,
-            [this] { portalCame(); });
-    connect(portalWatch_.get(), &QDBusServiceWatcher::serviceUnregistered, this,
-            [this] { portalWent(); });
+    // The narrower signals say nothing of a portal that another takes over from.
+    connect(portalWatch_.get(), &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString& before, const QString& after) {
+                portalChanged(!before.isEmpty(), !after.isEmpty());
+            });
     // Asking for signals of a name would wait for its owner; the session's path tells enough.
     bus.connect({}, portalPath, shortcutsInterface, "Activated", this,
                 SLOT(activated(QDBusMessage)));
@@ -231,7 +232,7 @@ void QtPortalShortcuts::refuseAll(State state, const std::string& reason) {
 }
 
 void QtPortalShortcuts::refuse(std::uint32_t id, const std::string& reason) {
-    log_.info("global hotkey can't be had", {{"input", {{"key", wishes_.at(id).chord.keyName}}},
+    log_.warn("global hotkey can't be had", {{"input", {{"key", wishes_.at(id).chord.keyName}}},
                                              {"result", {{"reason", reason}}}});
     post([this, id, reason] {
         if (handlers_.refused) handlers_.refused(id, reason);
@@ -263,16 +264,15 @@ void QtPortalShortcuts::deactivated(const QDBusMessage& message) {
     if (const auto wish = wishOf(message); wish != wishes_.end()) wish->second.heldSince.reset();
 }
 
-void QtPortalShortcuts::portalCame() {
+void QtPortalShortcuts::portalChanged(bool wasThere, bool isThere) {
+    if (wasThere) {
+        requests_.clear();
+        session_.clear();
+    }
+    const bool lost = wasThere && (state_ == State::asking || state_ == State::bound);
+    if (lost && !isThere) return refuseAll(State::refused, noPortalReason);
     // While asking it is the bus that starts the portal for us; who declined isn't asked again.
-    if (state_ == State::refused) bindLater();
-}
-
-void QtPortalShortcuts::portalWent() {
-    requests_.clear();
-    session_.clear();
-    if (state_ == State::asking || state_ == State::bound)
-        refuseAll(State::refused, noPortalReason);
+    if (isThere && (lost || state_ == State::refused)) bindLater();
 }
 
 }  // namespace sonra

@@ -71,8 +71,7 @@ class QtPortalShortcuts : public QObject, public GlobalHotkeys {
     void refuse(std::uint32_t id, const std::string& reason);
     void post(std::function<void()> work);
     [[nodiscard]] std::map<std::uint32_t, Wish>::iterator wishOf(const QDBusMessage& message);
-    void portalCame();
-    void portalWent();
+    void portalChanged(bool wasThere, bool isThere);
 
   private Q_SLOTS:
     void responded(uint code, const QVariantMap& results, const QDBusMessage& message);

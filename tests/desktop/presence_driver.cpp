@@ -1,5 +1,5 @@
-// The program's place on the session bus: launcher's interface, desktop search and global chords of
-// the portal, steered line by line on standard input. Prints what reaches its handlers.
+// The program's place on the session bus: launcher's interface, desktop search and the global
+// chords of the session, steered line by line on standard input. Prints what reaches its handlers.
 
 #include <unistd.h>
 
@@ -11,8 +11,8 @@
 #include "frame/Log.h"
 #include "linux/QtApplicationInterface.h"
 #include "linux/QtDesktopSearch.h"
+#include "linux/QtGlobalHotkeys.h"
 #include "linux/QtMainLoop.h"
-#include "linux/QtPortalShortcuts.h"
 
 namespace {
 
@@ -45,11 +45,11 @@ class Driver {
     explicit Driver(MainLoop& loop)
         : application_(loop, {[] { say("activate"); }, saying("open"), saying("action")}),
           search_(loop, application_.exported(), {saying("open"), saying("search")}),
-          shortcuts_(loop) {
-        shortcuts_.setHandlers({[](std::uint32_t id) { say("pressed " + std::to_string(id)); },
-                                [](std::uint32_t id, const std::string& why) {
-                                    say("refused " + std::to_string(id) + " " + why);
-                                }});
+          shortcuts_(makeGlobalHotkeys(loop)) {
+        shortcuts_->setHandlers({[](std::uint32_t id) { say("pressed " + std::to_string(id)); },
+                                 [](std::uint32_t id, const std::string& why) {
+                                     say("refused " + std::to_string(id) + " " + why);
+                                 }});
     }
 
     void obey(const std::string& line) {
@@ -101,17 +101,17 @@ class Driver {
         words >> id >> chord.keyName;
         std::getline(words >> std::ws, title);
         chord.command = chord.shift = true;
-        say(shortcuts_.registerHotKey(id, chord, title) ? "taken" : "not taken");
+        say(shortcuts_->registerHotKey(id, chord, title) ? "taken" : "not taken");
     }
     void drop(std::istringstream& words) {
         std::uint32_t id = 0;
         words >> id;
-        shortcuts_.unregisterHotKey(id);
+        shortcuts_->unregisterHotKey(id);
     }
 
     QtApplicationInterface application_;
     QtDesktopSearch search_;
-    QtPortalShortcuts shortcuts_;
+    const std::unique_ptr<GlobalHotkeys> shortcuts_;
 };
 
 /// Calls `obey` with each whole line that has arrived; ends the program with its input.

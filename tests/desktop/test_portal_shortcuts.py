@@ -24,7 +24,7 @@ DECLINED = "The desktop declined the shortcut; its own keyboard settings may all
 
 def refusal(key, reason):
     """As the log tells of a chord that the desktop doesn't give."""
-    return 30, "QtPortalShortcuts", "global hotkey can't be had", {"key": key}, {"reason": reason}
+    return 40, "QtPortalShortcuts", "global hotkey can't be had", {"key": key}, {"reason": reason}
 
 
 class BackEnd(dbus.service.Object):
@@ -85,13 +85,13 @@ class Portal(PresenceTest):
         self.front_end = None
         self.addCleanup(self.stop_front_end)
 
-    def start_front_end(self):
+    def start_front_end(self, *options):
         portals = Path(self.folder) / "portals"
         portals.mkdir(exist_ok=True)
         (portals / "sonratest.portal").write_text(
             f"[portal]\nDBusName={BACK_END}\nInterfaces={SHORTCUTS};\nUseIn=sonratest\n")
         environment = self.environment() | {"XDG_DESKTOP_PORTAL_DIR": str(portals), "XDG_CURRENT_DESKTOP": "sonratest"}
-        self.front_end = subprocess.Popen([FRONT_END], env=environment, stdout=subprocess.DEVNULL,
+        self.front_end = subprocess.Popen([FRONT_END, *options], env=environment, stdout=subprocess.DEVNULL,
                                           stderr=subprocess.DEVNULL)
         pump_until("the portal", lambda: self.bus.connection.name_has_owner(PORTAL))
 
@@ -100,8 +100,15 @@ class Portal(PresenceTest):
             end(self.front_end)
             self.front_end = None
 
+    def replace_front_end(self):
+        """Another takes its place at once: the name is never without an owner."""
+        before, owner = self.front_end, self.bus.connection.get_name_owner(PORTAL)
+        self.addCleanup(end, before)
+        self.start_front_end("-r")
+        pump_until("the other portal", lambda: self.bus.connection.get_name_owner(PORTAL) != owner)
+
     def start(self, *chords):
-        self.driver = self.start_driver()
+        self.driver = self.start_driver({"WAYLAND_DISPLAY": "wayland-0"})
         for chord in chords:
             self.driver.tell("chord " + chord)
         for _ in chords:
@@ -201,6 +208,24 @@ class Granted(Portal):
         self.press("shift-logo-f")
         self.wait_heard("pressed 1")
 
+    def test_a_portal_that_takes_another_ones_place_is_asked_anew(self):
+        self.start("1 f Search")
+        first, _ = self.wait_bound()
+        self.replace_front_end()
+        second, _ = self.wait_bound(times=2)
+        self.assertNotEqual(first, second)
+        self.press("shift-logo-f")
+        self.wait_heard("pressed 1")
+
+
+class OutsideWayland(Portal):
+    def test_the_portal_is_not_asked(self):
+        self.start_front_end()
+        self.driver = self.start_driver()
+        self.driver.tell("chord 1 f Search")
+        self.driver.wait_for_line("not taken")
+        self.assertEqual((self.back_end.sessions, self.back_end.bound), ([], []))
+
 
 class Refused(Portal):
     def test_a_user_who_declines_is_told_and_not_asked_again(self):
@@ -214,7 +239,11 @@ class Refused(Portal):
         pump_until("its end", lambda: not self.bus.connection.name_has_owner(PORTAL))
         self.start_front_end()
         self.driver.obey("nothing")
-        self.assertEqual(len(self.back_end.bound), 1)
+        self.back_end.answer = 0
+        self.driver.obey("chord 3 a Third")
+        # Asked for together with the new one, and not before.
+        pump_until("the new one", lambda: "shift-logo-a" in self.back_end.bound[-1][1])
+        self.assertEqual([len(asked) for _, asked in self.back_end.bound], [2, 3])
 
     def test_a_chord_that_is_left_out_or_has_no_keys_is_refused_alone(self):
         self.back_end.leaves_out = ("shift-logo-f",)
@@ -249,7 +278,7 @@ class Refused(Portal):
         del name
 
     def test_without_a_bus_it_is_refused(self):
-        self.driver = self.start_driver({"DBUS_SESSION_BUS_ADDRESS": "unix:path=/nowhere/bus"})
+        self.driver = self.start_driver({"WAYLAND_DISPLAY": "wayland-0", "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nowhere/bus"})
         self.driver.tell("chord 1 f Search")
         self.wait_heard("taken", "done chord", "refused 1 " + NO_PORTAL)
 
