@@ -2,6 +2,7 @@
 """Measures what the program promises and prints it beside the targets and beside other programs.
 
     bench.py [GROUP...]      groups: speech transport start rest sound commands flood cleaning scrub spectrum main_thread history search
+                             companions
 """
 import contextlib
 import json
@@ -377,8 +378,19 @@ def search():
     row("start with 5,000 sessions to the first search", index["startMs"], "<= 60", "ms")
 
 
+def companions():
+    done = subprocess.run(["node", str(ROOT / "bench/discovery.mjs")], capture_output=True, text=True, timeout=300, check=True)
+    made = json.loads(done.stdout)
+    if made["rows"] != 40:
+        raise RuntimeError(f"that wasn't a list of sessions: {made}")
+    row("daemon at rest beside 2,000 transcripts", made["restPercent"], "<= 0.3", "%")
+    row("  its memory, resident", made["rssMb"], "<= 60", "MB", (), f"{made['pssMb']:.1f} MB are its own")
+    print(f"  its first look: {made['firstLookMs']} ms, longest pause {made['longestPauseMs']:.1f} ms; a new session is listed after "
+          f"{made['fromRestMs']} ms, while another is written after {made['busyMs']} ms", flush=True)
+
+
 GROUPS = {f.__name__: f for f in (speech, transport, start, rest, sound, commands, flood, cleaning, scrub, spectrum, main_thread,
-                                  history, search)}
+                                  history, search, companions)}
 
 
 def main(names):

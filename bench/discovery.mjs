@@ -1,11 +1,10 @@
 // Measures what finding sessions costs: node bench/discovery.mjs [seconds at rest, 60]
 //
-// Two thousand transcripts of 200 KB lie on the disk, 60 of them younger than a day. Printed are the first look, in a
-// process of its own, and of the daemon with all its parts the memory, the processor time at rest, and how long a new
-// session takes to stand in the list, from rest and while another one is being written.
+// Two thousand transcripts of 200 KB lie on the disk, 60 of them younger than a day. Printed, as one JSON object, are the
+// first look, in a process of its own, and of the daemon with all its parts the memory, the processor time at rest, and
+// how long a new session takes to stand in the list, from rest and while another one is being written.
 
-import { spawn } from 'node:child_process';
-import { once } from 'node:events';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -59,8 +58,8 @@ async function lookOnce() {
   const watched = discovery.watched;
   await discovery.stop();
   const cpuMs = Math.round((cpu.user + cpu.system) / 1000);
-  console.log(`first look     ${ms} ms for ${rows} rows, ${cpuMs} ms of a core with the start, `
-    + `longest pause ${(delay.max / 1e6).toFixed(1)} ms, ${watched} folders watched`);
+  console.log(JSON.stringify({
+    firstLookMs: ms, rows, firstLookCpuMs: (cpu.user + cpu.system) / 1000, longestPauseMs: delay.max / 1e6, watched }));
 }
 
 function cpuTicks(pid) {
@@ -71,7 +70,7 @@ function cpuTicks(pid) {
 function memory(pid) {
   const text = fs.readFileSync(`/proc/${pid}/smaps_rollup`, 'utf8');
   const of = (name) => Number(new RegExp(`^${name}:\\s+(\\d+) kB`, 'm').exec(text)[1]) / 1024;
-  return `${of('Pss').toFixed(1)} MB PSS, ${of('Rss').toFixed(1)} MB RSS`;
+  return { pssMb: of('Pss'), rssMb: of('Rss') };
 }
 
 /** Milliseconds from a session's first line to its row. */
@@ -91,7 +90,7 @@ async function restCost(pid, seconds) {
   const before = cpuTicks(pid);
   await sleep(seconds * 1000);
   const used = (cpuTicks(pid) - before) / ticksPerSecond;
-  return `${(100 * used / seconds).toFixed(2)} % of a core over ${seconds} s`;
+  return (100 * used) / seconds;
 }
 
 async function whileWritten(home, pid) {
@@ -106,7 +105,7 @@ async function whileWritten(home, pid) {
   }
   clearInterval(writing);
   const used = (cpuTicks(pid) - before) / ticksPerSecond;
-  return `${times.join(', ')} ms, at ${(100_000 * used / (performance.now() - begin)).toFixed(2)} % of a core`;
+  return { busyMs: times, busyPercent: (100_000 * used) / (performance.now() - begin) };
 }
 
 async function fromRest(home) {
@@ -115,24 +114,21 @@ async function fromRest(home) {
     await sleep(5000);
     times.push(await timeToRow(home, `quiet${i}`));
   }
-  return `${times.join(', ')} ms`;
+  return times;
 }
 
 async function measure(home, seconds) {
   layOut(home);
-  const environment = { PATH: process.env.PATH, HOME: home };
+  const environment = { PATH: process.env.PATH, HOME: home, SONRA_BRIDGE_PORT: '0' };
   const self = fileURLToPath(import.meta.url);
-  const child = spawn(process.execPath, [self, '--look'], { env: environment, stdio: 'inherit' });
-  await once(child, 'exit');
+  const look = execFileSync(process.execPath, [fileURLToPath(import.meta.url), '--look'], { env: environment });
   const { pid } = await startDaemon({ environment });
   try {
     // Until it has come to rest.
     await sleep(45_000);
-    console.log('memory        ', memory(pid));
-    console.log('at rest       ', await restCost(pid, seconds));
-    console.log('new, from rest', await fromRest(home));
-    console.log('new, when busy', await whileWritten(home, pid));
-    console.log('memory        ', memory(pid));
+    const restPercent = await restCost(pid, seconds);
+    const fromRestMs = await fromRest(home);
+    return { ...JSON.parse(look), restPercent, fromRestMs, ...(await whileWritten(home, pid)), ...memory(pid) };
   } finally {
     await stopDaemon({ environment });
   }
@@ -143,7 +139,7 @@ if (process.argv[2] === '--look') {
 } else {
   const home = fs.mkdtempSync(path.join(os.tmpdir(), 'sn-'));
   try {
-    await measure(home, Number(process.argv[2] ?? 60));
+    console.log(JSON.stringify(await measure(home, Number(process.argv[2] ?? 60))));
   } finally {
     fs.rmSync(home, { recursive: true, force: true });
   }

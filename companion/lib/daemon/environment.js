@@ -4,6 +4,7 @@
 const kept = new Set([
   'HOME', 'PATH', 'USER', 'LOGNAME', 'LANG', 'LANGUAGE', 'TZ', 'TMPDIR',
   'CLAUDE_CONFIG_DIR', 'CODEX_HOME', 'GEMINI_CLI_HOME', 'CLINE_DATA_DIR', 'PI_CODING_AGENT_DIR',
+  'AIDER_CHAT_HISTORY_FILE',
 ]);
 const keptFamilies = ['XDG_', 'LC_', 'TTS_', 'SONRA_'];
 
