@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Narrates a short sample session with the built program, the way a user's own session is narrated.
 
-A temporary home gets a transcript that grows line by line and a row that announces the session; the service finds
-the row, attaches it and speaks. Without a sound server a private one is started, and what it plays is recorded.
+A temporary home gets a transcript that grows line by line; the daemon beside the service finds it, and the service
+attaches it and speaks. Without a sound server a private one is started, and what it plays is recorded.
 """
 import atexit
 import json
@@ -17,8 +17,9 @@ import wave
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-PROGRAM = ROOT / "build/bin/sonra"
-RECORDING = ROOT / "build/demo.wav"
+BUILD = ROOT / "build"
+PROGRAM = BUILD / "bin/sonra"
+RECORDING = BUILD / "demo.wav"
 RATE = 48_000
 SESSION = "5f0c2a51-6d0e-4b57-9a3a-0b6f7f1d2e11"
 PROJECT = "/home/you/projects/hello"
@@ -38,7 +39,10 @@ class DemoFailed(Exception):
 
 
 SERVICE = []
-USER_DIRECTORIES = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}
+USER_DIRECTORIES = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME", "CLAUDE_CONFIG_DIR", "CODEX_HOME",
+                    "GEMINI_CLI_HOME", "CLINE_DATA_DIR", "PI_CODING_AGENT_DIR", "AIDER_CHAT_HISTORY_FILE"}
+# What the demo doesn't bring along: the control tool of this build, and a port for the phone that nobody else has.
+OWN = {"TTS_CTL_CMD": "", "TTS_DISABLE_CTL": "", "SONRA_BRIDGE_PORT": "0"}
 
 
 def wait_for(what, condition, limit=30.0):
@@ -130,33 +134,6 @@ def assistant_line(number, text):
     }) + "\n"
 
 
-def announce(state, transcript):
-    """Writes the row as the daemon does: under the document's lock, replacing the whole file."""
-    lock = state.with_name("state.json.lock")
-
-    def take():
-        try:
-            descriptor = os.open(lock, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o600)
-        except FileExistsError:
-            return False
-        os.write(descriptor, str(os.getpid()).encode())
-        os.close(descriptor)
-        return True
-
-    wait_for("the lock of the shared document", take)
-    try:
-        document = read_json(state)
-        document.setdefault("speed", 1.2)
-        document["discoveredSessions"] = [{
-            "sessionId": SESSION, "cwd": PROJECT, "transcript": str(transcript), "source": "claude-code",
-            "mtimeMs": time.time() * 1000, "active": True, "title": "Demo session"}]
-        fresh = state.with_name("state.json.tmp")
-        fresh.write_text(json.dumps(document, indent=2))
-        fresh.rename(state)
-    finally:
-        lock.unlink()
-
-
 def narrate(shared, transcript):
     now_playing = shared / "now-playing.json"
     with transcript.open("a") as agent:
@@ -186,13 +163,15 @@ def run(folder):
     shared = folder / ".claude/tts"
     transcript = folder / ".claude/projects" / PROJECT.replace("/", "-") / f"{SESSION}.jsonl"
     transcript.parent.mkdir(parents=True)
-    transcript.write_text(json.dumps({"type": "user", "message": {"role": "user", "content": "Please say hello."}}) + "\n")
+    shared.mkdir(parents=True)
+    (shared / "state.json").write_text('{"speed": 1.2}')
+    transcript.write_text(json.dumps({"type": "user", "cwd": PROJECT, "message": {"role": "user", "content": "Please say hello."}}) + "\n")
     say(f"a temporary home is at {folder}; your own sessions and settings are not touched")
 
     sound = None
     # The user's own directories may stand elsewhere than below the home.
     environment = {name: value for name, value in os.environ.items() if name not in USER_DIRECTORIES}
-    environment["HOME"] = str(folder)
+    environment |= OWN | {"HOME": str(folder)}
     if sound_server_answers():
         say("a sound server is running: you will hear the demo")
         cookie = Path.home() / ".config/pulse/cookie"
@@ -210,13 +189,13 @@ def run(folder):
     SERVICE.append(service)
     try:
         wait_for("the service's socket", (shared / "service.sock").exists)
-        say("announcing the session; the service attaches it by itself")
-        announce(shared / "state.json", transcript)
+        say("the daemon looks for sessions; a lone fresh one is attached by itself")
         wait_for("the session to be attached", lambda: read_json(shared / "state.json").get("sessions"))
         narrate(shared, transcript)
         say("everything has been spoken; stopping the service")
     finally:
         end(service)
+        subprocess.run([str(BUILD / "bin/tts"), "quit"], env=environment, timeout=20, capture_output=True)
         if sound:
             sound.finish()
     if service.returncode != 0:

@@ -46,7 +46,8 @@ class Home:
 
         The service starts the daemon beside it; only the tests of the daemon want one.
         """
-        own = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME"}
+        own = {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME", "CLAUDE_CONFIG_DIR", "CODEX_HOME",
+               "GEMINI_CLI_HOME", "CLINE_DATA_DIR", "PI_CODING_AGENT_DIR", "AIDER_CHAT_HISTORY_FILE"}
         return {name: value for name, value in os.environ.items() if name not in own} | {
             "HOME": str(self.path), "TTS_CTL_CMD": "/bin/true ctl.js"}
 
