@@ -3,12 +3,14 @@
 //
 // A lock left behind by a process that has died is reclaimed at once, any other after 30 s.
 
+import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 export const staleAfter = 30_000;
 export const retryInterval = 25;
 export const defaultTimeout = 10_000;
+const flockLimit = 1000;
 
 export class StateLockError extends Error {
   constructor(lockPath) {
@@ -59,6 +61,17 @@ function openIfAllowed(lock) {
   }
 }
 
+/**
+ * True if another process is reclaiming the same lock file just now: only one of them may remove it, or the slower would
+ * remove the lock that somebody has taken since. Node.js can't lock a file; flock(1) can, and its lock belongs to the open
+ * file, so it stays ours behind the tool's end. Where there is no such tool, nobody is.
+ */
+function isBeingReclaimed(fd) {
+  const { status, error } = spawnSync('flock', ['--nonblock', '3'],
+    { stdio: ['ignore', 'ignore', 'ignore', fd], timeout: flockLimit });
+  return error?.code !== 'ENOENT' && status !== 0;
+}
+
 /** Removes a stale lock, but not one that somebody has taken since it was judged. */
 function reclaimIfStale(lock) {
   // Held open until the end, so that the file's number can't be given to another file meanwhile.
@@ -66,6 +79,7 @@ function reclaimIfStale(lock) {
   try {
     const judged = fd === undefined ? fs.statSync(lock) : fs.fstatSync(fd);
     if (!isStale(fd === undefined ? '' : readHolder(fd), Date.now() - judged.mtimeMs)) return;
+    if (fd !== undefined && isBeingReclaimed(fd)) return;
     const present = fs.statSync(lock);
     if (present.ino === judged.ino && present.dev === judged.dev) fs.unlinkSync(lock);
   } catch {
