@@ -4,6 +4,7 @@
 import path from 'node:path';
 
 import { claudeProjectsDirectory } from '../places.js';
+import { filesOfProjects } from './projectFolders.js';
 import { readTranscript } from './readTranscript.js';
 import { contentText, firstText, realPrompt, textOf } from './text.js';
 
@@ -85,14 +86,8 @@ export class ClaudeCode {
     this.root = claudeProjectsDirectory(environment);
   }
 
-  async candidates({ folders }) {
-    const found = [];
-    for (const project of await folders.list(this.root)) {
-      if (!project.isFolder) continue;
-      const entries = await folders.list(project.path, { accepts: isTranscript, ino: project.ino });
-      for (const entry of entries) if (entry.isFile) found.push(entry);
-    }
-    return found;
+  candidates({ folders }) {
+    return filesOfProjects(folders, this.root, isTranscript);
   }
 
   async read(entry, previous, { reader }) {
