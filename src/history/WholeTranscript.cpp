@@ -12,7 +12,7 @@ namespace {
 
 std::deque<HistoryMessage> geminiDocument(const std::string& transcript) {
     std::deque<HistoryMessage> messages;
-    const auto elements = DocumentReading::loadMessages(transcript);
+    const auto elements = DocumentReading::load(transcript, DocumentReading::messagesIn);
     if (!elements) return messages;
     for (auto element = elements->rbegin(); element != elements->rend(); ++element)
         if (auto message = GeminiParser().parse(TranscriptRecord::jsonObject(*element)))

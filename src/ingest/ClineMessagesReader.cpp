@@ -13,12 +13,12 @@ bool ClineMessagesReader::recognises(const std::string& url) const {
 }
 
 TailOffset ClineMessagesReader::initialOffset(const std::string& url) const {
-    return DocumentReading::endOf(DocumentReading::loadMessages(url));
+    return DocumentReading::endOf(DocumentReading::load(url, DocumentReading::messagesIn));
 }
 
 LiveTailReader::Reading ClineMessagesReader::readSince(const std::string& url,
                                                        TailOffset offset) const {
-    return DocumentReading::since(url, offset, DocumentReading::loadMessages);
+    return DocumentReading::since(url, offset, DocumentReading::messagesIn, unchanged_);
 }
 
 }  // namespace sonra

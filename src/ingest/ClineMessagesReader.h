@@ -2,13 +2,14 @@
 
 #include "ingest/ClineParser.h"
 #include "ingest/ShapeReader.h"
+#include "ingest/UnchangedDocuments.h"
 
 namespace sonra {
 
 /// Follows a transcript of newer versions of Cline: an object with an array "messages", rewritten
 /// whole as it grows, whose elements are what they were in the bare array before.
 ///
-/// The cursor is `messageIndex`. Immutable, any thread, never throws.
+/// The cursor is `messageIndex`. Any thread, never throws.
 class ClineMessagesReader : public ShapeReader {
   public:
     std::string_view id() const override { return parser_.id(); }
@@ -21,6 +22,7 @@ class ClineMessagesReader : public ShapeReader {
 
   private:
     ClineParser parser_;
+    mutable UnchangedDocuments unchanged_;
 };
 
 }  // namespace sonra

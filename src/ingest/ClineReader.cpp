@@ -8,8 +8,8 @@ namespace sonra {
 namespace {
 
 /// Absent if the document isn't an array of objects.
-std::optional<Json> loadMessages(const std::string& url) {
-    auto document = DocumentReading::load(url);
+std::optional<Json> messagesIn(std::string_view bytes) {
+    auto document = json::parse(bytes);
     if (!document || !document->is_array() || !std::ranges::all_of(*document, &Json::is_object))
         return std::nullopt;
     return document;
@@ -18,11 +18,11 @@ std::optional<Json> loadMessages(const std::string& url) {
 }  // namespace
 
 TailOffset ClineReader::initialOffset(const std::string& url) const {
-    return DocumentReading::endOf(loadMessages(url));
+    return DocumentReading::endOf(DocumentReading::load(url, messagesIn));
 }
 
 LiveTailReader::Reading ClineReader::readSince(const std::string& url, TailOffset offset) const {
-    return DocumentReading::since(url, offset, loadMessages);
+    return DocumentReading::since(url, offset, messagesIn, unchanged_);
 }
 
 }  // namespace sonra

@@ -2,13 +2,14 @@
 
 #include "ingest/ClineParser.h"
 #include "ingest/LiveTailReader.h"
+#include "ingest/UnchangedDocuments.h"
 
 namespace sonra {
 
 /// Follows a transcript of Cline: a JSON array of messages, rewritten whole as it grows.
 ///
 /// The cursor is `messageIndex`. An array that has shrunk is waited for until it is longer than it
-/// was. Immutable, any thread, never throws.
+/// was. Any thread, never throws.
 class ClineReader : public LiveTailReader {
   public:
     std::string_view id() const override { return parser_.id(); }
@@ -21,6 +22,7 @@ class ClineReader : public LiveTailReader {
 
   private:
     ClineParser parser_;
+    mutable UnchangedDocuments unchanged_;
 };
 
 }  // namespace sonra

@@ -5,7 +5,6 @@
 
 #include "ingest/FileTail.h"
 #include "ingest/RecordTexts.h"
-#include "ingest/UnchangedDocuments.h"
 
 namespace sonra::DocumentReading {
 namespace {
@@ -22,31 +21,34 @@ LiveTailReader::Reading behind(std::optional<Json> elements, TailOffset offset) 
 
 }  // namespace
 
-std::optional<Json> load(const std::string& url) {
-    const auto file = FileTail::read(url, 0);
-    return file ? json::parse(file->bytes()) : std::nullopt;
-}
-
-std::optional<Json> loadMessages(const std::string& url) {
-    auto document = load(url);
+std::optional<Json> messagesIn(std::string_view bytes) {
+    auto document = json::parse(bytes);
     if (!document || RecordTexts::objectsAt(*document, "messages") == nullptr) return std::nullopt;
     return std::move((*document)["messages"]);
+}
+
+std::optional<Json> load(const std::string& url, Decode decode) {
+    const auto file = FileTail::read(url, 0);
+    return file ? decode(file->bytes()) : std::nullopt;
 }
 
 TailOffset endOf(const std::optional<Json>& elements) {
     return TailOffset::messageIndex(elements ? static_cast<std::int64_t>(elements->size()) : 0);
 }
 
-LiveTailReader::Reading since(const std::string& url, TailOffset offset,
-                              std::optional<Json> (*load)(const std::string& url)) {
-    static UnchangedDocuments unchanged;
+LiveTailReader::Reading since(const std::string& url, TailOffset offset, Decode decode,
+                              UnchangedDocuments& unchanged) {
     // Taken first: what is written during the reading makes another version.
     const auto version = UnchangedDocuments::versionOf(url);
     const auto known = version ? unchanged.count(url, *version) : std::nullopt;
     if (known && *known <= offset.intValue()) return {{}, offset};
-    auto elements = load(url);
-    // One that can't be read now may be readable later without being written to.
-    if (version && elements) unchanged.remember(url, *version, endOf(elements).intValue());
+    const auto file = FileTail::read(url, 0);
+    if (!file) return {{}, offset};
+    auto elements = decode(file->bytes());
+    // What can't be read to its end now may be readable later without being written to.
+    const auto size = static_cast<off_t>(file->bytes().size());
+    if (version && size == version->document.st_size)
+        unchanged.remember(url, *version, endOf(elements).intValue());
     return behind(std::move(elements), offset);
 }
 

@@ -11,13 +11,15 @@ bool GeminiReader::isDocument(const std::string& url) {
 }
 
 TailOffset GeminiReader::initialOffset(const std::string& url) const {
-    return isDocument(url) ? DocumentReading::endOf(DocumentReading::loadMessages(url))
-                           : LineReading::endOf(url);
+    return isDocument(url)
+               ? DocumentReading::endOf(DocumentReading::load(url, DocumentReading::messagesIn))
+               : LineReading::endOf(url);
 }
 
 LiveTailReader::Reading GeminiReader::readSince(const std::string& url, TailOffset offset) const {
-    return isDocument(url) ? DocumentReading::since(url, offset, DocumentReading::loadMessages)
-                           : LineReading::since(url, offset);
+    return isDocument(url)
+               ? DocumentReading::since(url, offset, DocumentReading::messagesIn, unchanged_)
+               : LineReading::since(url, offset);
 }
 
 }  // namespace sonra

@@ -2,13 +2,14 @@
 
 #include "ingest/GeminiParser.h"
 #include "ingest/LiveTailReader.h"
+#include "ingest/UnchangedDocuments.h"
 
 namespace sonra {
 
 /// Follows a transcript of Gemini CLI: a document with an array of messages, which is rewritten
 /// whole, where the name ends in ".json"; else a file with a JSON object on each line.
 ///
-/// The cursor of a document is `messageIndex`, of lines `byte`. Immutable, any thread, never
+/// The cursor of a document is `messageIndex`, of lines `byte`. Any thread, never
 /// throws.
 class GeminiReader : public LiveTailReader {
   public:
@@ -25,6 +26,7 @@ class GeminiReader : public LiveTailReader {
 
   private:
     GeminiParser parser_;
+    mutable UnchangedDocuments unchanged_;
 };
 
 }  // namespace sonra

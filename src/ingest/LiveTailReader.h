@@ -12,9 +12,9 @@ namespace sonra {
 
 /// Reads a transcript forward from a cursor.
 ///
-/// Readers are stateless: whoever follows a transcript holds the cursor. Immutable, any thread; a
-/// read blocks for as long as the file's bytes take, never for a writer. They never throw: every
-/// failure is an empty `records` and the cursor unchanged.
+/// Whoever follows a transcript holds the cursor; readers remember at most what spares them a look
+/// that would find nothing. Any thread; a read blocks for as long as the file's bytes take, never
+/// for a writer. They never throw: every failure is an empty `records` and the cursor unchanged.
 class LiveTailReader {
   public:
     struct Reading {

@@ -137,7 +137,10 @@ TEST(ShapedCursor, OfAnotherKindMeansTheBeginningOrTheEnd) {
     const test::TempDir dir;
     const auto path = dir / "session.json";
     test::writeFile(path, R"({"messages":[{"role":"user"},{"role":"user"}]})");
-    const auto reader = shaped<ClineReader>(ClineMessagesReader());
+    std::vector<std::unique_ptr<const ShapeReader>> others;
+    others.push_back(std::make_unique<const ClineMessagesReader>());
+    const auto reader =
+        std::make_unique<ShapedReader>(std::make_unique<const ClineReader>(), std::move(others));
     const auto fresh = reader->readSince(path, TailOffset::byte(0));
     EXPECT_EQ(fresh.records.size(), 2U);
     EXPECT_EQ(fresh.newOffset, TailOffset::messageIndex(2));

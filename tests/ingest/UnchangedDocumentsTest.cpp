@@ -1,6 +1,7 @@
 #include "ingest/UnchangedDocuments.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 
@@ -12,6 +13,23 @@ namespace sonra {
 namespace {
 
 using namespace std::chrono_literals;
+
+/// While it lives no file can be opened.
+class NoMoreFiles {
+  public:
+    NoMoreFiles() {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
+        set({0, before_.rlim_max});
+    }
+    ~NoMoreFiles() { set(before_); }
+    NoMoreFiles(const NoMoreFiles&) = delete;
+    NoMoreFiles& operator=(const NoMoreFiles&) = delete;
+
+  private:
+    static void set(const rlimit& limit) { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0); }
+
+    rlimit before_{};
+};
 
 class UnchangedDocumentsTest : public testing::Test {
   protected:
@@ -68,17 +86,34 @@ TEST_F(UnchangedDocumentsTest, CompanionIsPartOfTheVersion) {
     EXPECT_FALSE(UnchangedDocuments::versionOf(dir / "missing", companion));
 }
 
-/// As when there are too many open files for a while.
+/// Too many files are open for a while.
 TEST_F(UnchangedDocumentsTest, DocumentThatCouldNotBeReadIsNotRemembered) {
-    static bool isReadable = false;
-    const auto load = [](const std::string&) {
-        return isReadable ? std::optional(Json::parse("[{},{}]")) : std::nullopt;
-    };
-    const std::string leftAlone = "/proc/self/exe";
+    test::writeFile(path, "[{},{}]");
     const auto start = TailOffset::messageIndex(0);
-    EXPECT_TRUE(DocumentReading::since(leftAlone, start, load).records.empty());
-    isReadable = true;
-    EXPECT_EQ(DocumentReading::since(leftAlone, start, load).records.size(), 2U);
+    {
+        const NoMoreFiles none;
+        EXPECT_TRUE(DocumentReading::since(path, start, json::parse, documents).records.empty());
+    }
+    EXPECT_EQ(DocumentReading::since(path, start, json::parse, documents).records.size(), 2U);
+}
+
+TEST_F(UnchangedDocumentsTest, DocumentThatDoesNotDecodeIsDecodedOnce) {
+    static int decoded = 0;
+    decoded = 0;
+    const auto decode = [](std::string_view bytes) {
+        ++decoded;
+        return json::parse(bytes);
+    };
+    const auto start = TailOffset::messageIndex(0);
+    const auto look = [&] {
+        return DocumentReading::since(path, start, decode, documents).records.size();
+    };
+    test::writeFile(path, "[{},");
+    EXPECT_EQ(look() + look() + look(), 0U);
+    EXPECT_EQ(decoded, 1);
+    test::writeFile(path, "[{},{}]");
+    EXPECT_EQ(look(), 2U);
+    EXPECT_EQ(decoded, 2);
 }
 
 /// Also for a listener who starts again from the front.
