@@ -17,7 +17,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int busyMs = 20;
-constexpr std::chrono::milliseconds longestQuery{250};
 constexpr int stepsBetweenLooksAtTheClock = 2000;
 /// A session writes one message after the other; so many that were complete before tell that all
 /// earlier ones were.
@@ -249,10 +248,15 @@ void OpenCodeDatabase::Close::operator()(sqlite3* handle) const {
 }
 
 OpenCodeDatabase::OpenCodeDatabase(Handle handle, std::string path,
-                                   std::shared_ptr<const Unlogged> unlogged)
-    : handle_(std::move(handle)), path_(std::move(path)), unlogged_(std::move(unlogged)) {}
+                                   std::shared_ptr<const Unlogged> unlogged,
+                                   std::chrono::milliseconds look)
+    : handle_(std::move(handle)),
+      path_(std::move(path)),
+      unlogged_(std::move(unlogged)),
+      longestLook_(look) {}
 
-std::optional<OpenCodeDatabase> OpenCodeDatabase::open(const std::string& path) {
+std::optional<OpenCodeDatabase> OpenCodeDatabase::open(const std::string& path,
+                                                       std::chrono::milliseconds look) {
     std::shared_ptr<const Unlogged> unlogged;
     // To a reader a log that isn't there is one to create. Without it there is nothing but the file
     // to read, which changes only with a log.
@@ -276,22 +280,23 @@ std::optional<OpenCodeDatabase> OpenCodeDatabase::open(const std::string& path) 
     if (result != SQLITE_OK) return std::nullopt;
     sqlite3_busy_timeout(raw, busyMs);
     sqlite3_db_config(raw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    return OpenCodeDatabase(std::move(handle), path, std::move(unlogged));
+    return OpenCodeDatabase(std::move(handle), path, std::move(unlogged), look);
 }
 
 std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::textsSince(
-    const std::string& session, std::int64_t sinceMs) const {
+    const std::string& session, std::int64_t sinceMs) {
     return look(session, sinceMs, false);
 }
 
 std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::newestTexts(
-    const std::string& session) const {
+    const std::string& session) {
     return look(session, INT64_MIN, true);
 }
 
 std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::look(
-    const std::string& session, std::int64_t sinceMs, bool onlyNewest) const {
-    auto deadline = Clock::now() + longestQuery;
+    const std::string& session, std::int64_t sinceMs, bool onlyNewest) {
+    const auto start = Clock::now();
+    auto deadline = start + longestLook_;
     sqlite3_progress_handler(handle_.get(), stepsBetweenLooksAtTheClock, isPastDeadline, &deadline);
     Search search{sinceMs, onlyNewest, {}};
     // Messages and parts of one moment.
@@ -299,6 +304,9 @@ std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::look(
     const bool isWhole = Look(handle_.get(), search).searchSession(session) && isStillUnlogged();
     sqlite3_exec(handle_.get(), "COMMIT", nullptr, nullptr, nullptr);
     sqlite3_progress_handler(handle_.get(), 0, nullptr, nullptr);
+    ranOutAfter_.reset();
+    if (const auto now = Clock::now(); !isWhole && now > deadline)
+        ranOutAfter_ = std::chrono::ceil<std::chrono::milliseconds>(now - start);
     if (!isWhole) return std::nullopt;
     search.finish();
     return std::move(search.found);

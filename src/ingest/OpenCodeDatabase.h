@@ -16,13 +16,17 @@ namespace sonra {
 /// Read-only, and written to by the agent meanwhile: what it has committed is seen, in its
 /// write-ahead log too. Nothing is created beside the file; the one exception is the index of a log
 /// that was left behind without one, which SQLite has to build before it can read the log. Waits a
-/// few milliseconds for a lock, and a query ends after a quarter of a second. Used by one thread,
+/// few milliseconds for a lock, and a look ends after a quarter of a second, by which a
+/// big store without indexes may not have been walked through. Used by one thread,
 /// never throws: a file that isn't a database, is locked, damaged or of another schema gives
 /// nothing.
 class OpenCodeDatabase {
   public:
+    static constexpr std::chrono::milliseconds longestLook{250};
+
     /// Absent if it can't be opened.
-    static std::optional<OpenCodeDatabase> open(const std::string& path);
+    static std::optional<OpenCodeDatabase> open(const std::string& path,
+                                                std::chrono::milliseconds look = longestLook);
 
     /// A complete text of the assistant's.
     struct Text {
@@ -33,10 +37,11 @@ class OpenCodeDatabase {
     };
     /// The texts of a session that were complete at `sinceMs` or later, oldest first. Absent if the
     /// store can't be read.
-    std::optional<std::vector<Text>> textsSince(const std::string& session,
-                                                std::int64_t sinceMs) const;
+    std::optional<std::vector<Text>> textsSince(const std::string& session, std::int64_t sinceMs);
     /// Those of the newest time; a look at the session's end only.
-    std::optional<std::vector<Text>> newestTexts(const std::string& session) const;
+    std::optional<std::vector<Text>> newestTexts(const std::string& session);
+    /// How long the last look took if it was ended before it found everything.
+    std::optional<std::chrono::milliseconds> ranOutAfter() const { return ranOutAfter_; }
 
   private:
     struct Close {
@@ -46,14 +51,17 @@ class OpenCodeDatabase {
     /// What told that no log was in use, to be compared after the look.
     struct Unlogged;
 
-    OpenCodeDatabase(Handle handle, std::string path, std::shared_ptr<const Unlogged> unlogged);
+    OpenCodeDatabase(Handle handle, std::string path, std::shared_ptr<const Unlogged> unlogged,
+                     std::chrono::milliseconds look);
     bool isStillUnlogged() const;
     std::optional<std::vector<Text>> look(const std::string& session, std::int64_t sinceMs,
-                                          bool onlyNewest) const;
+                                          bool onlyNewest);
 
     Handle handle_;
     std::string path_;
     std::shared_ptr<const Unlogged> unlogged_;  ///< null if SQLite itself guards the look
+    std::chrono::milliseconds longestLook_;
+    std::optional<std::chrono::milliseconds> ranOutAfter_;
 };
 
 }  // namespace sonra

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "ingest/LookPauses.h"
+#include "ingest/OpenCodeDatabase.h"
 #include "ingest/OpenCodePartParser.h"
 #include "ingest/ShapeReader.h"
 #include "ingest/UnchangedDocuments.h"
@@ -17,15 +19,18 @@ namespace sonra {
 ///
 /// A text is spoken once it is complete, which it says or its message does. The cursor is `unixMs`
 /// in thousandths: the time of the newest text that was read, and in the last three digits how many
-/// of that time were, so that another one of the same time isn't lost. A read takes no longer than
-/// OpenCodeDatabase does, and a store that nobody has written to since a look isn't looked into
-/// again. Any thread as far as the clock is, never throws.
+/// of that time were, so that another one of the same time isn't lost. A store that nobody has
+/// written to since a look isn't looked into again, and one where a look ran out of its time is
+/// left alone for a while, so that the caller isn't held up all the time. Any thread as far as the
+/// clock is, never throws.
 class OpenCodeDatabaseReader : public ShapeReader {
   public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
 
-    explicit OpenCodeDatabaseReader(Clock clock = std::chrono::system_clock::now)
-        : clock_(std::move(clock)), unchanged_(clock_) {}
+    explicit OpenCodeDatabaseReader(
+        Clock clock = std::chrono::system_clock::now,
+        std::chrono::milliseconds longestLook = OpenCodeDatabase::longestLook)
+        : clock_(std::move(clock)), longestLook_(longestLook), unchanged_(clock_) {}
 
     std::string_view id() const override { return parser_.id(); }
     bool recognises(const std::string& url) const override;
@@ -39,12 +44,14 @@ class OpenCodeDatabaseReader : public ShapeReader {
 
   private:
     /// Absent if the store can't be read.
-    static std::optional<Reading> look(const std::string& path, const std::string& session,
-                                       TailOffset offset);
+    std::optional<Reading> look(const std::string& url, const std::string& path,
+                                const std::string& session, TailOffset offset) const;
 
     const Clock clock_;
+    const std::chrono::milliseconds longestLook_;
     /// For each transcript, the cursor behind all that its store had.
     mutable UnchangedDocuments unchanged_;
+    mutable LookPauses pauses_;
     OpenCodePartParser parser_;
 };
 

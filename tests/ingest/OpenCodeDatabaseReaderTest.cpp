@@ -417,6 +417,28 @@ TEST_F(OpenCodeDatabaseReading, DoesNotWaitForAnotherProcessThatHasTheStoreForIt
     }
 }
 
+/// As in a store so big that a walk through it takes longer than a look may.
+TEST_F(OpenCodeDatabaseReading, LeavesAStoreAloneForAWhileWhenALookRanOut) {
+    const OpenCodeDatabaseReader hurried{[this] { return now; }, std::chrono::milliseconds(-1)};
+    const auto found = [&] { return hurried.readSince(url, epoch).records.size(); };
+    OpenCodeStore store(path);
+    store.run("DROP INDEX part_message_idx");
+    addReply(store, "msg_a", 1000, "One.");
+    EXPECT_EQ(found(), 1U)
+        << "so small a store is walked through before anybody looks at the clock";
+    store.run(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000)"
+        " INSERT INTO part SELECT 'other_' || i, 'msg_other', 'ses_2', 0, 0, '{}' FROM n");
+    EXPECT_EQ(found(), 0U);
+    store.run("DELETE FROM part WHERE session_id = 'ses_2'");
+    EXPECT_EQ(found(), 0U) << "whatever is written meanwhile";
+    now += std::chrono::milliseconds(9);
+    EXPECT_EQ(found(), 0U);
+    now += LookPauses::longest;
+    EXPECT_EQ(found(), 1U);
+    EXPECT_EQ(found(), 1U);
+}
+
 TEST_F(OpenCodeDatabaseReading, YieldsNothingOfWhatIsNoStore) {
     for (const std::string& content :
          {std::string(), std::string("not a database, but long enough to have a header"),
