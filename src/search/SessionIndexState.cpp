@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -20,6 +22,14 @@ constexpr auto quietBeforeFlush = std::chrono::milliseconds(500);
 
 std::string rootOf(const std::optional<std::string>& root) {
     return SessionIndex::canonicalize(root ? *root : SessionIndex::defaultProjectsRoot());
+}
+
+/// With its links: each of them may be pointed elsewhere while the tree is watched.
+std::string linkedRoot(const std::optional<std::string>& root) {
+    const auto named = root ? *root : SessionIndex::defaultProjectsRoot();
+    std::error_code error;
+    const auto path = std::filesystem::absolute(named, error);
+    return error ? named : path.string();
 }
 
 Catalogue::Entry entryOf(const SessionRecord& record) {
@@ -228,9 +238,10 @@ void SessionIndex::State::startWatching(std::optional<std::string> root) {
     queue_.post([weak = weak_from_this(), root = std::move(root)] {
         const auto self = weak.lock();
         if (!self || self->stream_) return;
-        self->openStream(rootOf(root));
+        self->openStream(linkedRoot(root));
         if (!self->stream_) return;
-        self->onPool([watched = self->watchedRoot_](State& state) { state.catchUp(watched); });
+        self->onPool(
+            [watched = self->watchedRoot_](State& state) { state.catchUp(rootOf(watched)); });
     });
 }
 
@@ -263,8 +274,7 @@ void SessionIndex::State::handleEvents(TreeEvents events) {
     enqueueTouched(std::move(events.paths));
 }
 
-/// A root that wasn't there when its watch began may have come as a link since; a reconcile finds
-/// its sessions by their real paths.
+/// The watch tells of files below the root as it was named, a reconcile finds their real paths.
 void SessionIndex::State::resolveRoot(std::vector<std::string>& paths) const {
     const auto root = canonicalize(watchedRoot_);
     if (root == watchedRoot_) return;

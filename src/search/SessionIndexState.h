@@ -85,7 +85,7 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     ReconcileProgress progress_;
     std::uint64_t generation_ = 0;  // of the newest reconcile, which alone reports its progress
     std::unique_ptr<TreeWatch> stream_;
-    std::string watchedRoot_;
+    std::string watchedRoot_;  // links may lead to it
     std::set<std::string> pendingPaths_;
     SerialQueue::Timer coalesceWork_;
 
