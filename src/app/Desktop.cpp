@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "app/HiddenPanel.h"
+#include "app/TellingHotkeys.h"
 #include "frame/DefaultsDocument.h"
 #include "linux/QtApplicationInterface.h"
 #include "linux/QtDesktopSearch.h"
@@ -89,7 +90,8 @@ std::function<std::unique_ptr<SearchPanel>()> Desktop::searchPanelFactory() {
 }
 
 GlobalHotkeys* Desktop::hotkeys() {
-    if (!parts_->hotkeys && hasDisplay()) parts_->hotkeys = makeGlobalHotkeys(parts_->loop);
+    if (!parts_->hotkeys && hasDisplay())
+        parts_->hotkeys = std::make_unique<TellingHotkeys>(makeGlobalHotkeys(parts_->loop));
     return parts_->hotkeys.get();
 }
 
