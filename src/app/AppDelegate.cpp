@@ -4,9 +4,10 @@
 
 #include <chrono>
 
-#include "app/RunningService.h"
+#include "frame/Log.h"
 #include "frame/ServiceLock.h"
 #include "frame/TemporaryDirectory.h"
+#include "frame/UrlLaunch.h"
 #include "linux/InotifyFileWatcher.h"
 #include "linux/InotifyTreeWatcher.h"
 #include "linux/PulseConnection.h"
@@ -66,8 +67,8 @@ void AppDelegate::bringUp() {
 }
 
 void AppDelegate::startService(const std::string& socketPath) {
-    // Of several that start at once, the one with the lock opens what the others were asked to.
-    if (!acquireServiceLock()) return exit_(openInRunningService(urls_).value_or(0));
+    // Who was started with addresses has it already.
+    if (!holdsServiceLock() && !acquireServiceLock()) return exit_(0);
     sweepTemporaryDirectories();
     bringUp();
     desktop_->setWishes(wishes());
@@ -80,12 +81,19 @@ void AppDelegate::startService(const std::string& socketPath) {
                                KokoroProcessEngine::make(pool_)});
     if (!coordinator_->start()) exit_(1);
     desktop_->publish();
-    for (const auto& url : urls_) coordinator_->openURL(url);
+    for (const auto& url : urls_) open(url);
+}
+
+void AppDelegate::open(const std::string& url) {
+    if (coordinator_->openURL(withPlainScheme(url))) return;
+    Log::shared()
+        .child({{"class", "AppDelegate"}})
+        .warn("address stands for nothing", {{"input", {{"url", url}}}});
 }
 
 /// They come once the coordinator has started, whoever asked for them before.
 Desktop::Wishes AppDelegate::wishes() {
-    return {[this](const std::string& url) { coordinator_->openURL(url); },
+    return {[this](const std::string& url) { open(url); },
             [this](const std::string& query) { coordinator_->openSearchPanel(query); }};
 }
 

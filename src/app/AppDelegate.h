@@ -33,6 +33,8 @@ class AppDelegate {
 
   private:
     void startService(const std::string& socketPath);
+    /// What an address stands for, whoever asks for it; one that stands for nothing is logged.
+    void open(const std::string& url);
     void startCaptionServer(const std::string& socketPath);
     void play(const PlayerArgs& args);
     /// Desktop and sound.

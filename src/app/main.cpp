@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -20,8 +21,12 @@
 #include "linux/JournalLog.h"
 #include "linux/QtMainLoop.h"
 #include "linux/X11StartupNotice.h"
+#include "search/SpotlightIndexer.h"
 
 namespace {
+
+/// Of a command line that can't be understood.
+constexpr int usageStatus = 2;
 
 constexpr auto usage =
     "Reads the replies of AI coding agents aloud as they are written.\n"
@@ -51,6 +56,18 @@ bool answered(const std::vector<std::string>& args) {
     if (args[1] == "--help") return std::fputs(usage, stdout) >= 0;
     if (args[1] == "--version") return std::puts("sonra " SONRA_VERSION) >= 0;
     return false;
+}
+
+/// Says which of the addresses stands for nothing; false if each stands for something.
+bool saidMeaningless(const std::vector<std::string>& urls) {
+    const auto url = std::ranges::find_if(
+        urls, [](const auto& each) { return !sonra::SpotlightIndexer::parseURL(each); });
+    if (url == urls.end()) return false;
+    std::fprintf(stderr,
+                 "sonra: the address %s stands for nothing; a session's is tts://session/<id>. "
+                 "Nothing was opened.\n",
+                 url->c_str());
+    return true;
 }
 
 /// Without a display the windows have nowhere to go; narration goes on. Floating windows need X11,
@@ -133,6 +150,10 @@ int main(int argc, char** argv) {
 
     const auto startupId = sonra::X11StartupNotice::takeFromEnvironment();
     const auto urls = sonra::launchUrls(args);
+    if (saidMeaningless(urls)) {
+        sonra::X11StartupNotice::end(startupId);
+        return usageStatus;
+    }
     if (const auto status = sonra::openInRunningService(urls)) {
         sonra::X11StartupNotice::end(startupId);
         return *status;

@@ -33,27 +33,44 @@ void stampPid(int fd) {
         const auto written = write(fd, pid.data(), pid.size());
 }
 
-}  // namespace
-
-bool acquireServiceLock(const std::optional<std::string>& lockPath) {
-    const std::string path = lockPath ? *lockPath : defaultLockPath();
+/// Takes the lock; the outcome with what is to be said of it.
+ServiceLockTry take(const std::string& path, std::string& reason) {
     // Close-on-exec: a child that inherited the descriptor would hold the lock beyond a crash.
     UniqueFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (!fd) {
-        std::cerr << "tts: could not open " << path << ": " << std::strerror(errno) << std::endl;
-        return false;
+        reason = "could not open " + path + ": " + std::strerror(errno);
+        return ServiceLockTry::failed;
     }
     if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-        const std::string reason = errno == EWOULDBLOCK
-                                       ? "another Sonra service is already running"
-                                       : std::string("flock failed (") + std::strerror(errno) + ")";
-        std::cerr << "tts: " << reason << "; exiting duplicate service." << std::endl;
-        return false;
+        const bool isHeld = errno == EWOULDBLOCK;
+        reason = (isHeld ? "another Sonra service is already running"
+                         : std::string("flock failed (") + std::strerror(errno) + ")") +
+                 "; exiting duplicate service.";
+        return isHeld ? ServiceLockTry::held : ServiceLockTry::failed;
     }
     stampPid(fd.get());
     // Left open for the life of the process: that is what holds the lock.
     held = fd.release();
-    return true;
+    return ServiceLockTry::taken;
+}
+
+}  // namespace
+
+bool acquireServiceLock(const std::optional<std::string>& lockPath) {
+    std::string reason;
+    if (take(lockPath ? *lockPath : defaultLockPath(), reason) == ServiceLockTry::taken)
+        return true;
+    std::cerr << "tts: " << reason << std::endl;
+    return false;
+}
+
+ServiceLockTry tryServiceLock(const std::optional<std::string>& lockPath) {
+    std::string reason;
+    return take(lockPath ? *lockPath : defaultLockPath(), reason);
+}
+
+bool holdsServiceLock() {
+    return held.load() >= 0;
 }
 
 void releaseServiceLock() {

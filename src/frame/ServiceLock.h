@@ -13,6 +13,16 @@ namespace sonra {
 /// file stays behind at the end; the pid in it is for people only.
 bool acquireServiceLock(const std::optional<std::string>& lockPath = std::nullopt);
 
+/// What came of a try to take the lock.
+enum class ServiceLockTry { taken, held, failed };
+
+/// The same with nothing said on standard error: `held` by another process, or `failed` because the
+/// file can't be opened or locked. What keeps trying uses it.
+ServiceLockTry tryServiceLock(const std::optional<std::string>& lockPath = std::nullopt);
+
+/// Whether this process took the lock and hasn't given it up.
+bool holdsServiceLock();
+
 /// Gives the lock of this process up at its end, at once, also where a child that is just being
 /// started has a copy of the descriptor.
 void releaseServiceLock();

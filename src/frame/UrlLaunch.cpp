@@ -1,8 +1,7 @@
 #include "frame/UrlLaunch.h"
 
-#include <fcntl.h>
+#include <poll.h>
 #include <strings.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include "frame/Home.h"
 #include "frame/Json.h"
 #include "frame/ProcessMode.h"
+#include "frame/ServiceLock.h"
 #include "frame/UniqueFd.h"
 #include "frame/UnixSocket.h"
 
@@ -30,6 +30,8 @@ constexpr std::string_view prefix = "tts://";
 /// The oldest version of the socket's protocol: every service knows it.
 constexpr int protocol = 1;
 constexpr std::chrono::milliseconds betweenTries{50};
+/// A service reads within milliseconds; one on a busy machine gets its time.
+constexpr std::chrono::seconds hangUpLimit{2};
 
 bool isUrl(const std::string& argument) {
     return strncasecmp(argument.c_str(), prefix.data(), prefix.size()) == 0;
@@ -42,13 +44,6 @@ std::string contents(const std::string& path) {
 
 std::string lockPath() {
     return sharedDirectory() + "/sonra.lock";
-}
-
-/// Whether a process holds the service's lock. Only the lock decides; it is tried, shared so that
-/// several who try don't take each other for a service, and given back at once.
-bool isServiceRunning() {
-    const UniqueFd fd(open(lockPath().c_str(), O_RDONLY | O_CLOEXEC));
-    return fd && flock(fd.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 /// The process that the lock's file names. Worth something only while the lock is held.
@@ -88,11 +83,44 @@ bool tryOwnSocket(std::optional<pid_t> holder, const std::vector<std::string>& u
     return own && *own != defaultServiceSocketPath() && tryOpenInExistingService(*own, urls);
 }
 
+bool sendAll(int fd, std::string_view rest) {
+    while (!rest.empty()) {
+        const auto sent = send(fd, rest.data(), rest.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return false;
+        rest.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+/// Whether the other end has read everything and hung up. The system takes a line for a program
+/// that hangs, so that the line went out says nothing; and an end that closes with some of it
+/// unread shows as an error.
+bool isReadToTheEnd(int fd) {
+    if (shutdown(fd, SHUT_WR) != 0) return false;
+    const auto deadline = Clock::now() + hangUpLimit;
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd hangUp{fd, POLLIN, 0};
+        if (left <= 0 || poll(&hangUp, 1, static_cast<int>(left)) <= 0) return false;
+        char said[256];
+        const auto got = recv(fd, said, sizeof said, MSG_DONTWAIT);
+        if (got <= 0) return got == 0;
+    }
+}
+
 }  // namespace
 
 std::vector<std::string> launchUrls(const std::vector<std::string>& args) {
     if (args.size() < 2 || !std::all_of(args.begin() + 1, args.end(), isUrl)) return {};
-    return {args.begin() + 1, args.end()};
+    std::vector<std::string> urls;
+    std::transform(args.begin() + 1, args.end(), std::back_inserter(urls), withPlainScheme);
+    return urls;
+}
+
+std::string withPlainScheme(std::string url) {
+    if (isUrl(url)) url.replace(0, prefix.size(), prefix);
+    return url;
 }
 
 bool tryOpenInExistingService(const std::string& socketPath, const std::vector<std::string>& urls) {
@@ -100,13 +128,7 @@ bool tryOpenInExistingService(const std::string& socketPath, const std::vector<s
     if (!fd) return false;
     const std::string line =
         json::dump({{"cmd", "open"}, {"proto", protocol}, {"urls", urls}}) + "\n";
-    std::string_view rest = line;
-    while (!rest.empty()) {
-        const auto sent = send(fd.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (sent <= 0) return false;
-        rest.remove_prefix(static_cast<std::size_t>(sent));
-    }
-    return true;
+    return sendAll(fd.get(), line) && isReadToTheEnd(fd.get());
 }
 
 UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& otherWay,
@@ -116,7 +138,10 @@ UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& o
     for (;;) {
         // Whoever listens there is the service, also where its lock's file was removed.
         if (tryOpenInExistingService(defaultServiceSocketPath(), urls)) return {Outcome::done, {}};
-        if (!isServiceRunning()) return {Outcome::noService, {}};
+        // Never tried out and given back: that would turn away one that just starts.
+        const auto lock = tryServiceLock();
+        if (lock == ServiceLockTry::taken) return {Outcome::isService, {}};
+        if (lock == ServiceLockTry::failed) return {Outcome::noLock, {}};
         const auto holder = stampedPid();
         if (tryOwnSocket(holder, urls) || otherWay(urls)) return {Outcome::done, holder};
         if (Clock::now() >= deadline) return {Outcome::unreachable, holder};

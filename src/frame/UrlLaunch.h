@@ -11,21 +11,27 @@
 namespace sonra {
 
 /// The addresses ("tts://…") that a command line consists of, the program's name aside; empty for
-/// any other command line, which `parseMode` reads. Nothing else about them is looked at.
+/// any other command line, which `parseMode` reads. Their scheme is in small letters, whatever it
+/// was written in; nothing else about them is looked at.
 std::vector<std::string> launchUrls(const std::vector<std::string>& args);
 
+/// The same address with its scheme in small letters; any other text as it is.
+std::string withPlainScheme(std::string url);
+
 /// Asks the service that listens at the socket to open the addresses, with the command "open"; true
-/// if one has them. Takes at most about two seconds.
+/// if it has read them and hung up. One that hangs may yet read them later. Takes a few seconds at
+/// most.
 bool tryOpenInExistingService(const std::string& socketPath, const std::vector<std::string>& urls);
 
 /// What became of addresses that were to be handed to the service of this user.
 struct UrlHandover {
     enum class Outcome {
-        done,        ///< it has them
-        noService,   ///< nobody holds the service's lock: the caller is to become the service
-        unreachable  ///< somebody does and took them no way
+        done,         ///< it has them
+        isService,    ///< there was none: this process now holds the service's lock
+        unreachable,  ///< another process holds the lock and took them no way
+        noLock        ///< none was reached, and the lock can't be taken by anybody
     };
-    Outcome outcome = Outcome::noService;
+    Outcome outcome = Outcome::noLock;
     std::optional<pid_t> holder;  ///< the service that couldn't be reached, as far as it is known
 };
 
@@ -33,8 +39,10 @@ struct UrlHandover {
 using OtherWay = std::function<bool(const std::vector<std::string>& urls)>;
 
 /// Hands the addresses to the service that runs: at the default socket, at the one that its own
-/// command line names, or the other way. One that holds the lock may just be starting, so it is
-/// asked until `patience` is over. Blocks; a try more or less beyond `patience`.
+/// command line names, or the other way. Where there is none, this process takes the service's lock
+/// at once, so that of several only one comes to be the service. Who holds the lock may just be
+/// starting or ending, so all of it is tried until `patience` is over. Blocks; a try more or less
+/// beyond `patience`.
 UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& otherWay,
                          std::chrono::milliseconds patience);
 

@@ -10,7 +10,7 @@ import subprocess
 import time
 import unittest
 
-from panel import PrivateBus
+from panel import Notifications, PrivateBus, pump_until
 from screen import CaptionsSeen, Screen
 from service import PROGRAM, Home, Service, assistant_line
 from soundlab import PrivateSound, end, short_folder, wait_for, write_tone
@@ -181,6 +181,68 @@ class Addresses(LifecycleCase):
         self.assertEqual(sorted(each.process.returncode for each in launches if each.process.poll() is not None), [0] * 3)
         self.wait_attached(self.home.session, self.OTHER)
 
+    def test_a_scheme_is_written_in_any_letters(self):
+        self.home.add_transcript(self.OTHER, "/home/me/other")
+        self.start(["TTS://session/" + self.home.session]).wait_ready()
+        self.wait_attached(self.home.session)
+        self.address = "Tts://session/" + self.OTHER
+        self.open()
+        self.wait_attached(self.home.session, self.OTHER)
+
+    def test_an_address_that_stands_for_nothing_starts_nothing(self):
+        nonsense = "tts://nonsense"
+        said = (2, f"sonra: the address {nonsense} stands for nothing; a session's is tts://session/<id>. "
+                   "Nothing was opened.\n")
+        for others in ([], [self.address]):
+            done = self.run_program(*others, nonsense)
+            self.assertEqual((done.returncode, done.stderr), said)
+        self.assertFalse(self.home.socket_path.exists())
+        service = self.start().wait_ready()
+        done = self.run_program(nonsense)
+        self.assertEqual((done.returncode, done.stderr), said)
+        self.assertIsNone(service.process.poll())
+
+    def test_an_address_for_which_the_lock_cannot_be_taken_is_not_lost_quietly(self):
+        lock = self.home.shared / "sonra.lock"
+        lock.mkdir()
+        self.open(69, f"tts: could not open {lock}: Is a directory\n")
+
+    def test_a_service_that_hangs_is_said_not_to_have_it(self):
+        service = self.start().wait_ready()
+        service.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(service.process.send_signal, signal.SIGCONT)
+        self.open(69, f"sonra: the service is running (process {service.process.pid}) but can't be reached over its "
+                      "socket or the session bus; nothing was opened.\n")
+
+    def test_starts_beside_many_addresses_turn_nobody_away(self):
+        """However plain starts and addresses meet, there is one service in the end and it was given every address."""
+        addresses = [f"tts://session/{number}c1f0a52" for number in range(3)]
+        service = ["--service", "--socket", str(self.home.socket_path)]
+        starts = [self.start(arguments) for arguments in ([addresses[0]], service, [addresses[1]], service, [addresses[2]])]
+        wait_for("all but one to end", lambda: sum(each.process.poll() is not None for each in starts) == len(starts) - 1)
+        self.assertEqual([each.process.returncode for each in starts if each.process.poll() is not None], [0] * 4)
+        # None of the sessions is known, and each is said to be so.
+        unknown = "attach: no transcript and no cwd to derive one"
+        wait_for("every address", lambda: len(self.home.log(unknown)) >= len(addresses))
+        self.assertEqual(sorted(each["input"]["id"] for each in self.home.log(unknown)),
+                         [address.rsplit("/", 1)[1] for address in addresses])
+
+    def test_over_the_bus_an_address_that_stands_for_nothing_is_logged_and_a_plain_start_is_harmless(self):
+        bus = self.start_bus()
+        service = self.start().wait_ready()
+        wait_for("its name", lambda: bus.name_has_owner(self.NAME))
+
+        def call(method, signature, *arguments):
+            bus.call_blocking(self.NAME, "/" + self.NAME.replace(".", "/"), "org.freedesktop.Application", method,
+                              signature, arguments, timeout=20)
+
+        call("Activate", "a{sv}", {})
+        call("Open", "asa{sv}", ["tts://nonsense", "TTS://session/" + self.home.session], {})
+        self.wait_attached(self.home.session)
+        told = self.home.log("address stands for nothing")
+        self.assertEqual([(each["level"], each["input"]) for each in told], [(40, {"url": "tts://nonsense"})])
+        self.assertIsNone(service.process.poll())
+
     def test_a_service_at_a_socket_of_choice_is_found(self):
         usual, self.home.socket_path = self.home.socket_path, self.home.path / "other.sock"
         self.start(["--service", "--socket", str(self.home.socket_path)]).wait_ready()
@@ -266,6 +328,49 @@ class StartupNotice(LifecycleCase):
             bus.connection.call_blocking(Addresses.NAME, path, "org.freedesktop.Application", "Open", "asa{sv}",
                                          (["tts://session/" + self.home.session], {key: "launcher-2_TIME200"}))
             self.wait_notice(count)
+
+
+class MissingShortcut(LifecycleCase):
+    """The user hears once which chord is missing, and what is left to do."""
+
+    SUMMARY = "A shortcut of Sonra's is missing"
+
+    def setUp(self):
+        super().setUp()
+        screen = Screen(self.home.path)
+        self.addCleanup(screen.close)
+        bus = PrivateBus()
+        self.addCleanup(bus.close)
+        self.notifications = Notifications(bus.connection)
+        self.environment |= {"DBUS_SESSION_BUS_ADDRESS": bus.address} | {
+            name: screen.environment[name] for name in ("DISPLAY", "QT_QPA_PLATFORM")}
+
+    def told(self):
+        return [each["body"] for each in self.notifications.shown if each["summary"] == self.SUMMARY]
+
+    def wait_told(self, body):
+        pump_until("the notification", self.told)
+        self.assertEqual(self.told(), [body])
+
+    def test_under_wayland_without_a_portal(self):
+        self.environment["WAYLAND_DISPLAY"] = "wayland-0"
+        self.start().wait_ready()
+        reason = ('This desktop lets no program have global shortcuts; a command such as "tts search" can be bound in its '
+                  "own keyboard settings")
+        self.wait_told(f'Super+Shift+F doesn\'t work for "Search sessions": {reason}.'.replace('"', "&quot;"))
+        logged = self.home.log("global hotkey can't be had")
+        self.assertEqual([(each["level"], each["result"]) for each in logged], [(40, {"reason": reason})])
+        self.assertIn("[search] failed to register ⌘⇧F\n", (self.home.path / "stderr.txt").read_text())
+
+    def test_where_another_program_has_it(self):
+        other = Home(self.home.path / "other")
+        keeper = Service(other, self.environment | {"DBUS_SESSION_BUS_ADDRESS": "disabled:"})
+        self.addCleanup(keeper.stop)
+        keeper.wait_ready()
+        self.start().wait_ready()
+        self.wait_told("Super+Shift+F doesn't work for &quot;Search sessions&quot;: another program has it, or this "
+                       "keyboard doesn't.")
+        self.assertEqual([each["result"] for each in self.home.log("global hotkey is taken")], [{"reason": "already in use"}])
 
 
 class Starts(LifecycleCase):

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "frame/Home.h"
@@ -24,22 +27,50 @@ namespace {
 
 using Urls = std::vector<std::string>;
 
-/// Everything a client sends before it hangs up.
-std::string received(int server) {
-    pollfd waiting{server, POLLIN, 0};
-    if (poll(&waiting, 1, 5000) != 1) return {};
-    const UniqueFd client(accept(server, nullptr, nullptr));
-    std::string all;
-    char block[4096];
-    for (ssize_t got = 0; (got = recv(client.get(), block, sizeof block, 0)) > 0;)
-        all.append(block, static_cast<std::size_t>(got));
-    return all;
-}
+/// Listens at a path and reads to its end what one client sends, on a thread of its own.
+class Listener {
+  public:
+    explicit Listener(const std::string& path) : server_(bindUnixSocket(path)) {
+        EXPECT_TRUE(server_);
+        thread_ = std::thread([this] { readClient(); });
+    }
+    ~Listener() { received(); }
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    /// What the client sent; empty if none came in time.
+    std::string received() {
+        if (thread_.joinable()) thread_.join();
+        return all_;
+    }
+
+  private:
+    void readClient() {
+        pollfd waiting{server_.get(), POLLIN, 0};
+        if (poll(&waiting, 1, 5000) != 1) return;
+        const UniqueFd client(accept(server_.get(), nullptr, nullptr));
+        const timeval limit{5, 0};
+        setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        char block[4096];
+        for (ssize_t got = 0; (got = recv(client.get(), block, sizeof block, 0)) > 0;)
+            all_.append(block, static_cast<std::size_t>(got));
+    }
+
+    const UniqueFd server_;
+    std::string all_;
+    std::thread thread_;
+};
 
 TEST(UrlLaunch, TakesCommandLinesThatAreAddressesAlone) {
     EXPECT_EQ(launchUrls({"sonra", "tts://session/abc"}), Urls{"tts://session/abc"});
     EXPECT_EQ(launchUrls({"sonra", "TTS://session/a", "tts://b"}),
-              (Urls{"TTS://session/a", "tts://b"}));
+              (Urls{"tts://session/a", "tts://b"}));
+}
+
+TEST(UrlLaunch, ASchemeIsWrittenInAnyLetters) {
+    EXPECT_EQ(withPlainScheme("tTs://Session/A"), "tts://Session/A");
+    EXPECT_EQ(withPlainScheme("TTS:a"), "TTS:a");
+    EXPECT_EQ(withPlainScheme(""), "");
 }
 
 TEST(UrlLaunch, LeavesEveryOtherCommandLineAlone) {
@@ -83,8 +114,9 @@ class UrlHandoverTest : public testing::Test {
 
 using Outcome = UrlHandover::Outcome;
 
-void expectLine(const UniqueFd& server) {
-    const auto line = received(server.get());
+void expectLine(Listener& server) {
+    const auto line = server.received();
+    ASSERT_FALSE(line.empty());
     ASSERT_EQ(line.find('\n'), line.size() - 1);
     const auto message = Json::parse(line);
     EXPECT_EQ(message.at("cmd"), "open");
@@ -92,19 +124,62 @@ void expectLine(const UniqueFd& server) {
     EXPECT_EQ(message.at("urls"), Json::array({"tts://session/abc", "tts://a\"\n\ufffd"}));
 }
 
-TEST_F(UrlHandoverTest, WithoutAServiceTheAddressesStayWithTheCaller) {
-    EXPECT_EQ(handOver().outcome, Outcome::noService);
+TEST_F(UrlHandoverTest, WithoutAServiceThisProcessIsIt) {
     const UniqueFd gone(bindUnixSocket(defaultServiceSocketPath()));
     ASSERT_TRUE(gone);
     shutdown(gone.get(), SHUT_RDWR);
-    stamp(std::to_string(getpid()));
-    EXPECT_EQ(handOver().outcome, Outcome::noService) << "a stamp without a lock";
+    stamp("1");
+    EXPECT_EQ(handOver().outcome, Outcome::isService) << "a stamp without a lock";
+    EXPECT_TRUE(holdsServiceLock());
+    EXPECT_EQ(tryServiceLock(), ServiceLockTry::held);
     EXPECT_EQ(road.times, 0);
 }
 
-TEST_F(UrlHandoverTest, AServiceAtTheDefaultSocketGetsThemInOneLine) {
+TEST_F(UrlHandoverTest, SeveralAtOnceNeverTurnAwayOneThatStarts) {
+    // Somebody tries the lock for real while addresses are handed over: one of them has it.
+    for (int round = 0; round < 200; ++round) {
+        auto other = ServiceLockTry::failed;
+        std::thread starter([&other] { other = tryServiceLock(); });
+        const auto outcome = handOver().outcome;
+        starter.join();
+        EXPECT_NE(outcome == Outcome::isService, other == ServiceLockTry::taken) << round;
+        releaseServiceLock();
+    }
+}
+
+TEST_F(UrlHandoverTest, ALockThatNobodyCanTakeIsSaidToBeSo) {
+    ASSERT_EQ(mkdir((sharedDirectory() + "/sonra.lock").c_str(), 0700), 0);
+    EXPECT_EQ(handOver(std::chrono::seconds(20)).outcome, Outcome::noLock);
+    EXPECT_EQ(road.times, 0);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatHangsIsPassedOver) {
+    ASSERT_TRUE(acquireServiceLock());
+    const UniqueFd hung(bindUnixSocket(defaultServiceSocketPath()));
+    ASSERT_TRUE(hung);
+    road.leads = true;
+    EXPECT_EQ(handOver().outcome, Outcome::done);
+    EXPECT_EQ(road.times, 1);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatHangsUpUnreadIsPassedOver) {
+    ASSERT_TRUE(acquireServiceLock());
     const UniqueFd server(bindUnixSocket(defaultServiceSocketPath()));
-    ASSERT_TRUE(server);
+    std::thread busy([&server] {
+        pollfd waiting{server.get(), POLLIN, 0};
+        if (poll(&waiting, 1, 5000) != 1) return;
+        const UniqueFd client(accept(server.get(), nullptr, nullptr));
+        waiting.fd = client.get();
+        poll(&waiting, 1, 5000);
+    });
+    road.leads = true;
+    EXPECT_EQ(handOver().outcome, Outcome::done);
+    busy.join();
+    EXPECT_EQ(road.times, 1);
+}
+
+TEST_F(UrlHandoverTest, AServiceAtTheDefaultSocketGetsThemInOneLine) {
+    Listener server(defaultServiceSocketPath());
     EXPECT_EQ(handOver().outcome, Outcome::done);
     expectLine(server);
     EXPECT_EQ(road.times, 0);
@@ -113,8 +188,7 @@ TEST_F(UrlHandoverTest, AServiceAtTheDefaultSocketGetsThemInOneLine) {
 TEST_F(UrlHandoverTest, AServiceElsewhereGetsThemAtTheSocketThatItsCommandLineNames) {
     ASSERT_TRUE(acquireServiceLock());
     const auto path = home.path() + "/other.sock";
-    const UniqueFd server(bindUnixSocket(path));
-    ASSERT_TRUE(server);
+    Listener server(path);
     const test::TestProcess service(
         {"sh", "-c", "echo $$; kill -STOP $$", "sonra", "--service", "--socket", path});
     char digits[16] = {};
@@ -144,23 +218,25 @@ TEST_F(UrlHandoverTest, OneThatIsReachedNoWayIsNamed) {
 
 TEST_F(UrlHandoverTest, OneThatIsJustStartingIsWaitedFor) {
     ASSERT_TRUE(acquireServiceLock());
-    UniqueFd server;
+    std::optional<Listener> server;
     const auto startsMeanwhile = [&](const Urls&) {
-        server = UniqueFd(bindUnixSocket(defaultServiceSocketPath()));
+        if (!server) server.emplace(defaultServiceSocketPath());
         return false;
     };
     EXPECT_EQ(handOverUrls(urls, startsMeanwhile, std::chrono::seconds(20)).outcome, Outcome::done);
-    expectLine(server);
+    ASSERT_TRUE(server);
+    expectLine(*server);
 }
 
-TEST_F(UrlHandoverTest, OneThatEndsMeanwhileLeavesThemToTheCaller) {
+TEST_F(UrlHandoverTest, OneThatEndsMeanwhileLeavesItsPlaceToThisProcess) {
     ASSERT_TRUE(acquireServiceLock());
     const auto endsMeanwhile = [](const Urls&) {
         releaseServiceLock();
         return false;
     };
     EXPECT_EQ(handOverUrls(urls, endsMeanwhile, std::chrono::seconds(20)).outcome,
-              Outcome::noService);
+              Outcome::isService);
+    EXPECT_TRUE(holdsServiceLock());
 }
 
 }  // namespace
