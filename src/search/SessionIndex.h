@@ -28,7 +28,8 @@ struct ReconcileProgress {
 /// nothing touches the transcripts while somebody types.
 ///
 /// Made, observed and destroyed on the main thread; everything else may be called from any thread
-/// but the index's own queue, which owns the catalogue: the readers wait for it. Summaries and the
+/// but the index's own queue, which watches the tree. The readers wait neither for it nor for a
+/// disk: the catalogue lies behind a lock that is held for moments. Summaries and the
 /// cache are written by the pool's threads, which hold the index weakly: they end by themselves
 /// when it goes. What can't be read is left out, what can't be saved is rebuilt by the next
 /// reconcile.

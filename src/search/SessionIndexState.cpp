@@ -61,14 +61,13 @@ void SessionIndex::State::release() {
         watcher_ = nullptr;
     }
     for (const auto& slot : *listeners_) *slot = nullptr;
-    onQueue([this] { closeStream(); });
+    requireOffQueue();
+    queue_.sync([this] { closeStream(); });
 }
 
-/// Waits for the queue, so it must not be the queue that waits: in every build, since the program
-/// would stand still.
-void SessionIndex::State::onQueue(const std::function<void()>& work) {
+/// The queue may stand for long and waits for nobody else: in every build.
+void SessionIndex::State::requireOffQueue() const {
     if (queue_.isCurrent()) threadAffinityBroken("off the index's queue", __FILE__, __LINE__);
-    queue_.sync(work);
 }
 
 void SessionIndex::State::onPool(std::function<void(State&)> work) {
@@ -81,30 +80,34 @@ void SessionIndex::State::onPool(std::function<void(State&)> work) {
 }
 
 void SessionIndex::State::bootstrap() {
-    if (queue_.isCurrent()) threadAffinityBroken("off the index's queue", __FILE__, __LINE__);
+    requireOffQueue();
     Catalogue loaded;
     if (const auto file = store_.load())
         for (const auto& record : file->sessions) loaded.publish(entryOf(record));
-    onQueue([&] { catalogue_ = std::move(loaded); });
+    {
+        MutexLock lock(knowing_);
+        catalogue_ = std::move(loaded);
+    }
     onPool([](State& self) { self.snapshot().prepare(); });
 }
 
 SessionSnapshot SessionIndex::State::snapshot() {
-    SessionSnapshot result;
-    onQueue([&] { result = catalogue_.snapshot(); });
-    return result;
+    requireOffQueue();
+    MutexLock lock(knowing_);
+    return catalogue_.snapshot();
 }
 
 std::optional<SessionMeta> SessionIndex::State::lookup(const std::string& sessionId) {
-    Catalogue::Entry entry;
-    onQueue([&] { entry = catalogue_.withId(sessionId); });
+    requireOffQueue();
+    MutexLock lock(knowing_);
+    const auto entry = catalogue_.withId(sessionId);
     return entry ? std::optional(*entry) : std::nullopt;
 }
 
 ReconcileProgress SessionIndex::State::progress() {
-    ReconcileProgress result;
-    onQueue([&] { result = progress_; });
-    return result;
+    requireOffQueue();
+    MutexLock lock(knowing_);
+    return progress_;
 }
 
 LoopHandle SessionIndex::State::addListener(Listener listener) {
@@ -137,18 +140,17 @@ void SessionIndex::State::catchUp(const std::string& root) {
 /// False if nothing had changed.
 bool SessionIndex::State::bringUpToDate(const std::string& root) {
     const auto walked = statWalk(root);
-    Catalogue::Difference difference;
     std::uint64_t generation = 0;
-    onQueue([&] { difference = beginReconcile(walked, generation); });
+    const auto difference = beginReconcile(walked, generation);
     if (difference.toRead.empty()) return difference.hasLost;
     summariseAll(difference.toRead, generation);
-    onQueue([&] { endReconcile(generation); });
+    endReconcile(generation);
     return true;
 }
 
 Catalogue::Difference SessionIndex::State::beginReconcile(
     const std::unordered_map<std::string, StatAttr>& walked, std::uint64_t& generation) {
-    SONRA_ASSERT_ON(queue_);
+    MutexLock lock(knowing_);
     auto difference = catalogue_.adopt(walked);
     generation = ++generation_;
     progress_ = {static_cast<int>(difference.toRead.size()), 0, !difference.toRead.empty()};
@@ -156,7 +158,7 @@ Catalogue::Difference SessionIndex::State::beginReconcile(
 }
 
 void SessionIndex::State::endReconcile(std::uint64_t generation) {
-    SONRA_ASSERT_ON(queue_);
+    MutexLock lock(knowing_);
     if (generation == generation_) progress_.inFlight = false;
 }
 
@@ -172,14 +174,11 @@ void SessionIndex::State::summariseAll(const std::vector<std::string>& paths,
     work();
 }
 
-/// The queue is given the row without waiting for it; whoever asks later finds it there.
 void SessionIndex::State::summariseOne(const std::string& path, std::uint64_t generation) {
-    queue_.post([weak = weak_from_this(), entry = summarised(path), generation] {
-        const auto self = weak.lock();
-        if (!self) return;
-        if (entry) self->catalogue_.publish(entry);
-        if (generation == self->generation_) ++self->progress_.done;
-    });
+    const auto entry = summarised(path);
+    MutexLock lock(knowing_);
+    if (entry) catalogue_.publish(entry);
+    if (generation == generation_) ++progress_.done;
 }
 
 void SessionIndex::State::applyTouched(std::vector<std::string> paths) {
@@ -198,12 +197,15 @@ void SessionIndex::State::runTouched(const std::vector<std::string>& paths) {
 
 bool SessionIndex::State::refresh(const std::string& path) {
     if (!fileExists(path)) {
-        onQueue([&] { catalogue_.remove(path); });
+        MutexLock lock(knowing_);
+        catalogue_.remove(path);
         return true;
     }
     const auto entry = summarised(path);
-    if (entry) onQueue([&] { catalogue_.publish(entry); });
-    return entry != nullptr;
+    if (!entry) return false;
+    MutexLock lock(knowing_);
+    catalogue_.publish(entry);
+    return true;
 }
 
 /// Under one lock, so that neither the file nor a listener ends on an older catalogue.

@@ -41,7 +41,7 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     using Listeners = std::vector<std::shared_ptr<Listener>>;
 
     void onPool(std::function<void(State&)> work);
-    void onQueue(const std::function<void()>& work);
+    void requireOffQueue() const;
 
     // On one of the pool's threads:
     void runReconcile(const std::string& root, const std::function<void()>& completion);
@@ -51,13 +51,13 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     void summariseOne(const std::string& path, std::uint64_t generation);
     void runTouched(const std::vector<std::string>& paths);
     bool refresh(const std::string& path);
+    Catalogue::Difference beginReconcile(const std::unordered_map<std::string, StatAttr>& walked,
+                                         std::uint64_t& generation);
+    void endReconcile(std::uint64_t generation);
     void saveAndNotify();
     void notify(SessionSnapshot sessions);
 
     // On the queue:
-    Catalogue::Difference beginReconcile(const std::unordered_map<std::string, StatAttr>& walked,
-                                         std::uint64_t& generation);
-    void endReconcile(std::uint64_t generation);
     void openStream(const std::string& root);
     void handleEvents(TreeEvents events);
     void resolveRoot(std::vector<std::string>& paths) const;
@@ -80,10 +80,14 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     // The main thread's. An element holds nothing once its handle went.
     const std::shared_ptr<Listeners> listeners_ = std::make_shared<Listeners>();
 
-    // The queue's.
-    Catalogue catalogue_;
-    ReconcileProgress progress_;
-    std::uint64_t generation_ = 0;  // of the newest reconcile, which alone reports its progress
+    // What is known. Never held while a disk is asked, as somebody types meanwhile.
+    Mutex knowing_;
+    Catalogue catalogue_ SONRA_GUARDED_BY(knowing_);
+    ReconcileProgress progress_ SONRA_GUARDED_BY(knowing_);
+    /// Of the newest reconcile, which alone reports its progress.
+    std::uint64_t generation_ SONRA_GUARDED_BY(knowing_) = 0;
+
+    // The queue's, which asks the disk.
     std::unique_ptr<TreeWatch> stream_;
     std::string watchedRoot_;  // links may lead to it
     std::set<std::string> pendingPaths_;

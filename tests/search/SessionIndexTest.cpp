@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "IndexFixture.h"
+#include "frame/Semaphore.h"
 #include "frame/ThreadAffinity.h"
 #include "support/ComesTrue.h"
 
@@ -293,6 +294,7 @@ TEST_F(SessionIndexTest, WhatHappenedBeforeTheWatchBeganIsFoundOnceItRuns) {
     const auto gone = addSession("p/gone.jsonl");
     addSession("p/changed.jsonl", "before");
     reconcile();
+    loop_.runPosted();
     fs::remove(gone);
     addSession("p/changed.jsonl", "afterwards");
     addSession("p/new.jsonl");
@@ -444,7 +446,8 @@ TEST_F(SessionIndexTest, AWatchThatCantBeMadeIsSaid) {
     testing::internal::CaptureStderr();
     index_->startWatching(root_);
     test::comesTrue([&] { return !watcher_.roots().empty(); });
-    (void)index_->snapshot();
+    // Waits for what the index does.
+    index_.reset();
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "[session-index] FSEventStreamCreate failed\n");
 }
@@ -454,6 +457,38 @@ TEST_F(SessionIndexTest, WhenTheIndexGoesItsWatchHasEnded) {
     ASSERT_TRUE(test::comesTrue([&] { return watcher_.running() == 1; }));
     index_.reset();
     EXPECT_EQ(watcher_.running(), 0);
+}
+
+/// Begins to watch when it is told to.
+class SlowWatcher : public TreeWatcher {
+  public:
+    std::unique_ptr<TreeWatch> watch(const std::string& /*root*/, Callback /*onEvents*/) override {
+        begun.signal();
+        go.wait();
+        return std::make_unique<TreeWatch>();
+    }
+
+    Semaphore begun{0};
+    Semaphore go{0};
+};
+
+TEST_F(SessionIndexTest, ReadersDoNotWaitForAWatchThatTakesItsTimeToBegin) {
+    addSession("p/a.jsonl");
+    SlowWatcher slow;
+    SessionIndex index(loop_, pool_, slow, SessionIndexStore(dir_ / "cache"));
+    const auto done = std::make_shared<std::promise<void>>();
+    index.reconcile(root_, [done] { done->set_value(); });
+    ASSERT_EQ(done->get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    index.startWatching(root_);
+    slow.begun.wait();
+    auto answers = std::async(std::launch::async, [&] {
+        return index.snapshot().size() == 1 && index.lookup("a") &&
+               !index.reconcileProgress().inFlight;
+    });
+    const bool answered = answers.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    slow.go.signal();
+    EXPECT_TRUE(answered);
+    EXPECT_TRUE(answers.get());
 }
 
 /// Asks the index on its own queue, which calls `watch`.
@@ -475,9 +510,13 @@ TEST(SessionIndexDeathTest, ReadersOnTheIndexsOwnQueueEndTheProcess) {
         WorkerPool pool;
         AskingWatcher watcher;
         SessionIndex index(loop, pool, watcher, SessionIndexStore(dir.path()));
-        watcher.ask = [&] { ask(index); };
+        Semaphore asked{0};
+        watcher.ask = [&] {
+            ask(index);
+            asked.signal();
+        };
         index.startWatching(dir.path());
-        (void)index.snapshot();
+        asked.wait();
     };
     const auto* const rule = "not on its thread: off the index's queue";
     EXPECT_DEATH(askOnQueue([](auto& index) { (void)index.snapshot(); }), rule);
