@@ -1,6 +1,5 @@
 #include "control/SessionSearch.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "dictation/GlobalHotkey.h"
@@ -110,8 +109,10 @@ void SessionSearch::noteChange(const SessionSnapshot& sessions) {
 
 void SessionSearch::takeRecent(const SessionSnapshot& sessions) {
     recent_.clear();
-    for (std::size_t i = 0; i < std::min(sessions.size(), recentLimit); ++i)
-        recent_.push_back(rowOf(sessions[i]));
+    for (const auto& session : sessions) {
+        if (recent_.size() == recentLimit) return;
+        if (!session.isOfSubAgent()) recent_.push_back(rowOf(session));
+    }
 }
 
 void SessionSearch::openPanel(const std::optional<std::string>& query) {

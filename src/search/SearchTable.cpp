@@ -68,8 +68,9 @@ std::u16string_view SearchTable::units(std::size_t row, std::size_t field) const
 }
 
 void SearchTable::sortByTime(const SessionSnapshot::Entries& entries) {
-    sessions_.resize(entries.size());
-    std::iota(sessions_.begin(), sessions_.end(), 0U);
+    sessions_.reserve(entries.size());
+    for (std::uint32_t i = 0; i < entries.size(); ++i)
+        if (!entries[i]->isOfSubAgent()) sessions_.push_back(i);
     const auto newer = [&](std::uint32_t a, std::uint32_t b) {
         return entries[a]->mtime > entries[b]->mtime;
     };

@@ -15,8 +15,8 @@ namespace sonra {
 /// A snapshot's sessions as the search walks them: by time, the newest first and of equal times the
 /// one that stands first in the snapshot, each with all that decides whether its text is looked at.
 /// The texts lie one after the other in that order, too: a walk that had to gather them from
-/// everywhere would spend half of its time waiting for the memory. Points into the snapshot's
-/// entries. Immutable; any thread.
+/// everywhere would spend half of its time waiting for the memory. Sub-agents aren't among them.
+/// Points into the snapshot's entries. Immutable; any thread.
 class SearchTable {
   public:
     /// One line of the processor's cache.

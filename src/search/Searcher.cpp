@@ -61,7 +61,8 @@ std::vector<SearchHit> recents(const SessionSnapshot& snapshot,
     std::vector<SearchHit> hits;
     for (const bool attached : {true, false})
         for (std::size_t i = 0; i < snapshot.size() && hits.size() < Searcher::maxSessions; ++i)
-            if (attachedIds.contains(snapshot[i].sessionId) == attached)
+            if (!snapshot[i].isOfSubAgent() &&
+                attachedIds.contains(snapshot[i].sessionId) == attached)
                 hits.emplace_back(SessionHit{snapshot.shared(i), HitField::project, {}, 0});
     return hits;
 }

@@ -11,8 +11,8 @@
 
 namespace sonra {
 
-/// Ranks the sessions of a snapshot against what somebody typed. No instances and no state; any
-/// thread. Takes time in proportion to the snapshot.
+/// Ranks the sessions of a snapshot against what somebody typed; sub-agents are left out. No
+/// instances and no state; any thread. Takes time in proportion to the snapshot.
 struct Searcher {
     static constexpr int fieldWeightProject = 8;
     static constexpr int fieldWeightSessionId = 6;

@@ -1,6 +1,7 @@
 #include "search/SessionMeta.h"
 
 #include "frame/Text.h"
+#include "search/FileName.h"
 
 namespace sonra {
 namespace {
@@ -13,6 +14,10 @@ constexpr std::size_t shortIdCharacters = 8;
 std::string SessionMeta::displayTitle() const {
     const auto title = text::prefix(text::trimmed(firstUserPrompt), titleCharacters);
     return std::string(title.empty() ? text::prefix(sessionId, shortIdCharacters) : title);
+}
+
+bool SessionMeta::isOfSubAgent() const {
+    return FileName::lastComponent(jsonlPath).starts_with("agent-");
 }
 
 }  // namespace sonra

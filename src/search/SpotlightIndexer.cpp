@@ -45,11 +45,13 @@ SearchableItem itemOf(const SessionMeta& session) {
     return item;
 }
 
-/// Each id once, which is what the desktop's search knows: of several transcripts the newest.
+/// Without sub-agents, and each id once, which is what the desktop's search knows: of several
+/// transcripts the newest.
 std::vector<const SessionMeta*> itemsAmong(const SessionSnapshot& metas) {
     std::vector<const SessionMeta*> sessions;
     std::unordered_map<std::string_view, std::size_t> places;
     for (const auto& session : metas) {
+        if (session.isOfSubAgent()) continue;
         const auto [place, isFirst] = places.try_emplace(session.sessionId, sessions.size());
         if (isFirst)
             sessions.push_back(&session);

@@ -174,6 +174,23 @@ TEST_F(Search, NewestOfTheCatalogueCanBeAttachedFromTheMenu) {
     EXPECT_FALSE(rows()[0]["title"].get<std::string>().empty());
 }
 
+TEST_F(Search, SubAgentsAreOfferedNowhere) {
+    for (int i = 0; i < 9; ++i)
+        makeSession("agent-" + std::to_string(i), "/p", "look at the kettle");
+    const auto own = makeSession("s1", "/p", "mend the kettle");
+    std::filesystem::last_write_time(
+        own, std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
+    startAndCatalogue();
+    ASSERT_TRUE(loop.runUntil(
+        [this] { return attachRows().size() == 1 && recent()[0] != "No sessions detected"; }));
+    EXPECT_NE(recent()[0].find("mend"), std::string::npos) << recent()[0];
+    coordinator->openSearchPanel();
+    ASSERT_TRUE(untilFound(1));
+    EXPECT_TRUE(searchPanel->texts()[0].starts_with("s1 · p"));
+    ASSERT_TRUE(loop.runUntil([this] { return wasAsked("index", "s1"); }));
+    EXPECT_FALSE(wasAsked("index", "agent-"));
+}
+
 TEST_F(Search, CachedCatalogueIsThereBeforeTheTreeWasRead) {
     makeSession("s1", "/p", "mend the kettle");
     startAndCatalogue();

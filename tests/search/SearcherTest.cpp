@@ -202,6 +202,23 @@ TEST(Searcher, WithoutADirectoryThereIsNoProject) {
     EXPECT_TRUE(find(snapshot, "project:t").empty());
 }
 
+TEST(Searcher, SubAgentsAreNeitherFoundNorRecent) {
+    std::vector<SessionMeta> all;
+    for (int i = 0; i < 9; ++i) {
+        all.push_back(session("agent-" + std::to_string(i), "/tts", "tts"));
+        all.back().jsonlPath = "/root/-tts/agent-" + std::to_string(i) + ".jsonl";
+    }
+    all.push_back(session("own", "/tts", "tts", "", old - 1));
+    all.back().jsonlPath = "/root/agent-folder/own.jsonl";
+    const SessionSnapshot snapshot(all);
+    EXPECT_EQ(idsOf(find(snapshot, "")), (Ids{"own"}));
+    EXPECT_EQ(idsOf(find(snapshot, "", {"agent-1"})), (Ids{"own"}));
+    const auto hits = find(snapshot, "tts");
+    EXPECT_EQ(idsOf(hits), (Ids{"own"}));
+    EXPECT_EQ(projectsOf(hits)[0].sessions.size(), 1U);
+    EXPECT_TRUE(find(snapshot, "session:agent").empty());
+}
+
 TEST(Searcher, AnEmptySnapshotGivesNothing) {
     EXPECT_TRUE(find(SessionSnapshot(), "tts").empty());
     EXPECT_TRUE(find(SessionSnapshot(), "").empty());

@@ -149,6 +149,14 @@ TEST_F(SpotlightIndexerTest, WhenTheNewestOfAnIdGoesTheItemIsTheOthers) {
     EXPECT_EQ(index.items.at("tts://session/a").keywords[1], "/p");
 }
 
+TEST_F(SpotlightIndexerTest, SubAgentsAreNotHandedOver) {
+    reindex({fileOf("agent-1", "/p/agent-1.jsonl", 200), metaOf("b")});
+    EXPECT_EQ(callsUpTo("index tts://session/b").size(), 1U);
+    indexer->update(snapshot({fileOf("agent-1", "/p/agent-1.jsonl", 300), metaOf("c")}));
+    EXPECT_EQ(callsUpTo("delete tts://session/b"),
+              (Calls{"index tts://session/c", "delete tts://session/b"}));
+}
+
 TEST_F(SpotlightIndexerTest, AResetForgetsWhatWasHandedOver) {
     reindex({metaOf("a"), metaOf("b")});
     callsUpTo("index tts://session/a tts://session/b");
