@@ -42,13 +42,16 @@ function endOfValue(text, at) {
   return text.length;
 }
 
+const byteOrderMark = '\ufeff';
+
 /**
- * The members of the object in `text`, each as the text of its value; of two with one name the last wins. Throws
- * SyntaxError unless `text` is a JSON object.
- * @param {string} text
+ * The members of the object in a text, each as the text of its value; of two with one name the last wins. A byte-order
+ * mark, which some editors put in front, counts for nothing. Throws SyntaxError unless it is a JSON object.
+ * @param {string} marked the text, perhaps with such a mark
  * @returns {Map<string, string>}
  */
-export function splitMembers(text) {
+export function splitMembers(marked) {
+  const text = marked.startsWith(byteOrderMark) ? marked.slice(1) : marked;
   const whole = JSON.parse(text);
   if (whole === null || typeof whole !== 'object' || Array.isArray(whole)) throw new SyntaxError('not an object');
   const members = new Map();

@@ -41,6 +41,16 @@ test('a broken document is set aside and begun anew', async (t) => {
   assert.equal(fs.readFileSync(`${path}.unreadable`, 'utf8'), '{"voice": "af_');
 });
 
+test('a byte-order mark is no fault: the document is read, and loses it when it is rewritten', async (t) => {
+  const path = temporaryHome(t).inShared('state.json');
+  fs.writeFileSync(path, '\ufeff{"voice":"af_heart","speed":1.0}');
+  assert.equal(SharedDocument.read(path).get('voice'), 'af_heart');
+  await updateDocument(path, (document) => document.set('muted', true));
+  assert.equal(fs.readFileSync(path, 'utf8'), '{\n  "muted": true,\n  "speed": 1.0,\n  "voice": "af_heart"\n}');
+  assert.equal(fs.existsSync(`${path}.unreadable`), false);
+  for (const text of ['\ufeff', '\ufeff\ufeff{}']) assert.throws(() => splitMembers(text), SyntaxError);
+});
+
 test('a document that is there and cannot be read is not replaced', async (t) => {
   const path = temporaryHome(t).inShared('state.json');
   fs.mkdirSync(path);
