@@ -49,6 +49,7 @@ AppCoordinator::AppCoordinator(std::string socketPath, Platform platform, Speech
           platform_.loop, platform_.defaults, platform_.screens, platform_.makeCaptionPanel)),
       menuBar_(std::make_unique<MenuBarController>(platform_.statusItem, platform_.wallClockMs)),
       ipc_(std::make_unique<IPCServer>(platform_.loop, socketPath_)),
+      daemon_(platform_.loop),
       log_(Log::shared().child({{"class", "AppCoordinator"}})) {}
 
 AppCoordinator::~AppCoordinator() = default;
@@ -74,7 +75,7 @@ bool AppCoordinator::start() {
         [](AppCoordinator& self, const Json& message) { self.handleIPC(message); });
     if (!ipc_->start()) return false;
     // It finds the sessions and serves the phone; nobody has to know that there are two programs.
-    runCtl({"standby"});
+    daemon_.start();
     stateTimer_ = platform_.loop.every(stateInterval,
                                        whileAlive([](AppCoordinator& self) { self.applyState(); }));
     prewarmKokoro();

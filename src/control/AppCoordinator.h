@@ -10,6 +10,7 @@
 #include "captions/CaptionWindow.h"
 #include "control/CaptionPresenter.h"
 #include "control/CommandTable.h"
+#include "control/DaemonKeeper.h"
 #include "control/HistoryTransport.h"
 #include "control/IPCServer.h"
 #include "control/NarrationSessions.h"
@@ -162,6 +163,7 @@ class AppCoordinator : public std::enable_shared_from_this<AppCoordinator> {
     std::unique_ptr<NarrationSessions> sessions_;
     std::unique_ptr<SessionSearch> search_;
     std::unique_ptr<IPCServer> ipc_;
+    DaemonKeeper daemon_;
     CommandTable commands_;
     std::string lastSnippet_;
     std::string pagedSession_;  ///< whose transcript the history's pages come from

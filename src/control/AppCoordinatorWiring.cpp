@@ -225,8 +225,12 @@ void AppCoordinator::play(const Json& message) {
 
 void AppCoordinator::attach(const Json& message) {
     auto request = CommandArguments::attachRequest(message);
-    if (json::boolAt(message, "resume").value_or(false) && sessions_->resume(request.id)) return;
-    attachSessionLocal(std::move(request));
+    if (!json::boolAt(message, "resume").value_or(false)) {
+        attachSessionLocal(std::move(request));
+    } else if (!sessions_->resume(request.id)) {
+        // Whoever asked may have read the rows before the user detached the session.
+        log_.info("attach: nothing to resume", {{"input", {{"id", request.id.substr(0, 8)}}}});
+    }
 }
 
 }  // namespace sonra

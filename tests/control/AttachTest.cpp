@@ -347,10 +347,10 @@ TEST_F(Attach, ResumeStartsATailerForARowThatHasNone) {
     EXPECT_EQ(tailersStarted(), 1U);
 }
 
-TEST_F(Attach, ResumeOfASessionWithoutARowAttachesIt) {
+TEST_F(Attach, ResumeOfASessionThatWasDetachedMeanwhileDoesNotBringItBack) {
     coordinator->handleIPC({{"cmd", "attach"}, {"id", "s1"}, {"cwd", "/p"}, {"resume", true}});
-    EXPECT_EQ(rows().size(), 1U);
-    EXPECT_TRUE(coordinator->sessions().isNarrating("s1"));
+    EXPECT_TRUE(rows().empty());
+    EXPECT_FALSE(coordinator->sessions().isNarrating("s1"));
 }
 
 class AutoAttach : public test::CoordinatorTest {
