@@ -21,6 +21,7 @@
 #include "frame/UnixSocket.h"
 #include "support/TempDir.h"
 #include "support/TestProcess.h"
+#include "support/TimeLimit.h"
 
 namespace sonra {
 namespace {
@@ -107,6 +108,7 @@ class UrlHandoverTest : public testing::Test {
         test::writeFile(sharedDirectory() + "/sonra.lock", pid + "\n");
     }
 
+    const test::TimeLimit limit{40};
     const test::TempHome home;
     const Urls urls{"tts://session/abc", "tts://a\"\n\xff"};
     Road road;

@@ -9,6 +9,7 @@
 #include "linux/X11Link.h"
 #include "support/ComesTrue.h"
 #include "support/LogWatch.h"
+#include "support/TimeLimit.h"
 
 namespace sonra {
 namespace {
@@ -18,6 +19,7 @@ using Clock = std::chrono::steady_clock;
 using X11Connecting::Outcome;
 
 TEST(X11Connecting, AServerThatStandsStillIsGivenUpInTimeAndTakenUpAgain) {
+    const test::TimeLimit limit(40);
     const test::PrivateXServer server;
     test::LogWatch log;
     server.signal(SIGSTOP);
@@ -48,6 +50,7 @@ TEST(X11Connecting, ADisplayThatIsNotThereIsRefused) {
 }
 
 TEST(X11Link, TellsAServerThatStandsStillFromNone) {
+    const test::TimeLimit limit(40);
     const test::PrivateXServer server;
     bool silent = false;
     server.signal(SIGSTOP);
@@ -62,6 +65,7 @@ TEST(X11Link, TellsAServerThatStandsStillFromNone) {
 }
 
 TEST(X11Link, AnAnswerOfAServerThatStoppedIsNotWaitedForWithoutEnd) {
+    const test::TimeLimit limit(40);
     const test::PrivateXServer server;
     const auto link = X11Link::open(server.display());
     ASSERT_TRUE(link);
