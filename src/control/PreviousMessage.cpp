@@ -18,7 +18,9 @@ std::optional<HistoryMessage> previousMessageToSeed(const std::string& transcrip
     const auto known = historySource(source);
     if (!known) return std::nullopt;
     SessionHistory history(transcript, *known, tailBytes);
-    const auto last = history.loadOlder(1);
+    auto last = history.loadOlder(1);
+    // What isn't whole yet is heard when it is; its first words would keep the others from that.
+    if (!last.empty() && history.mayNewestChange()) last = history.loadOlder(1);
     if (last.empty()) return std::nullopt;
     const auto spoken = TextCleaner::cleanForSpeech(last.front().text);
     if (text::characterCountUpTo(spoken, shortest) < shortest) return std::nullopt;

@@ -26,6 +26,10 @@ class BackwardLines {
     /// True if the lines before those that were taken count for nothing.
     [[nodiscard]] virtual bool isComplete() const { return false; }
 
+    /// True if the newest message may be written again with more words, unless its agent has
+    /// finished: nothing behind it tells that it is whole.
+    [[nodiscard]] virtual bool mayNewestChange() const { return false; }
+
     /// For the lines of this transcript; null where lines can't be read backward.
     static std::unique_ptr<BackwardLines> of(const std::string& transcript, HistorySource source);
 

@@ -12,6 +12,7 @@ void GeminiBackwardLines::take(std::string line, std::deque<HistoryMessage>& mes
     if (!object) return;
     if (auto target = GeminiChange::rewindTarget(*object)) {
         rewinds_.push_back(*std::move(target));
+        hasNewest_ = true;
     } else if (const Json* all = GeminiChange::replacement(*object)) {
         for (auto message = all->rbegin(); message != all->rend(); ++message)
             takeMessage(*message, messages);
@@ -30,8 +31,11 @@ void GeminiBackwardLines::takeMessage(const Json& object, std::deque<HistoryMess
         return;
     }
     if (!id.empty() && !seen_.insert(id).second) return;
-    if (auto message = parser_.parse(TranscriptRecord::jsonObject(object)))
-        messages.push_back(*std::move(message));
+    auto message = parser_.parse(TranscriptRecord::jsonObject(object));
+    // Without an id nothing can take its place.
+    if (!hasNewest_) mayNewestChange_ = message && !id.empty();
+    hasNewest_ = hasNewest_ || message || !id.empty();
+    if (message) messages.push_back(*std::move(message));
 }
 
 }  // namespace sonra

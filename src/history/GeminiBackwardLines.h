@@ -15,6 +15,7 @@ class GeminiBackwardLines : public BackwardLines {
   public:
     void take(std::string line, std::deque<HistoryMessage>& messages) override;
     [[nodiscard]] bool isComplete() const override { return isComplete_; }
+    [[nodiscard]] bool mayNewestChange() const override { return mayNewestChange_; }
 
   private:
     void takeMessage(const Json& object, std::deque<HistoryMessage>& messages);
@@ -24,6 +25,8 @@ class GeminiBackwardLines : public BackwardLines {
     /// First messages of what was taken back, the innermost last; empty when nothing is skipped.
     std::vector<std::string> rewinds_;
     bool isComplete_ = false;
+    bool hasNewest_ = false;  ///< what stands last was taken
+    bool mayNewestChange_ = false;
 };
 
 }  // namespace sonra

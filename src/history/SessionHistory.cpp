@@ -8,6 +8,7 @@
 #include "history/WholeTranscript.h"
 #include "ingest/GeminiReader.h"
 #include "ingest/Md5.h"
+#include "ingest/QuietFile.h"
 
 namespace sonra {
 namespace {
@@ -47,6 +48,10 @@ std::vector<HistoryMessage> SessionHistory::loadOlder(int limit) {
     const auto before = static_cast<std::ptrdiff_t>(loadedMessages_.size());
     readBackward(static_cast<std::size_t>(limit));
     return {loadedMessages_.begin() + before, loadedMessages_.end()};
+}
+
+bool SessionHistory::mayNewestChange() const {
+    return lines_ != nullptr && lines_->mayNewestChange() && !QuietFile().isQuiet(transcript_);
 }
 
 void SessionHistory::readBackward(std::size_t maxMessages) {

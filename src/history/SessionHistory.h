@@ -39,6 +39,9 @@ class SessionHistory {
     const std::vector<HistoryMessage>& loadedMessages() const { return loadedMessages_; }
     std::size_t loadedCount() const { return loadedMessages_.size(); }
     bool isExhausted() const { return hitFileStart_ && pendingMessages_.empty(); }
+    /// True if the newest message is still being written, as far as anybody can tell: it may come
+    /// again with more words. Known once a message was handed out.
+    [[nodiscard]] bool mayNewestChange() const;
     /// True if this agent's transcripts can be paged and this one isn't empty. Whether there is
     /// more to page is what `isExhausted` says.
     bool canPageHistory() const { return canPageHistory_; }

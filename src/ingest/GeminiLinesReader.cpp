@@ -11,6 +11,8 @@ namespace sonra {
 namespace {
 
 constexpr std::size_t beginning = 65536;
+/// How far before the end a message that may still change is looked for.
+constexpr std::int64_t lookBack = 65536;
 
 bool isHeader(std::string_view line) {
     const auto object = json::parseObject(line);
@@ -96,7 +98,13 @@ bool GeminiLinesReader::recognises(const std::string& url) const {
 }
 
 TailOffset GeminiLinesReader::initialOffset(const std::string& url) const {
-    return LineReading::endOf(url);
+    const auto end = LineReading::endOf(url);
+    if (quiet_.isQuiet(url)) return end;
+    const auto start = std::max<std::int64_t>(end.intValue() - lookBack, 0);
+    Versions versions;
+    for (const auto& line : LineReading::linesSince(url, start).lines) versions.take(line);
+    const auto waiting = versions.waitingAt();
+    return waiting ? TailOffset::byte(*waiting) : end;
 }
 
 LiveTailReader::Reading GeminiLinesReader::readSince(const std::string& url,

@@ -22,6 +22,8 @@ class GeminiLinesReader : public ShapeReader {
     /// beginning.
     bool recognises(const std::string& url) const override;
     TailOffset::Kind cursorKind() const override { return TailOffset::Kind::byte; }
+    /// Before a message that may still be written anew, which isn't old for a listener who comes
+    /// now.
     TailOffset initialOffset(const std::string& url) const override;
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const GeminiParser& parser() const override { return parser_; }

@@ -49,13 +49,6 @@ TEST_P(Seeding, TheLastReplyIsKnownAsItsReaderKnowsIt) {
     EXPECT_EQ(seed->text, "And **this** was said last");
 }
 
-TEST_P(Seeding, AStubIsNoSeed) {
-    say("This was said long before");
-    say("**Done.**");
-    ASSERT_EQ(idsOfAll().size(), 2U);
-    EXPECT_FALSE(previousMessageToSeed(url, shape.source).has_value());
-}
-
 TEST_P(Seeding, OfWhatWasThereAtMostTheLastReplyIsSpoken) {
     say("This was said long before");
     say("This was said right before the attach");
@@ -85,8 +78,75 @@ TEST_P(Seeding, NothingIsSpokenOfASessionThatHasSaidNothing) {
     EXPECT_EQ(coordinator->history().live().ids(), idsOfAll());
 }
 
-INSTANTIATE_TEST_SUITE_P(Agents, Seeding, testing::ValuesIn(test::agentShapes()),
-                         [](const auto& instance) { return std::string(instance.param.name); });
+const auto nameOf = [](const auto& instance) { return std::string(instance.param.name); };
+
+INSTANTIATE_TEST_SUITE_P(Agents, Seeding, testing::ValuesIn(test::agentShapes()), nameOf);
+
+/// Where the last reply is known at all.
+using SeedingFromTheEnd = Seeding;
+
+TEST_P(SeedingFromTheEnd, AStubIsNoSeed) {
+    say("This was said long before");
+    say("**Done, friend.**");
+    ASSERT_TRUE(previousMessageToSeed(url, shape.source).has_value());
+    say("**Done.**");
+    ASSERT_EQ(idsOfAll().size(), 3U);
+    EXPECT_FALSE(previousMessageToSeed(url, shape.source).has_value());
+}
+
+std::vector<test::AgentShape> shapesReadFromTheEnd() {
+    auto shapes = test::agentShapes();
+    std::erase_if(shapes, [](const auto& shape) { return !shape.hasBackwardReader; });
+    return shapes;
+}
+
+INSTANTIATE_TEST_SUITE_P(Agents, SeedingFromTheEnd, testing::ValuesIn(shapesReadFromTheEnd()),
+                         nameOf);
+
+class SeedingOfGemini : public testing::Test {
+  protected:
+    void write(const std::string& id, const std::string& type, const std::string& text) {
+        const Json line = {{"id", id}, {"type", type}, {"content", text}};
+        test::appendFile(path, json::dump(line) + "\n");
+    }
+    void leaveAlone() {
+        std::filesystem::last_write_time(
+            path, std::filesystem::last_write_time(path) - std::chrono::seconds(2));
+    }
+    [[nodiscard]] std::string seed() const {
+        const auto message = previousMessageToSeed(path, "gemini");
+        return message ? message->messageId + ": " + message->text : "none";
+    }
+
+    test::TempDir dir;
+    const std::string path = dir / "session.jsonl";
+};
+
+TEST_F(SeedingOfGemini, WhatIsStillBeingWrittenIsNoSeed) {
+    test::writeFile(path, R"({"sessionId":"s","projectHash":"p","kind":"main"})"
+                          "\n");
+    write("g-1", "gemini", "This is only the");
+    EXPECT_EQ(seed(), "none");
+    write("g-1", "gemini", "This is only the beginning.");
+    write("g-2", "gemini", "And this is");
+    EXPECT_EQ(seed(), "g-1: This is only the beginning.");
+    leaveAlone();
+    EXPECT_EQ(seed(), "g-2: And this is") << "nobody writes any longer";
+    write("g-2", "gemini", "And this is what follows.");
+    EXPECT_EQ(seed(), "g-1: This is only the beginning.");
+    write("u-1", "user", "Go on.");
+    EXPECT_EQ(seed(), "g-2: And this is what follows.") << "something stands behind it";
+}
+
+TEST_F(SeedingOfGemini, WhatStandsBehindARewindIsWhole) {
+    test::writeFile(path, R"({"sessionId":"s","projectHash":"p","kind":"main"})"
+                          "\n");
+    write("g-1", "gemini", "This was said before.");
+    write("g-2", "gemini", "This is taken back.");
+    test::appendFile(path, R"({"$rewindTo":"g-2"})"
+                           "\n");
+    EXPECT_EQ(seed(), "g-1: This was said before.");
+}
 
 }  // namespace
 }  // namespace sonra

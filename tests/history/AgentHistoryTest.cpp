@@ -166,7 +166,7 @@ TEST_F(AgentHistory, CodexPagesATurnThatIsTooLongToKeep) {
     std::string content;
     for (int part = 0; part < 9; ++part) {
         content += codexItem("One.") + codexReply("One.");
-        for (int line = 0; line < 3; ++line)
+        for (int line = 0; line < 4; ++line)
             content += codexCall.substr(0, codexCall.size() - 2) + R"(,"data":")" +
                        std::string(300'000, 'x') + "\"}\n";
     }

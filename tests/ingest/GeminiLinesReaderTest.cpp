@@ -71,6 +71,21 @@ TEST_F(GeminiLines, AReplyIsFinalAfterQuiet) {
     expectSaidNow({});
 }
 
+TEST_F(GeminiLines, WhatIsStillBeingWrittenIsNotOldForWhoComesNow) {
+    std::string old = header;
+    for (int message = 0; message < 1000; ++message)
+        old += geminiReply("old-" + std::to_string(message), "Old.");
+    test::writeFile(path, old + geminiReply("b", "Half") + touched);
+    now = std::chrono::system_clock::now();
+    cursor = reader.initialOffset(path);
+    EXPECT_EQ(cursor, TailOffset::byte(static_cast<std::int64_t>(old.size())));
+    expectSaid(geminiReply("b", "Half and half.") + touched, {});
+    expectSaidAfterQuiet({"Half and half."});
+    EXPECT_EQ(cursor, reader.initialOffset(path));
+    expectSaid(geminiReply("c", "New.") + geminiUserLine("u"), {"New."});
+    EXPECT_EQ(cursor, reader.initialOffset(path));
+}
+
 TEST_F(GeminiLines, ARepeatedIdReplacesTheEarlierMessageAndIsSaidOnce) {
     expectSaid(header + geminiReply("a", "") + touched, {});
     expectSaid(geminiReply("a", "One.") + touched, {});
