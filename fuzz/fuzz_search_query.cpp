@@ -2,8 +2,11 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
+#include "../tests/search/PlainSearch.h"
 #include "MemoryFile.h"
 #include "frame/Text.h"
 #include "search/FieldScan.h"
@@ -15,6 +18,8 @@ namespace {
 
 using namespace sonra;
 using fuzz::require;
+
+constexpr double now = 1'760'000'000;
 
 /// The last line is a field, what stands before it a query.
 struct Input {
@@ -57,6 +62,38 @@ void checkScan(const std::string& token, const SessionMeta& meta) {
     }
 }
 
+/// Parts of the field, so that much of what is asked for is in several.
+std::string part(const std::string& field, std::size_t number) {
+    const auto start = number * 7919 % (field.size() + 1);
+    return field.substr(start, number * 104'729 % (field.size() - start + 1));
+}
+
+/// More than are shown, some of one folder and some of one time.
+SessionSnapshot several(const std::string& field) {
+    constexpr std::size_t count = 24;
+    std::vector<SessionMeta> sessions(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        auto& meta = sessions[i];
+        meta.jsonlPath = "/" + std::to_string(i);
+        meta.cwd = "/" + part(field, i % 9);
+        meta.sessionId = part(field, i + 1);
+        meta.firstUserPrompt = i % 5 == 0 ? field : part(field, 3 * i);
+        meta.lastAssistantSnippet = part(field, 7 * i);
+        meta.mtime = now - static_cast<double>(i * 5 % 7) * 200'000;
+    }
+    return SessionSnapshot(std::move(sessions));
+}
+
+/// The search leaves out what can't be shown; nothing that is shown may be missing for it.
+void checkAgainstPlainSearch(const std::string& query, const std::string& field) {
+    if (parseQuery(query).empty()) return;
+    const auto snapshot = several(field);
+    std::set<std::string> attached;
+    for (std::size_t i = 0; i < snapshot.size(); i += 4) attached.insert(snapshot[i].sessionId);
+    require(test::described(Searcher::search(snapshot, query, attached, now)) ==
+            test::described(test::plainSearch(snapshot, query, attached, now)));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -73,5 +110,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const auto& hit : hits)
         if (const auto* session = std::get_if<SessionHit>(&hit))
             require(std::ranges::is_sorted(session->matchedIndices));
+    checkAgainstPlainSearch(text, field);
     return 0;
 }
