@@ -4,7 +4,9 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "frame/Semaphore.h"
 #include "frame/WorkerPool.h"
 #include "linux/InotifyTreeWatcher.h"
 #include "search/SessionIndex.h"
@@ -17,6 +19,21 @@ namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+
+/// Tells when a watch has begun.
+class TellingWatcher : public TreeWatcher {
+  public:
+    std::unique_ptr<TreeWatch> watch(const std::string& root, Callback onEvents) override {
+        auto watch = watcher_.watch(root, std::move(onEvents));
+        begun.signal();
+        return watch;
+    }
+
+    Semaphore begun{0};
+
+  private:
+    InotifyTreeWatcher watcher_;
+};
 
 /// The index and the kernel's events together.
 class WatchedIndexTest : public testing::Test {
@@ -32,10 +49,10 @@ class WatchedIndexTest : public testing::Test {
                               "\n");
         return path;
     }
-    /// Returns when the index's queue has begun the watch.
+    /// Returns when the watch has begun.
     void watch(const std::string& path) {
         index->startWatching(path);
-        (void)index->snapshot();
+        watcher.begun.wait();
     }
     [[nodiscard]] bool comes(const std::string& sessionId) const {
         return test::comesTrue([&] { return index->lookup(sessionId).has_value(); });
@@ -45,19 +62,24 @@ class WatchedIndexTest : public testing::Test {
     const std::string root = SessionIndex::canonicalize(dir.path()) + "/home/projects";
     test::ManualLoop loop;
     WorkerPool pool;
-    InotifyTreeWatcher watcher;
+    TellingWatcher watcher;
     std::unique_ptr<SessionIndex> index =
         std::make_unique<SessionIndex>(loop, pool, watcher, SessionIndexStore(dir / "cache"));
 };
 
 TEST_F(WatchedIndexTest, ANewTranscriptAppearsWithinThreeSecondsThroughEventsAlone) {
+    addSession(root + "/p/there.jsonl");
+    addSession(root + "/p/before.jsonl");
     watch(root);
+    ASSERT_TRUE(comes("there"));
+    pool.drain();
     const auto start = Clock::now();
     const auto path = addSession(root + "/p/a.jsonl");
     ASSERT_TRUE(comes("a"));
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(3));
     EXPECT_EQ(index->lookup("a")->jsonlPath, path);
-    EXPECT_EQ(index->reconcileProgress(), ReconcileProgress());
+    EXPECT_EQ(index->reconcileProgress(), (ReconcileProgress{2, 2, false}))
+        << "the tree was looked at again";
 }
 
 TEST_F(WatchedIndexTest, ARenamedParentEmptiesTheCatalogueAndAFreshTreeFillsIt) {
