@@ -33,6 +33,7 @@ class BackEnd(dbus.service.Object):
     def __init__(self, bus):
         self.bound = []
         self.sessions = []
+        self.sessions_ever = 0
         self.answer = 0
         self.leaves_out = ()
         self.keyless = ()
@@ -41,6 +42,7 @@ class BackEnd(dbus.service.Object):
 
     @dbus.service.method(SHORTCUTS, in_signature="oosa{sv}", out_signature="ua{sv}")
     def CreateSession(self, handle, session, application, options):
+        self.sessions_ever += 1
         self.sessions.append(Session(self.connection, session, self.sessions))
         return 0, {}
 
@@ -244,6 +246,8 @@ class Refused(Portal):
         # Asked for together with the new one, and not before.
         pump_until("the new one", lambda: "shift-logo-a" in self.back_end.bound[-1][1])
         self.assertEqual([len(asked) for _, asked in self.back_end.bound], [2, 3])
+        # Nor was it begun: each round of asking has a session.
+        self.assertEqual(self.back_end.sessions_ever, 2)
 
     def test_a_chord_that_is_left_out_or_has_no_keys_is_refused_alone(self):
         self.back_end.leaves_out = ("shift-logo-f",)
