@@ -6,9 +6,11 @@ import test from 'node:test';
 
 import { lanAddresses } from '../lib/bridge/addresses.js';
 import { startBridge } from '../lib/bridge/bridge.js';
+import { Daemon, ownParts } from '../lib/daemon/daemon.js';
 import { Log, silentLog } from '../lib/log.js';
 import { replaceFile } from '../lib/wholeFile.js';
 import { EventParser } from '../remote/events.js';
+import { steppedClock } from './bridgeClock.js';
 import { BridgeHome, snapshot, words } from './bridgeHome.js';
 import { temporaryHome, until } from './home.js';
 import { rawRequest, sendRaw } from './rawHttp.js';
@@ -335,26 +337,13 @@ test('a fifth stream of one device ends its first, and says so', async (t) => {
 });
 
 test('there is a sign of life every fifteen seconds', async (t) => {
-  const timers = [];
-  const clock = {
-    time: Date.now(),
-    now: () => clock.time,
-    clearTimeout: (timer) => {
-      if (timer) timer.off = true;
-    },
-    setTimeout: (callback, delay) => {
-      const timer = { callback, at: clock.time + delay };
-      timers.push(timer);
-      return timer;
-    },
-  };
+  const clock = steppedClock();
   const home = await BridgeHome.start(t, { clock });
   const stream = await listenTo(t, home, await home.pair());
   await stream.until(() => true);
   for (let i = 0; i < 3; i += 1) {
     assert.equal(stream.text.split(': here\n\n').length, i + 1);
-    clock.time += 15_000;
-    for (const timer of timers.splice(0)) timer.off || timer.at > clock.time ? timers.push(timer) : timer.callback();
+    clock.step(15_000);
     await until(() => stream.text.split(': here\n\n').length === i + 2, { what: 'sign of life' });
   }
 });
@@ -418,25 +407,57 @@ test('it listens to the local network only when told to, and keeps who is there'
   assert.equal(stream.ended, false);
 });
 
+async function freePorts(count) {
+  const probes = Array.from({ length: count }, () => net.createServer().listen(0, '127.0.0.1'));
+  await Promise.all(probes.map((probe) => once(probe, 'listening')));
+  const ports = probes.map((probe) => probe.address().port);
+  await Promise.all(probes.map((probe) => once(probe.close(), 'close')));
+  return ports;
+}
+
 test('the stored port is used, and followed', async (t) => {
-  const probe = net.createServer().listen(0, '127.0.0.1');
-  await once(probe, 'listening');
-  const { port } = probe.address();
-  probe.close();
-  await once(probe, 'close');
+  const [port, next] = await freePorts(2);
   const home = await BridgeHome.start(t, { state: { bridgePort: port } });
   assert.notEqual(home.bridge.port, port, 'the environment wins');
   const bridge = await startBridge({ environment: { ...home.environment, SONRA_BRIDGE_PORT: '' }, log: silentLog });
   t.after(() => bridge.close());
   assert.equal(bridge.port, port);
+  home.write('state.json', { bridgePort: next });
+  await until(() => bridge.port === next, { limit: 5000, what: 'the new port' });
+  assert.equal((await fetch(`http://127.0.0.1:${next}/`)).status, 200);
+  await assert.rejects(fetch(`http://127.0.0.1:${port}/`));
+});
+
+test('the daemon tells where the bridge is by now', async (t) => {
+  const home = temporaryHome(t);
+  const taken = net.createServer().listen(0, '127.0.0.1');
+  await once(taken, 'listening');
+  const { port } = taken.address();
+  fs.writeFileSync(home.inShared('state.json'), JSON.stringify({ bridgePort: port }));
+  const parts = { bridge: ownParts.bridge };
+  const daemon = new Daemon({ environment: home.environment, log: silentLog, parts });
+  await daemon.start();
+  t.after(() => daemon.stop());
+  assert.equal(daemon.report().bridgePort, undefined);
+  await once(taken.close(), 'close');
+  await until(() => daemon.report().bridgePort === port, { what: 'the port' });
+  assert.equal(daemon.report().bridgeLan, false);
+  replaceFile(home.inShared('state.json'), JSON.stringify({ bridgePort: port, bridgeLan: true }));
+  await until(() => daemon.report().bridgeLan === true, { what: 'the local network' });
 });
 
 test('the shared folder may go and come', async (t) => {
-  const home = await BridgeHome.start(t);
+  const home = await BridgeHome.start(t, { clock: steppedClock() });
   const headers = await home.pair();
+  const tokens = fs.readFileSync(home.inShared('bridge-tokens.json'));
   fs.rmSync(home.shared, { recursive: true });
   assert.equal((await home.command(headers, 'pause')).status, 401);
   assert.equal((await fetch(home.origin)).status, 200);
+  home.clock.step(15_000);
+  fs.writeFileSync(home.inShared('bridge-tokens.json'), tokens);
+  assert.equal((await home.command(headers, 'pause')).status, 503, 'paired again');
+  home.write('state.json', { bridgeLan: true });
+  await until(() => home.bridge.lan === true, { limit: 5000, what: 'the change in the new folder' });
 });
 
 test('in a home that is new, changes are seen as well', async (t) => {

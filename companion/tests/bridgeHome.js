@@ -44,6 +44,7 @@ export class BridgeHome {
   static async start(context, { clock, log = silentLog, state = {} } = {}) {
     const home = new BridgeHome(context, temporaryHome(context));
     home.write('state.json', { sessions: [], ...state });
+    home.clock = clock;
     home.bridge = await startBridge({ environment: home.environment, log, clock });
     context.after(() => home.bridge.close());
     return home;

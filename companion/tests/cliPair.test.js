@@ -63,6 +63,18 @@ test('the daemon is started where it does not run', async (t) => {
   assert.match(stdout, /http:\/\/127\.0\.0\.1:7842\//);
 });
 
+test('the code is shown once the local network is let in, and not if it never is', async (t) => {
+  let asked = 0;
+  const daemonStatus = async () => ({ alive: true, bridgePort: 7842, bridgeLan: (asked += 1) > 3 });
+  const neighbours = { daemonStatus, mintCode: minting() };
+  assert.equal((await tts(temporaryHome(t), ['pair', '--lan'], { neighbours })).exit, 0);
+  assert.ok(asked > 3, `asked ${asked} times`);
+  const deaf = { daemonStatus: async () => ({ alive: true, bridgePort: 7842, bridgeLan: false }), mintCode: minting() };
+  const { exit, stdout, stderr } = await tts(temporaryHome(t), ['pair', '--lan'], { neighbours: deaf });
+  assert.deepEqual([exit, stdout], [1, '']);
+  assert.match(stderr, /still doesn't let the local network in/);
+});
+
 test('a bridge that failed is told, and no code is minted', async (t) => {
   const neighbours = { daemonStatus: async () => ({ alive: true, parts: { bridge: 'failed' } }) };
   const begin = performance.now();

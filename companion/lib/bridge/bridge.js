@@ -52,6 +52,10 @@ class Bridge {
     return this.#listener.port;
   }
 
+  get lan() {
+    return this.#listener.lan;
+  }
+
   async start() {
     this.#tokens.refresh();
     this.#lookAround();
@@ -85,8 +89,8 @@ class Bridge {
 /**
  * Resolves when the bridge listens, or has failed to for the first time: it goes on trying.
  * @param {{ environment?: NodeJS.ProcessEnv, log, clock?: import('../daemon/clock.js').Clock }} options
- * @returns {Promise<{ readonly port: number | undefined, close(): Promise<void> }>} `port` is undefined while the
- *   bridge has none
+ * @returns {Promise<{ readonly port: number | undefined, readonly lan: boolean | undefined, close(): Promise<void> }>}
+ *   `port`, and `lan`, which is true where the local network reaches it, are undefined while the bridge doesn't listen
  */
 export async function startBridge({ environment = process.env, log, clock = systemClock }) {
   const bridge = new Bridge({ environment, log, clock });

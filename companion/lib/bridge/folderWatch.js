@@ -37,8 +37,9 @@ export class FolderWatch {
     this.#watched = undefined;
   }
 
+  /** A folder that is made anew may get the number of the one that was removed. */
   #identity() {
     const stat = fs.statSync(this.#folder, { throwIfNoEntry: false });
-    return stat && `${stat.dev} ${stat.ino}`;
+    return stat && `${stat.dev} ${stat.ino} ${stat.birthtimeMs}`;
   }
 }

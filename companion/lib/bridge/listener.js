@@ -52,6 +52,12 @@ export class Listener {
     return this.#server?.address()?.port;
   }
 
+  /** Whether the local network is let in; nothing while nobody is. */
+  get lan() {
+    const address = this.#server?.address()?.address;
+    return address === undefined ? undefined : address !== loopback;
+  }
+
   /**
    * Resolves after the first try, whether it worked or not.
    * @param {{ port: number, lan: boolean }} wanted port 0 is any free one

@@ -28,19 +28,27 @@ async function storeReach({ environment, options }) {
   return lan;
 }
 
-/** The daemon, started where it doesn't run, when its bridge is there or has told that it can't be. */
-async function daemonWithBridge({ environment, neighbours, output }) {
+/**
+ * The daemon, started where it doesn't run, when its bridge is there and reaches as far as it should, or has told that
+ * it can't be.
+ */
+async function daemonWithBridge({ environment, neighbours, output }, lan) {
   if (!(await neighbours.daemonStatus(environment)).alive) {
     await neighbours.startDaemon(environment);
     output.note('Started the daemon, which hosts the bridge.');
   }
   let daemon;
+  // A daemon of an earlier version doesn't say.
+  const reaches = () => (daemon.bridgeLan ?? lan) === lan;
   await waitFor(async () => {
     daemon = await neighbours.daemonStatus(environment);
-    return daemon.bridgePort !== undefined || daemon.parts?.bridge === 'failed';
+    return (daemon.bridgePort !== undefined && reaches()) || daemon.parts?.bridge === 'failed';
   }, bridgeLimit);
-  if (daemon.bridgePort !== undefined) return daemon;
-  throw new CommandFailure("The daemon's bridge doesn't run, so no device could pair; see ~/.claude/tts/daemon.log.");
+  if (daemon.bridgePort === undefined) {
+    throw new CommandFailure("The daemon's bridge doesn't run, so no device could pair; see ~/.claude/tts/daemon.log.");
+  }
+  if (reaches()) return daemon;
+  throw new CommandFailure(`The daemon's bridge still ${lan ? "doesn't let" : 'lets'} the local network in.`);
 }
 
 function addressesOf({ bridgePort }, lan) {
@@ -115,7 +123,7 @@ export async function pair(context) {
   const { environment, output, options, neighbours, isTerminal } = context;
   if (options.wait && options['no-wait']) throw usageError('--wait and --no-wait exclude each other.');
   const lan = await storeReach(context);
-  const daemon = await daemonWithBridge(context);
+  const daemon = await daemonWithBridge(context, lan);
   const known = new Set(rowsOf(environment).map(({ token }) => token));
   const { code, expiresAt } = await neighbours.mintCode(environment);
   const minted = { code, expiresAt: Number(expiresAt), lan, addresses: addressesOf(daemon, lan) };

@@ -9,7 +9,7 @@ const longestRetry = 5 * 60 * 1000;
 
 /**
  * @typedef {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock: import('./clock.js').Clock }} Surroundings
- * @typedef {(surroundings: Surroundings) => Promise<{ stop(): unknown, port?: number }>} Part starts and gives its end
+ * @typedef {(surroundings: Surroundings) => Promise<{ stop(): unknown, port?: number, lan?: boolean }>} Part starts and gives its end
  */
 
 /** @type {{ [name: string]: Part }} */
@@ -23,7 +23,7 @@ export const ownParts = {
   async bridge(surroundings) {
     const { startBridge } = await import('../bridge/bridge.js');
     const bridge = await startBridge(surroundings);
-    return { stop: () => bridge.close(), port: bridge.port };
+    return { stop: () => bridge.close(), get port() { return bridge.port; }, get lan() { return bridge.lan; } };
   },
   async serviceWatch(surroundings) {
     const { ServiceWatch } = await import('../serviceWatch.js');
@@ -61,9 +61,11 @@ export class Daemon {
 
   /** What the daemon says of itself. */
   report() {
+    const { port, lan } = this.#parts.find(({ name }) => name === 'bridge')?.running ?? {};
     return {
       stopping: this.#stopping,
-      bridgePort: this.#parts.find(({ name }) => name === 'bridge')?.running?.port,
+      bridgePort: port,
+      ...(lan === undefined ? {} : { bridgeLan: lan }),
       parts: Object.fromEntries(this.#parts.map(({ name, state }) => [name, state])),
     };
   }
