@@ -15,6 +15,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { parseArgs } from 'node:util';
 
+import { cleanReason, cleanWords } from './gemini/cleaning.js';
 import { GeminiClient } from './gemini/client.js';
 import { describeImage } from './gemini/describing.js';
 import { SpeechFailure } from './gemini/failure.js';
@@ -27,6 +28,8 @@ import { replaceFile } from './lib/wholeFile.js';
 /** Whoever waits for a description gives up after a minute. */
 const describeLimit = 55_000;
 const usage = 'usage: tts.js TEXTFILE OUT.wav --gemini [--play]\n       tts.js --describe-image FILE';
+
+const key = (process.env.GOOGLE_API_KEY ?? '').trim();
 
 class UsageError extends Error {}
 
@@ -84,7 +87,9 @@ async function speakFile({ textFile, out, isPlaying }, files) {
 async function run(argv, files) {
   const wanted = argumentsFrom(argv);
   if (wanted.image === undefined) return speakFile(wanted, files);
-  process.stdout.write(`${await describeImage(new GeminiClient(process.env, { limit: describeLimit }), wanted.image)}\n`);
+  const client = new GeminiClient(process.env, { limit: describeLimit });
+  // Cleaned as a whole as well: what is put together of pieces may be what none of them is.
+  process.stdout.write(`${cleanWords(await describeImage(client, wanted.image), key)}\n`);
 }
 
 const files = new TemporaryFiles();
@@ -96,6 +101,7 @@ try {
   await run(process.argv.slice(2), files);
 } catch (error) {
   const isKnown = error instanceof SpeechFailure || error instanceof UsageError;
-  process.stderr.write(`${isKnown ? error.message : `unexpected failure: ${error.name}`}\n`);
+  const words = error instanceof UsageError ? error.message : cleanReason(error.message, key);
+  process.stderr.write(`${isKnown ? words : `unexpected failure: ${error.name}`}\n`);
   process.exitCode = error instanceof UsageError ? 2 : 1;
 }

@@ -1,8 +1,9 @@
 // The provider's REST interface. The key stands in a header and nowhere else: not in an address, an argument, a log or
-// an error, whatever the other side answers.
+// an error, whatever the other side answers. Every text of an answer is cleaned here, where it comes in.
 
 import { setTimeout as sleep } from 'node:timers/promises';
 
+import { cleanReason, cleanWords } from './cleaning.js';
 import { SpeechFailure } from './failure.js';
 
 const defaultBase = 'https://generativelanguage.googleapis.com';
@@ -59,9 +60,11 @@ async function readBounded(response) {
   return Buffer.concat(chunks).toString('utf8');
 }
 
-function parsed(text) {
+/** The answer with every text in it cleaned; sound is base64, and only decoded. */
+function parsed(text, key) {
   try {
-    return JSON.parse(text);
+    const clean = (name, value) => (typeof value === 'string' && name !== 'data' ? cleanWords(value, key) : value);
+    return JSON.parse(text, clean);
   } catch {
     return undefined;
   }
@@ -111,14 +114,21 @@ export class GeminiClient {
       if (error instanceof SpeechFailure) throw error;
       return { isTransient: true, reason: this.#connectionReason(error) };
     }
-    const answer = parsed(text);
-    if (!response.ok) return this.#refusal(response, answer);
+    const answer = parsed(text, this.#key);
+    return response.ok ? this.#outcome(answer) : this.#refusal(response, answer);
+  }
+
+  /** An answer that was broken off is none: half of a text would pass for the whole. */
+  #outcome(answer) {
     const candidate = answer?.candidates?.[0];
     const parts = candidate?.content?.parts;
-    if (Array.isArray(parts) && parts.length) return { parts };
-    const why = answer?.promptFeedback?.blockReason ?? candidate?.finishReason;
+    const end = candidate?.finishReason;
+    const hasParts = Array.isArray(parts) && parts.length > 0;
+    if (hasParts && (end === undefined || end === null || end === 'STOP')) return { parts };
+    const why = answer?.promptFeedback?.blockReason ?? end;
+    const what = hasParts ? 'Gemini broke its answer off' : 'Gemini gave no answer';
     // The provider's speech models now and then give an empty answer without a reason; the next try has one.
-    return { isTransient: !why || why === 'OTHER', reason: `Gemini gave no answer${why ? ` (${why})` : ''}` };
+    return { isTransient: !why || why === 'OTHER', reason: this.#clean(`${what}${why ? ` (${why})` : ''}`) };
   }
 
   #post(model, body) {
@@ -148,6 +158,6 @@ export class GeminiClient {
   }
 
   #clean(text) {
-    return text.replaceAll(this.#key, '[redacted]').replace(/\s+/g, ' ').slice(0, 500);
+    return cleanReason(text, this.#key);
   }
 }

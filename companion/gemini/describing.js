@@ -40,7 +40,7 @@ export function imageFrom(file) {
 /** @param {import('./client.js').GeminiClient} client */
 export async function describeImage(client, file) {
   const parts = await client.generate(model, { contents: [{ parts: [{ inlineData: imageFrom(file) }, { text: prompt }] }] });
-  const words = parts.map((part) => part?.text ?? '').join('').trim();
+  const words = parts.map((part) => part?.text).map((text) => (typeof text === 'string' ? text : '')).join('').trim();
   if (!words) throw new SpeechFailure('Gemini gave an empty description');
   return words;
 }

@@ -1,5 +1,6 @@
 // Sound as the provider sends it, and as a WAV file: 16-bit samples, one channel.
 
+import { cleanReason } from './cleaning.js';
 import { SpeechFailure } from './failure.js';
 
 const bytesPerSample = 2;
@@ -14,10 +15,12 @@ const headerBytes = 44;
  * @returns {Sound}
  */
 export function soundFrom(part) {
-  const { mimeType = '', data = '' } = part?.inlineData ?? {};
+  const { mimeType: type, data: base64 } = part?.inlineData ?? {};
+  const mimeType = typeof type === 'string' ? type : '';
+  const data = typeof base64 === 'string' ? base64 : '';
   const rate = Number(/;\s*rate=(\d+)/.exec(mimeType)?.[1] ?? 24_000);
   if (!/^audio\/(l16|pcm)\b/i.test(mimeType) || rate < 8000 || rate > 192_000) {
-    throw new SpeechFailure(`Gemini sent ${mimeType || 'no sound'} where speech was asked for`);
+    throw new SpeechFailure(`Gemini sent ${cleanReason(mimeType) || 'no sound'} where speech was asked for`);
   }
   const pcm = Buffer.from(data, 'base64');
   const whole = pcm.subarray(0, pcm.length - (pcm.length % bytesPerSample));

@@ -2,6 +2,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 
 import { endpoint, GeminiClient } from '../gemini/client.js';
+import { speak } from '../gemini/speech.js';
 import { errorAnswer, geminiServer, textAnswer } from './geminiServer.js';
 
 const key = 'AIza-test-key-0123456789';
@@ -108,4 +109,49 @@ test('a server that never answers is given up when the time is over', async (t) 
 test('an address where nobody listens is a failure with a reason', async () => {
   const client = new GeminiClient({ GOOGLE_API_KEY: key, GEMINI_API_BASE: 'http://127.0.0.1:1' }, { pause: async () => {} });
   await assert.rejects(client.generate('m', {}), { message: /^Gemini could not be reached: / });
+});
+
+const hostile = `\u001b[2J${key}\u009b31m \u202eAI\u200bza-test-key-0123456789\u0007${'x'.repeat(90_000)}`;
+/** Wherever the other side can put words. */
+const placesOfWords = {
+  'the message of an error': errorAnswer(400, hostile),
+  'a message that is no text': { status: 400, json: { error: { message: { words: hostile } } } },
+  'an error without JSON': { status: 403, raw: hostile },
+  'the reason for a block': { json: { promptFeedback: { blockReason: hostile } } },
+  'a reason that is a list': { json: { promptFeedback: { blockReason: [hostile] } } },
+  'the reason for the end': { json: { candidates: [{ finishReason: hostile }] } },
+  'the reason behind a part': { json: { candidates: [{ content: { parts }, finishReason: hostile }] } },
+  'the type of a sound': { json: { candidates: [{ content: { parts: [{ inlineData: { mimeType: hostile } }] } }] } },
+  'a type that is no text': { json: { candidates: [{ content: { parts: [{ inlineData: { mimeType: [hostile] } }] } }] } },
+};
+for (const [place, answer] of Object.entries(placesOfWords)) {
+  test(`${place} brings neither the key nor anything that a terminal obeys into an error`, async (t) => {
+    const { client } = await clientOf(t, [answer]);
+    await assert.rejects(speak(client, 'Hello.', { voice: 'Kore' }), ({ name, message }) => {
+      assert.equal(name, 'SpeechFailure');
+      assert.ok(!message.includes(key), message);
+      assert.doesNotMatch(message, /\p{C}/u);
+      assert.ok(message.length <= 600, `${message.length}`);
+      return true;
+    });
+  });
+}
+
+test('the words of a description are cleaned, and keep their lines', async (t) => {
+  const { client } = await clientOf(t, [textAnswer(`A cat.\u001b]0;x\u0007\nIt says ${key}.\u009b`)]);
+  assert.deepEqual(await client.generate('m', {}), [{ text: 'A cat.]0;x\nIt says [redacted].' }]);
+});
+
+for (const [end, requests] of [['MAX_TOKENS', 1], ['SAFETY', 1], ['PROHIBITED_CONTENT', 1], ['OTHER', 4]]) {
+  test(`an answer that ended with ${end} is none, whatever it holds`, async (t) => {
+    const answer = { json: { candidates: [{ content: { parts }, finishReason: end }] } };
+    const { client, requests: seen } = await clientOf(t, [answer]);
+    await assert.rejects(client.generate('m', {}), { message: `Gemini broke its answer off (${end})` });
+    assert.equal(seen.length, requests);
+  });
+}
+
+test('an answer that does not say how it ended counts', async (t) => {
+  const { client } = await clientOf(t, [{ json: { candidates: [{ content: { parts } }] } }]);
+  assert.deepEqual(await client.generate('m', {}), parts);
 });

@@ -201,6 +201,13 @@ test('an image is described on standard output', async (t) => {
   assert.deepEqual(server.requests[0].body.contents[0].parts[0].inlineData, { mimeType: 'image/png', data: png.toString('base64') });
 });
 
+test('a description cannot steer the terminal, nor tell the key, not even in pieces', async (t) => {
+  const { environment, home } = await lab(t, () => textAnswer('A cat\u001b[2J', '\u009b, and test', '-key-123.'));
+  fs.writeFileSync(path.join(home, 'picture'), png);
+  const result = await run({ ...environment, GOOGLE_API_KEY: 'test-key-123' }, '--describe-image', path.join(home, 'picture'));
+  assert.equal(result.stdout, 'A cat[2J, and [redacted].\n');
+});
+
 test('what is no image, is missing or is too large is refused before anything is sent', async (t) => {
   const { environment, home, server } = await lab(t);
   const file = path.join(home, 'picture');
