@@ -94,6 +94,8 @@ void SessionSearch::reconcile() {
 }
 
 void SessionSearch::reconciled() {
+    isRead_ = true;
+    for (const auto& address : std::exchange(waiting_, {})) spotlight_->openFromURLString(address);
     surroundings_.pool.post([spotlight = std::weak_ptr(spotlight_), sessions = index_->snapshot()] {
         if (const auto alive = spotlight.lock()) alive->reindexAll(sessions);
     });
@@ -121,7 +123,12 @@ void SessionSearch::openPanel(const std::optional<std::string>& query) {
 }
 
 bool SessionSearch::openFromURLString(const std::string& text) {
-    return spotlight_->openFromURLString(text);
+    const auto address = SpotlightIndexer::parseURL(text);
+    if (!address) return false;
+    const bool mayBeFoundYet = !isRead_ && !index_->lookup(address->sessionId);
+    if (!mayBeFoundYet) return spotlight_->openFromURLString(text);
+    waiting_.push_back(text);
+    return true;
 }
 
 std::optional<std::string> SessionSearch::transcriptOf(const std::string& id) const {

@@ -62,7 +62,8 @@ class SessionSearch {
     [[nodiscard]] bool hasPanel() const { return panel_ != nullptr; }
     /// With the query of last time, unless another is given.
     void openPanel(const std::optional<std::string>& query = {});
-    /// Attaches the session that an address names; false if it names none.
+    /// Attaches the session that an address names; false if it names none. One that isn't known
+    /// waits for the first reading of the transcripts.
     bool openFromURLString(const std::string& text);
     /// The newest sessions, for the menu.
     [[nodiscard]] const std::vector<DiscoveredRow>& recentSessionsForMenu() const {
@@ -88,6 +89,8 @@ class SessionSearch {
     std::unique_ptr<SearchPanelController> controller_;
     LoopHandle changes_;
     std::vector<DiscoveredRow> recent_;
+    bool isRead_ = false;               ///< the transcripts have been read once
+    std::vector<std::string> waiting_;  ///< addresses that came before that
 
     /// For work elsewhere to hold weakly; used on the main thread alone.
     const std::shared_ptr<SessionSearch> self_{this, [](SessionSearch*) {}};

@@ -215,7 +215,7 @@ void SpotlightIndexer::purgeLegacyMessageIndex() {
 
 std::optional<SpotlightIndexer::Address> SpotlightIndexer::parseURL(std::string_view text) {
     constexpr std::string_view scheme = "tts://";
-    if (!text.starts_with(scheme)) return std::nullopt;
+    if (text::lowered(text.substr(0, scheme.size())) != scheme) return std::nullopt;
     text.remove_prefix(scheme.size());
     text = text.substr(0, text.find_first_of("?#"));
     const auto authority = text.substr(0, text.find('/'));

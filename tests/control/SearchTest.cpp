@@ -162,6 +162,13 @@ TEST_F(Search, OpenPanelShowsWhatTheFirstReadingOfTheTreeFinds) {
     EXPECT_EQ(searchPanel->selected, 0U);
 }
 
+TEST_F(Search, AddressThatComesBeforeTheFirstReadingWaitsForIt) {
+    makeSession("s1", "/p", "mend the kettle");
+    start();
+    EXPECT_TRUE(coordinator->openURL("tts://session/s1"));
+    EXPECT_TRUE(loop.runUntil([this] { return coordinator->sessions().isNarrating("s1"); }));
+}
+
 TEST_F(Search, NewestOfTheCatalogueCanBeAttachedFromTheMenu) {
     for (int i = 0; i < 10; ++i)
         makeSession("s" + std::to_string(i), "/p" + std::to_string(i),

@@ -208,6 +208,7 @@ TEST(SpotlightAddress, NamesASessionAndMaybeAMessage) {
     const Case cases[] = {
         {"tts://session/abc", Address{"abc", std::nullopt}},
         {"tts://session/abc/message/m1", Address{"abc", "m1"}},
+        {"TTS://session/abc", Address{"abc", std::nullopt}},
         {"tts://session/abc/", Address{"abc", std::nullopt}},
         {"tts://session//abc", Address{"abc", std::nullopt}},
         {"tts://session/abc/message", Address{"abc", std::nullopt}},
