@@ -32,6 +32,18 @@ test('what is not understood gets one sentence and ends with 2', async (t) => {
   assert.deepEqual(fs.readdirSync(home.shared), []);
 });
 
+test('a program that asked for facts gets an object also when it fails', async (t) => {
+  const home = temporaryHome(t);
+  fs.mkdirSync(home.inShared('state.json'));
+  for (const [args, code, error] of [[['--json'], 2, 'usage'], [['stand', '--json'], 2, 'usage'],
+    [['captions', 'on', '--json'], 1, 'failed']]) {
+    const ended = await ctl(home, args);
+    const { message, ...facts } = JSON.parse(ended.stdout);
+    assert.deepEqual([ended.code, facts], [code, { ok: false, error, exit: code }]);
+    assert.equal(ended.stderr, `ctl.js: ${message}\n`);
+  }
+});
+
 test('captions are turned on and off in the shared document, and nothing else is', async (t) => {
   const home = temporaryHome(t);
   fs.writeFileSync(home.inShared('state.json'), '{"captions":true,"speed":1.0,"theirs":[1]}');

@@ -36,7 +36,10 @@ function unknownCommand(word) {
 
 function takeValue(option, name, inline, words) {
   const value = inline ?? words.shift();
-  if (value === undefined) throw usageError(`${name} needs a value: ${name} ${option.value}.`);
+  // An empty one is a variable of a script that isn't set.
+  if (value === undefined || (value === '' && !option.mayBeEmpty)) {
+    throw usageError(`${name} needs a value: ${name} ${option.value}.`);
+  }
   return value;
 }
 
@@ -81,7 +84,10 @@ export function parseArguments(argv) {
   while (words.length) {
     const word = words.shift();
     const globalOption = globalOptions.some(({ name, short }) => name === word || short === word);
-    if (ended) positionals.push(word);
+    if (ended && !command) {
+      command = commands.find(({ name, aliases }) => name === word || aliases?.includes(word));
+      if (!command) throw unknownCommand(word);
+    } else if (ended) positionals.push(word);
     else if (word === '--') ended = true;
     else if (!command && !globalOption) {
       command = takeCommand(word, words);
@@ -91,7 +97,6 @@ export function parseArguments(argv) {
       readOption(word, words, [...(command?.options ?? []), ...globalOptions], options, command);
     } else positionals.push(word);
   }
-  if (!command && positionals.length) throw unknownCommand(positionals[0]);
   // The older spelling of a command that is an option as well.
   if (!command && options.start) command = findCommand('start');
   if (command && !options.help) checkCount(command, positionals);

@@ -2,9 +2,9 @@
 // What a command does is loaded only when it runs, so that the common ones start quickly.
 
 /**
- * @typedef {{ name: string, short?: string, value?: string, help: string }} Option
+ * @typedef {{ name: string, short?: string, value?: string, mayBeEmpty?: boolean, help: string }} Option
  * @typedef {{ name: string, aliases?: string[], arguments?: string, min?: number, max?: number, summary: string,
- *   help?: string[], options?: Option[], fixed?: object,
+ *   help?: string[], options?: Option[], fixed?: object, undoes?: boolean,
  *   load: () => Promise<(context: import('./main.js').Context) => Promise<number | void>> }} Command
  */
 
@@ -114,6 +114,7 @@ export const commands = [
       { name: '--wait', help: 'wait until a device has paired (as on a terminal)' },
       { name: '--no-wait', help: 'print the code and return' },
     ],
+    undoes: true,
     load: async () => (await import('./pair.js')).pair,
   },
   transport('search', 'open the search for sessions'),
@@ -151,7 +152,7 @@ export const commands = [
     help: ['Spoken text, secrets and addresses of mail are taken out. The bundle is a zip file on the desktop.'],
     options: [
       { name: '--out', value: 'PATH', help: 'where to write it' },
-      { name: '--notes', value: 'TEXT', help: 'what you were doing when it happened' },
+      { name: '--notes', value: 'TEXT', mayBeEmpty: true, help: 'what you were doing when it happened' },
       { name: '--send', help: 'send it to support' },
       { name: '--cleanup', help: 'remove the file once it has been sent' },
     ],

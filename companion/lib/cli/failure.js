@@ -1,6 +1,8 @@
 // How a command ends. A failure carries the sentence that a person reads and the code that a script sees.
 
-export const exitCodes = { ok: 0, failed: 1, usage: 2, notFound: 3, unavailable: 69, interrupted: 130 };
+export const exitCodes = {
+  ok: 0, failed: 1, usage: 2, notFound: 3, unavailable: 69, interrupted: 130, terminated: 143,
+};
 
 /** Ends a command with a sentence on standard error. */
 export class CommandFailure extends Error {

@@ -5,11 +5,15 @@ import fs from 'node:fs';
 import { fileURLToPath } from 'node:url';
 
 import { parseArguments } from './arguments.js';
-import { asFailure, exitCodes } from './failure.js';
+import { asFailure, exitCodes, usageError } from './failure.js';
 import { Output } from './output.js';
+
+/** As long as a command may take to undo what it began. */
+const undoLimit = 3_000;
 
 /**
  * @typedef {{ environment: NodeJS.ProcessEnv, output: Output, cwd: string, isTerminal: boolean, signal: AbortSignal,
+ *   begins?: (command: import('./commands.js').Command) => void,
  *   stdout: { write(text: string): unknown }, stderr: { write(text: string): unknown },
  *   options: Record<string, string | true>, positionals: string[], command: import('./commands.js').Command,
  *   neighbours: import('./neighbours.js').Neighbours }} Context
@@ -29,6 +33,7 @@ async function answerHelp({ command, options }, output) {
   const { generalHelp, commandHelp } = await import('./help.js');
   const text = command ? commandHelp(command) : generalHelp();
   if (!options.help) {
+    if (output.json) throw usageError('A command is missing. "tts --help" lists them.');
     output.note(text);
     return exitCodes.usage;
   }
@@ -48,6 +53,7 @@ async function runCommand(parsed, context) {
   const { command, options } = parsed;
   if (options.help || options.version || !command) return answerHelp(parsed, context.output);
   if (options.start && command.name !== 'start') await startFirst(context);
+  context.begins?.(command);
   const body = await command.load();
   return (await body({ ...context, ...parsed })) ?? exitCodes.ok;
 }
@@ -60,14 +66,14 @@ async function runCommand(parsed, context) {
  */
 export async function run(argv, {
   environment = process.env, stdout = process.stdout, stderr = process.stderr, cwd = process.cwd(),
-  isTerminal = Boolean(process.stdout.isTTY), signal = new AbortController().signal, neighbours,
+  isTerminal = Boolean(process.stdout.isTTY), signal = new AbortController().signal, begins, neighbours,
 } = {}) {
   // Also when the words can't be read, a program that asked for JSON gets it.
   let output = new Output({ stdout, stderr, environment, json: argv.includes('--json') });
   try {
     const parsed = parseArguments(argv);
     output = new Output({ stdout, stderr, environment, json: Boolean(parsed.options.json) });
-    const context = { environment, output, stdout, stderr, cwd, isTerminal, signal };
+    const context = { environment, output, stdout, stderr, cwd, isTerminal, signal, begins };
     context.neighbours = neighbours ?? (await import('./neighbours.js')).neighbours;
     return await runCommand(parsed, context);
   } catch (error) {
@@ -77,12 +83,30 @@ export async function run(argv, {
   }
 }
 
-/** Ctrl-C lets a command that waits end in its own way, and a second one ends at once. */
+/**
+ * Ctrl-C ends a command at once: documents are written in one step, and what is held is let go at the process's exit. One
+ * that has something to take back (`undoes`) is given a moment for it; a second signal doesn't wait for that.
+ */
 function interruptible() {
   const controller = new AbortController();
-  process.once('SIGINT', () => controller.abort());
-  process.once('SIGTERM', () => controller.abort());
-  return controller.signal;
+  const on = (name, status) => process.on(name, () => {
+    if (!controller.undoes || controller.signal.aborted) process.exit(status);
+    controller.abort();
+    setTimeout(() => process.exit(status), undoLimit).unref();
+  });
+  on('SIGINT', exitCodes.interrupted);
+  on('SIGTERM', exitCodes.terminated);
+  return controller;
+}
+
+/** "tts status | head -1" isn't a failure; a result that is lost is one. */
+function watchStreams() {
+  process.stderr.on('error', () => {});
+  process.stdout.on('error', (error) => {
+    if (error.code === 'EPIPE') process.exit(exitCodes.ok);
+    process.stderr.write(`tts: The result couldn't be written: ${error.code ?? error.message}.\n`);
+    process.exit(exitCodes.failed);
+  });
 }
 
 function currentFolder() {
@@ -99,7 +123,11 @@ const isProgram = process.argv[1] !== undefined
   && fs.realpathSync(process.argv[1]) === fileURLToPath(import.meta.url);
 
 if (isProgram) {
-  // "tts status | head -1" isn't a failure.
-  process.stdout.on('error', () => process.exit(exitCodes.ok));
-  process.exitCode = await run(process.argv.slice(2), { cwd: currentFolder(), signal: interruptible() });
+  watchStreams();
+  const interruption = interruptible();
+  process.exitCode = await run(process.argv.slice(2), {
+    cwd: currentFolder(),
+    signal: interruption.signal,
+    begins: (command) => { interruption.undoes = Boolean(command.undoes); },
+  });
 }

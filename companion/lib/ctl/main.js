@@ -56,6 +56,9 @@ function parse(args) {
   return { command: commands[name], words, json: options.length > 0 };
 }
 
+/** Also where the rest can't be understood: a program that asked for an object gets one. */
+const wantsFacts = (args) => args.slice(0, args.includes('--') ? args.indexOf('--') : undefined).includes('--json');
+
 async function runCommand(args, { environment, stdout }) {
   const { command, words, json } = parse(args);
   const { text, facts } = await command.run({ environment, words });
@@ -81,7 +84,12 @@ export async function runCtl(args, { environment = process.env, stdout = process
     }
     return await runCommand(args, { environment, stdout });
   } catch (error) {
-    stderr.write(`ctl.js: ${error?.message ?? error}\n`);
-    return error instanceof UsageError ? 2 : 1;
+    const message = String(error?.message ?? error);
+    const exit = error instanceof UsageError ? 2 : 1;
+    stderr.write(`ctl.js: ${message}\n`);
+    if (wantsFacts(args)) {
+      stdout.write(`${JSON.stringify({ ok: false, error: exit === 2 ? 'usage' : 'failed', message, exit })}\n`);
+    }
+    return exit;
   }
 }
