@@ -11,6 +11,13 @@ export const staleAfter = 30_000;
 export const retryInterval = 25;
 export const defaultTimeout = 10_000;
 const flockLimit = 1000;
+/** The documents whose locks this process holds. */
+const held = new Set();
+
+// Whatever ends the process in the middle of its work, the lock goes before its number can be another process's.
+process.on('exit', () => {
+  for (const document of held) release(document);
+});
 
 export class StateLockError extends Error {
   constructor(lockPath) {
@@ -120,12 +127,14 @@ function createInOneStep(lock) {
 export function tryAcquire(document) {
   const lock = lockPath(document);
   const created = create(lock);
+  if (created === 'done') held.add(document);
   if (created === 'exists') reclaimIfStale(lock);
   return created === 'done';
 }
 
 /** Removes the lock file, whoever holds it. */
 export function release(document) {
+  held.delete(document);
   fs.rmSync(lockPath(document), { force: true });
 }
 

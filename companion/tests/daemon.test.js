@@ -8,7 +8,7 @@ import test from 'node:test';
 import { askDaemon } from '../lib/daemon/channel.js';
 import { daemonStatus, startDaemon, stopDaemon } from '../lib/daemon/daemonControl.js';
 import { ctl, daemonHome, isAlive, logRecords, pidFile } from './daemonProcess.js';
-import { until } from './home.js';
+import { temporaryHome, until } from './home.js';
 
 const mainScript = new URL('../lib/daemon/main.js', import.meta.url).pathname;
 
@@ -72,7 +72,8 @@ test('of many that start at once one becomes the daemon, and all succeed', async
   const answers = results.map(({ stdout }) => JSON.parse(stdout));
   assert.deepEqual(new Set(answers.map(({ pid }) => pid)), new Set([pidFile(home)]));
   assert.equal(answers.filter(({ started }) => started).length, 1);
-  assert.equal(logRecords(home).filter(({ msg }) => msg === 'daemon up').length, 1);
+  assert.deepEqual(logRecords(home).map(({ msg }) => msg).filter((msg) => msg.startsWith('daemon ')), ['daemon up']);
+  assert.equal(fs.existsSync(home.inShared('daemon.lock')), false);
   // None of the others is left that would become one now.
   await stopDaemon(home);
   assert.deepEqual(daemonsOf(home), []);
@@ -85,6 +86,23 @@ test('a second daemon ends at once and leaves the first alone', async (t) => {
   assert.deepEqual(await once(second, 'exit'), [0, null]);
   assert.equal((await daemonStatus(home)).pid, pid);
   assert.equal(pidFile(home), pid);
+});
+
+test('one that is told to end before it is the daemon leaves no lock and says nothing', async (t) => {
+  const home = temporaryHome(t);
+  // It asks who is there for as long as nobody answers, and holds the lock meanwhile.
+  const silent = net.createServer(() => {}).listen(home.inShared('daemon.sock'));
+  t.after(() => silent.close());
+  await once(silent, 'listening');
+  const asked = once(silent, 'connection');
+  const child = spawn(process.execPath, [mainScript], { env: home.environment, stdio: 'ignore' });
+  const [connection] = await asked;
+  t.after(() => connection.destroy());
+  connection.on('error', () => {});
+  assert.equal(fs.readFileSync(home.inShared('daemon.lock'), 'utf8'), String(child.pid));
+  child.kill('SIGTERM');
+  assert.deepEqual(await once(child, 'exit'), [0, null]);
+  assert.deepEqual(fs.readdirSync(home.shared).filter((name) => /lock|log/.test(name)), []);
 });
 
 test('a killed daemon leaves nothing that keeps the next from starting', async (t) => {

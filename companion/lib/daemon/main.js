@@ -35,10 +35,12 @@ function answer(question) {
 async function end(reason) {
   if (ending) return;
   ending = true;
+  // One that hasn't become the daemon has nothing to end, and nothing to say.
+  if (!instance) process.exit(0);
   log.info('daemon ends', { input: { reason } });
   // A part that can't end mustn't keep the daemon.
   await Promise.race([daemon.stop(), new Promise((resolve) => { setTimeout(resolve, endLimit); })]);
-  await instance?.release();
+  await instance.release();
   process.exit(0);
 }
 
