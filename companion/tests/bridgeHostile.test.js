@@ -8,6 +8,7 @@ import { isOwnHost } from '../lib/bridge/addresses.js';
 import { bodyLimit } from '../lib/bridge/http.js';
 import { RateLimit } from '../lib/bridge/rateLimit.js';
 import { Streams } from '../lib/bridge/streams.js';
+import { steppedClock } from './bridgeClock.js';
 import { BridgeHome, snapshot } from './bridgeHome.js';
 import { until } from './home.js';
 import { rawRequest, sendRaw } from './rawHttp.js';
@@ -335,9 +336,34 @@ test('one address cannot take all connections', async (t) => {
     });
     sockets.push(socket);
   }
-  await until(() => closed === 20, { what: 'refusal of the connections beyond the limit' });
-  sockets[0].destroy();
-  await until(async () => (await fetch(home.origin).catch(() => ({}))).status === 200, { what: 'a free place' });
+  await until(() => closed === 20, { what: 'the end of the connections beyond the limit' });
+  assert.equal((await fetch(home.origin)).status, 200);
+});
+
+test('a device is let in while another behind its address guesses', async (t) => {
+  const home = await BridgeHome.start(t);
+  const headers = await home.pair();
+  for (let i = 0; i < 15; i += 1) await home.command({ Authorization: `Bearer ${'a'.repeat(43)}` }, 'pause');
+  assert.equal((await home.command({ Authorization: `Bearer ${'a'.repeat(43)}` }, 'pause')).status, 429);
+  assert.equal((await home.command(headers, 'pause')).status, 503);
+});
+
+test('a stream whose device has stopped reading ends after two beats', () => {
+  const clock = steppedClock();
+  const streams = new Streams({ feed: { subscribe: () => () => {} }, clock });
+  const open = (writableLength) => {
+    const response = Object.assign(new EventEmitter(), {
+      writableLength, writeHead() {}, flushHeaders() {}, write() {}, destroy() { this.emit('close'); },
+    });
+    streams.open('phone', response, {});
+    return response;
+  };
+  const [, , late] = [open(0), open(10), open(10)];
+  clock.step(15_000);
+  assert.equal(streams.size, 3);
+  late.writableLength = 0;
+  clock.step(15_000);
+  assert.equal(streams.size, 2);
 });
 
 test('a device that asks too often is told to wait', async (t) => {

@@ -1,10 +1,35 @@
 // This computer's own addresses: what a person types into the phone, and what a request may name as its host.
 
+import net from 'node:net';
 import os from 'node:os';
+
+/** The eight numbers of an IPv6 address without a zone. */
+function groupsOf(address) {
+  const asHex = (_, a, b, c, d) => [a * 256 + Number(b), c * 256 + Number(d)].map((part) => part.toString(16)).join(':');
+  const [head, tail] = address.replace(/(\d+)\.(\d+)\.(\d+)\.(\d+)$/, asHex).split('::')
+    .map((part) => (part === '' ? [] : part.split(':').map((group) => parseInt(group, 16))));
+  return tail ? [...head, ...Array(8 - head.length - tail.length).fill(0), ...tail] : head;
+}
+
+/** The IPv4 address inside an IPv6 one, however that is written; nothing where there is none. */
+function mappedAddress(address) {
+  if (!net.isIPv6(address)) return undefined;
+  const groups = groupsOf(address);
+  const isMapped = groups[5] === 0xffff && groups.slice(0, 5).every((group) => group === 0);
+  return isMapped ? groups.slice(6).flatMap((group) => [group >> 8, group & 255]).join('.') : undefined;
+}
 
 /** Without the zone of a link-local address, and an IPv4 address in its own form. */
 export function plainAddress(address = '') {
-  return address.replace(/%.*$/, '').replace(/^::ffff:(?=\d+\.\d+\.\d+\.\d+$)/i, '').toLowerCase();
+  const plain = address.replace(/%.*$/, '').toLowerCase();
+  return mappedAddress(plain) ?? plain;
+}
+
+/** The network of an address whose hosts are to be taken for one: an IPv6 network's may have many addresses each. */
+export function networkOf(address) {
+  const plain = plainAddress(address);
+  if (!net.isIPv6(plain) || isLoopback(plain)) return plain;
+  return groupsOf(plain).slice(0, 4).map((group) => group.toString(16)).join(':');
 }
 
 export function isLoopback(address) {

@@ -32,7 +32,7 @@ class Bridge {
   constructor({ environment, log, clock }) {
     this.#environment = environment;
     this.#clock = clock;
-    const connections = new Connections();
+    const connections = new Connections({ clock });
     this.#feed = new Feed({ environment, clock });
     this.#streams = new Streams({ feed: this.#feed, clock });
     this.#tokens = new TokenStore({ environment, log, clock, onRemoved: (device) => {

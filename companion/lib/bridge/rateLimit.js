@@ -21,11 +21,6 @@ export class RateLimit {
     return true;
   }
 
-  /** True if `key` has something left. Costs nothing. */
-  allows(key) {
-    return this.#filled(key).level >= 1;
-  }
-
   #filled(key) {
     const now = this.clock.now();
     const bucket = this.#buckets.get(key) ?? { level: this.burst, at: now };

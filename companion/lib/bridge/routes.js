@@ -46,6 +46,8 @@ export class Routes {
   /** @type {import('node:http').RequestListener} */
   handle = async (request, response) => {
     response.on('error', () => response.destroy());
+    this.#parts.connections.begin(request.socket, response);
+    if (request.socket.destroyed) return;
     try {
       await this.#route(request, response);
     } catch (error) {
@@ -78,13 +80,11 @@ export class Routes {
     throw new HttpError(405, 'bad-method', 'That cannot be done here.', { Allow: allow });
   }
 
-  /** The device whose token the request carries. Who guesses is soon told to wait. */
+  /** The device whose token the request carries. Who guesses is soon told to wait, who shares his address is not. */
   #deviceOf(request) {
-    const sender = senderOf(request.socket);
-    if (!this.#perGuesser.allows(sender)) throw tooMany();
     const device = this.#parts.tokens.deviceOf(bearerOf(request));
     if (!device) {
-      this.#perGuesser.take(sender);
+      if (!this.#perGuesser.take(senderOf(request.socket))) throw tooMany();
       throw new HttpError(401, 'not-paired', 'This device is not paired.', { 'WWW-Authenticate': 'Bearer' });
     }
     if (!this.#perDevice.take(device)) throw tooMany();
@@ -114,6 +114,7 @@ export class Routes {
       answer(request, response, 200, '', { 'Content-Type': 'text/event-stream; charset=utf-8' });
       return;
     }
+    this.#parts.connections.untime(request.socket, response);
     this.#parts.streams.open(device, response, securityHeaders());
   }
 

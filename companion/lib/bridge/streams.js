@@ -58,8 +58,12 @@ export class Streams {
 
   #beat(stream) {
     stream.timer = this.#clock.setTimeout(() => {
+      // What the kernel hasn't taken for as long as two beats, nobody reads.
+      const isBehind = stream.response.writableLength > 0;
+      if (isBehind && stream.wasBehind) return stream.response.destroy();
+      stream.wasBehind = isBehind;
       this.#write(stream, ': here\n\n');
-      this.#beat(stream);
+      return this.#beat(stream);
     }, beatInterval);
   }
 
