@@ -4,7 +4,7 @@
 import { spawn } from 'node:child_process';
 
 import { socketPath } from './places.js';
-import { isServiceRunning } from './serviceSocket.js';
+import { isServiceRunning, serviceState, ServiceSilent } from './serviceSocket.js';
 
 const startLimit = 15_000;
 const daemonGrace = 2_000;
@@ -51,13 +51,16 @@ function launch(program, environment) {
 }
 
 /**
- * Starts the service unless it runs, and resolves when its socket takes commands. Fails with StartFailed.
+ * Starts the service unless it runs, and resolves when its socket takes commands. Fails with StartFailed,
+ * and with ServiceSilent where one runs that doesn't answer: another launch would only find that.
  * @param {{ environment?: NodeJS.ProcessEnv, limit?: number, parts?: typeof ownParts }} [options]
  * @returns {Promise<'started' | 'running'>}
  */
 export async function startService({ environment = process.env, limit = startLimit, parts = ownParts } = {}) {
   const path = socketPath(environment);
-  if (await isServiceRunning({ path })) return 'running';
+  const state = await serviceState({ path });
+  if (state === 'running') return 'running';
+  if (state === 'silent') throw new ServiceSilent();
   const program = await parts.program(environment);
   if (!program) throw new StartFailed("The sonra program wasn't found. Install it, or name it in SONRA_PROGRAM.");
   let how;

@@ -14,6 +14,15 @@ export class ServiceNotRunning extends Error {
   }
 }
 
+/** Somebody listens, but takes nothing: the service hangs, or is stopped. What was sent may still be done one day. */
+export class ServiceSilent extends ServiceNotRunning {
+  constructor(cause) {
+    super(cause);
+    this.message = "The Sonra service doesn't answer.";
+    this.name = 'ServiceSilent';
+  }
+}
+
 /** The line for one command; its arguments stand beside its name. */
 export function commandLine(cmd, args = {}) {
   return `${JSON.stringify({ ...args, proto: 1, cmd })}\n`;
@@ -21,18 +30,19 @@ export function commandLine(cmd, args = {}) {
 
 /**
  * Hands `lines` to the service and resolves when it has taken them all. Fails with ServiceNotRunning where nobody
- * listens, or nobody takes them within `limit` milliseconds.
+ * listens, and with ServiceSilent where nobody takes them within `limit` milliseconds.
  */
 export function sendLines(lines, { path = socketPath(), limit = connectLimit } = {}) {
   return new Promise((resolve, reject) => {
     const socket = net.connect({ path });
     const finish = (error) => {
       socket.destroy();
-      if (error) reject(new ServiceNotRunning(error));
+      if (error) reject(error);
       else resolve();
     };
-    socket.setTimeout(limit, () => finish(new Error(`no answer within ${limit} ms`)));
-    socket.on('error', finish);
+    socket.setTimeout(limit, () => finish(new ServiceSilent(new Error(`no answer within ${limit} ms`))));
+    // The queue of those who wait to be let in is full.
+    socket.on('error', (error) => finish(error.code === 'EAGAIN' ? new ServiceSilent(error) : new ServiceNotRunning(error)));
     // The service never writes; what it reads to the end it has taken.
     socket.on('connect', () => socket.end(lines.join('')));
     socket.on('finish', () => socket.resume());
@@ -44,12 +54,17 @@ export function sendCommand(cmd, args, options) {
   return sendLines([commandLine(cmd, args)], options);
 }
 
-/** True if somebody listens at the socket. */
-export async function isServiceRunning(options) {
+/** @returns {Promise<'running' | 'silent' | 'absent'>} */
+export async function serviceState(options) {
   try {
     await sendLines([], options);
-    return true;
-  } catch {
-    return false;
+    return 'running';
+  } catch (error) {
+    return error instanceof ServiceSilent ? 'silent' : 'absent';
   }
+}
+
+/** True if the service takes commands. */
+export async function isServiceRunning(options) {
+  return await serviceState(options) === 'running';
 }

@@ -187,6 +187,22 @@ test('a transcript that is gone is not attached; one in a store is its file', as
   assert.equal((await tts(home, ['on'], listed(home, [inStore]))).exit, 0);
 });
 
+test('a "#" in a path is part of it, but for what lies in a store', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  fs.mkdirSync(path.join(home.home, 'a#b'));
+  const placed = (id, more) => ({ ...row(home, id), ...more });
+  const file = path.join(home.home, 'a#b/c.jsonl');
+  fs.writeFileSync(file, '{}\n');
+  const attach = (found) => tts(home, ['on'], listed(home, [found]));
+  assert.equal((await attach(placed('aaaa', { transcript: file }))).exit, 0);
+  assert.equal((await attach(placed('bbbb', { transcript: `${file}#ses_1`, source: 'opencode' }))).exit, 0);
+  const gone = await attach(placed('cccc', { transcript: `${file}#ses_1` }));
+  assert.match(gone.stderr, /Its transcript is gone: .*a#b\/c\.jsonl#ses_1\n$/);
+  const steering = await attach(placed('dddd', { transcript: '/no/\u001b[2J.jsonl' }));
+  assert.equal(steering.stderr, 'tts: Its transcript is gone: /no/ [2J.jsonl\n');
+});
+
 test('without the service on says so before it looks for anything', async (t) => {
   const around = { neighbours: { findSessions: async () => { throw new Error('looked'); } } };
   assert.equal((await tts(temporaryHome(t), ['on'], around)).exit, 69);

@@ -1,9 +1,10 @@
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
+import fs from 'node:fs';
 import net from 'node:net';
 import test from 'node:test';
 
-import { isServiceRunning, sendCommand, sendLines } from '../lib/serviceSocket.js';
+import { isServiceRunning, sendCommand, sendLines, serviceState } from '../lib/serviceSocket.js';
 import { temporaryHome } from './home.js';
 
 async function listener(t, path, { takes = true } = {}) {
@@ -35,10 +36,27 @@ test('where nobody listens the error says so', async (t) => {
   const path = temporaryHome(t).inShared('s.sock');
   await assert.rejects(sendCommand('pause', {}, { path }), { name: 'ServiceNotRunning' });
   assert.equal(await isServiceRunning({ path }), false);
+  assert.equal(await serviceState({ path }), 'absent');
 });
 
 test('a service that does not take the line is given up', async (t) => {
   const path = temporaryHome(t).inShared('s.sock');
   await listener(t, path, { takes: false });
-  await assert.rejects(sendLines(['x'.repeat(5_000_000)], { path, limit: 100 }), { name: 'ServiceNotRunning' });
+  await assert.rejects(sendLines(['x'.repeat(5_000_000)], { path, limit: 100 }), {
+    name: 'ServiceSilent', message: "The Sonra service doesn't answer.",
+  });
+  assert.equal(await serviceState({ path, limit: 50 }), 'silent');
+  assert.equal(await isServiceRunning({ path, limit: 50 }), false);
+});
+
+test('the file of a service that has died is no service', async (t) => {
+  const home = temporaryHome(t);
+  const path = home.inShared('s.sock');
+  const server = net.createServer().listen(home.inShared('t.sock'));
+  await once(server, 'listening');
+  fs.renameSync(home.inShared('t.sock'), path);
+  server.close();
+  await once(server, 'close');
+  assert.ok(fs.existsSync(path));
+  assert.equal(await serviceState({ path }), 'absent');
 });

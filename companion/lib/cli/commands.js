@@ -63,7 +63,7 @@ export const commands = [
   {
     name: 'status',
     summary: 'what runs, what is attached, and the settings',
-    help: ["Exits with 69 when the service isn't running; the report is printed all the same."],
+    help: ["Exits with 69 when the service doesn't run or answer; the report is printed all the same."],
     options: [{ name: '--all', help: 'list old sessions too' }],
     load: async () => (await import('./status.js')).status,
   },

@@ -34,6 +34,8 @@ export function asFailure(error) {
     case 'ServiceNotRunning':
       return new CommandFailure(error.message,
         { exit: exitCodes.unavailable, kind: 'serviceNotRunning', hint: startHint });
+    case 'ServiceSilent':
+      return new CommandFailure(error.message, { exit: exitCodes.unavailable, kind: 'serviceSilent' });
     case 'StartFailed':
       return new CommandFailure(error.message, { exit: exitCodes.unavailable, kind: 'startFailed' });
     case 'StateLockError':

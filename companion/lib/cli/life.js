@@ -2,7 +2,7 @@
 
 import { socketPath } from '../places.js';
 import { ensureDaemon, startService, waitFor } from '../serviceControl.js';
-import { isServiceRunning, sendCommand } from '../serviceSocket.js';
+import { sendCommand, serviceState } from '../serviceSocket.js';
 import { CommandFailure } from './failure.js';
 
 const quitLimit = 5_000;
@@ -22,10 +22,10 @@ export async function start({ environment, output, neighbours }) {
 /** "tts quit" */
 export async function quit({ environment, output, neighbours }) {
   const path = socketPath(environment);
-  const running = await isServiceRunning({ path });
+  const running = await serviceState({ path }) !== 'absent';
   if (running) {
     await sendCommand('quit', {}, { path });
-    const gone = await waitFor(async () => !await isServiceRunning({ path }), quitLimit);
+    const gone = await waitFor(async () => await serviceState({ path }) === 'absent', quitLimit);
     if (!gone) throw new CommandFailure("The service didn't end within 5 seconds.");
   }
   const { stopped } = await neighbours.stopDaemon(environment);

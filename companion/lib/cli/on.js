@@ -6,9 +6,10 @@ import fs from 'node:fs';
 import { agents } from '../agents.js';
 import { socketPath, statePath } from '../places.js';
 import { waitFor } from '../serviceControl.js';
-import { isServiceRunning, sendCommand, ServiceNotRunning } from '../serviceSocket.js';
+import { sendCommand, sendLines } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { CommandFailure, notFound, usageError } from './failure.js';
+import { plain } from './output.js';
 import { ago, isFresh, isInside, named, sessionJson, sessionLines, sessionsFrom, withId } from './sessions.js';
 
 const attachLimit = 2_000;
@@ -101,6 +102,12 @@ async function refusal(environment, since) {
   return words ? ` It says: ${words}.` : '';
 }
 
+/** A session of OpenCode's lies in a database, and is named behind the last "#". */
+function fileOf({ source, transcript }) {
+  const at = source === 'opencode' ? transcript.lastIndexOf('#') : -1;
+  return at < 0 ? transcript : transcript.slice(0, at);
+}
+
 function attachArguments({ id, cwd, transcript, source, branch, title }) {
   return { id, cwd, transcript, source, branch, title };
 }
@@ -112,10 +119,10 @@ export async function on(context) {
   const wish = wishFrom(options, cwd);
   // Said before anything is looked for: without the service no choice helps.
   const path = socketPath(environment);
-  if (!await isServiceRunning({ path })) throw new ServiceNotRunning();
+  await sendLines([], { path });
   const session = await choose(context, wish, now);
-  const file = session.transcript.split('#')[0];
-  if (file && !fs.existsSync(file)) throw new CommandFailure(`Its transcript is gone: ${file}`);
+  const file = fileOf(session);
+  if (file && !fs.existsSync(file)) throw new CommandFailure(`Its transcript is gone: ${plain(file)}`);
   const again = isAttached(environment, session.id);
   await sendCommand('attach', { ...attachArguments(session), ...(again ? { resume: true } : {}) }, { path });
   if (!await waitFor(() => isAttached(environment, session.id), attachLimit)) {

@@ -1,6 +1,7 @@
 // "tts pair": mints a code, shows it with the address to type, and waits until a device has used it. The daemon's
 // bridge checks the code and writes the device's token; that file is what is watched.
 
+import { existsSync } from 'node:fs';
 import { networkInterfaces } from 'node:os';
 
 import { lanAddresses } from '../bridge/addresses.js';
@@ -9,6 +10,7 @@ import { socketPath, statePath, tokensPath } from '../places.js';
 import { waitFor } from '../serviceControl.js';
 import { isServiceRunning } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
+import { lockPath } from '../stateLock.js';
 import { CommandFailure, exitCodes, usageError } from './failure.js';
 import { plain } from './output.js';
 
@@ -91,8 +93,9 @@ async function outcome({ environment, signal }, known, minted) {
     const fresh = rowsOf(environment).filter(({ token }) => !known.has(token));
     if (fresh.length) return { device: fresh.sort((a, b) => b.createdAt - a.createdAt)[0].label };
     if (Date.now() >= minted.expiresAt) return { why: 'expired' };
-    // A code that was used is gone as well; its token may come a moment later.
-    missing = readCode(environment)?.code === minted.code ? 0 : missing + 1;
+    // A code that was used is gone as well; its token comes a moment later, or when the bridge gets the lock.
+    const mayGoOn = readCode(environment)?.code === minted.code || existsSync(lockPath(tokensPath(environment)));
+    missing = mayGoOn ? 0 : missing + 1;
     if (missing > 4) return { why: 'void' };
     await pause(pollInterval, signal);
   }

@@ -1,4 +1,4 @@
-// Settings live in state.json, and the service follows it within two seconds. They are kept also while it isn't
+// Settings live in state.json, and the service follows it within 1.5 seconds. They are kept also while it isn't
 // running.
 
 import { socketPath, statePath } from '../places.js';
@@ -15,10 +15,11 @@ async function keep({ environment, output }, change, describe) {
     return settingsOf(document);
   });
   output.say(describe(settings));
-  const { isServiceRunning } = await import('../serviceSocket.js');
-  const running = await isServiceRunning({ path: socketPath(environment) });
-  if (!running) output.note("The Sonra service isn't running; this is kept for when it starts.");
-  return { settings, running };
+  const { serviceState } = await import('../serviceSocket.js');
+  const state = await serviceState({ path: socketPath(environment) });
+  if (state === 'absent') output.note("The Sonra service isn't running; this is kept for when it starts.");
+  if (state === 'silent') output.note("The Sonra service doesn't answer; this is kept for when it does.");
+  return { settings, running: state !== 'absent' };
 }
 
 /** One setting of the same name as its command: shown, or set to what `parse` makes of the word. */

@@ -1,7 +1,7 @@
 // "tts status": one look at what runs, what is attached, and the settings.
 
 import { nowPlayingPath, socketPath, statePath } from '../places.js';
-import { isServiceRunning } from '../serviceSocket.js';
+import { serviceState } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
 import { exitCodes } from './failure.js';
@@ -28,16 +28,16 @@ function daemonFacts({ alive, responding = alive, pid, bridgePort }) {
 
 async function gather({ environment, neighbours }) {
   const document = SharedDocument.read(statePath(environment));
-  const [running, daemon] = await Promise.all([
-    isServiceRunning({ path: socketPath(environment) }),
+  const [state, daemon] = await Promise.all([
+    serviceState({ path: socketPath(environment) }),
     // One that can't be asked is told as such; it mustn't cost the report.
     neighbours.daemonStatus(environment).catch(() => ({ alive: true, responding: false })),
   ]);
   return {
-    service: { running },
+    service: { running: state !== 'absent', responding: state === 'running' },
     daemon: daemonFacts(daemon),
     settings: settingsOf(document),
-    playback: playbackOf(environment, running),
+    playback: playbackOf(environment, state !== 'absent'),
     sessions: sessionsFrom(document.list('sessions')),
     discovered: sessionsFrom(document.list('discoveredSessions')),
   };
@@ -91,7 +91,8 @@ export async function status(context) {
     discovered: discovered.map((session) =>
       ({ ...sessionJson(session), mtimeMs: session.mtimeMs, attached: ids.has(session.id) })),
   });
-  if (report.service.running) return exitCodes.ok;
-  context.output.note('The Sonra service is not running. "tts start" starts it.');
+  if (report.service.responding) return exitCodes.ok;
+  context.output.note(report.service.running ? "The Sonra service doesn't answer."
+    : 'The Sonra service is not running. "tts start" starts it.');
   return exitCodes.unavailable;
 }

@@ -5,11 +5,11 @@ import { execFile } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 
-import { isAutostartInstalled } from '../autostart.js';
+import { isAutostartEnabled } from '../autostart.js';
 import { daemonStatus } from '../daemon/daemonControl.js';
 import { socketPath } from '../places.js';
 import { sonraProgram } from '../programs.js';
-import { isServiceRunning } from '../serviceSocket.js';
+import { serviceState } from '../serviceSocket.js';
 
 const askLimit = 3_000;
 const portalFolders = ['/usr/share/xdg-desktop-portal/portals', '/usr/local/share/xdg-desktop-portal/portals'];
@@ -98,9 +98,11 @@ export async function collectPlatform(environment) {
 /** What runs. A daemon that can't be asked is a finding, not a failure. */
 export async function collectRunning(environment) {
   const daemon = await daemonStatus({ environment }).catch((error) => ({ problem: error.message }));
+  const state = await serviceState({ path: socketPath(environment) });
   return {
-    service: await isServiceRunning({ path: socketPath(environment) }),
+    service: state !== 'absent',
+    serviceAnswers: state === 'running',
     daemon,
-    startsAtLogin: isAutostartInstalled({ environment }),
+    startsAtLogin: isAutostartEnabled({ environment }),
   };
 }
