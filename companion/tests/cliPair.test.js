@@ -104,6 +104,19 @@ test('waiting in JSON gives one object at the end', async (t) => {
 
 const removeCode = (home) => fs.rmSync(home.inShared('active-pair-code.json'));
 
+test('a code is not called void while the device is being written down', async (t) => {
+  const home = temporaryHome(t);
+  const lock = home.inShared('bridge-tokens.json.lock');
+  const mint = minting(300_000, () => {
+    fs.writeFileSync(lock, String(process.pid));
+    setTimeout(() => removeCode(home), 30);
+    setTimeout(() => { writeTokens(home, [token('Pixel', 3)]); fs.rmSync(lock); }, 2000);
+  });
+  const { exit, stdout } = await tts(home, ['pair', '--wait'], { neighbours: { ...alive, mintCode: mint } });
+  assert.equal(exit, 0);
+  assert.match(stdout, /Paired: Pixel/);
+});
+
 const endings = [
   ['that expires', { lifetime: 100 }, 1, 'expired', /has expired/],
   ['that the bridge voids', { lifetime: 8000, then: removeCode }, 1, 'void', /void/],
