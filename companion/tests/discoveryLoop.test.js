@@ -278,6 +278,31 @@ test('what is no file is refused at once, should one have taken a file\'s place'
   await assert.rejects(reader.read(path.dirname(pipe), (file) => file.head()), { code: 'EISDIR' });
 });
 
+test('a document that is written in place keeps its row meanwhile, but no longer than a look', async (t) => {
+  const home = temporaryHome(t);
+  const message = (type, content) => ({ type, content });
+  const text = (reply) => JSON.stringify({ sessionId: 'g1', messages: [message('user', 'Ask'), message('gemini', reply)] });
+  const name = '.gemini/tmp/p/chats/session-1.json';
+  put(home, name, text('Told'));
+  const { clock } = begin(t, home);
+  await clock.ring();
+  const look = async (content) => {
+    await change(clock, () => put(home, name, content, { age: 1 }));
+    await clock.ring();
+    return listed(home).map(({ sessionId, title, lastText }) => [sessionId, title, lastText]);
+  };
+  const before = [['g1', 'Ask', 'Told']];
+  assert.deepEqual(await look(''), before);
+  // An empty one is no session: the next look, which comes soon, says so.
+  assert.equal(clock.wait <= busyInterval, true);
+  await clock.ring();
+  assert.deepEqual(listed(home), []);
+  assert.deepEqual(await look(text('Told')), before);
+  // Longer than before, and not all of it.
+  assert.deepEqual(await look(text(`Told ${'more '.repeat(100)}`).slice(0, -40)), before);
+  assert.match((await look(text(`Told ${'more '.repeat(100)}`)))[0][2], /^Told more/);
+});
+
 test('a file that another took the place of is read anew', async (t) => {
   const home = temporaryHome(t);
   const file = put(home, `${place}/a.jsonl`, lines(prompt('old one'), reply('r')));

@@ -5,6 +5,8 @@ import { leadingPieces, trailingPieces } from './jsonPieces.js';
 import { headBytes, secondLookBytes, tailBytes } from './transcriptReader.js';
 
 const lineFeed = 10;
+/** Enough for the end of a document, and space behind it. */
+const endBytes = 256;
 
 function* objectsOf(lines) {
   for (const line of lines) {
@@ -43,6 +45,7 @@ export const document = {
     const { members, elements } = trailingPieces(bytes.toString());
     return [members, ...elements.filter(isObject)];
   },
+  isCut: async (file) => !/[\]}]\s*$/.test((await file.tail(endBytes)).toString('latin1')),
 };
 
 /** One record: the text, whole lines of it. */
@@ -59,6 +62,7 @@ export const plain = {
  * @property {string} [prompt] the first that the user typed
  * @property {string} [lastText]
  * @property {string} [branch]
+ * @property {boolean} [isKept] they are those of the look before; the next one takes what it finds
  * @property {boolean} [isOther] a sub-agent's transcript, or no session at all
  */
 
@@ -101,6 +105,7 @@ async function readTail(file, format, shape, facts) {
 
 /**
  * Looks into a transcript. What its end no longer tells stays as `previous` had it, as long as the file only grew.
+ * One that has become shorter, or has no end, is perhaps being written in place: all stays as it was for one look.
  * Throws what the file system says.
  * @param {import('./transcriptReader.js').TranscriptReader} reader
  * @param {string} path
@@ -111,8 +116,12 @@ async function readTail(file, format, shape, facts) {
  */
 export function readTranscript(reader, path, previous, format, shape = lines) {
   return reader.read(path, async (file) => {
-    const hasGrown = previous !== undefined && previous.ino === file.ino && previous.size <= file.size;
-    const facts = hasGrown ? { ...previous } : {};
+    const isSame = previous !== undefined && previous.ino === file.ino;
+    if (isSame && !previous.isKept && (file.size < previous.size || await shape.isCut?.(file))) {
+      return { ...previous, isKept: true };
+    }
+    const facts = isSame && previous.size <= file.size ? { ...previous } : {};
+    delete facts.isKept;
     facts.ino = file.ino;
     facts.size = file.size;
     if (!facts.isHeadRead) await readHead(file, format, shape, facts);

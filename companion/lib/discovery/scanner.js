@@ -51,6 +51,8 @@ export class Scanner {
   #cache = new Map();
   #environment;
   #folders;
+  /** True if what is known of a transcript is that of the look before. */
+  #isUnsettled = false;
   #last;
   #log;
   #reader = new TranscriptReader();
@@ -70,7 +72,7 @@ export class Scanner {
 
   /** True if something is known to have changed that the last look had to leave. */
   get isLate() {
-    return this.#agents.some((agent) => agent.isLate);
+    return this.#isUnsettled || this.#agents.some((agent) => agent.isLate);
   }
 
   /** When the agents' folders were last looked through, which isn't done as long as nothing tells of a change. */
@@ -108,6 +110,7 @@ export class Scanner {
 
   async #look(now) {
     this.#folders.startOver();
+    this.#isUnsettled = false;
     const context = { folders: this.#folders, reader: this.#reader, now, oldest: now - oldestMs };
     const used = new Set();
     const sessions = await this.#sessions(await this.#candidates(this.#agents, context), context, used);
@@ -157,7 +160,8 @@ export class Scanner {
     await breathe();
     try {
       const facts = await agent.read(entry, known?.facts, context);
-      this.#cache.set(key, { stamp: entry.stamp, facts });
+      this.#isUnsettled ||= facts.isKept === true;
+      this.#cache.set(key, { stamp: facts.isKept ? undefined : entry.stamp, facts });
       return facts;
     } catch (error) {
       if (error.code === undefined) this.#reportOnce(agent.source, error);
