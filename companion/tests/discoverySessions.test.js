@@ -6,6 +6,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
+import { Aider, silenceInterval } from '../lib/discovery/aider.js';
 import { findSessions } from '../lib/discovery/discovery.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
 import { temporaryHome } from './home.js';
@@ -299,10 +300,29 @@ test('aider: histories where other sessions run, where one runs now, and where i
   }
 });
 
+test('aider: a folder that gave no answer is asked again after some minutes', async (t) => {
+  const home = temporaryHome(t);
+  const file = put(home, 'far/.aider.chat.history.md', '#### Ask\n\nTold\n');
+  const aider = new Aider({ environment: { SONRA_AIDER_FOLDERS: path.dirname(file) }, runningFolders: nobodyRuns,
+    answerLimit: 500 });
+  let asked = 0;
+  let answer = new Promise(() => {});
+  const folders = { list: () => { asked += 1; return answer; } };
+  const look = (later) => aider.candidates({ folders, known: [], now: now + later });
+  assert.deepEqual(await look(0), []);
+  answer = [{ isFile: true, path: file }];
+  assert.deepEqual(await look(silenceInterval - 1), []);
+  assert.equal(asked, 1);
+  // The folders are looked for again once in a while.
+  assert.deepEqual(await look(2 * silenceInterval), answer);
+});
+
 test('aider: a running one is found by its command, as a program or as a script', async (t) => {
   const { runs } = await import('../lib/discovery/processes.js');
   for (const [command, is] of [[['aider', '--x'], true], [['/usr/bin/python3', '-u', '/home/u/bin/aider'], true],
-    [['python3.12', '-m', 'aider'], true], [['vim', 'aider'], false], [['python3', 'x.py', 'aider'], false], [[''],
+    [['python3.12', '-m', 'aider'], true], [['python', '-X', 'utf8', '/v/bin/aider'], true],
+    [['python3', '-uW', 'ignore', '-Xdev', '-m', 'aider'], true], [['python3', '-X', 'aider', 'x.py'], false],
+    [['vim', 'aider'], false], [['python3', 'x.py', 'aider'], false], [[''],
       false]]) {
     assert.equal(runs(command.join('\0'), 'aider'), is, command.join(' '));
   }

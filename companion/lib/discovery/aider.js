@@ -17,8 +17,9 @@ const historyName = '.aider.chat.history.md';
 export const searchInterval = 45_000;
 const mostFolders = 100;
 const highestClimb = 16;
-/** A folder of another machine that doesn't answer isn't asked again. */
-const answerLimit = 2000;
+/** A folder of another machine that doesn't answer is left alone for a while. */
+const usualAnswerLimit = 2000;
+export const silenceInterval = 180_000;
 
 const isChatHeader = (line) => line.startsWith('# aider chat started at ');
 const isUser = (line) => line.startsWith('#### ');
@@ -82,15 +83,21 @@ export class Aider {
   #folders = [];
   #searchedFor = '';
   #searchedAt = -Infinity;
-  #silent = new Set();
+  /** When a folder gave no answer. */
+  #silent = new Map();
+  #now = 0;
+  #answerLimit;
 
-  constructor({ environment, runningFolders = foldersOfRunning }) {
+  constructor({ environment, runningFolders = foldersOfRunning, answerLimit = usualAnswerLimit }) {
     this.#environment = environment;
+    this.#answerLimit = answerLimit;
     this.runningFolders = runningFolders;
   }
 
   /** @param {{ known: string[] }} context `known` are the folders of other sessions */
   async candidates({ folders, known, now }) {
+    this.#now = now;
+    this.#forgetSilence();
     await this.#search(known, now);
     const found = [];
     for (const { folder, name } of this.#folders) {
@@ -104,6 +111,13 @@ export class Aider {
     const facts = await readTranscript(reader, entry.path, previous, format, plain);
     const id = createHash('md5').update(entry.path).digest('hex').slice(0, 16);
     return { ...facts, sessionId: `aider-${id}`, cwd: path.dirname(entry.path) };
+  }
+
+  #forgetSilence() {
+    for (const [folder, since] of this.#silent) {
+      const age = this.#now - since;
+      if (age < 0 || age >= silenceInterval) this.#silent.delete(folder);
+    }
   }
 
   async #search(known, now) {
@@ -136,11 +150,11 @@ export class Aider {
 
   async #within(folder, answer, otherwise) {
     let timer;
-    const limit = new Promise((resolve) => { timer = setTimeout(resolve, answerLimit, this); });
+    const limit = new Promise((resolve) => { timer = setTimeout(resolve, this.#answerLimit, this); });
     const first = await Promise.race([answer, limit]);
     clearTimeout(timer);
     if (first !== this) return first;
-    this.#silent.add(folder);
+    this.#silent.set(folder, this.#now);
     this.#folders = this.#folders.filter((place) => place.folder !== folder);
     return otherwise;
   }

@@ -11,12 +11,15 @@ const atOnce = 20;
 /** Enough for an interpreter, its options and a script. */
 const commandLine = Buffer.alloc(4096);
 
+/** Options of Python whose value is the next word, alone or behind others that have none. */
+const takesValue = /^-[bBdEhiIOPqRsSuvx]*[XW]$|^--check-hash-based-pycs$/;
+
 /** True for `name` itself, and for an interpreter that runs a script or module of that name. */
 export function runs(command, name) {
   const [program, ...args] = command.split('\0');
   if (path.basename(program) === name) return true;
   if (!/^python[\d.]*$/.test(path.basename(program))) return false;
-  const script = args.find((arg) => !arg.startsWith('-'));
+  const script = args.find((arg, i) => !arg.startsWith('-') && !takesValue.test(args[i - 1] ?? ''));
   return script !== undefined && path.basename(script) === name;
 }
 
