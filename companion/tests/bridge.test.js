@@ -296,6 +296,16 @@ test('muting is a setting, beside which the others stay', async (t) => {
   assert.equal(home.read('state.json').muted, false);
 });
 
+test('a lock that is held up is told of before the page gives up', { timeout: 20_000 }, async (t) => {
+  const home = await BridgeHome.start(t);
+  await home.listen();
+  const headers = await home.pair();
+  fs.writeFileSync(home.inShared('state.json.lock'), String(process.pid));
+  const begin = performance.now();
+  assert.equal((await home.command(headers, 'mute')).status, 500);
+  assert.ok(performance.now() - begin < 8000);
+});
+
 test('a device whose row is removed is out at once', async (t) => {
   const home = await BridgeHome.start(t);
   const headers = await home.pair('one');
@@ -346,6 +356,45 @@ test('there is a sign of life every fifteen seconds', async (t) => {
     clock.step(15_000);
     await until(() => stream.text.split(': here\n\n').length === i + 2, { what: 'sign of life' });
   }
+});
+
+test('a device that listens is seen, once a minute', async (t) => {
+  const home = await BridgeHome.start(t, { clock: steppedClock() });
+  const { code } = home.mint();
+  const { token } = await (await home.post('/api/pair', { code })).json();
+  const stream = await listenTo(t, home, { Authorization: `Bearer ${token}` });
+  await stream.until(() => true);
+  const began = home.read('bridge-tokens.json').tokens[0].lastSeenAt;
+  for (let beat = 1; beat <= 4; beat += 1) {
+    home.clock.step(15_000);
+    await until(() => stream.text.split(': here\n\n').length > beat, { what: 'sign of life' });
+    if (beat < 4) assert.equal(home.read('bridge-tokens.json').tokens[0].lastSeenAt, began);
+  }
+  await until(() => home.read('bridge-tokens.json').tokens[0].lastSeenAt === began + 60_000);
+});
+
+test('a look that fails is followed by the next', async (t) => {
+  const { environment, inShared } = temporaryHome(t);
+  let isBroken = false;
+  const fragile = {
+    ...environment,
+    get SONRA_BRIDGE_PORT() {
+      if (isBroken) throw new Error('broken');
+      return '0';
+    },
+  };
+  const clock = steppedClock();
+  const lines = [];
+  const log = new Log({ append: (line) => lines.push(JSON.parse(line)) });
+  const bridge = await startBridge({ environment: fragile, log, clock });
+  t.after(() => bridge.close());
+  isBroken = true;
+  clock.step(15_000);
+  assert.equal(lines.at(-1).msg, 'bridge could not look at the shared folder');
+  fs.writeFileSync(inShared('state.json'), '{"bridgeLan":true}');
+  isBroken = false;
+  clock.step(15_000);
+  await until(() => bridge.lan === true, { limit: 5000, what: 'the local network' });
 });
 
 test('a port that is taken is asked for again, and the log says so', async (t) => {

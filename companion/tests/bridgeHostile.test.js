@@ -191,6 +191,28 @@ test('guessing codes leads nowhere', async (t) => {
   assert.equal(fs.existsSync(home.inShared('bridge-tokens.json')), false);
 });
 
+test('five wrong codes shut the right one out', async (t) => {
+  const clock = steppedClock();
+  const home = await BridgeHome.start(t, { clock });
+  const { code } = home.mint({ now: clock.time, random: () => 999_999 });
+  for (let i = 0; i < 5; i += 1) {
+    assert.equal((await home.post('/api/pair', { code: `00000${i}` })).status, 403);
+    clock.time += 1000;
+  }
+  const answer = await home.post('/api/pair', { code });
+  assert.deepEqual([answer.status, (await answer.json()).error], [403, 'wrong-code']);
+  assert.equal(fs.existsSync(home.inShared('bridge-tokens.json')), false);
+});
+
+test('a code whose time is up lets nobody in', async (t) => {
+  const clock = steppedClock();
+  const home = await BridgeHome.start(t, { clock });
+  const { code } = home.mint({ now: clock.time });
+  clock.time += 300_000;
+  assert.equal((await home.post('/api/pair', { code })).status, 403);
+  assert.equal(fs.existsSync(home.inShared('bridge-tokens.json')), false);
+});
+
 test('without a token there is nothing to be had', async (t) => {
   const home = await BridgeHome.start(t);
   const commands = await home.listen();

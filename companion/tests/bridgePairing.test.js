@@ -5,7 +5,7 @@ import test from 'node:test';
 import { mintCode } from '../lib/bridge/pairCode.js';
 import { Pairing } from '../lib/bridge/pairing.js';
 import { cleanLabel, TokenStore } from '../lib/bridge/tokens.js';
-import { silentLog } from '../lib/log.js';
+import { Log, silentLog } from '../lib/log.js';
 import { temporaryHome } from './home.js';
 
 function setUp(t) {
@@ -124,6 +124,57 @@ test('four wrong tries leave the fifth for the right one', async (t) => {
     later(1000);
   }
   assert.equal(await attempt('123456'), 'paired');
+});
+
+test('a daemon that is started anew grants no more tries', async (t) => {
+  const { mint, attempt, later, clock, environment, tokens, inShared } = setUp(t);
+  mint(123456);
+  for (let i = 0; i < 4; i += 1) {
+    assert.equal(await attempt(`00000${i}`), 'refused');
+    later(1000);
+  }
+  assert.equal(fs.statSync(inShared('active-pair-code.json')).mode & 0o777, 0o600);
+  const again = new Pairing({ environment, log: silentLog, clock, tokens });
+  assert.equal((await again.attempt('000005', 'x')).outcome, 'refused');
+  assert.equal(fs.existsSync(inShared('active-pair-code.json')), false);
+});
+
+test('what is no code costs nobody his try, and is told once a minute', async (t) => {
+  const { mint, clock, environment, tokens } = setUp(t);
+  const lines = [];
+  const log = new Log({ append: (line) => lines.push(JSON.parse(line)) });
+  const pairing = new Pairing({ environment, log, clock, tokens });
+  mint(123456);
+  for (let i = 0; i < 20; i += 1) assert.equal((await pairing.attempt('12345', 'x')).outcome, 'malformed');
+  assert.deepEqual(lines.map(({ msg, tries }) => [msg, tries]), [['bridge refused to pair', 1]]);
+  clock.time += 60_000;
+  await pairing.attempt('12345', 'x');
+  assert.equal(lines[1].tries, 20);
+  assert.equal((await pairing.attempt('123456', 'x')).outcome, 'paired');
+  assert.doesNotMatch(JSON.stringify(lines), /12345/);
+});
+
+test('a code that would live longer than any opens nothing', async (t) => {
+  const { mint, attempt, later } = setUp(t);
+  mint(123456);
+  later(-5001);
+  assert.equal(await attempt('123456'), 'refused');
+  later(1000);
+  assert.equal(await attempt('123456'), 'paired');
+});
+
+test('a file of devices that cannot be looked at holds none', async (t) => {
+  const { tokens, inShared } = setUp(t);
+  const { token } = await tokens.add('Phone');
+  const file = inShared('bridge-tokens.json');
+  const content = fs.readFileSync(file);
+  assert.ok(tokens.deviceOf(token));
+  fs.rmSync(file);
+  fs.symlinkSync(file, file);
+  assert.equal(tokens.deviceOf(token), undefined);
+  fs.rmSync(file);
+  fs.writeFileSync(file, content);
+  assert.ok(tokens.deviceOf(token));
 });
 
 test('a new code has five tries of its own', async (t) => {

@@ -21,6 +21,7 @@ const lookInterval = 15_000;
 
 class Bridge {
   #environment;
+  #log;
   #clock;
   #listener;
   #tokens;
@@ -31,10 +32,11 @@ class Bridge {
 
   constructor({ environment, log, clock }) {
     this.#environment = environment;
+    this.#log = log;
     this.#clock = clock;
     const connections = new Connections({ clock });
     this.#feed = new Feed({ environment, clock });
-    this.#streams = new Streams({ feed: this.#feed, clock });
+    this.#streams = new Streams({ feed: this.#feed, clock, seen: (device) => void this.#tokens.touch(device) });
     this.#tokens = new TokenStore({ environment, log, clock, onRemoved: (device) => {
       this.#streams.endOf(device);
       connections.endOf(device);
@@ -71,14 +73,25 @@ class Bridge {
   }
 
   #lookAround() {
-    this.#watch.rearm();
-    this.#changed('');
-    this.#look = this.#clock.setTimeout(() => this.#lookAround(), lookInterval);
+    try {
+      this.#watch.rearm();
+      this.#changed('');
+    } finally {
+      this.#look = this.#clock.setTimeout(() => this.#lookAround(), lookInterval);
+    }
   }
 
   /** @param {string} name of a file in the shared folder; empty: any of them */
   #changed(name) {
-    const isAbout = (file) => name === '' || name === path.basename(file(this.#environment));
+    try {
+      this.#follow((file) => name === '' || name === path.basename(file(this.#environment)));
+    } catch (error) {
+      this.#log.error('bridge could not look at the shared folder', error);
+    }
+  }
+
+  /** @param {(file: (environment: NodeJS.ProcessEnv) => string) => boolean} isAbout */
+  #follow(isAbout) {
     if (isAbout(tokensPath)) this.#tokens.refresh();
     if (isAbout(statePath)) void this.#listener.apply(bridgeSettings(this.#environment));
     if (isAbout(socketPath)) this.#feed.poke({ service: true });

@@ -4,6 +4,7 @@
 import { socketPath, statePath } from '../places.js';
 import { isServiceRunning, sendCommand, ServiceNotRunning } from '../serviceSocket.js';
 import { updateDocument } from '../sharedDocument.js';
+import { lockTimeout } from './tokens.js';
 
 const scrubLimit = 1_000_000;
 const textLimit = 16_384;
@@ -72,7 +73,7 @@ export async function runCommand(request, environment = process.env) {
     if (!await isServiceRunning({ path })) throw new ServiceNotRunning();
     await updateDocument(statePath(environment), (document) => {
       for (const [key, value] of Object.entries(settings[cmd])) document.set(key, value);
-    });
+    }, { timeout: lockTimeout });
   } else if (Object.hasOwn(socketCommands, cmd)) {
     checkArguments(cmd, args, socketCommands[cmd]);
     await sendCommand(cmd, args, { path });

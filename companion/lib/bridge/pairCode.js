@@ -28,8 +28,9 @@ export const isCode = (value) => typeof value === 'string' && /^[0-9]{6}$/.test(
 /** The code in the file; nothing where there is none, or something else. */
 export function readCode(environment = process.env) {
   try {
-    const { code, expiresAt } = JSON.parse(fs.readFileSync(pairCodePath(environment), 'utf8'));
-    return isCode(code) && Number.isSafeInteger(expiresAt) ? { code, expiresAt } : undefined;
+    const { code, expiresAt, wrongTries } = JSON.parse(fs.readFileSync(pairCodePath(environment), 'utf8'));
+    if (!isCode(code) || !Number.isSafeInteger(expiresAt)) return undefined;
+    return { code, expiresAt, wrongTries: Number.isSafeInteger(wrongTries) && wrongTries > 0 ? wrongTries : 0 };
   } catch {
     return undefined;
   }
@@ -37,6 +38,17 @@ export function readCode(environment = process.env) {
 
 /** A name for this very code that doesn't tell it. */
 export const identityOf = ({ code, expiresAt }) => createHash('sha256').update(`${code} ${expiresAt}`).digest('hex');
+
+/**
+ * Notes in the file how often its code was tried wrongly, for a daemon that is started anew; unless another code has
+ * been written since.
+ */
+export function noteWrongTries(identity, wrongTries, environment = process.env) {
+  const file = pairCodePath(environment);
+  const present = readCode(environment);
+  if (!present || identityOf(present) !== identity) return;
+  replaceFile(file, JSON.stringify({ ...present, wrongTries }), { mode: 0o600, temporary: `${file}.tries` });
+}
 
 /** Removes the file, unless another code has been written since. */
 export function removeCode(identity, environment = process.env) {

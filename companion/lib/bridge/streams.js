@@ -11,12 +11,17 @@ const unsentLimit = 256 * 1024;
 export class Streams {
   #feed;
   #clock;
+  #seen;
   #open = new Set();
 
-  /** @param {{ feed: import('./feed.js').Feed, clock: import('../daemon/clock.js').Clock }} options */
-  constructor({ feed, clock }) {
+  /**
+   * @param {{ feed: import('./feed.js').Feed, clock: import('../daemon/clock.js').Clock,
+   *   seen?: (device: string) => void }} options `seen` is told of each device that is there, again and again
+   */
+  constructor({ feed, clock, seen = () => {} }) {
     this.#feed = feed;
     this.#clock = clock;
+    this.#seen = seen;
   }
 
   get size() {
@@ -62,6 +67,7 @@ export class Streams {
       const isBehind = stream.response.writableLength > 0;
       if (isBehind && stream.wasBehind) return stream.response.destroy();
       stream.wasBehind = isBehind;
+      if (!isBehind) this.#seen(stream.device);
       this.#write(stream, ': here\n\n');
       return this.#beat(stream);
     }, beatInterval);

@@ -8,6 +8,8 @@ import { tokensPath } from '../places.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
 
 const seenInterval = 60_000;
+/** In less than the time after which the page gives an answer up. */
+export const lockTimeout = 5000;
 const labelLength = 64;
 const defaultLabel = 'Phone';
 
@@ -15,6 +17,16 @@ const digestOf = (token) => createHash('sha256').update(token).digest('hex');
 
 /** 256 random bits as base64url; a row with anything less is nobody's key. */
 const isToken = (value) => typeof value === 'string' && /^[A-Za-z0-9_-]{43}$/.test(value);
+
+/** What changes with the file; nothing where there is none to be had. */
+function stampOf(file) {
+  try {
+    const { dev, ino, size, mtimeMs, ctimeMs } = fs.statSync(file);
+    return `${dev} ${ino} ${size} ${mtimeMs} ${ctimeMs}`;
+  } catch {
+    return undefined;
+  }
+}
 
 /** A device's name as it may be shown: one line, nothing that turns or hides what stands beside it. */
 export function cleanLabel(label) {
@@ -44,8 +56,7 @@ export class TokenStore {
 
   /** Looks at the file again if it has changed, and tells of the devices that are gone. */
   refresh() {
-    const stat = fs.statSync(this.#path, { throwIfNoEntry: false });
-    const stamp = stat && `${stat.dev} ${stat.ino} ${stat.size} ${stat.mtimeMs} ${stat.ctimeMs}`;
+    const stamp = stampOf(this.#path);
     if (stamp === this.#stamp) return;
     this.#stamp = stamp;
     const before = this.#devices;
@@ -100,6 +111,7 @@ export class TokenStore {
   }
 
   #update(change) {
-    return updateDocument(this.#path, (document) => document.set('tokens', change(document.list('tokens'))));
+    const changeRows = (document) => document.set('tokens', change(document.list('tokens')));
+    return updateDocument(this.#path, changeRows, { timeout: lockTimeout });
   }
 }
