@@ -3,7 +3,6 @@
 #include <stdexcept>
 
 #include "frame/ChildProcess.h"
-#include "frame/CtlInvocation.h"
 #include "frame/Log.h"
 
 namespace sonra {
@@ -27,7 +26,7 @@ std::string joined(const std::vector<std::string>& words) {
 
 }  // namespace
 
-bool runCtl(const std::vector<std::string>& arguments) {
+bool runCtl(const std::vector<std::string>& arguments, const CtlTool& tool) {
     const auto log = Log::shared().child({{"class", "AppCoordinator"}, {"method", "runCtl"}});
     const std::string subcommand = arguments.empty() ? "(empty)" : arguments.front();
     const Json call{{"input", {{"subcommand", subcommand}, {"argCount", arguments.size()}}}};
@@ -35,7 +34,7 @@ bool runCtl(const std::vector<std::string>& arguments) {
         log.info("ctl spawn disabled; dropping", call);
         return false;
     }
-    const auto resolved = CtlInvocation::resolve();
+    const auto resolved = tool();
     if (!resolved) {
         log.warn("ctl.js + node not resolvable; dropping", call);
         return false;

@@ -64,9 +64,8 @@ TEST_F(CtlRunner, ALaunchThatFailsIsLoggedWithItsReason) {
 }
 
 TEST_F(CtlRunner, DropsTheCallWhenTheToolIsNowhere) {
-    const test::ScopedEnv none("TTS_CTL_CMD", "");
     log.expect("ctl.js + node not resolvable; dropping");
-    EXPECT_FALSE(runCtl({}));
+    ASSERT_FALSE(runCtl({}, [] { return std::nullopt; }));
     EXPECT_EQ(log.records("ctl.js + node not resolvable; dropping").back()["input"],
               (Json{{"subcommand", "(empty)"}, {"argCount", 0}}));
 }
