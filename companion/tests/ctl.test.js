@@ -44,6 +44,15 @@ test('a program that asked for facts gets an object also when it fails', async (
   }
 });
 
+test('options may stand before any word', async (t) => {
+  const home = temporaryHome(t);
+  for (const args of [['status'], ['stop-daemon'], ['uninstall'], ['captions', 'on'], ['diag', '--out', `${home.home}/a.zip`]]) {
+    const { code, stdout } = await ctl(home, ['--json', ...args]);
+    assert.deepEqual([args, code], [args, 0]);
+    assert.equal(typeof JSON.parse(stdout), 'object');
+  }
+});
+
 test('captions are turned on and off in the shared document, and nothing else is', async (t) => {
   const home = temporaryHome(t);
   fs.writeFileSync(home.inShared('state.json'), '{"captions":true,"speed":1.0,"theirs":[1]}');
