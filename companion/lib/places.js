@@ -27,6 +27,8 @@ export const daemonPidPath = inShared('daemon.pid');
 export const daemonSocketPath = inShared('daemon.sock');
 export const daemonLockPath = inShared('daemon.lock');
 export const daemonLogPath = inShared('daemon.log');
+/** What the daemon's Node.js says when it can't go on. */
+export const daemonErrorsPath = inShared('daemon.stderr.log');
 
 /** The service's own log; its rotated copies end in .1, .2 and so on. */
 export function serviceLogPath(environment = process.env) {

@@ -7,6 +7,7 @@ import test from 'node:test';
 
 import { askDaemon } from '../lib/daemon/channel.js';
 import { daemonStatus, startDaemon, stopDaemon } from '../lib/daemon/daemonControl.js';
+import { packageVersion } from '../lib/version.js';
 import { ctl, daemonHome, isAlive, logRecords, pidFile } from './daemonProcess.js';
 import { temporaryHome, until } from './home.js';
 
@@ -103,6 +104,36 @@ test('one that is told to end before it is the daemon leaves no lock and says no
   child.kill('SIGTERM');
   assert.deepEqual(await once(child, 'exit'), [0, null]);
   assert.deepEqual(fs.readdirSync(home.shared).filter((name) => /lock|log/.test(name)), []);
+});
+
+test('a daemon of another version is replaced, and one of the same is not', async (t) => {
+  const home = daemonHome(t);
+  const old = `${home.home}/old`;
+  fs.cpSync(new URL('..', import.meta.url).pathname, old, { recursive: true });
+  fs.writeFileSync(`${old}/package.json`, '{"type":"module","version":"0.0.1"}');
+  const { startDaemon: startOld } = await import(`${old}/lib/daemon/daemonControl.js`);
+  const before = await startOld(home);
+  assert.equal((await daemonStatus(home)).version, '0.0.1');
+  const results = await Promise.all([startDaemon(home), startDaemon(home), startDaemon(home)]);
+  assert.equal(results.filter(({ started }) => started).length, 1);
+  assert.equal(new Set(results.map(({ pid }) => pid)).size, 1);
+  await until(() => !isAlive(before.pid));
+  const { pid, version } = await daemonStatus(home);
+  assert.deepEqual([pid, version], [results[0].pid, packageVersion()]);
+  assert.deepEqual(await startDaemon(home), { pid, started: false });
+});
+
+test('what Node.js says goes to a file of its own, which begins anew when it has grown', async (t) => {
+  const home = daemonHome(t);
+  const file = home.inShared('daemon.stderr.log');
+  fs.writeFileSync(file, 'x'.repeat(1024 * 1024 + 1));
+  const { pid } = await startDaemon(home);
+  assert.equal(fs.readlinkSync(`/proc/${pid}/fd/2`), file);
+  assert.equal(fs.statSync(file).size, 0);
+  await stopDaemon(home);
+  fs.writeFileSync(file, 'why it ended');
+  await startDaemon(home);
+  assert.equal(fs.readFileSync(file, 'utf8'), 'why it ended');
 });
 
 test('a killed daemon leaves nothing that keeps the next from starting', async (t) => {

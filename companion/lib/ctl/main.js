@@ -2,8 +2,7 @@
 //
 // Ends with 0 when it did what was asked, with 1 and a sentence when it couldn't, with 2 when it wasn't asked properly.
 
-import fs from 'node:fs';
-
+import { packageVersion } from '../version.js';
 import { UsageError } from './usageError.js';
 
 /**
@@ -38,8 +37,7 @@ function help() {
 }
 
 function version() {
-  const { version: number } = JSON.parse(fs.readFileSync(new URL('../../package.json', import.meta.url), 'utf8'));
-  return `sonra-ctl ${number ?? 'unknown'}\n`;
+  return `sonra-ctl ${packageVersion() ?? 'unknown'}\n`;
 }
 
 /** The command, its words and whether facts are wanted. Throws UsageError. */
@@ -73,9 +71,11 @@ async function runCommand(args, { environment, stdout }) {
  */
 export async function runCtl(args, { environment = process.env, stdout = process.stdout, stderr = process.stderr } = {}) {
   try {
-    if (args[0] === 'diag') {
+    const word = args.findIndex((arg) => !arg.startsWith('-'));
+    if (args[word] === 'diag' && !args.slice(0, word).includes('--')) {
       const { runDiag } = await import('../diag/diag.js');
-      return await runDiag(args.slice(1), { environment, stdout, stderr });
+      // Its options are its own, wherever they stand.
+      return await runDiag(args.filter((_, i) => i !== word), { environment, stdout, stderr });
     }
     const question = args.find((word) => word === '--' || word === '--help' || word === '--version');
     if (question === '--help' || question === '--version') {

@@ -5,8 +5,9 @@ import fs from 'node:fs';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
 
-import { daemonLogPath, daemonPidPath, daemonSocketPath } from '../places.js';
+import { daemonErrorsPath, daemonLogPath, daemonPidPath, daemonSocketPath } from '../places.js';
 import { nodeProgram } from '../programs.js';
+import { packageVersion } from '../version.js';
 import { makeFolderOf, readIfPresent } from '../wholeFile.js';
 import { askDaemon, DaemonSilent } from './channel.js';
 import { daemonEnvironment } from './environment.js';
@@ -14,6 +15,7 @@ import { holdsSocket, memoryOf } from './processFacts.js';
 
 const script = fileURLToPath(new URL('main.js', import.meta.url));
 const interval = 25;
+const mostErrors = 1024 * 1024;
 
 /**
  * The daemon works in small bites and rests for most of its life. Without compilers, helper threads and a large young
@@ -41,6 +43,7 @@ function verifiedPid(environment) {
  * @property {boolean} [responding] false for one that listens and doesn't answer
  * @property {boolean} [stopping]
  * @property {number} [pid]
+ * @property {string} [version]
  * @property {number} [uptimeSeconds]
  * @property {{ rss?: number, pss?: number }} [memory] in bytes
  * @property {number} [bridgePort] where the bridge runs
@@ -71,12 +74,13 @@ async function settledStatus(environment, deadline) {
 
 /**
  * Detached: a session of its own, at the root so that no folder is kept from being unmounted, and with nothing of the
- * terminal's; the log is open for what Node.js itself may have to say.
+ * terminal's. What Node.js itself may have to say has a file of its own, which stays in its place: the log doesn't.
  */
 function spawnDaemon(environment) {
-  const log = daemonLogPath(environment);
-  makeFolderOf(log);
-  const errors = fs.openSync(log, 'a', 0o600);
+  const file = daemonErrorsPath(environment);
+  makeFolderOf(file);
+  const isLong = (fs.statSync(file, { throwIfNoEntry: false })?.size ?? 0) > mostErrors;
+  const errors = fs.openSync(file, isLong ? 'w' : 'a', 0o600);
   try {
     const options = { detached: true, cwd: '/', env: daemonEnvironment(environment), stdio: ['ignore', 'ignore', errors] };
     const child = spawn(nodeProgram(), [...nodeOptions, script], options);
@@ -107,8 +111,25 @@ function ended(child) {
   });
 }
 
+/** True for a daemon that an update of the package, or another installation, has left running. */
+const isOfAnotherVersion = ({ version }) => packageVersion() !== undefined && version !== packageVersion();
+
 /**
- * Starts the daemon and resolves when it answers and `daemon.pid` is written. One that runs already is left alone.
+ * Tells a daemon to end by its process: asked over the socket, one that has meanwhile come in its place would end.
+ * Resolves when it is about to.
+ */
+async function dismiss(old, environment, deadline) {
+  if (holdsSocket(old.pid, daemonSocketPath(environment))) signal(old.pid, 'SIGTERM');
+  while (performance.now() < deadline) {
+    const { alive, stopping, pid } = await daemonStatus({ environment, limit: 500 });
+    if (!alive || stopping || pid !== old.pid) return;
+    await sleep(interval);
+  }
+}
+
+/**
+ * Starts the daemon and resolves when it answers and `daemon.pid` is written. One that runs already is left alone,
+ * unless it is of another version: then it is replaced.
  * Fails with DaemonError, after `limit` milliseconds at the latest.
  * @returns {Promise<{ pid: number, started: boolean }>}
  */
@@ -116,7 +137,10 @@ export async function startDaemon({ environment = process.env, limit = 4500 } = 
   const deadline = performance.now() + limit;
   const before = await settledStatus(environment, deadline);
   if (before.alive && !before.responding) throw new DaemonError('The daemon runs and does not answer; stop-daemon ends it.');
-  if (before.alive && !before.stopping) return { pid: before.pid, started: false };
+  if (before.alive && !before.stopping) {
+    if (!isOfAnotherVersion(before)) return { pid: before.pid, started: false };
+    await dismiss(before, environment, deadline);
+  }
   const child = spawnDaemon(environment);
   let failure;
   ended(child).then((reason) => { failure = reason; });

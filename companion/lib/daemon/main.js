@@ -5,6 +5,7 @@ import process from 'node:process';
 
 import { Log, RotatingFile } from '../log.js';
 import { daemonLogPath } from '../places.js';
+import { packageVersion } from '../version.js';
 import { systemClock } from './clock.js';
 import { Daemon } from './daemon.js';
 import { closeInherited } from './inheritance.js';
@@ -22,6 +23,8 @@ const log = new Log(new RotatingFile(daemonLogPath(environment)));
 const daemon = new Daemon({ environment, log });
 const troubles = new Troubles({ log, clock: systemClock });
 const startedAt = Date.now();
+/** Of what runs: an update may replace the files at any time. */
+const version = packageVersion();
 /** @type {import('./instance.js').Instance | undefined} */
 let instance;
 let ending = false;
@@ -29,7 +32,7 @@ let ending = false;
 function answer(question) {
   if (question === 'stop') setImmediate(end, 'asked');
   const uptimeSeconds = Math.round((Date.now() - startedAt) / 1000);
-  return { ...daemon.report(), stopping: ending || question === 'stop', pid: process.pid, uptimeSeconds };
+  return { ...daemon.report(), stopping: ending || question === 'stop', pid: process.pid, uptimeSeconds, version };
 }
 
 async function end(reason) {
