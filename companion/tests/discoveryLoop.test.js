@@ -455,6 +455,31 @@ async function pausesDuring(work) {
   return pauses;
 }
 
+test('old tasks are not watched, and one that is taken up again is found', async (t) => {
+  const home = temporaryHome(t);
+  const root = path.join(home.home, '.config/Code/User/globalStorage/saoudrizwan.claude-dev/tasks');
+  const task = (name, age) => {
+    const file = put(home, path.join(root, name, 'api_conversation_history.json'),
+      [{ role: 'user', content: 'Ask' }, { role: 'assistant', content: 'Told' }], { age });
+    dated(path.dirname(file), Math.max(age, 60));
+    return file;
+  };
+  const old = 20 * 24 * 3600;
+  for (let i = 0; i < 1200; i += 1) task(`old${i}`, old);
+  task('new', 60);
+  const { clock, discovery, log } = begin(t, home);
+  await clock.ring();
+  const ids = () => listed(home).map(({ sessionId }) => sessionId);
+  assert.deepEqual([ids(), discovery.watched < 20, log.lines], [['new'], true, []]);
+  const before = discovery.watched;
+  // Written in place, which the folder's own time doesn't tell.
+  dated(path.dirname(task('old7', 1)), old);
+  clock.time += 300_000;
+  await clock.ring();
+  assert.deepEqual(ids(), ['old7', 'new']);
+  assert.equal(discovery.watched, before + 1);
+});
+
 test('twenty thousand files in a folder are looked at without holding up the process', async (t) => {
   const home = temporaryHome(t);
   fs.mkdirSync(path.join(home.home, place), { recursive: true });

@@ -46,19 +46,19 @@ export class Cline {
     this.sessions = clineSessionsDirectory(environment);
   }
 
-  async candidates({ folders }) {
+  async candidates({ folders, oldest }) {
     const found = [];
     for (const root of this.tasks) {
       for (const task of await folders.list(root)) {
         if (!task.isFolder) continue;
-        const entries = await folders.list(task.path, { names: [conversation], ino: task.ino });
+        const entries = await Cline.#filesOf(task, [conversation], folders, oldest);
         for (const entry of entries) if (entry.isFile) found.push({ ...entry, id: task.name });
       }
     }
     for (const session of await folders.list(this.sessions)) {
       if (!session.isFolder) continue;
       const names = [`${session.name}.messages.json`, `${session.name}.json`];
-      const entries = await folders.list(session.path, { names, ino: session.ino });
+      const entries = await Cline.#filesOf(session, names, folders, oldest);
       const [transcript, about] = names.map((name) => entries.find((entry) => entry.name === name && entry.isFile));
       if (transcript) found.push(Cline.#withAbout(transcript, about, session.name));
     }
@@ -74,6 +74,15 @@ export class Cline {
       cwd: textOf(about?.cwd) || textOf(about?.workspace_root) || facts.cwd || '',
       ownTitle: textOf(about?.metadata?.title),
     };
+  }
+
+  /** There are folders by the thousand that nobody will ever write in again: of those that are old, none is watched. */
+  static async #filesOf(folder, names, folders, oldest) {
+    const isOld = ({ mtimeMs }) => mtimeMs < oldest;
+    const options = { names, ino: folder.ino };
+    if (!isOld(folder)) return folders.list(folder.path, options);
+    const entries = await folders.list(folder.path, { ...options, isQuiet: true });
+    return entries.every(isOld) ? entries : folders.list(folder.path, options);
   }
 
   static #withAbout(transcript, about, id) {

@@ -67,8 +67,10 @@ class Folder {
   lookedAt = -Infinity;
   watcher = undefined;
 
-  constructor(ino) {
+  constructor(ino, isQuiet) {
     this.ino = ino;
+    /** Nothing is expected of it, so that it isn't watched. */
+    this.isQuiet = isQuiet;
   }
 
   touch(name) {
@@ -113,14 +115,15 @@ export class Folders {
   /**
    * What lies in the folder.
    * @param {string} directory
-   * @param {{ accepts?: (name: string) => boolean, names?: string[], ino?: number }} [options] `names` are all that
-   * is asked for, so that the folder isn't listed; `ino` is the folder's own where its entry is known
+   * @param {{ accepts?: (name: string) => boolean, names?: string[], ino?: number, isQuiet?: boolean }} [options]
+   * `names` are all that is asked for, so that the folder isn't listed; `ino` is the folder's own where its entry is
+   * known; where nothing is expected of it, it isn't watched and only looked through every five minutes
    * @returns {Promise<Entry[]>}
    */
-  async list(directory, { accepts = everything, names, ino } = {}) {
+  async list(directory, { accepts = everything, names, ino, isQuiet = false } = {}) {
     this.#asked.add(directory);
     if (ino === undefined) this.#roots.add(directory);
-    const folder = await this.#folderFor(directory, ino, names ? (name) => names.includes(name) : accepts);
+    const folder = await this.#folderFor(directory, ino, names ? (name) => names.includes(name) : accepts, isQuiet);
     if (!folder) return [];
     await this.#bringUpToDate(directory, folder, accepts, names);
     return [...folder.entries.values()];
@@ -157,17 +160,17 @@ export class Folders {
     this.#isWatching = false;
   }
 
-  async #folderFor(directory, ino, accepts) {
+  async #folderFor(directory, ino, accepts, isQuiet) {
     ino ??= await inodeOf(directory);
     const known = this.#folders.get(directory);
-    if (known && known.ino === ino) return known;
+    if (known && known.ino === ino && (isQuiet || !known.isQuiet)) return known;
     known?.close();
     this.#folders.delete(directory);
     if (ino === undefined) return undefined;
-    const folder = new Folder(ino);
+    const folder = new Folder(ino, isQuiet);
     this.#folders.set(directory, folder);
     // First watched and then looked at, so that nothing falls in between.
-    this.#watch(directory, folder, accepts);
+    if (!isQuiet) this.#watch(directory, folder, accepts);
     return folder;
   }
 
@@ -181,7 +184,7 @@ export class Folders {
         folder.touch();
         this.#hasNews = true;
       });
-      if (this.#folders.size >= mostWatched) this.#stopWatchingMore('limit');
+      if (this.watched >= mostWatched) this.#stopWatchingMore('limit');
     } catch (error) {
       // A folder that may not be read can't be watched either, which is nothing to tell anybody.
       if (error.code === 'ENOSPC' || error.code === 'EMFILE') this.#stopWatchingMore(error.code);
@@ -212,7 +215,7 @@ export class Folders {
 
   #isDue(folder) {
     const age = this.#now() - folder.lookedAt;
-    return age >= (folder.watcher ? fullLookInterval : pollInterval) || age < 0;
+    return age >= (folder.watcher || folder.isQuiet ? fullLookInterval : pollInterval) || age < 0;
   }
 
   async #bringUpToDate(directory, folder, accepts, names) {
