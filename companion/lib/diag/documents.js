@@ -8,7 +8,7 @@ import { SharedDocument } from '../sharedDocument.js';
 
 /** Settings, names of sessions, and places. */
 const keptStrings = new Set(['voice', 'player', 'id', 'sessionId', 'messageId', 'source', 'cwd', 'transcript', 'state',
-  'kind', 'lastSpeakError']);
+  'kind']);
 
 /** @param {import('./scrubber.js').Scrubber} scrubber */
 function withoutTexts(key, value, scrubber) {
@@ -18,6 +18,8 @@ function withoutTexts(key, value, scrubber) {
       .map(([name, inner]) => [scrubber.text(name), withoutTexts(name, inner, scrubber)]));
   }
   if (typeof value !== 'string') return value;
+  // A sentence of the service's, which may quote what it couldn't speak.
+  if (key === 'lastSpeakError') return scrubber.sentence(value);
   return keptStrings.has(key) ? scrubber.text(value) : `[${value.length} characters]`;
 }
 

@@ -13,6 +13,10 @@ const spoken = '[text]';
 
 const secretVariable = /KEY|TOKEN|SECRET|PASSW|CREDENTIAL|AUTH/i;
 
+/** Keys under which a secret stands, whatever it looks like; a plain number or switch is none. */
+const secretKey = /api[_-]?key|passw|passphrase|secret|authorization|cookie|credential|private[_-]?key|bearer|(?:^|[_-])auth$/i;
+const tokenKey = /(?:^|[a-z_-])tokens?$/i;
+
 /** Keys under which words of a person or of an agent stand, whatever they look like. */
 const textKeys = new Set(['head40', 'lastText', 'match', 'notes', 'prompt', 'query', 'sample', 'say', 'snippet',
   'spoken', 'text', 'title', 'transcription', 'utterance', 'value', 'branch', 'label']);
@@ -29,7 +33,13 @@ const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
  * looks for is bounded, so that a long line without it costs no more than its length.
  */
 const patterns = [
-  [/[^\s@"'<>()[\]{},;:=/\\]{1,64}@([A-Za-z0-9-]+(?:\.[A-Za-z0-9-]+)+)/g, '***@$1'],
+  [/"[^"\s@]{1,200}(?: [^"\s@]{1,200}){0,4}"@([\p{L}\p{N}.-]{1,255})/gu, '***@$1'],
+  [
+    /(?<![^\s@"'<>()[\]{},;:=/\\])[^\s@"'<>()[\]{},;:=/\\]+@([\p{L}\p{N}](?:[\p{L}\p{M}\p{N}.-]{0,253}[\p{L}\p{M}\p{N}])?)/gu,
+    '***@$1',
+  ],
+  [/\b(?:AKIA|ASIA|AROA|AIDA|ABIA|ACCA)[A-Z0-9]{16}\b/g, removed],
+  [/\beyJ[A-Za-z0-9_-]{4,}(?:\.[A-Za-z0-9_-]*){1,4}/g, removed],
   [/\b(Bearer|Basic|Token)\s{1,4}[A-Za-z0-9._~+/=-]{6,}/gi, `$1 ${removed}`],
   [/:\/\/[^\s/@:]{1,128}:[^\s/@]{1,256}@/g, `://${removed}@`],
   [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]{0,16}=)[^\s&"']+/gi, `$1${removed}`],
@@ -79,11 +89,34 @@ function textsOf(environment) {
   return [...texts, ...lexicon, snippet].filter((text) => typeof text === 'string' && text.trim().length >= 8);
 }
 
+/** What is shorter can hold none: not even an address of mail. */
+const shortestSecret = 3;
+const mostKeys = 10_000;
+
 const byLength = (a, b) => b.length - a.length;
+
+const literal = (value) => value.replace(/[\\^$.*+?()[\]{}|/]/g, '\\$&');
+
+/** One expression for all of them: a log holds a million words, and each is looked at once. */
+function anyOf(values) {
+  return values.length ? new RegExp(values.map(literal).join('|'), 'g') : undefined;
+}
+
+/** The home as a path, and as Claude Code names the folder of a project in it; not as the beginning of another name. */
+function homePatterns(home) {
+  if (home.length < 2) return [];
+  const encoded = home.replace(/[^A-Za-z0-9]/g, '-');
+  return [
+    [new RegExp(`${literal(home)}(?![\\p{L}\\p{N}_])`, 'gu'), '~'],
+    [new RegExp(`(?<![A-Za-z0-9-])${encoded}(?![A-Za-z0-9])`, 'g'), '~'],
+  ];
+}
 
 export class Scrubber {
   #known;
-  #home;
+  #instead;
+  #homes;
+  #keys = new Map();
   #host;
 
   /** Reads what is secret here once; a bundle is made in a moment. */
@@ -91,20 +124,29 @@ export class Scrubber {
     const secrets = secretsOf(environment).map((value) => [value, removed]);
     const texts = textsOf(environment).map((value) => [value, spoken]);
     // The longest first, so that no part of one is left when a shorter one lies in it.
-    this.#known = [...secrets, ...texts].sort(([a], [b]) => byLength(a, b));
-    this.#home = homeDirectory(environment);
+    this.#instead = new Map([...texts, ...secrets]);
+    this.#known = anyOf([...this.#instead.keys()].sort(byLength));
+    this.#homes = homePatterns(homeDirectory(environment));
     this.#host = os.hostname();
   }
 
   /** A text without what is secret, known or by its look. */
   text(text) {
-    let clean = text;
-    for (const [value, instead] of this.#known) {
-      if (value.length <= clean.length) clean = clean.replaceAll(value, instead);
-    }
+    if (text.length < shortestSecret) return text;
+    let clean = this.#known ? text.replace(this.#known, (value) => this.#instead.get(value)) : text;
     for (const [pattern, instead] of patterns) clean = clean.replace(pattern, instead);
     clean = clean.replace(/[A-Za-z0-9_-]{32,}/g, (run) => (looksSecret(run) ? removed : run));
-    return this.#home.length > 1 ? clean.replaceAll(this.#home, '~') : clean;
+    return this.#homes.reduce((rest, [pattern, instead]) => rest.replace(pattern, instead), clean);
+  }
+
+  /** Few names of keys stand in very many lines. */
+  #key(key) {
+    let clean = this.#keys.get(key);
+    if (clean === undefined) {
+      clean = this.text(key);
+      if (this.#keys.size < mostKeys) this.#keys.set(key, clean);
+    }
+    return clean;
   }
 
   /** A message of a program's, which may quote what it was about. */
@@ -126,11 +168,12 @@ export class Scrubber {
   }
 
   #fields(fields) {
-    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.text(key), this.value(key, value)]));
+    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.#key(key), this.value(key, value)]));
   }
 
   /** Numbers, booleans and null tell nothing; strings stay where they are names, paths or the program's own words. */
   value(key, value) {
+    if (isSecretKey(key, value)) return removed;
     if (Array.isArray(value)) return value.map((element) => this.value(key, element));
     if (value !== null && typeof value === 'object') return this.#fields(value);
     if (typeof value !== 'string') return value;
@@ -139,6 +182,11 @@ export class Scrubber {
     if (sentenceKeys.has(key) || isName(value)) return this.sentence(value);
     return spoken;
   }
+}
+
+function isSecretKey(key, value) {
+  if (value === null || typeof value === 'boolean') return false;
+  return secretKey.test(key) || (typeof value !== 'number' && tokenKey.test(key));
 }
 
 /** A word, a path or a number in ASCII: no prose. */
