@@ -28,12 +28,15 @@ export function execWord(word) {
 }
 
 /**
- * The words that start the service. Where it wouldn't find a Node.js without a shell's PATH it is told which one runs
- * this; the path mustn't hold a blank then, for that is what ends it in the variable.
+ * The words that start the service. Where it wouldn't find a Node.js without a shell's PATH, the folder of the one that
+ * runs this becomes the last of its PATH, which is where the service looks last: should that Node.js go, the service
+ * starts all the same and takes what it finds then.
  */
 function startCommand(program, environment, findNode) {
   const node = nodeProgram();
-  if (!findNode(environment) && !node.includes(' ')) return ['/usr/bin/env', `TTS_CTL_CMD=${node} ${ctlScript}`, program];
+  if (!findNode(environment) && path.basename(node) === 'node' && !node.includes(':')) {
+    return ['/bin/sh', '-c', 'PATH="$PATH:$1" exec "$0"', program, path.dirname(node)];
+  }
   // GLib looks for the first word before it has undone the doubling of its percent signs.
   return program.includes('%') ? ['/usr/bin/env', program] : [program];
 }
@@ -89,10 +92,15 @@ export function uninstallAutostart({ environment = process.env } = {}) {
   return present;
 }
 
-/** An entry is there, whether it is heeded or not, or the launch agent that other tools look for. */
-export function isAutostartInstalled({ environment = process.env } = {}) {
+/** The launch agent that other tools look for, where there is one. */
+export function launchAgent({ environment = process.env } = {}) {
   const agent = path.join(homeDirectory(environment), 'Library/LaunchAgents/dev.trelnivorn.sonra.plist');
-  return fs.existsSync(autostartPath(environment)) || fs.existsSync(agent);
+  return fs.existsSync(agent) ? agent : undefined;
+}
+
+/** An entry is there, whether it is heeded or not, or the launch agent. */
+export function isAutostartInstalled({ environment = process.env } = {}) {
+  return fs.existsSync(autostartPath(environment)) || launchAgent({ environment }) !== undefined;
 }
 
 /** As the service's menu sees it: desktops leave an entry that they switch off where it is, with one of these keys. */

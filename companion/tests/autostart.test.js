@@ -18,7 +18,7 @@ function writeProgram(file, text = '#!/bin/sh\n') {
 function stage(t, name = 'opt/50% "off" $HOME `x` \\ dir/bin/sonra') {
   const home = temporaryHome(t);
   const program = writeProgram(path.join(home.home, name),
-    `#!/bin/sh\nprintf '%s|%s|%s' "$0" "$#" "$TTS_CTL_CMD" >"$OUT"\n`);
+    `#!/bin/sh\nprintf '%s|%s|%s' "$0" "$#" "$PATH" >"$OUT"\n`);
   home.environment.SONRA_PROGRAM = program;
   const entry = path.join(home.home, '.config/autostart/dev.trelnivorn.sonra.desktop');
   return { ...home, program, entry };
@@ -46,7 +46,7 @@ test('the entry starts the service, wherever it lies', async (t) => {
   assert.equal(autostart.isAutostartInstalled({ environment }), true);
   assert.equal(autostart.isAutostartEnabled({ environment }), true);
   assert.equal(complaints(entry), '0');
-  assert.equal(await startEntry(home), `${program}|0|`);
+  assert.equal(await startEntry(home), `${program}|0|/usr/bin:/bin`);
 });
 
 test('where Node.js would not be found at login the service is told of it', async (t) => {
@@ -54,7 +54,22 @@ test('where Node.js would not be found at login the service is told of it', asyn
   const { environment, program, entry } = home;
   autostart.installAutostart({ environment, findNode: noNode });
   assert.equal(complaints(entry), '0');
-  assert.equal(await startEntry(home), `${program}|0|${process.execPath} ${ctlScript}`);
+  assert.equal(await startEntry(home), `${program}|0|/usr/bin:/bin:${path.dirname(process.execPath)}`);
+});
+
+test('a Node.js in a folder with a blank is found, and one that has gone keeps nothing from starting', async (t) => {
+  const home = stage(t);
+  const node = path.join(home.home, 'my tools/node');
+  fs.mkdirSync(path.dirname(node));
+  fs.symlinkSync('/bin/true', node);
+  const { execPath } = process;
+  t.after(() => { process.execPath = execPath; });
+  process.execPath = node;
+  autostart.installAutostart({ environment: home.environment, findNode: noNode });
+  process.execPath = execPath;
+  assert.equal(complaints(home.entry), '0');
+  fs.rmSync(path.dirname(node), { recursive: true });
+  assert.equal(await startEntry(home), `${home.program}|0|/usr/bin:/bin:${path.dirname(node)}`);
 });
 
 test('a plain path stands as it is', () => {
@@ -104,6 +119,31 @@ test('an entry that the desktop switched off is there and not heeded, until it i
   autostart.installAutostart({ environment });
   assert.equal(autostart.isAutostartEnabled({ environment }), true);
 });
+
+// The same cases as those of the service's own check.
+const entries = [
+  [undefined, false, false],
+  [undefined, true, true],
+  ['[Desktop Entry]\nExec=sonra\nX-GNOME-Autostart-enabled=true\n', false, true],
+  ['[Desktop Entry]\nExec=sonra\nHidden=true', false, false],
+  ['[Desktop Entry]\nExec=sonra\nHidden=true', true, false],
+  ['[Desktop Entry]\nExec=sonra\nX-GNOME-Autostart-enabled=false', false, false],
+  ['[Desktop Entry]\nExec=sonra\n Hidden = true ', false, false],
+  ['[Desktop Entry]\n# Hidden=true\nHidden=false\n', false, true],
+  ['', true, true],
+];
+
+for (const [text, hasAgent, expected] of entries) {
+  const name = `the entry ${JSON.stringify(text)} ${hasAgent ? 'with' : 'without'} a launch agent is ${expected ? 'on' : 'off'}`;
+  test(name, (t) => {
+    const { home, environment, entry } = stage(t);
+    fs.mkdirSync(path.dirname(entry), { recursive: true });
+    fs.mkdirSync(path.join(home, 'Library/LaunchAgents'), { recursive: true });
+    if (text !== undefined) fs.writeFileSync(entry, text);
+    if (hasAgent) fs.writeFileSync(path.join(home, 'Library/LaunchAgents/dev.trelnivorn.sonra.plist'), '');
+    assert.equal(autostart.isAutostartEnabled({ environment }), expected);
+  });
+}
 
 test('the launch agent that other tools look for counts as in the menu', (t) => {
   const { home, environment } = stage(t);

@@ -77,6 +77,18 @@ test('install and uninstall say what they did', async (t) => {
     { code: 1, stdout: '', stderr: 'ctl.js: /none is no program that can be started.\n' });
 });
 
+test('uninstall names the launch agent that remains', async (t) => {
+  const home = temporaryHome(t);
+  const agent = `${home.home}/Library/LaunchAgents/dev.trelnivorn.sonra.plist`;
+  fs.mkdirSync(`${home.home}/Library/LaunchAgents`, { recursive: true });
+  fs.writeFileSync(agent, '');
+  assert.equal((await ctl(home, ['uninstall'])).stdout,
+    `There is no entry, but ${agent} remains, which counts as start at login; remove it to turn that off.\n`);
+  assert.deepEqual(JSON.parse((await ctl(home, ['uninstall', '--json'])).stdout),
+    { installed: true, removed: false, launchAgent: agent });
+  assert.match((await ctl(home, ['status'])).stdout, /^start at login: on$/m);
+});
+
 test('status of a home where nothing runs', async (t) => {
   const { code, stdout } = await ctl(temporaryHome(t), ['status', '--json']);
   assert.equal(code, 0);

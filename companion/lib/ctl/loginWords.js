@@ -1,6 +1,6 @@
 // Starting at login, or no longer.
 
-import { installAutostart, uninstallAutostart } from '../autostart.js';
+import { installAutostart, launchAgent, uninstallAutostart } from '../autostart.js';
 
 export async function install({ environment }) {
   const { path, program } = installAutostart({ environment });
@@ -10,5 +10,12 @@ export async function install({ environment }) {
 export async function uninstall({ environment }) {
   const removed = uninstallAutostart({ environment });
   const text = removed ? 'Sonra no longer starts at login.' : 'Sonra didn\'t start at login.';
-  return { text, facts: { installed: false, removed } };
+  // It isn't ours to remove, and without an entry it is what the menu goes by.
+  const agent = launchAgent({ environment });
+  if (!agent) return { text, facts: { installed: false, removed } };
+  const what = removed ? 'The entry was removed' : 'There is no entry';
+  return {
+    text: `${what}, but ${agent} remains, which counts as start at login; remove it to turn that off.`,
+    facts: { installed: true, removed, launchAgent: agent },
+  };
 }
