@@ -74,9 +74,13 @@ test('uncaught errors are borne until there are too many in a minute', () => {
 });
 
 test('the daemon is given places and settings, and no key', () => {
-  const all = { HOME: '/h', CODEX_HOME: '/c', XDG_DATA_HOME: '/d', TTS_LOG_LEVEL: 'debug', GOOGLE_API_KEY: 'k',
-    NODE_OPTIONS: '--inspect', SSH_AUTH_SOCK: '/s', SONRA_ENV: 'dev', LC_ALL: 'C' };
-  assert.deepEqual(Object.keys(daemonEnvironment(all)), ['HOME', 'CODEX_HOME', 'XDG_DATA_HOME', 'TTS_LOG_LEVEL', 'SONRA_ENV', 'LC_ALL']);
+  const kept = ['HOME', 'PATH', 'USER', 'LOGNAME', 'LANG', 'LANGUAGE', 'TZ', 'TMPDIR', 'CLAUDE_CONFIG_DIR', 'CODEX_HOME',
+    'GEMINI_CLI_HOME', 'CLINE_DATA_DIR', 'PI_CODING_AGENT_DIR', 'AIDER_CHAT_HISTORY_FILE', 'XDG_DATA_HOME', 'LC_ALL',
+    'TTS_LOG_LEVEL', 'SONRA_ENV'];
+  const left = ['GOOGLE_API_KEY', 'GEMINI_API_KEY', 'ANTHROPIC_API_KEY', 'OPENAI_API_KEY', 'NODE_OPTIONS', 'NODE_PATH',
+    'LD_PRELOAD', 'SSH_AUTH_SOCK', 'DISPLAY', 'MY_TTS_KEY', 'HOMEBREW', 'home'];
+  const all = Object.fromEntries([...left, ...kept].map((name) => [name, `of ${name}`]));
+  assert.deepEqual(daemonEnvironment(all), Object.fromEntries(kept.map((name) => [name, `of ${name}`])));
 });
 
 test('a folder watch tells of the files that it was given, and of no others', async (t) => {

@@ -2,6 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
@@ -11,7 +12,6 @@ import { lookInterval } from '../lib/discovery/openCodeStore.js';
 import { Scanner } from '../lib/discovery/scanner.js';
 import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
-import { updateDocument } from '../lib/sharedDocument.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
 import { temporaryHome, until } from './home.js';
 
@@ -516,19 +516,23 @@ test('the service\'s writes and the daemon\'s all survive', async (t) => {
   const { clock } = begin(t, home);
   const document = home.inShared('state.json');
   fs.writeFileSync(document, '{"sessions":[{"id":"s","offset":0}],"count":0}');
-  const other = (async () => {
+  const program = `
+    import { updateDocument } from ${JSON.stringify(new URL('../lib/sharedDocument.js', import.meta.url).href)};
     for (let i = 1; i <= 60; i += 1) {
-      await updateDocument(document, (values) => {
+      await updateDocument(process.argv[1], (values) => {
         values.set('count', values.get('count') + 1);
         values.set('sessions', [{ id: 's', offset: i }]);
       });
-    }
-  })();
+    }`;
+  const other = spawn(process.execPath, ['--input-type=module', '-e', program, document],
+    { stdio: ['ignore', 'inherit', 'inherit'] });
+  const exit = once(other, 'exit');
+  t.after(() => other.kill('SIGKILL'));
   for (let i = 1; i <= 60; i += 1) {
     fs.appendFileSync(file, lines(reply(`r${i}`)));
     await clock.ring();
   }
-  await other;
+  assert.deepEqual(await exit, [0, null]);
   await until(async () => {
     await clock.ring();
     return listed(home)[0].lastText === 'r60';

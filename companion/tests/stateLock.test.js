@@ -52,6 +52,9 @@ test('what is no process id counts as held until it is old', (t) => {
     fs.writeFileSync(`${document}.lock`, text);
     assert.equal(lock.tryAcquire(document), false);
     assert.equal(fs.existsSync(`${document}.lock`), true, `reclaimed: ${text}`);
+    age(`${document}.lock`, 31);
+    assert.equal(lock.tryAcquire(document), false);
+    assert.equal(fs.existsSync(`${document}.lock`), false, `held: ${text}`);
   }
 });
 
@@ -61,6 +64,34 @@ test('waiting ends with the timeout error, and no earlier than the timeout', asy
   const begin = performance.now();
   await assert.rejects(lock.acquire(document, 80), { name: 'StateLockError', lockPath: `${document}.lock` });
   assert.ok(performance.now() - begin >= 80);
+});
+
+test('without any patience the lock is still tried for once', async (t) => {
+  const document = temporaryHome(t).inShared('x.json');
+  await lock.acquire(document, 0);
+  assert.equal(fs.existsSync(`${document}.lock`), true);
+  await assert.rejects(lock.acquire(document, 0), { name: 'StateLockError' });
+  lock.release(document);
+});
+
+test('a holder that belongs to another user is alive', (t) => {
+  t.mock.method(process, 'kill', () => { throw Object.assign(new Error('not permitted'), { code: 'EPERM' }); });
+  assert.equal(lock.isStale('4711', 0), false);
+  assert.equal(lock.isStale('4711', 30_001), true);
+});
+
+test('a lock that another has taken since it was judged is not removed', (t) => {
+  const document = temporaryHome(t).inShared('x.json');
+  const file = `${document}.lock`;
+  fs.writeFileSync(file, '4711');
+  // The holder is asked after between the judgement and the removal.
+  t.mock.method(process, 'kill', () => {
+    fs.rmSync(file);
+    fs.writeFileSync(file, String(process.ppid));
+    throw Object.assign(new Error('no such process'), { code: 'ESRCH' });
+  });
+  assert.equal(lock.tryAcquire(document), false);
+  assert.equal(fs.readFileSync(file, 'utf8'), String(process.ppid));
 });
 
 test('a body that fails releases the lock, and the failure reaches the caller', async (t) => {
