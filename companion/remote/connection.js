@@ -8,6 +8,8 @@ const silenceLimit = 40_000;
 const answerLimit = 8000;
 const firstWait = 500;
 const lastWait = 15_000;
+/** A line that was silent for longer may be dead without knowing it. */
+const trustTime = 3000;
 
 /** What the computer answered, where it wasn't what was asked for. */
 export class Refused extends Error {
@@ -39,6 +41,7 @@ export class Connection {
   #generation = 0;
   #abort;
   #silence;
+  #heardAt = 0;
   #wait = firstWait;
   #retry;
 
@@ -90,7 +93,9 @@ export class Connection {
   /** The screen is on again, or the network is back: no more waiting. */
   hurry() {
     this.#wait = firstWait;
-    if (this.isPaired && !this.#abort) this.open();
+    // By the clock on the wall: the other one may stand still while the device sleeps.
+    const isSilent = Math.abs(Date.now() - this.#heardAt) > trustTime;
+    if (this.isPaired && (!this.#abort || isSilent)) this.open();
   }
 
   #authorization() {
@@ -140,6 +145,7 @@ export class Connection {
   }
 
   #expectLife() {
+    this.#heardAt = Date.now();
     clearTimeout(this.#silence);
     this.#silence = setTimeout(() => this.#abort?.abort(), silenceLimit);
   }

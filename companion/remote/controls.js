@@ -1,5 +1,6 @@
 // The controls: they show the picture that came last and send commands. A slider that a finger holds isn't moved under
-// it, and for a moment after, until the computer has followed.
+// it, and for a moment after, until the computer has followed. What can't be used just now keeps the focus, which a
+// short interruption must not throw away: it only says so, and ignores what is done to it.
 
 import { backLabel, historyOf, newLabel, statusOf } from './words.js';
 
@@ -8,24 +9,32 @@ const volumeInterval = 200;
 /** A key that is held down moves the slider many times; where it comes to rest is what is meant. */
 const scrubRest = 150;
 
+const isOff = (element) => element.ariaDisabled === 'true';
+
 /** A range that is shown, held and sent. */
 class Slider {
   #input;
   #heldUntil = -Infinity;
   #isDown = false;
+  #shown = '0';
 
   /** @param {(value: number) => void} onMove @param {(value: number) => void} onDone */
   constructor(input, onMove, onDone) {
     this.#input = input;
     const hold = () => { this.#heldUntil = performance.now() + holdTime; };
-    input.addEventListener('pointerdown', () => { this.#isDown = true; });
+    input.addEventListener('pointerdown', () => { this.#isDown = !isOff(input); });
     for (const kind of ['pointerup', 'pointercancel']) input.addEventListener(kind, () => { this.#isDown = false; });
     input.addEventListener('input', () => {
+      if (isOff(input)) {
+        input.value = this.#shown;
+        return;
+      }
       hold();
       onMove(Number(input.value));
     });
     input.addEventListener('change', () => {
       this.#isDown = false;
+      if (isOff(input)) return;
       hold();
       onDone(Number(input.value));
     });
@@ -42,7 +51,8 @@ class Slider {
   show(value, max) {
     if (this.isHeld) return;
     if (max !== undefined) this.#input.max = String(max);
-    this.#input.value = String(value);
+    this.#shown = String(value);
+    this.#input.value = this.#shown;
   }
 }
 
@@ -78,7 +88,7 @@ export class Controls {
     this.#picture = picture;
     const canAct = Boolean(isConnected && picture?.service);
     for (const id of ['stop', 'previous', 'toggle', 'next', 'restart', 'history', 'live', 'volume', 'mute', 'send']) {
-      this.#at(id).disabled = !canAct;
+      this.#at(id).ariaDisabled = String(!canAct);
     }
     if (!picture) return;
     this.#showToggle();
@@ -93,7 +103,9 @@ export class Controls {
   }
 
   #onClick(id, act) {
-    this.#at(id).addEventListener('click', act);
+    this.#at(id).addEventListener('click', () => {
+      if (!isOff(this.#at(id))) act();
+    });
   }
 
   #isPaused() {
@@ -111,7 +123,7 @@ export class Controls {
     this.#history.show(furthest - back, furthest);
     this.#labelHistory();
     const isLive = back === 0;
-    this.#at('history').disabled = !canAct || furthest === 0;
+    this.#at('history').ariaDisabled = String(!canAct || furthest === 0);
     this.#at('live').classList.toggle('here', isLive);
     this.#at('live').ariaLabel = isLive ? 'Live' : 'Back to live';
     const fresh = newLabel(this.#picture.nowPlaying.newLiveCount);
@@ -181,6 +193,9 @@ export class Controls {
       if (event.key !== 'Enter' || event.shiftKey || event.isComposing) return;
       event.preventDefault();
       this.#at('talk').requestSubmit();
+    });
+    this.#at('send').addEventListener('click', (event) => {
+      if (isOff(this.#at('send'))) event.preventDefault();
     });
     this.#at('talk').addEventListener('submit', async (event) => {
       event.preventDefault();

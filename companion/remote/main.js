@@ -36,7 +36,7 @@ class Page {
     this.#isLight.addEventListener('change', () => this.#colour());
     addEventListener('online', () => this.#connection.hurry());
     document.addEventListener('visibilitychange', () => { if (!document.hidden) this.#connection.hurry(); });
-    this.#at('status').addEventListener('click', () => this.#connection.hurry());
+    this.#at('resume').addEventListener('click', () => this.#resume());
   }
 
   start() {
@@ -45,7 +45,15 @@ class Page {
     else this.#showPairing('');
   }
 
+  /** Another page took this one's place. */
+  #resume() {
+    this.#connection.hurry();
+    // The button goes, and the focus must not go with it.
+    this.#at('toggle').focus({ preventScroll: true });
+  }
+
   #showPairing(problem) {
+    this.#forgetWords();
     this.#at('device').close();
     this.#at('remote').hidden = true;
     this.#at('pairing').hidden = false;
@@ -53,6 +61,15 @@ class Page {
     this.#at('label').value ||= deviceLabel(navigator.userAgent);
     this.#at('code').value = '';
     this.#at('code').focus();
+  }
+
+  /** Whoever holds a device that is no longer paired finds nothing of what was said. */
+  #forgetWords() {
+    this.#picture = undefined;
+    this.#caption.show(undefined);
+    this.#colour();
+    this.#at('talk-text').value = '';
+    this.#say('');
   }
 
   #showRemote() {
@@ -71,6 +88,7 @@ class Page {
     const kind = isConnected ? status.kind : 'connecting';
     this.#at('status').dataset.kind = kind;
     const label = isConnected ? status.label : lineLabels[this.#line];
+    this.#at('resume').hidden = this.#line !== 'replaced';
     if (this.#at('status-label').textContent !== label) this.#at('status-label').textContent = label;
     // Words must not run on when nobody knows whether they are being spoken.
     const shown = this.#picture && !isConnected ? this.#held(this.#picture) : this.#picture;
@@ -124,8 +142,9 @@ class Page {
 
   async #pair(code, label) {
     const button = this.#at('pair-button');
+    if (button.ariaDisabled === 'true') return undefined;
     if (!/^\d{6}$/.test(code)) return this.#pairProblem('Enter the six digits.');
-    button.disabled = true;
+    button.ariaDisabled = 'true';
     this.#at('pair-problem').textContent = '';
     try {
       await this.#connection.pair(code, label);
@@ -134,7 +153,7 @@ class Page {
     } catch (error) {
       this.#pairProblem(error.message);
     } finally {
-      button.disabled = false;
+      button.ariaDisabled = null;
     }
     return undefined;
   }

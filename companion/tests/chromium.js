@@ -189,7 +189,9 @@ export class Page {
 
   async press(key, code = key, keyCode = 0) {
     const event = { key, code, windowsVirtualKeyCode: keyCode };
-    await this.send('Input.dispatchKeyEvent', { type: 'rawKeyDown', ...event });
+    // Forms and buttons act on the character, not on the key.
+    const down = key === 'Enter' ? { type: 'keyDown', text: '\r' } : { type: 'rawKeyDown' };
+    await this.send('Input.dispatchKeyEvent', { ...down, ...event });
     await this.send('Input.dispatchKeyEvent', { type: 'keyUp', ...event });
   }
 

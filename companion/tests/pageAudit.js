@@ -43,7 +43,7 @@ export const faintTexts = (wanted = 4.5) => `(() => {
     return element.className === 'active' ? [named('--word-start'), named('--word-end')] : [parse(own.color)];
   };
   const isShown = (element) => element.checkVisibility({ visibilityProperty: true })
-    && !element.closest(':disabled, .for-readers, svg, option');
+    && !element.closest('[aria-disabled=true], .for-readers, svg, option');
   const isText = (element) => isShown(element)
     && ([...element.childNodes].some((node) => node.nodeType === 3 && node.textContent.trim()) || element.value);
   const faint = [];
