@@ -2,7 +2,6 @@
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
-import { once } from 'node:events';
 import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
@@ -14,6 +13,7 @@ import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
 import { temporaryHome, until } from './home.js';
+import { startWriter } from './otherWriter.js';
 
 const prompt = (text) => ({ type: 'user', cwd: '/work/app', message: { content: text } });
 const reply = (text) => ({ type: 'assistant', message: { content: [{ type: 'text', text }] } });
@@ -516,28 +516,17 @@ test('the service\'s writes and the daemon\'s all survive', async (t) => {
   const { clock } = begin(t, home);
   const document = home.inShared('state.json');
   fs.writeFileSync(document, '{"sessions":[{"id":"s","offset":0}],"count":0}');
-  const program = `
-    import { updateDocument } from ${JSON.stringify(new URL('../lib/sharedDocument.js', import.meta.url).href)};
-    for (let i = 1; i <= 60; i += 1) {
-      await updateDocument(process.argv[1], (values) => {
-        values.set('count', values.get('count') + 1);
-        values.set('sessions', [{ id: 's', offset: i }]);
-      });
-    }`;
-  const other = spawn(process.execPath, ['--input-type=module', '-e', program, document],
-    { stdio: ['ignore', 'inherit', 'inherit'] });
-  const exit = once(other, 'exit');
-  t.after(() => other.kill('SIGKILL'));
+  const other = startWriter(t, document, 'count');
   for (let i = 1; i <= 60; i += 1) {
     fs.appendFileSync(file, lines(reply(`r${i}`)));
     await clock.ring();
   }
-  assert.deepEqual(await exit, [0, null]);
+  const count = await other.stop();
   await until(async () => {
     await clock.ring();
     return listed(home)[0].lastText === 'r60';
   });
-  assert.deepEqual([state(home).count, state(home).sessions], [60, [{ id: 's', offset: 60 }]]);
+  assert.deepEqual([state(home).count, state(home).sessions], [count, [{ id: 's', offset: 0 }]]);
 });
 
 test('a daemon that is stopped in the middle of a look leaves nothing running', async (t) => {

@@ -1,4 +1,4 @@
-// The service, the daemon and a third program rewrite one document for SOAK_SECONDS (20 by default), as fast as they
+// The service, the daemon and two other programs rewrite one document for SOAK_SECONDS (20 by default), as fast as they
 // can. Afterwards, and whenever it is looked at meanwhile, every row, setting and cursor must be there.
 
 import assert from 'node:assert/strict';
@@ -13,6 +13,7 @@ import { sendCommand } from '../../lib/serviceSocket.js';
 import { updateDocument } from '../../lib/sharedDocument.js';
 import { daemonHome, logRecords } from '../daemonProcess.js';
 import { until } from '../home.js';
+import { startWriter } from '../otherWriter.js';
 import { serviceLog, startService } from '../serviceProcess.js';
 
 const seconds = Number(process.env.SOAK_SECONDS || 20);
@@ -24,6 +25,10 @@ const line = (session, cwd, number) => `${JSON.stringify({
   type: 'user', uuid: `u-${number}`, sessionId: session, cwd, gitBranch: 'main', timestamp: new Date().toISOString(),
   message: { role: 'user', content: `Question ${number}: ${'why '.repeat(number % 50)}` } })}\n`;
 
+/** One agent's line that changes what the list of sessions tells. */
+const reply = (number) => `${JSON.stringify({ type: 'assistant', uuid: `a-${number}`, timestamp: new Date().toISOString(),
+  message: { role: 'assistant', content: [{ type: 'text', text: `Reply ${number}` }] } })}\n`;
+
 class Stage {
   constructor(home) {
     this.home = home;
@@ -33,17 +38,23 @@ class Stage {
     this.speed = 1;
     this.looks = 0;
     this.lines = 0;
+    this.detached = [];
+    this.lists = new Set();
     this.over = false;
   }
 
   newSession() {
-    const [id, cwd] = [randomUUID(), `/work/proj${this.sessions.length}`];
+    const session = this.newTranscript(`/work/proj${this.sessions.length}`);
+    this.sessions.push(session);
+    return session;
+  }
+
+  newTranscript(cwd) {
+    const id = randomUUID();
     const transcript = path.join(this.home.home, '.claude/projects', cwd.replaceAll('/', '-'), `${id}.jsonl`);
     fs.mkdirSync(path.dirname(transcript), { recursive: true });
     fs.writeFileSync(transcript, line(id, cwd, 0));
-    const session = { id, cwd, transcript, attached: false };
-    this.sessions.push(session);
-    return session;
+    return { id, cwd, transcript, attached: false };
   }
 
   read() {
@@ -69,10 +80,28 @@ class Stage {
     }
   }
 
-  /** A person, who attaches one session after the other. */
+  /** Agents that nobody listens to: what they say last stands in the list of sessions. */
+  async talk() {
+    const others = [0, 1, 2].map(() => this.newTranscript('/work/unheard'));
+    for (let number = 0; !this.over; number += 1) {
+      for (const { transcript } of others) fs.appendFileSync(transcript, reply(number));
+      await sleep(100);
+    }
+  }
+
+  async detach(session) {
+    this.sessions.splice(this.sessions.indexOf(session), 1);
+    await sendCommand('detach', { id: session.id }, { path: this.home.inShared('service.sock') });
+    await until(() => !this.row(session.id), { limit: 30_000, what: 'the end of a detached row' });
+    this.detached.push(session.id);
+  }
+
+  /** A person, who attaches one session after the other, and every third for a moment only. */
   async attachMore() {
-    while (!this.over) {
-      await this.attach(this.newSession());
+    for (let number = 1; !this.over; number += 1) {
+      const session = this.newSession();
+      await this.attach(session);
+      if (number % 3 === 0) await this.detach(session);
       await sleep(attachEvery);
     }
   }
@@ -94,11 +123,15 @@ class Stage {
   /** What is read at any moment is whole, and has all that was there before. */
   async look() {
     while (!this.over) {
-      const known = this.sessions.filter(({ attached }) => attached).map(({ id }) => id);
+      const gone = [...this.detached];
       const least = this.increments;
+      const attached = this.sessions.filter((session) => session.attached);
       const state = this.read();
+      const known = attached.filter((session) => this.sessions.includes(session)).map(({ id }) => id);
       const present = new Set(state.sessions.map(({ id }) => id));
       assert.deepEqual(known.filter((id) => !present.has(id)), [], 'rows that were lost');
+      assert.deepEqual(gone.filter((id) => present.has(id)), [], 'rows that came back');
+      this.lists.add(JSON.stringify(state.discoveredSessions));
       assert.ok(state.soakCounter >= least, 'a counter that went back');
       assert.deepEqual(state.theirs, unknown);
       this.looks += 1;
@@ -107,18 +140,20 @@ class Stage {
   }
 }
 
-test(`three writers lose nothing in ${seconds} s`, { timeout: (seconds + 120) * 1000 }, async (t) => {
+test(`four writers lose nothing in ${seconds} s`, { timeout: (seconds + 120) * 1000 }, async (t) => {
   const home = daemonHome(t);
   const stage = new Stage(home);
   await updateDocument(stage.state, (document) => document.set('theirs', unknown));
   await updateDocument(stage.state, (document) => document.set('soakCounter', 0));
-  await startService(t, home);
+  const service = await startService(t, home);
   await startDaemon(home);
   await stage.attach(stage.newSession());
 
+  const other = startWriter(t, stage.state, 'otherCounter', [1.25, 1.5]);
   const end = sleep(seconds * 1000).then(() => { stage.over = true; });
-  const work = [stage.grow(), stage.attachMore(), stage.toggle(), stage.look()];
+  const work = [stage.grow(), stage.talk(), stage.attachMore(), stage.toggle(), stage.look()];
   await Promise.all([end, ...work]).finally(() => { stage.over = true; });
+  const otherCount = await other.stop();
 
   for (const { id, transcript } of stage.sessions) {
     const size = fs.statSync(transcript).size;
@@ -130,11 +165,15 @@ test(`three writers lose nothing in ${seconds} s`, { timeout: (seconds + 120) * 
   const state = stage.read();
   assert.deepEqual(state.sessions.map(({ id }) => id), stage.sessions.map(({ id }) => id));
   assert.equal(state.soakCounter, stage.increments);
-  assert.equal(state.speed, stage.speed);
+  assert.equal(state.otherCounter, otherCount);
+  assert.ok([stage.speed, 1.25, 1.5].includes(state.speed), `speed ${state.speed}`);
+  assert.ok(stage.lists.size >= seconds / 5, `the daemon wrote ${stage.lists.size} lists`);
   assert.deepEqual(state.theirs, unknown);
   assert.deepEqual(fs.readdirSync(home.shared).filter((name) => /unreadable/.test(name)), []);
   assert.deepEqual(serviceLog(home).filter(({ msg }) => msg.startsWith('state-lock')), []);
   assert.deepEqual(logRecords(home).filter(({ level, class: part }) => level >= 40 && part !== 'Daemon'), []);
+  // Before its home goes.
+  await service.end();
   t.diagnostic(`${stage.increments} updates by the third writer, ${stage.sessions.length} rows, ` +
-    `${stage.lines} lines, ${stage.looks} looks, ${state.discoveredSessions.length} discovered`);
+    `${stage.lines} lines, ${otherCount} by the fourth, ${stage.detached.length} detached, ${stage.lists.size} lists, ${stage.looks} looks, ${state.discoveredSessions.length} discovered`);
 });
