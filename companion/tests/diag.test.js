@@ -262,10 +262,10 @@ test('a place that cannot be written to is told, and so are words that are not u
   fs.writeFileSync(path.join(home.home, 'plain'), '');
   const failed = await diag(home, ['--out=plain/x.zip']);
   assert.equal(failed.exit, 1);
-  assert.match(failed.stderr, /^ctl\.js: The bundle can't be written to .*plain\/x\.zip: ENOTDIR\.\n$/);
+  assert.match(failed.stderr, /^ctl\.js: \/.*\/plain is no folder\.\n$/);
   assert.deepEqual((await diag(home, ['--loud'])).exit, 2);
   assert.deepEqual((await diag(home, ['extra'])).exit, 2);
-  assert.match((await tts(home, ['diag', '--out=plain/x.zip'])).stderr, /^tts: The bundle can't/);
+  assert.match((await tts(home, ['diag', '--out=plain/x.zip'])).stderr, /^tts: .* is no folder/);
   const help = await diag(home, ['--help']);
   assert.equal(help.exit, 0);
   for (const option of ['out', 'notes', 'send', 'cleanup', 'json']) assert.ok(help.stdout.includes(`--${option}`), option);
@@ -419,4 +419,18 @@ test('long logs beside many sessions are scrubbed quickly', (t) => {
   const { user } = process.cpuUsage(begin);
   // About 0.5 s; looking for each text by itself costs ten times that.
   assert.ok(user < 2_000_000, `${user} microseconds`);
+});
+
+test('a missing folder is made, a missing way to it is told, and a device stays one', async (t) => {
+  const home = temporaryHome(t);
+  const made = await diag(home, ['--out=~/Desktop/x.zip']);
+  assert.deepEqual([made.exit, made.stderr.includes('redacted')], [0, true]);
+  assert.ok(fs.existsSync(path.join(home.home, 'Desktop/x.zip')));
+  const lost = await diag(home, ['--out=~/no/such/x.zip']);
+  assert.deepEqual([lost.exit, lost.stderr], [1, `ctl.js: There is no folder ${home.home}/no.\n`]);
+  const fifo = path.join(home.home, 'fifo');
+  spawnSync('mkfifo', [fifo]);
+  const device = await diag(home, ['--out=fifo']);
+  assert.deepEqual([device.exit, device.stderr], [1, `ctl.js: ${fifo} is no file that could be replaced.\n`]);
+  assert.ok(fs.statSync(fifo).isFIFO());
 });

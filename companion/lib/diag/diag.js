@@ -95,10 +95,24 @@ export async function collectFiles({ environment, notes, date }) {
   ];
 }
 
+/** A folder that is named and missing is made, but not a whole way of them: that is a slip of the pen. */
+function prepare(file) {
+  const folder = path.dirname(file);
+  if (!isFolder(folder)) {
+    if (fs.existsSync(folder)) throw new CommandFailure(`${folder} is no folder.`);
+    if (!isFolder(path.dirname(folder))) throw new CommandFailure(`There is no folder ${path.dirname(folder)}.`);
+    fs.mkdirSync(folder, { mode: 0o700 });
+  }
+  const present = fs.statSync(file, { throwIfNoEntry: false });
+  if (present && !present.isFile()) throw new CommandFailure(`${file} is no file that could be replaced.`);
+}
+
 function write(file, bundle) {
   try {
+    prepare(file);
     replaceFile(file, bundle, { mode: 0o600, temporary: `${file}.${process.pid}.part` });
   } catch (error) {
+    if (error instanceof CommandFailure) throw error;
     throw new CommandFailure(`The bundle can't be written to ${file}: ${error.code ?? error.message}.`);
   }
 }
