@@ -4,6 +4,7 @@ import test from 'node:test';
 
 import { commands } from '../lib/cli/commands.js';
 import { asFailure } from '../lib/cli/failure.js';
+import { columns, jsonLine, plain, shortened } from '../lib/cli/output.js';
 import { agents } from '../lib/agents.js';
 import { StateLockError } from '../lib/stateLock.js';
 import { voices } from '../lib/voices.js';
@@ -155,7 +156,41 @@ test('a setting that cannot be written is no success', async (t) => {
   fs.mkdirSync(home.inShared('state.json'));
   const { exit, stderr } = await tts(home, ['mute']);
   assert.equal(exit, 1);
-  assert.match(stderr, /^tts: It didn't work: EISDIR/);
+  assert.equal(stderr, `tts: ${home.inShared('state.json')} can't be changed: it is a folder.\n`);
+  const shown = await tts(home, ['volume']);
+  assert.deepEqual([shown.exit, shown.stdout, shown.stderr],
+    [0, 'Volume 100%.\n', `${home.inShared('state.json')} can't be read: it is a folder.\n`]);
+});
+
+test('a document that nobody can read is told, and set aside before it is begun anew', async (t) => {
+  const home = temporaryHome(t);
+  for (const [name, look, change] of [['state.json', ['volume'], ['mute']],
+    ['profile.json', ['lexicon', 'list'], ['lexicon', 'add', 'a', 'b']]]) {
+    const file = home.inShared(name);
+    fs.writeFileSync(file, '{"torn');
+    const told = `${file} can't be read: it holds no JSON object.`;
+    assert.equal((await tts(home, look)).stderr, `${told}\n`);
+    assert.equal(fs.readFileSync(file, 'utf8'), '{"torn');
+    assert.ok((await tts(home, change)).stderr.startsWith(`${told} It is kept as ${file}.unreadable.\n`), name);
+    assert.equal(fs.readFileSync(`${file}.unreadable`, 'utf8'), '{"torn');
+    assert.equal((await tts(home, look)).stderr, '');
+  }
+});
+
+test('what a program reads holds nothing that a terminal obeys', () => {
+  const value = { text: 'a\u009b\u202e\u061c\u001b\u2028é你' };
+  const line = jsonLine(value);
+  assert.doesNotMatch(line, /[\x7f-\x9f\u061c\u202e\u001b\u2028]/);
+  assert.ok(line.includes('é你'));
+  assert.deepEqual(JSON.parse(line), value);
+  assert.equal(plain('a\u061cb\u200bc\ue000d\u202ee'), 'abcde');
+});
+
+test('columns stand below each other whatever is written in them', () => {
+  assert.deepEqual(columns([['你好', 'x'], ['abc', 'y'], ['👩‍💻', 'z'], ['e\u0301', 'w']], ''),
+    ['你好  x', 'abc   y', '👩‍💻    z', 'e\u0301     w']);
+  assert.equal(shortened('你好世界', 5), '你好…');
+  assert.equal(shortened('你好', 4), '你好');
 });
 
 test('a lock that is not to be had is told with its file', () => {

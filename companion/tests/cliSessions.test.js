@@ -3,7 +3,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
-import { ago, isInside, sessionsFrom } from '../lib/cli/sessions.js';
+import { ago, isInside, sessionsFrom, shortId } from '../lib/cli/sessions.js';
 import { plain, shortened } from '../lib/cli/output.js';
 import { readState, tts, writeState } from './commandLine.js';
 import { fakeService } from './fakeService.js';
@@ -282,7 +282,8 @@ test('status of nothing, with a broken document and a snapshot of a dead service
   const { exit, stdout, stderr } = await tts(home, ['status'], { neighbours });
   assert.equal(exit, 69);
   assert.match(stdout, /Service {3}not running\nDaemon {4}not answering\n.*\nSpeaking {2}idle\nNothing is attached\n$/);
-  assert.equal(stderr, 'The Sonra service is not running. "tts start" starts it.\n');
+  assert.equal(stderr, `${home.inShared('state.json')} can't be read: it holds no JSON object.\n`
+    + 'The Sonra service is not running. "tts start" starts it.\n');
 });
 
 test('rows without an id are none, a row without a source is Claude Code\'s, and the first of one id stands', () => {
@@ -301,5 +302,38 @@ test('times and texts are shown short and without what steers a terminal', () =>
   assert.deepEqual([0, 59_999, 60_000, 3_600_000, 172_800_000].map(ago),
     ['now', 'now', '1 min ago', '1 h ago', '2 days ago']);
   assert.equal(plain('a\u001b]0;x\u0007\n b\u202e\u009b31mc\u2066'), 'a ]0;x b 31mc');
-  assert.equal(shortened('👍👍👍', 2), '👍…');
+  assert.equal(shortened('👍👍👍', 3), '👍…');
+});
+
+test('an id is shown as far as it has to be', async (t) => {
+  const home = temporaryHome(t);
+  const ids = ['019aa000-1111-7000-8000-00000000000a', '019aa000-1111-7000-8000-00000000000b', '0b6f7f1d-aaaa-4b57-9a3a-5f0c2a516d0e'];
+  assert.deepEqual(ids.map((id) => shortId(id, ids.map((other) => ({ id: other })))), [ids[0], ids[1], '0b6f7f1d']);
+  assert.equal(shortId(ids[0], [{ id: '019aa000-2' }]), '019aa000-1');
+  writeState(home, { sessions: ids.map((id) => ({ id, cwd: '/x' })) });
+  const { stderr } = await tts(home, ['off', '--session', '019aa000']);
+  for (const id of ids.slice(0, 2)) assert.ok(stderr.includes(`  ${id}  `), stderr);
+  assert.equal((await tts(home, ['off', '--session', ids[1]])).stdout, `Detached: Claude Code in /x (${ids[1]}).\n`);
+});
+
+for (const served of [true, false]) {
+  test(`a row with two names is detached by the service's own, ${served ? 'a' : 'no'} service`, async (t) => {
+    const home = temporaryHome(t);
+    const service = served ? await fakeService(t, home) : undefined;
+    writeState(home, { sessions: [{ id: 'aaaa', sessionId: 'zzzz', cwd: '/x' }] });
+    assert.deepEqual((await tts(home, ['off'])).exit, 0);
+    assert.deepEqual(attachedIds(home), []);
+    if (service) assert.equal(service.lines[0].id, 'aaaa');
+  });
+}
+
+test('status tells what could not be spoken, and that speech is being made', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  writeState(home, { lastSpeakError: 'no voice\u001b[2J' });
+  fs.writeFileSync(home.inShared('now-playing.json'), '{"state":"idle","synthesizing":true}');
+  const { stdout } = await tts(home, ['status']);
+  assert.match(stdout, /^Speaking {2}idle, preparing speech\nFailed {4}no voice \[2J$/m);
+  const { playback } = JSON.parse((await tts(home, ['status', '--json'])).stdout);
+  assert.deepEqual([playback.synthesizing, playback.lastSpeakError], [true, 'no voice\u001b[2J']);
 });

@@ -1,6 +1,8 @@
 // "tts lexicon": what is said for which word.
 
 import { addEntry, loadEntries, maxEntries, removeEntry, validateEntry } from '../lexicon.js';
+import { profilePath } from '../places.js';
+import { readDocument } from './documents.js';
 import { CommandFailure, notFound, usageError } from './failure.js';
 import { columns, plain } from './output.js';
 
@@ -11,6 +13,7 @@ function expectWords(words, count, form) {
 
 function list({ environment, output }, words) {
   expectWords(words, 0, 'list');
+  readDocument(profilePath(environment), output);
   const entries = loadEntries(environment);
   const rows = entries.map(({ match, say }) => [plain(match), plain(say) || '(left out)']);
   output.say(...(rows.length ? columns(rows, '') : ['There are no entries. Try: tts lexicon add nginx "engine x"']));
@@ -21,6 +24,7 @@ async function add({ environment, output }, words) {
   const [match, say] = expectWords(words, 2, 'add WORD SAY');
   const reason = validateEntry(match, say);
   if (reason) throw usageError(`That can't be an entry: ${reason}.`);
+  readDocument(profilePath(environment), output, { isWritten: true });
   const how = await addEntry(match, say, environment);
   if (how === 'full') throw new CommandFailure(`The lexicon is full (max ${maxEntries} entries).`);
   output.say(say ? `"${plain(match)}" is spoken "${plain(say)}".` : `"${plain(match)}" is left out.`);
@@ -29,6 +33,7 @@ async function add({ environment, output }, words) {
 
 async function remove({ environment, output }, words) {
   const [match] = expectWords(words, 1, 'remove WORD');
+  readDocument(profilePath(environment), output);
   if (!await removeEntry(match, environment)) throw notFound(`There is no entry for "${plain(match)}".`);
   output.say(`"${plain(match)}" is spoken as it is written.`);
   output.result({ removed: match });

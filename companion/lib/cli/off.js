@@ -6,11 +6,11 @@ import { waitFor } from '../serviceControl.js';
 import { commandLine, sendLines } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { CommandFailure, notFound, usageError } from './failure.js';
-import { named, sessionJson, sessionLines, sessionsFrom, withId } from './sessions.js';
+import { attachedFrom, named, sessionJson, sessionLines, withId } from './sessions.js';
 
 const detachLimit = 2_000;
 
-const attached = (environment) => sessionsFrom(SharedDocument.read(statePath(environment)).list('sessions'));
+const attached = (environment) => attachedFrom(SharedDocument.read(statePath(environment)).list('sessions'));
 
 function ambiguous(message, sessions, environment) {
   return notFound(message, {
@@ -34,7 +34,7 @@ async function detach(ids, environment) {
   } catch (error) {
     if (error.name !== 'ServiceNotRunning') throw error;
     await updateDocument(statePath(environment), (document) => {
-      document.set('sessions', document.list('sessions').filter((row) => !ids.includes(row?.id)));
+      document.set('sessions', document.list('sessions').filter((row) => !ids.includes(row?.id || row?.sessionId)));
     });
   }
   const gone = () => !attached(environment).some(({ id }) => ids.includes(id));
@@ -43,9 +43,10 @@ async function detach(ids, environment) {
 
 /** "tts off" */
 export async function off({ environment, output, options }) {
-  const sessions = choose(attached(environment), options, environment);
+  const present = attached(environment);
+  const sessions = choose(present, options, environment);
   if (sessions.length) await detach(sessions.map(({ id }) => id), environment);
-  output.say(...(sessions.length ? sessions.map((session) => `Detached: ${named(session, environment)}.`)
+  output.say(...(sessions.length ? sessions.map((session) => `Detached: ${named(session, environment, present)}.`)
     : ['Nothing was attached.']));
   output.result({ detached: sessions.map(sessionJson) });
 }

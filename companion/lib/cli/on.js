@@ -71,7 +71,7 @@ function nothing(sessions, wish, now, environment) {
 function listing(message, sessions, now, environment) {
   const shown = sessions.slice(0, shownCandidates);
   const hint = shown.length
-    ? ['Choose one with --session:', ...sessionLines(shown, { now, environment })].join('\n') : undefined;
+    ? ['Choose one with --session:', ...sessionLines(shown, { now, environment, others: sessions })].join('\n') : undefined;
   return notFound(message, { hint, details: { candidates: shown.map(sessionJson) } });
 }
 
@@ -86,10 +86,10 @@ async function choose(context, wish, now) {
   if (!wish.id && found.length > 1) {
     const others = found.slice(1).filter((session) => isFresh(session, now));
     if (others.length) {
-      output.note(`Chose the newest; also in use:`, ...sessionLines(others, { now, environment }));
+      output.note(`Chose the newest; also in use:`, ...sessionLines(others, { now, environment, others: sessions }));
     }
   }
-  return found[0];
+  return { session: found[0], sessions };
 }
 
 const isAttached = (environment, id) =>
@@ -120,16 +120,17 @@ export async function on(context) {
   // Said before anything is looked for: without the service no choice helps.
   const path = socketPath(environment);
   await sendLines([], { path });
-  const session = await choose(context, wish, now);
+  const { session, sessions } = await choose(context, wish, now);
   const file = fileOf(session);
   if (file && !fs.existsSync(file)) throw new CommandFailure(`Its transcript is gone: ${plain(file)}`);
+  const name = named(session, environment, sessions);
   const again = isAttached(environment, session.id);
   await sendCommand('attach', { ...attachArguments(session), ...(again ? { resume: true } : {}) }, { path });
   if (!await waitFor(() => isAttached(environment, session.id), attachLimit)) {
     const said = await refusal(environment, now);
-    throw new CommandFailure(`The service didn't attach ${named(session, environment)} within 2 seconds.${said}`);
+    throw new CommandFailure(`The service didn't attach ${name} within 2 seconds.${said}`);
   }
   const age = isFresh(session, now) ? '' : `, last written to ${ago(now - session.mtimeMs)}`;
-  output.say(`${again ? 'Already attached' : 'Attached'}: ${named(session, environment)}${age}.`);
+  output.say(`${again ? 'Already attached' : 'Attached'}: ${name}${age}.`);
   output.result({ attached: sessionJson(session), already: again });
 }

@@ -1,25 +1,30 @@
 // What a command writes: its result on standard output, as lines for a person or as one JSON object for a program;
 // everything else on standard error. Texts of transcripts pass through `plain`, so that none can steer a terminal.
 
+import { cutTo, widthOf } from './width.js';
+
 /** A text on one line, without characters that a terminal or the reading direction would obey. */
 export function plain(text) {
   return String(text)
     .replace(/[\p{Cc}\u2028\u2029\s]+/gu, ' ')
-    .replace(/[\u200e\u200f\u202a-\u202e\u2066-\u2069]/gu, '')
+    .replace(/[\u061c\u200b\u200e\u200f\u202a-\u202e\u2060-\u2069\ufeff\p{Co}]/gu, '')
     .trim();
 }
 
-/** Cut to `length` characters. */
-export function shortened(text, length) {
-  const characters = [...plain(text)];
-  return characters.length <= length ? characters.join('') : `${characters.slice(0, length - 1).join('')}…`;
+/** Cut to `length` cells of a terminal. */
+export const shortened = (text, length) => cutTo(plain(text), length);
+
+/** One line; what a terminal would obey is escaped, which is the same text for a program. */
+export function jsonLine(value) {
+  return `${JSON.stringify(value).replace(/[\x7f-\x9f\u061c\u200b\u200e\u200f\u2028-\u202e\u2060-\u2069\ufeff]/g,
+    (character) => `\\u${character.charCodeAt(0).toString(16).padStart(4, '0')}`)}\n`;
 }
 
 /** Lines with columns of the same width; the last column is not filled up. */
 export function columns(rows, indent = '  ') {
   const widths = [];
-  for (const row of rows) row.forEach((cell, i) => { widths[i] = Math.max(widths[i] ?? 0, [...cell].length); });
-  const fill = (cell, i, row) => (i === row.length - 1 ? cell : cell + ' '.repeat(widths[i] - [...cell].length));
+  for (const row of rows) row.forEach((cell, i) => { widths[i] = Math.max(widths[i] ?? 0, widthOf(cell)); });
+  const fill = (cell, i, row) => (i === row.length - 1 ? cell : cell + ' '.repeat(widths[i] - widthOf(cell)));
   return rows.map((row) => (indent + row.map(fill).join('  ')).trimEnd());
 }
 
@@ -50,14 +55,14 @@ export class Output {
 
   /** The result, for a program. */
   result(value) {
-    if (this.json) this.stdout.write(`${JSON.stringify({ ok: true, ...value })}\n`);
+    if (this.json) this.stdout.write(jsonLine({ ok: true, ...value }));
   }
 
   failure(failure) {
     this.note(`${this.program}: ${failure.message}`, ...(failure.hint ? [failure.hint] : []));
     if (!this.json) return;
     const { kind, message, exit, details } = failure;
-    this.stdout.write(`${JSON.stringify({ ok: false, error: kind, message, exit, ...details })}\n`);
+    this.stdout.write(jsonLine({ ok: false, error: kind, message, exit, ...details }));
   }
 
   style(name, text) {

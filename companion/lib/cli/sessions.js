@@ -40,6 +40,11 @@ export function sessionsFrom(rows) {
   return [...byId.values()].sort((a, b) => b.mtimeMs - a.mtimeMs);
 }
 
+/** Rows of those that are attached: the service knows them by `id`, whatever else a row holds. */
+export function attachedFrom(rows) {
+  return sessionsFrom(rows.map((row) => (text(row?.id) ? { ...row, sessionId: row.id } : row)));
+}
+
 /** Those with this id; else those whose id begins with it. */
 export function withId(sessions, id) {
   const exact = sessions.filter((session) => session.id === id);
@@ -62,9 +67,16 @@ export function tilde(folder, environment) {
   return folder.startsWith(`${home}/`) ? `~${folder.slice(home.length)}` : folder;
 }
 
-/** An id such as a UUID is known by its beginning; those of other shapes are shown whole. */
-export function shortId(id) {
-  return /^[0-9a-f]{8}-[0-9a-f]{4}-/.test(id) ? id.slice(0, 8) : plain(id);
+/**
+ * An id such as a UUID is known by its beginning, as long as it has to be to differ from the `others`; those of other
+ * shapes are shown whole.
+ */
+export function shortId(id, others = []) {
+  if (!/^[0-9a-f]{8}-[0-9a-f]{4}-/.test(id)) return plain(id);
+  const rivals = others.filter((other) => other.id !== id);
+  let length = 8;
+  while (length < id.length && rivals.some((other) => other.id.startsWith(id.slice(0, length)))) length += 1;
+  return id.slice(0, length);
 }
 
 export function ago(milliseconds) {
@@ -75,16 +87,19 @@ export function ago(milliseconds) {
   return `${Math.floor(minutes / 1440)} days ago`;
 }
 
-/** "Claude Code in ~/proj (0b6f7f1d)" */
-export function named(session, environment) {
+/** "Claude Code in ~/proj (0b6f7f1d)"; its id is told from those of the `others`. */
+export function named(session, environment, others) {
   const where = session.cwd ? ` in ${shortened(tilde(session.cwd, environment), 60)}` : '';
-  return `${agentName(plain(session.source))}${where} (${shortId(session.id)})`;
+  return `${agentName(plain(session.source))}${where} (${shortId(session.id, others)})`;
 }
 
-/** @param {{ now?: number, environment: NodeJS.ProcessEnv }} options without `now` no age is shown */
-export function sessionLines(sessions, { now, environment }) {
+/**
+ * @param {{ now?: number, environment: NodeJS.ProcessEnv, others?: Session[] }} options without `now` no age is shown;
+ *   ids are told from those of the `others`
+ */
+export function sessionLines(sessions, { now, environment, others = sessions }) {
   return columns(sessions.map((session) => [
-    shortId(session.id),
+    shortId(session.id, others),
     ...(now === undefined ? [] : [ago(now - session.mtimeMs)]),
     agentName(plain(session.source)),
     shortened(tilde(session.cwd, environment), 40),

@@ -2,14 +2,18 @@
 // running.
 
 import { socketPath, statePath } from '../places.js';
-import { SharedDocument, updateDocument } from '../sharedDocument.js';
+import { updateDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
+import { readDocument } from './documents.js';
 import { usageError } from './failure.js';
 
-const read = (environment) => settingsOf(SharedDocument.read(statePath(environment)));
+const read = ({ environment, output }, options) => settingsOf(readDocument(statePath(environment), output, options));
 
 /** Changes settings by what `change` makes of the present ones, and says when that takes effect. */
-async function keep({ environment, output }, change, describe) {
+async function keep(context, change, describe) {
+  const { environment, output } = context;
+  // Judged before the lock is taken.
+  change(read(context, { isWritten: true }));
   const settings = await updateDocument(statePath(environment), (document) => {
     for (const [key, value] of Object.entries(change(settingsOf(document)))) document.set(key, value);
     return settingsOf(document);
@@ -25,16 +29,14 @@ async function keep({ environment, output }, change, describe) {
 /** One setting of the same name as its command: shown, or set to what `parse` makes of the word. */
 function single(key, { parse, describe }) {
   return async (context) => {
-    const { environment, output, positionals: [word] } = context;
+    const { output, positionals: [word] } = context;
     if (word === undefined) {
-      const settings = read(environment);
+      const settings = read(context);
       output.say(describe(settings));
       output.result({ [key]: settings[key] });
       return;
     }
     const change = (settings) => ({ [key]: parse(word, settings) });
-    // Judged before the lock is taken.
-    change(read(environment));
     const { settings, running } = await keep(context, change, describe);
     output.result({ [key]: settings[key], running });
   };
@@ -73,9 +75,10 @@ export async function muting(context) {
   context.output.result({ muted: settings.muted, running });
 }
 
-async function listVoices({ environment, output }) {
+async function listVoices(context) {
+  const { output } = context;
   const [{ voices }, { columns, plain }] = await Promise.all([import('../voices.js'), import('./output.js')]);
-  const chosen = read(environment).voice;
+  const chosen = read(context).voice;
   const rows = columns(voices.map(({ id, name, descriptor }) =>
     [id === chosen ? '*' : ' ', id, name, descriptor]), '');
   output.say(...rows.map((row) => (row.startsWith('*') ? output.style('bold', row) : row)));

@@ -4,9 +4,10 @@ import { nowPlayingPath, socketPath, statePath } from '../places.js';
 import { serviceState } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
+import { readDocument } from './documents.js';
 import { exitCodes } from './failure.js';
-import { columns, plain } from './output.js';
-import { isFresh, sessionJson, sessionLines, sessionsFrom } from './sessions.js';
+import { columns, plain, shortened } from './output.js';
+import { attachedFrom, isFresh, sessionJson, sessionLines, sessionsFrom } from './sessions.js';
 
 /** A dead service leaves its last snapshot behind; it tells nothing. */
 function playbackOf(environment, running) {
@@ -26,8 +27,9 @@ function daemonFacts({ alive, responding = alive, pid, bridgePort }) {
   return { running: alive, responding, ...(pid ? { pid } : {}), ...(bridgePort ? { bridgePort } : {}) };
 }
 
-async function gather({ environment, neighbours }) {
-  const document = SharedDocument.read(statePath(environment));
+async function gather({ environment, neighbours, output }) {
+  const document = readDocument(statePath(environment), output);
+  const speakError = document.get('lastSpeakError');
   const [state, daemon] = await Promise.all([
     serviceState({ path: socketPath(environment) }),
     // One that can't be asked is told as such; it mustn't cost the report.
@@ -37,8 +39,11 @@ async function gather({ environment, neighbours }) {
     service: { running: state !== 'absent', responding: state === 'running' },
     daemon: daemonFacts(daemon),
     settings: settingsOf(document),
-    playback: playbackOf(environment, state !== 'absent'),
-    sessions: sessionsFrom(document.list('sessions')),
+    playback: {
+      ...playbackOf(environment, state !== 'absent'),
+      ...(typeof speakError === 'string' && speakError ? { lastSpeakError: speakError } : {}),
+    },
+    sessions: attachedFrom(document.list('sessions')),
     discovered: sessionsFrom(document.list('discoveredSessions')),
   };
 }
@@ -54,13 +59,15 @@ function voiceLine({ voice, speed, volume, muted, captions }) {
   return `${plain(voice)}, speed ${speed}x, ${sound}, captions ${captions ? 'on' : 'off'}`;
 }
 
-function playbackLine({ state, elapsed, duration }, { paused }) {
-  if (state === 'idle') return paused ? 'idle, paused' : 'idle';
-  return `${state}, ${Math.round(elapsed)} of ${Math.round(duration)} s`;
+function playbackLine({ state, elapsed, duration, synthesizing }, { paused }) {
+  const more = synthesizing ? ', preparing speech' : '';
+  if (state === 'idle') return `${paused ? 'idle, paused' : 'idle'}${more}`;
+  return `${state}, ${Math.round(elapsed)} of ${Math.round(duration)} s${more}`;
 }
 
 function print(report, { environment, output, options }, now) {
   const { service, daemon, settings, playback, sessions, discovered } = report;
+  const all = [...sessions, ...discovered];
   const ids = new Set(sessions.map(({ id }) => id));
   const others = discovered.filter(({ id }) => !ids.has(id));
   const shown = options.all ? others : others.filter((session) => isFresh(session, now));
@@ -70,9 +77,10 @@ function print(report, { environment, output, options }, now) {
     ['Daemon', lifeLine(daemon)],
     ['Voice', voiceLine(settings)],
     ['Speaking', playbackLine(playback, settings)],
+    ...(playback.lastSpeakError ? [['Failed', shortened(playback.lastSpeakError, 200)]] : []),
   ], ''));
-  output.say(heading(sessions.length ? 'Attached' : 'Nothing is attached'), ...sessionLines(sessions, { environment }));
-  if (shown.length) output.say(heading(options.all ? 'Found' : 'In use'), ...sessionLines(shown, { now, environment }));
+  output.say(heading(sessions.length ? 'Attached' : 'Nothing is attached'), ...sessionLines(sessions, { environment, others: all }));
+  if (shown.length) output.say(heading(options.all ? 'Found' : 'In use'), ...sessionLines(shown, { now, environment, others: all }));
   const hidden = others.length - shown.length;
   if (!hidden) return;
   output.say(output.style('dim', `${hidden} older ${hidden === 1 ? 'session' : 'sessions'}: tts status --all`));
