@@ -6,7 +6,7 @@ import path from 'node:path';
 import test from 'node:test';
 
 import { silentLog } from '../lib/log.js';
-import { ServiceWatch } from '../lib/serviceWatch.js';
+import { ServiceWatch } from '../lib/daemon/serviceWatch.js';
 import { updateDocument } from '../lib/sharedDocument.js';
 import { HandClock } from './handClock.js';
 import { temporaryHome, until } from './home.js';

@@ -26,7 +26,7 @@ export const ownParts = {
     return { stop: () => bridge.close(), get port() { return bridge.port; }, get lan() { return bridge.lan; } };
   },
   async serviceWatch(surroundings) {
-    const { ServiceWatch } = await import('../serviceWatch.js');
+    const { ServiceWatch } = await import('./serviceWatch.js');
     const watch = new ServiceWatch(surroundings);
     watch.start();
     return { stop: () => watch.stop() };

@@ -5,6 +5,7 @@
 
 import fs from 'node:fs';
 
+import { systemClock } from '../daemon/clock.js';
 import { silentLog } from '../log.js';
 import { statePath } from '../places.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
@@ -18,12 +19,6 @@ const settleTime = 100;
 export const timesInterval = 15_000;
 const lockTimeout = 2000;
 const key = 'discoveredSessions';
-
-const systemClock = {
-  now: () => Date.now(),
-  setTimeout: (...args) => setTimeout(...args),
-  clearTimeout: (timer) => clearTimeout(timer),
-};
 
 /** What a reader would notice at once: all but the times, and the order, which follows them. */
 function substance(rows) {
@@ -64,7 +59,7 @@ export class Discovery {
   #writeRows;
 
   /**
-   * @param {{ environment?: NodeJS.ProcessEnv, log?: import('../log.js').Log, clock?: typeof systemClock,
+   * @param {{ environment?: NodeJS.ProcessEnv, log?: import('../log.js').Log, clock?: import('../daemon/clock.js').Clock,
    *   writeRows?: (rows: import('./scanner.js').Row[]) => Promise<void>,
    *   runningFolders?: (name: string) => Promise<string[]> }} [options]
    */
