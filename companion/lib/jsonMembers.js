@@ -2,44 +2,13 @@
 // them doesn't touch must come back byte for byte: numbers that a double can't hold, "1.0", and characters that only
 // exist escaped.
 
+import { stringEnd, valueEnd } from './jsonEnds.js';
+
 const space = new Set([' ', '\t', '\n', '\r']);
 
 function skipSpace(text, at) {
   while (space.has(text[at])) at += 1;
   return at;
-}
-
-function endOfString(text, at) {
-  for (let i = at + 1; i < text.length; i += 1) {
-    if (text[i] === '\\') i += 1;
-    else if (text[i] === '"') return i + 1;
-  }
-  throw new SyntaxError('string without an end');
-}
-
-/** Index behind the value that begins at `at`. The text is known to be well-formed. */
-function endOfValue(text, at) {
-  let depth = 0;
-  for (let i = at; i < text.length; ) {
-    const c = text[i];
-    if (c === '"') {
-      i = endOfString(text, i);
-      if (depth === 0) return i;
-    } else if (c === '{' || c === '[') {
-      depth += 1;
-      i += 1;
-    } else if (c === '}' || c === ']') {
-      if (depth === 0) return i;
-      depth -= 1;
-      i += 1;
-      if (depth === 0) return i;
-    } else if (depth === 0 && (c === ',' || space.has(c))) {
-      return i;
-    } else {
-      i += 1;
-    }
-  }
-  return text.length;
 }
 
 const byteOrderMark = '\ufeff';
@@ -57,10 +26,10 @@ export function splitMembers(marked) {
   const members = new Map();
   let at = skipSpace(text, skipSpace(text, 0) + 1);
   while (text[at] === '"') {
-    const nameEnd = endOfString(text, at);
+    const nameEnd = stringEnd(text, at);
     const name = JSON.parse(text.slice(at, nameEnd));
     const begin = skipSpace(text, skipSpace(text, nameEnd) + 1);
-    const end = endOfValue(text, begin);
+    const end = valueEnd(text, begin);
     members.set(name, text.slice(begin, end));
     at = skipSpace(text, end);
     if (text[at] === ',') at = skipSpace(text, at + 1);

@@ -1,8 +1,9 @@
 // What can be known of a JSON document of which only the beginning, or only the end, is at hand: the members of its
 // object and the elements of its list that are complete. The list is the document itself or its member "messages".
 
+import { scalarEnd, stringEnd, valueEnd } from '../jsonEnds.js';
+
 const space = /[ \t\r\n]/;
-const scalarEnd = /[,:[\]{} \t\r\n"]/;
 
 function skipForward(text, at) {
   while (at < text.length && space.test(text[at])) at += 1;
@@ -13,36 +14,6 @@ function skipForward(text, at) {
 function skipBackward(text, end) {
   while (end > 0 && space.test(text[end - 1])) end -= 1;
   return end;
-}
-
-function stringEnd(text, at) {
-  for (let i = at + 1; i < text.length; i += 1) {
-    if (text[i] === '\\') i += 1;
-    else if (text[i] === '"') return i + 1;
-  }
-  return -1;
-}
-
-/** Index behind the value that begins at `at`, -1 where it is cut. */
-function valueEnd(text, at) {
-  if (text[at] === '"') return stringEnd(text, at);
-  let depth = 0;
-  for (let i = at; i < text.length; i += 1) {
-    const c = text[i];
-    if (c === '"') {
-      i = stringEnd(text, i) - 1;
-      if (i < 0) return -1;
-    } else if (c === '{' || c === '[') {
-      depth += 1;
-    } else if (c === '}' || c === ']') {
-      depth -= 1;
-      if (depth === 0) return i + 1;
-      if (depth < 0) return i;
-    } else if (depth === 0 && scalarEnd.test(c)) {
-      return i;
-    }
-  }
-  return -1;
 }
 
 /** Index at which the string begins whose closing quote is before `end`; -1 where it is cut. */
