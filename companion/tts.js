@@ -33,14 +33,20 @@ const key = (process.env.GOOGLE_API_KEY ?? '').trim();
 
 class UsageError extends Error {}
 
+function version() {
+  return JSON.parse(fs.readFileSync(new URL('./package.json', import.meta.url), 'utf8')).version;
+}
+
 function argumentsFrom(argv) {
   const flag = { type: 'boolean', default: false };
   try {
     const { values, positionals } = parseArgs({
       args: argv,
       allowPositionals: true,
-      options: { gemini: flag, play: flag, 'describe-image': { type: 'string' } },
+      options: { gemini: flag, play: flag, 'describe-image': { type: 'string' }, help: flag, version: flag },
     });
+    if (values.help) return { answer: usage };
+    if (values.version) return { answer: `tts.js ${version()}` };
     const image = values['describe-image'];
     if (image !== undefined && !positionals.length && !values.gemini && !values.play) return { image };
     if (image === undefined && values.gemini && positionals.length === 2) {
@@ -54,8 +60,11 @@ function argumentsFrom(argv) {
 
 function textFrom(file) {
   try {
+    // Whoever opens a pipe may wait for ever.
+    if (!fs.statSync(file).isFile()) throw new SpeechFailure("can't read the text: it is no file");
     return new TextDecoder('utf-8', { fatal: true }).decode(fs.readFileSync(file));
   } catch (error) {
+    if (error instanceof SpeechFailure) throw error;
     throw new SpeechFailure(`can't read the text: ${error.code}`);
   }
 }
@@ -86,10 +95,15 @@ async function speakFile({ textFile, out, isPlaying }, files) {
 
 async function run(argv, files) {
   const wanted = argumentsFrom(argv);
+  if (wanted.answer !== undefined) {
+    process.stdout.write(`${wanted.answer}\n`);
+    return undefined;
+  }
   if (wanted.image === undefined) return speakFile(wanted, files);
   const client = new GeminiClient(process.env, { limit: describeLimit });
   // Cleaned as a whole as well: what is put together of pieces may be what none of them is.
   process.stdout.write(`${cleanWords(await describeImage(client, wanted.image), key)}\n`);
+  return undefined;
 }
 
 const files = new TemporaryFiles();

@@ -25,7 +25,10 @@ export function imageFrom(file) {
   const name = path.basename(file);
   let bytes;
   try {
-    const { size } = fs.statSync(file);
+    const stat = fs.statSync(file);
+    // Whoever opens a pipe may wait for ever.
+    if (!stat.isFile()) throw new SpeechFailure(`${name} is no file`);
+    const { size } = stat;
     if (size > imageLimit) throw new SpeechFailure(`${name} is larger than 14 MB`);
     bytes = fs.readFileSync(file);
   } catch (error) {

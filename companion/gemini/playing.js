@@ -27,6 +27,11 @@ function found(program, environment) {
   });
 }
 
+/** A program that plays has no business with it. */
+function withoutKey({ GOOGLE_API_KEY: _, ...environment }) {
+  return environment;
+}
+
 /** 0 to 100. */
 function volumePercent(environment) {
   const volume = /^-?\d+$/.test(environment.TTS_VOLUME ?? '') ? Number(environment.TTS_VOLUME) : 100;
@@ -132,7 +137,7 @@ class LocalPlayer {
   #run(wav, limit) {
     return new Promise((resolve, reject) => {
       const name = path.basename(this.program);
-      const child = spawn(this.program, [wav], { stdio: ['ignore', 'ignore', 'pipe'], env: this.environment, timeout: limit });
+      const child = spawn(this.program, [wav], { stdio: ['ignore', 'ignore', 'pipe'], env: withoutKey(this.environment), timeout: limit });
       this.#child = child;
       let words = '';
       child.stderr.on('data', (bytes) => { words = (words + bytes).slice(-1000); });

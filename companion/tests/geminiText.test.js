@@ -35,6 +35,22 @@ test('Chinese is cut between its sentences', () => {
   assert.equal(pieces.join(''), text);
 });
 
+test('no character that is made of several is cut', () => {
+  for (const one of ['👩‍👩‍👧‍👦', 'e\u0301', '🇩🇪', '👍🏽', '한']) {
+    const text = one.normalize('NFD').repeat(300);
+    const pieces = piecesOf(text, { limit: 101 });
+    assert.equal(pieces.join(''), text);
+    const graphemes = new Set(pieces.flatMap((piece) => Array.from(new Intl.Segmenter().segment(piece), (s) => s.segment)));
+    assert.deepEqual([...graphemes], [one.normalize('NFD')]);
+  }
+});
+
+test('what holds nothing to speak is no piece', () => {
+  assert.deepEqual(piecesOf('...\n---'), []);
+  assert.deepEqual(piecesOf('One. Two.', { isFirstAlone: true }), ['One.', 'Two.']);
+  assert.deepEqual(piecesOf('——.\nTwo.', { isFirstAlone: true }), ['Two.']);
+});
+
 test('the first sentence can stand alone, so that it is heard early', () => {
   assert.deepEqual(piecesOf('One. Two. Three.', { isFirstAlone: true }), ['One.', 'Two. Three.']);
 });

@@ -1,5 +1,5 @@
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import fs from 'node:fs';
 import net from 'node:net';
@@ -94,6 +94,38 @@ test('calls that make no sense end with 2 and say how to call', async (t) => {
     assert.equal(status, 2, call.join(' '));
     assert.match(stderr, /^usage: tts\.js TEXTFILE/);
   }
+});
+
+test('help and the version are answers', async (t) => {
+  const { environment } = await lab(t);
+  const help = await run(environment, '--help');
+  assert.deepEqual([help.status, help.stderr], [0, '']);
+  assert.match(help.stdout, /^usage: tts\.js TEXTFILE/);
+  assert.match((await run(environment, '--version')).stdout, /^tts\.js \d+\.\d+\.\d+\n$/);
+});
+
+test('what is no file is not waited for', async (t) => {
+  const { environment, home, out } = await lab(t);
+  const fifo = path.join(home, 'fifo');
+  spawnSync('mkfifo', [fifo]);
+  for (const [call, said] of [[[fifo, out, '--gemini'], "can't read the text: it is no file\n"],
+    [['--describe-image', fifo], 'fifo is no file\n'], [['--describe-image', '/dev/zero'], 'zero is no file\n']]) {
+    const running = start(environment, ...call);
+    const limit = setTimeout(() => running.child.kill('SIGKILL'), 5000);
+    const { status, stderr } = await running.ended;
+    clearTimeout(limit);
+    assert.deepEqual([status, stderr], [1, said]);
+  }
+});
+
+test('the player is not told the key', async (t) => {
+  const here = await lab(t);
+  const heard = path.join(here.home, 'heard');
+  const player = fakePlayer(here.home, `env > ${heard}`);
+  fs.writeFileSync(here.textFile, 'Hello.');
+  assert.equal((await run({ ...here.environment, ...player }, here.textFile, here.out, '--gemini', '--play')).status, 0);
+  const seen = fs.readFileSync(heard, 'utf8');
+  assert.ok(seen.includes('TTS_PLAYER=') && !seen.includes(key));
 });
 
 test('a text that is missing, empty or no UTF-8 is a failure with a reason', async (t) => {
