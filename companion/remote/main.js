@@ -85,7 +85,7 @@ class Page {
     const isConnected = this.#line === 'open';
     const status = statusOf(this.#picture);
     const lineLabels = { lost: 'Reconnecting…', replaced: 'Open elsewhere', connecting: 'Connecting…' };
-    const kind = isConnected ? status.kind : 'connecting';
+    const kind = isConnected ? status.kind : this.#line === 'replaced' ? 'idle' : 'connecting';
     this.#at('status').dataset.kind = kind;
     const label = isConnected ? status.label : lineLabels[this.#line];
     this.#at('resume').hidden = this.#line !== 'replaced';

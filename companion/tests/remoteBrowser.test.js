@@ -232,7 +232,7 @@ test('a code may be pasted as people write it', async (t) => {
 });
 
 test('a short interruption keeps the focus, and ignores what is pressed', async (t) => {
-  const { home, page, commands } = await paired(t);
+  const { home, page } = await paired(t);
   await page.waitFor(`${text('#status-label')} === "Playing"`);
   const off = (id) => `document.querySelector("${id}").ariaDisabled === "true"`;
   const interrupted = async (id, act) => {
@@ -252,8 +252,7 @@ test('a short interruption keeps the focus, and ignores what is pressed', async 
     await page.tap('#volume');
     assert.equal(await page.value('document.querySelector("#volume").value'), '80');
   });
-  assert.equal(await page.value(text('#toast')), '', 'nothing was sent');
-  assert.deepEqual(commands, []);
+  assert.deepEqual(page.requests.filter(({ url }) => url.includes('/api/command')), []);
 });
 
 test('a page whose place another took can be resumed by keyboard', async (t) => {
