@@ -8,6 +8,7 @@ import { fileURLToPath } from 'node:url';
 
 import { agents } from '../lib/agents.js';
 import { commands, globalOptions } from '../lib/cli/commands.js';
+import { generalHelp } from '../lib/cli/help.js';
 import { exitCodes } from '../lib/cli/failure.js';
 import { voices } from '../lib/voices.js';
 import { temporaryHome } from './home.js';
@@ -111,6 +112,9 @@ const completed = [
   [['voice', 'bm_f'], ['bm_fable']],
   [['on', '--session', ''], []],
   [['diag', '--c'], ['--cleanup']],
+  [['--session', 'voice', 'on', '--h'], ['--help', '--here']],
+  [['--session', '=', 'voice', 'off', '--a'], ['--all']],
+  [['lexicon', '--notes', 'x', 'r'], ['remove']],
 ];
 for (const [words, choices] of completed) {
   test(`bash completes "tts ${words.join(' ')}"`, () => assert.deepEqual(sorted(offered(['tts', ...words])), choices));
@@ -122,6 +126,36 @@ test('bash offers what each command takes', () => {
     const given = offered(['tts', name, '--']);
     assert.deepEqual(sorted(given), sorted([...optionNames(options), ...globalOptions.map((option) => option.name)]), name);
   }
+});
+
+/** The lines of a completion that belong to `command`. */
+const partOf = {
+  _tts: (text, command) => new RegExp(`^        ${command}\\)([\\s\\S]*?);;`, 'm').exec(text)?.[1] ?? '',
+  'tts.fish': (text, command) => text.replaceAll('\\\n', '').split('\n')
+    .filter((line) => new RegExp(`seen_subcommand_from [a-z ]*\\b${command}\\b`).test(line)).join('\n'),
+};
+for (const [script, part] of Object.entries(partOf)) {
+  test(`${script} offers each command its own options`, () => {
+    const text = read(`completions/${script}`);
+    const pattern = script === '_tts' ? /'(?:\([^)]*\))?(--[a-z-]+)\[/g : / -l ([a-z-]+)/g;
+    for (const { name, options } of commands) {
+      const given = [...part(text, name).matchAll(pattern)].map(([, option]) => `--${option.replace(/^--/, '')}`);
+      assert.deepEqual(sorted(given), optionNames(options), name);
+    }
+  });
+}
+
+test('the manual page says of each variable that a user sets', () => {
+  const variables = section(read('man/tts.1'), 'ENVIRONMENT').flatMap((line) => /^\.It Ev (\w+)$/.exec(line)?.[1] ?? []);
+  for (const name of ['HOME', 'NO_COLOR', 'SONRA_PROGRAM', 'SONRA_SUPPORT_URL', 'XDG_CONFIG_HOME', 'XDG_DESKTOP_DIR']) {
+    assert.ok(variables.includes(name), name);
+  }
+  assert.deepEqual(variables, [...variables].sort());
+});
+
+test('the help puts what may be left out in brackets', () => {
+  const help = generalHelp();
+  for (const form of ['volume [N]', 'captions [on|off]', 'help [COMMAND]', 'open ADDRESS']) assert.ok(help.includes(`  ${form}  `), form);
 });
 
 test('bash completes files behind --out', (t) => {

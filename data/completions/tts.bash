@@ -16,7 +16,13 @@ _tts() {
         word=''
     fi
     for ((index = 1; index < COMP_CWORD; index++)); do
-        [[ ${COMP_WORDS[index]} == -* ]] && continue
+        case ${COMP_WORDS[index]} in
+            --source | --session | --out | --notes)
+                [[ ${COMP_WORDS[index + 1]} == = ]] && ((index++))
+                ((index++))
+                continue ;;
+            -*) continue ;;
+        esac
         if [[ -z $command ]]; then
             command=${COMP_WORDS[index]}
         else

@@ -8,15 +8,17 @@ import { columns } from './output.js';
 const optionRow = ({ name, short, value, help }) =>
   [`${short ? `${short}, ` : ''}${name}${value ? ` ${value}` : ''}`, help];
 
+/** What a command takes, in brackets where it may be left out. */
+const argumentsOf = ({ arguments: words, min }) => (!words || min ? words : `[${words}]`);
+
 /** The words behind "tts" in the line that shows how a command is called. */
 export function synopsis(command) {
   const options = (command.options ?? []).map(({ name, value }) => `[${name}${value ? ` ${value}` : ''}]`);
-  const words = command.arguments;
-  return [command.name, ...options, ...(words ? [command.min ? words : `[${words}]`] : [])].join(' ');
+  return [command.name, ...options, argumentsOf(command)].filter(Boolean).join(' ');
 }
 
 export function generalHelp() {
-  const summary = ({ name, arguments: words, summary: text }) => [words ? `${name} ${words}` : name, text];
+  const summary = (command) => [[command.name, argumentsOf(command)].filter(Boolean).join(' '), command.summary];
   return [
     'Usage: tts COMMAND [OPTIONS]',
     '',
