@@ -3,8 +3,8 @@ import fs from 'node:fs';
 import test from 'node:test';
 
 import { commands } from '../lib/cli/commands.js';
-import { asFailure } from '../lib/cli/failure.js';
-import { columns, jsonLine, plain, shortened } from '../lib/cli/output.js';
+import { asFailure } from '../lib/words/failure.js';
+import { columns, jsonLine, plain, shortened } from '../lib/words/output.js';
 import { agents } from '../lib/agents.js';
 import { StateLockError } from '../lib/stateLock.js';
 import { voices } from '../lib/voices.js';

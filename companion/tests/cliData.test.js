@@ -9,7 +9,7 @@ import { fileURLToPath } from 'node:url';
 import { agents } from '../lib/agents.js';
 import { commands, globalOptions } from '../lib/cli/commands.js';
 import { generalHelp } from '../lib/cli/help.js';
-import { exitCodes } from '../lib/cli/failure.js';
+import { exitCodes } from '../lib/words/failure.js';
 import { voices } from '../lib/voices.js';
 import { temporaryHome } from './home.js';
 

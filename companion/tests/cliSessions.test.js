@@ -4,7 +4,7 @@ import path from 'node:path';
 import test from 'node:test';
 
 import { ago, isInside, sessionsFrom, shortId } from '../lib/cli/sessions.js';
-import { plain, shortened } from '../lib/cli/output.js';
+import { plain, shortened } from '../lib/words/output.js';
 import { readState, tts, writeState } from './commandLine.js';
 import { fakeService } from './fakeService.js';
 import { temporaryHome } from './home.js';

@@ -2,7 +2,7 @@
 // them; a value follows after a blank or "=".
 
 import { commands, globalOptions } from './commands.js';
-import { usageError } from './failure.js';
+import { usageError } from '../words/failure.js';
 
 /** A number may be negative without being an option. */
 const isOption = (word) => word.startsWith('-') && word !== '-' && !/^-\d/.test(word);

@@ -3,7 +3,7 @@
 import fs from 'node:fs';
 
 import { SharedDocument } from '../sharedDocument.js';
-import { CommandFailure } from './failure.js';
+import { CommandFailure } from '../words/failure.js';
 
 /** Why `error` stopped it, in words where they are better than a code. */
 function reason({ code }) {
@@ -14,7 +14,7 @@ function reason({ code }) {
 
 /**
  * @param {string} path
- * @param {import('./output.js').Output} output
+ * @param {import('../words/output.js').Output} output
  * @param {{ isWritten?: boolean }} [options] `isWritten`: the document is about to be changed
  */
 export function readDocument(path, output, { isWritten = false } = {}) {

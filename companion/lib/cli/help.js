@@ -2,8 +2,8 @@
 
 import { commands, globalOptions } from './commands.js';
 import { findCommand } from './arguments.js';
-import { usageError } from './failure.js';
-import { columns } from './output.js';
+import { usageError } from '../words/failure.js';
+import { columns } from '../words/output.js';
 
 const optionRow = ({ name, short, value, help }) =>
   [`${short ? `${short}, ` : ''}${name}${value ? ` ${value}` : ''}`, help];

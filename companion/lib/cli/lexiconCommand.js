@@ -3,8 +3,8 @@
 import { addEntry, loadEntries, maxEntries, removeEntry, validateEntry } from '../lexicon.js';
 import { profilePath } from '../places.js';
 import { readDocument } from './documents.js';
-import { CommandFailure, notFound, usageError } from './failure.js';
-import { columns, plain } from './output.js';
+import { CommandFailure, notFound, usageError } from '../words/failure.js';
+import { columns, plain } from '../words/output.js';
 
 function expectWords(words, count, form) {
   if (words.length !== count) throw usageError(`It is "tts lexicon ${form}".`);

@@ -3,7 +3,7 @@
 import { socketPath } from '../places.js';
 import { ensureDaemon, startService, waitFor } from '../serviceControl.js';
 import { sendCommand, serviceState } from '../serviceSocket.js';
-import { CommandFailure } from './failure.js';
+import { CommandFailure } from '../words/failure.js';
 
 const quitLimit = 5_000;
 

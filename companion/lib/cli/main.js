@@ -5,8 +5,8 @@ import fs from 'node:fs';
 import { fileURLToPath } from 'node:url';
 
 import { parseArguments } from './arguments.js';
-import { asFailure, exitCodes, usageError } from './failure.js';
-import { Output } from './output.js';
+import { asFailure, exitCodes, usageError } from '../words/failure.js';
+import { Output } from '../words/output.js';
 
 /** As long as a command may take to undo what it began. */
 const undoLimit = 3_000;

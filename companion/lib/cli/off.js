@@ -5,7 +5,7 @@ import { socketPath, statePath } from '../places.js';
 import { waitFor } from '../serviceControl.js';
 import { commandLine, sendLines } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
-import { CommandFailure, notFound, usageError } from './failure.js';
+import { CommandFailure, notFound, usageError } from '../words/failure.js';
 import { attachedFrom, named, sessionJson, sessionLines, withId } from './sessions.js';
 
 const detachLimit = 2_000;

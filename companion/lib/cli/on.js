@@ -8,8 +8,8 @@ import { socketPath, statePath } from '../places.js';
 import { waitFor } from '../serviceControl.js';
 import { sendCommand, sendLines } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
-import { CommandFailure, notFound, usageError } from './failure.js';
-import { plain } from './output.js';
+import { CommandFailure, notFound, usageError } from '../words/failure.js';
+import { plain } from '../words/output.js';
 import { ago, isFresh, isInside, named, sessionJson, sessionLines, sessionsFrom, withId } from './sessions.js';
 
 const attachLimit = 2_000;

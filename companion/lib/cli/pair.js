@@ -11,8 +11,8 @@ import { waitFor } from '../serviceControl.js';
 import { isServiceRunning } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { lockPath } from '../stateLock.js';
-import { CommandFailure, exitCodes, usageError } from './failure.js';
-import { plain } from './output.js';
+import { CommandFailure, exitCodes, usageError } from '../words/failure.js';
+import { plain } from '../words/output.js';
 
 const bridgeLimit = 5_000;
 const pollInterval = 250;

@@ -4,7 +4,7 @@ import path from 'node:path';
 
 import { agentName } from '../agents.js';
 import { homeDirectory } from '../places.js';
-import { columns, plain, shortened } from './output.js';
+import { columns, plain, shortened } from '../words/output.js';
 
 /** As the service judges it when it attaches a lone session by itself. */
 export const freshFor = 15 * 60 * 1000;

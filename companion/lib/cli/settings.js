@@ -5,7 +5,7 @@ import { socketPath, statePath } from '../places.js';
 import { updateDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
 import { readDocument } from './documents.js';
-import { usageError } from './failure.js';
+import { usageError } from '../words/failure.js';
 
 const read = ({ environment, output }, options) => settingsOf(readDocument(statePath(environment), output, options));
 
@@ -77,7 +77,7 @@ export async function muting(context) {
 
 async function listVoices(context) {
   const { output } = context;
-  const [{ voices }, { columns, plain }] = await Promise.all([import('../voices.js'), import('./output.js')]);
+  const [{ voices }, { columns, plain }] = await Promise.all([import('../voices.js'), import('../words/output.js')]);
   const chosen = read(context).voice;
   const rows = columns(voices.map(({ id, name, descriptor }) =>
     [id === chosen ? '*' : ' ', id, name, descriptor]), '');

@@ -5,8 +5,8 @@ import { serviceState } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
 import { readDocument } from './documents.js';
-import { exitCodes } from './failure.js';
-import { columns, plain, shortened } from './output.js';
+import { exitCodes } from '../words/failure.js';
+import { columns, plain, shortened } from '../words/output.js';
 import { attachedFrom, isFresh, sessionJson, sessionLines, sessionsFrom } from './sessions.js';
 
 /** A dead service leaves its last snapshot behind; it tells nothing. */

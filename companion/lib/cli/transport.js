@@ -2,7 +2,7 @@
 
 import { socketPath } from '../places.js';
 import { sendCommand } from '../serviceSocket.js';
-import { usageError } from './failure.js';
+import { usageError } from '../words/failure.js';
 
 /** The socket's word for a command, where it has another name, and what a person is told. */
 const table = {

@@ -5,8 +5,8 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { parseArgs } from 'node:util';
 
-import { CommandFailure, usageError } from '../cli/failure.js';
-import { Output } from '../cli/output.js';
+import { CommandFailure, usageError } from '../words/failure.js';
+import { Output } from '../words/output.js';
 import { configDirectory, homeDirectory } from '../places.js';
 import { readIfPresent, replaceFile } from '../wholeFile.js';
 import { collectDocuments } from './documents.js';
