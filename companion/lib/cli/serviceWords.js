@@ -1,23 +1,10 @@
 // What the service said in its log: the only place where it tells why it didn't do something.
 
-import fs from 'node:fs';
-
+import { tailOf } from '../diag/logs.js';
 import { serviceLogPath } from '../places.js';
 
 const tailBytes = 64 * 1024;
 const warn = 40;
-
-function tail(file) {
-  const fd = fs.openSync(file, 'r');
-  try {
-    const { size } = fs.fstatSync(fd);
-    const length = Math.min(size, tailBytes);
-    const bytes = Buffer.alloc(length);
-    return bytes.toString('utf8', 0, fs.readSync(fd, bytes, 0, length, size - length));
-  } finally {
-    fs.closeSync(fd);
-  }
-}
 
 function recordFrom(line) {
   try {
@@ -34,7 +21,7 @@ function recordFrom(line) {
 export function lastWarning(environment, pattern, since) {
   let lines;
   try {
-    lines = tail(serviceLogPath(environment)).split('\n');
+    lines = tailOf(serviceLogPath(environment), tailBytes).text.split('\n');
   } catch {
     return undefined;
   }

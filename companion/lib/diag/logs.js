@@ -10,7 +10,7 @@ const boundOfLog = 8 * 1024 * 1024;
 const rotatedCopies = 5;
 
 /** The last `limit` bytes of a file, from the beginning of a line. */
-function tailOf(file, limit) {
+export function tailOf(file, limit) {
   const fd = fs.openSync(file, 'r');
   try {
     const { size } = fs.fstatSync(fd);

@@ -1,4 +1,5 @@
-// How a command ends, for the command line and the bundle for support alike. A failure carries the sentence that a person reads and the code that a script sees.
+// How a command ends, for the command line and the bundle for support alike. A failure carries the sentence that a person
+// reads and the code that a script sees.
 
 export const exitCodes = {
   ok: 0, failed: 1, usage: 2, notFound: 3, unavailable: 69, interrupted: 130, terminated: 143,
