@@ -215,9 +215,8 @@ TreeEvents InotifyTree::collect(std::span<const std::byte> records) {
             // New directories are among what was lost.
             result.rescan = true;
             arm();
-        } else if (isLink(wd, mask, name)) {
-            rearm(result);
-        } else if (ancestors_.contains(wd) && (rootWd_ < 0 || (mask & goneMask) != 0)) {
+        } else if (isLink(wd, mask, name) ||
+                   (ancestors_.contains(wd) && (rootWd_ < 0 || (mask & goneMask) != 0))) {
             rearm(result);
         } else {
             // Through a link the root may be one of its own directories.

@@ -75,7 +75,7 @@ void end(const std::string& id, const std::string& display) {
 
 std::string takeFromEnvironment() {
     const char* const value = std::getenv(variable);
-    const std::string id = value ? value : "";
+    std::string id = value ? value : "";
     unsetenv(variable);
     unsetenv(tokenVariable);
     return id;

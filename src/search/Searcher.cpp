@@ -82,8 +82,7 @@ class Search {
         for (const auto& id : attachedIds) attachedBits_ |= SearchTable::idBit(id);
         isNamed_.reserve(table_.projects().size());
         for (const auto& project : table_.projects())
-            isNamed_.push_back(std::ranges::any_of(
-                query.plain, [&](const auto& token) { return holds(project.lowered, token); }));
+            isNamed_.push_back(isNamedIn(project.lowered) ? 1 : 0);
     }
 
     std::vector<SearchHit> run();
@@ -91,6 +90,10 @@ class Search {
   private:
     [[nodiscard]] const SessionMeta& session(std::uint32_t row) const {
         return snapshot_[table_.sessionOf(row)];
+    }
+    [[nodiscard]] bool isNamedIn(std::string_view folder) const {
+        return std::ranges::any_of(query_.plain,
+                                   [&](const auto& token) { return holds(folder, token); });
     }
     [[nodiscard]] bool passesFilters(std::uint32_t row) const;
     [[nodiscard]] std::optional<int> tokenScore(const SearchTable::Row& row, std::uint32_t number,
