@@ -190,7 +190,7 @@ class TrayMenu(WholeDesktop):
         self.wait_row("Attach session…")
         self.assertEqual(self.icon.labels(), [
             f"Narrating  •  {LONG[:48]}", "-", "Pause", "Skip", "Stop", "Mute", "Captions", "-", "Volume\t100%",
-            "Speed\t1x", "-", "Narrating: 1", "Attach session…", "Search sessions…", "-",
+            "Speed\t1x", "-", "Narrating: 1", "Attach session…", "Search sessions…", "-", "Start at login",
             "Quit Sonra"])
 
     def test_pause_and_resume(self):
