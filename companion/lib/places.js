@@ -40,7 +40,7 @@ export function ctlPointerPath(environment = process.env) {
   return path.join(homeDirectory(environment), 'Library/Application Support/Sonra/ctl-path.txt');
 }
 
-/** Only absolute paths count in these variables, as the base directory specification has it. */
+/** Only absolute paths count in these variables; a relative one would mean another folder in each program. */
 function baseDirectory(value, fallback, environment) {
   return value && path.isAbsolute(value) ? value : path.join(homeDirectory(environment), fallback);
 }
