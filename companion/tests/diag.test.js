@@ -350,6 +350,14 @@ test('nothing is sent in the open, nor to what is no address', async (t) => {
   }
 });
 
+test('a text that comes again is cleaned again, as a fact and as a message', (t) => {
+  const scrubber = new Scrubber({ environment: temporaryHome(t).environment });
+  for (let i = 0; i < 2; i += 1) {
+    assert.equal(scrubber.text('token=abc, "of two words more"'), 'token=[redacted], "of two words more"');
+    assert.equal(scrubber.sentence('token=abc, "of two words more"'), 'token=[redacted], "[text]"');
+  }
+});
+
 test('texts are cleaned by what they look like', (t) => {
   const scrubber = new Scrubber({ environment: temporaryHome(t).environment });
   const cases = [

@@ -29,24 +29,25 @@ const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'wh
 const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
 
 /**
- * Patterns of secrets that nobody told us of, with what is left of them. Each repetition in front of what a pattern
- * looks for is bounded, so that a long line without it costs no more than its length.
+ * Patterns of secrets that nobody told us of, with what is left of them and, where there is something, what stands in
+ * all that a pattern fits: it is looked for first. Each repetition in front of what a pattern looks for is bounded, so
+ * that a long line without it costs no more than its length.
  */
 const patterns = [
-  [/"[^"\s@]{1,200}(?: [^"\s@]{1,200}){0,4}"@([\p{L}\p{N}.-]{1,255})/gu, '***@$1'],
+  [/"[^"\s@]{1,200}(?: [^"\s@]{1,200}){0,4}"@([\p{L}\p{N}.-]{1,255})/gu, '***@$1', '@'],
   [
     /(?<![^\s@"'<>()[\]{},;:=/\\])[^\s@"'<>()[\]{},;:=/\\]+@([\p{L}\p{N}](?:[\p{L}\p{M}\p{N}.-]{0,253}[\p{L}\p{M}\p{N}])?)/gu,
-    '***@$1',
+    '***@$1', '@',
   ],
   [/\b(?:AKIA|ASIA|AROA|AIDA|ABIA|ACCA)[A-Z0-9]{16}\b/g, removed],
-  [/\beyJ[A-Za-z0-9_-]{4,}(?:\.[A-Za-z0-9_-]*){1,4}/g, removed],
+  [/\beyJ[A-Za-z0-9_-]{4,}(?:\.[A-Za-z0-9_-]*){1,4}/g, removed, 'eyJ'],
   [/\b(Bearer|Basic|Token)\s{1,4}[A-Za-z0-9._~+/=-]{6,}/gi, `$1 ${removed}`],
-  [/:\/\/[^\s/@:]{1,128}:[^\s/@]{1,256}@/g, `://${removed}@`],
+  [/:\/\/[^\s/@:]{1,128}:[^\s/@]{1,256}@/g, `://${removed}@`, '://'],
   [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]{0,16}=)[^\s&"']+/gi, `$1${removed}`],
   [/((?:api[_-]?key|token|secret|password|passwd)["']?\s{0,4}[:=]\s{0,4}["']?)[^\s"',&}]+/gi, `$1${removed}`],
   [/\b(?:sk|pk|rk|ghp|gho|ghs|ghu|github_pat|glpat|xox[a-z])[-_][A-Za-z0-9_-]{10,}/g, removed],
   // The parser quotes what it couldn't read.
-  [/"(?:[^"\\]|\\.){0,400}"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`],
+  [/"(?:[^"\\]|\\.){0,400}"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`, 'is not valid JSON'],
   [/(\bcode\W{1,3})\d{6}\b/gi, `$1${removed}`],
 ];
 
@@ -91,7 +92,20 @@ function textsOf(environment) {
 
 /** What is shorter can hold none: not even an address of mail. */
 const shortestSecret = 3;
-const mostKeys = 10_000;
+/** The words of programs come again in very many lines; what is longer seldom does. */
+const longestRemembered = 64;
+const mostRemembered = 10_000;
+
+/** What `make` makes of a short text, made once. */
+function remembered(memory, text, make) {
+  if (text.length > longestRemembered) return make(text);
+  let made = memory.get(text);
+  if (made === undefined) {
+    made = make(text);
+    if (memory.size < mostRemembered) memory.set(text, made);
+  }
+  return made;
+}
 
 const byLength = (a, b) => b.length - a.length;
 
@@ -116,8 +130,9 @@ export class Scrubber {
   #known;
   #instead;
   #homes;
-  #keys = new Map();
   #host;
+  #texts = new Map();
+  #sentences = new Map();
 
   /** Reads what is secret here once; a bundle is made in a moment. */
   constructor({ environment = process.env } = {}) {
@@ -132,26 +147,22 @@ export class Scrubber {
 
   /** A text without what is secret, known or by its look. */
   text(text) {
-    if (text.length < shortestSecret) return text;
+    return text.length < shortestSecret ? text : remembered(this.#texts, text, (it) => this.#cleanText(it));
+  }
+
+  #cleanText(text) {
     let clean = this.#known ? text.replace(this.#known, (value) => this.#instead.get(value)) : text;
-    for (const [pattern, instead] of patterns) clean = clean.replace(pattern, instead);
+    for (const [pattern, instead, sign] of patterns) {
+      if (sign === undefined || clean.includes(sign)) clean = clean.replace(pattern, instead);
+    }
     clean = clean.replace(/[A-Za-z0-9_-]{32,}/g, (run) => (looksSecret(run) ? removed : run));
     return this.#homes.reduce((rest, [pattern, instead]) => rest.replace(pattern, instead), clean);
   }
 
-  /** Few names of keys stand in very many lines. */
-  #key(key) {
-    let clean = this.#keys.get(key);
-    if (clean === undefined) {
-      clean = this.text(key);
-      if (this.#keys.size < mostKeys) this.#keys.set(key, clean);
-    }
-    return clean;
-  }
-
   /** A message of a program's, which may quote what it was about. */
   sentence(text) {
-    return this.text(quotations.reduce((clean, [pattern, instead]) => clean.replace(pattern, instead), text));
+    return remembered(this.#sentences, text,
+      (it) => this.text(quotations.reduce((clean, [pattern, instead]) => clean.replace(pattern, instead), it)));
   }
 
   /** A value whose strings are facts; only what is secret in them goes. */
@@ -168,7 +179,7 @@ export class Scrubber {
   }
 
   #fields(fields) {
-    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.#key(key), this.value(key, value)]));
+    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.text(key), this.value(key, value)]));
   }
 
   /** Numbers, booleans and null tell nothing; strings stay where they are names, paths or the program's own words. */

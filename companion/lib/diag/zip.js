@@ -12,7 +12,8 @@ const crcTable = Uint32Array.from({ length: 256 }, (_, n) => {
 /** @param {Uint8Array} bytes */
 export function crc32(bytes) {
   let crc = 0xffffffff;
-  for (const byte of bytes) crc = crcTable[(crc ^ byte) & 0xff] ^ (crc >>> 8);
+  // By index: logs have millions of bytes, and an iterator takes several times as long.
+  for (let i = 0; i < bytes.length; i += 1) crc = crcTable[(crc ^ bytes[i]) & 0xff] ^ (crc >>> 8);
   return (crc ^ 0xffffffff) >>> 0;
 }
 
