@@ -239,7 +239,7 @@ class Addresses(LifecycleCase):
         call("Activate", "a{sv}", {})
         call("Open", "asa{sv}", ["tts://nonsense", "TTS://session/" + self.home.session], {})
         self.wait_attached(self.home.session)
-        told = self.home.log("address stands for nothing")
+        told = wait_for("the log", lambda: self.home.log("address stands for nothing"))
         self.assertEqual([(each["level"], each["input"]) for each in told], [(40, {"url": "tts://nonsense"})])
         self.assertIsNone(service.process.poll())
 
@@ -274,7 +274,8 @@ class Addresses(LifecycleCase):
         self.addCleanup(lambda: wait_for("its end", lambda: not os.path.exists(f"/proc/{started}")))
         self.addCleanup(os.kill, started, signal.SIGTERM)
         self.wait_attached(self.home.session)
-        self.assertEqual(self.home.log("sonra up")[0]["input"]["pid"], started)
+        first = wait_for("the log", lambda: self.home.log("sonra up"))[0]
+        self.assertEqual(first["input"]["pid"], started)
 
 
 class StartupNotice(LifecycleCase):
@@ -358,7 +359,7 @@ class MissingShortcut(LifecycleCase):
         reason = ('This desktop lets no program have global shortcuts; a command such as "tts search" can be bound in its '
                   "own keyboard settings")
         self.wait_told(f'Super+Shift+F doesn\'t work for "Search sessions": {reason}.'.replace('"', "&quot;"))
-        logged = self.home.log("global hotkey can't be had")
+        logged = wait_for("the log", lambda: self.home.log("global hotkey can't be had"))
         self.assertEqual([(each["level"], each["result"]) for each in logged], [(40, {"reason": reason})])
         self.assertIn("[search] failed to register ⌘⇧F\n", (self.home.path / "stderr.txt").read_text())
 
@@ -370,7 +371,8 @@ class MissingShortcut(LifecycleCase):
         self.start().wait_ready()
         self.wait_told("Super+Shift+F doesn't work for &quot;Search sessions&quot;: another program has it, or this "
                        "keyboard doesn't.")
-        self.assertEqual([each["result"] for each in self.home.log("global hotkey is taken")], [{"reason": "already in use"}])
+        logged = wait_for("the log", lambda: self.home.log("global hotkey is taken"))
+        self.assertEqual([each["result"] for each in logged], [{"reason": "already in use"}])
 
 
 class Starts(LifecycleCase):
@@ -379,7 +381,7 @@ class Starts(LifecycleCase):
             with self.subTest(arguments):
                 self.home.log_path.unlink(missing_ok=True)
                 service = self.start(arguments).wait_ready()
-                first = self.home.log()[0]
+                first = wait_for("the log", self.home.log)[0]
                 self.assertEqual((first["msg"], first["level"], first["module"]), ("sonra up", 30, "main"))
                 self.assertEqual(first["input"], {"pid": service.process.pid, "argv": [str(PROGRAM), *arguments]})
                 self.assertEqual(len(self.home.log("sonra up")), 1)

@@ -122,6 +122,9 @@ class Transport(NarrationCase):
         wait_for("the file to go", lambda: not wav.exists())
         self.service.send({"cmd": "play", "text": "no file at all"})
         self.service.send({"cmd": "play", "wav": 7})
+        # What came before it is behind it once another command has been carried out.
+        self.service.send({"cmd": "volume", "value": 99})
+        wait_for("the volume", lambda: self.home.state().get("volume") == 99)
         self.assertEqual(len(self.home.log("chunk enqueued")), 1)
 
 
