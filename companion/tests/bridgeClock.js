@@ -1,6 +1,6 @@
 // A clock that stands still until a test moves it.
 
-/** @returns {import('../lib/daemon/clock.js').Clock & { time: number, step(milliseconds: number): void }} */
+/** @returns {import('../lib/clock.js').Clock & { time: number, step(milliseconds: number): void }} */
 export function steppedClock(time = Date.now()) {
   let timers = [];
   return {

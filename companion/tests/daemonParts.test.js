@@ -1,15 +1,12 @@
 import assert from 'node:assert/strict';
-import fs from 'node:fs';
 import test from 'node:test';
 
 import { Daemon } from '../lib/daemon/daemon.js';
 import { daemonEnvironment } from '../lib/daemon/environment.js';
-import { FolderWatch } from '../lib/daemon/folderWatch.js';
 import { holdsSocket, memoryOf } from '../lib/daemon/processFacts.js';
 import { Troubles } from '../lib/daemon/troubles.js';
 import { Log, silentLog } from '../lib/log.js';
 import { HandClock } from './handClock.js';
-import { temporaryHome, until } from './home.js';
 
 /** Parts that fail so many times and then start; what they did is in `done`. */
 function fakeParts(failures) {
@@ -81,40 +78,6 @@ test('the daemon is given places and settings, and no key', () => {
     'LD_PRELOAD', 'SSH_AUTH_SOCK', 'DISPLAY', 'MY_TTS_KEY', 'HOMEBREW', 'home'];
   const all = Object.fromEntries([...left, ...kept].map((name) => [name, `of ${name}`]));
   assert.deepEqual(daemonEnvironment(all), Object.fromEntries(kept.map((name) => [name, `of ${name}`])));
-});
-
-test('a folder watch tells of the files that it was given, and of no others', async (t) => {
-  const { home } = temporaryHome(t);
-  const events = [];
-  const watch = new FolderWatch(home, ['a'], () => events.push('a'));
-  const other = new FolderWatch(home, ['z'], () => events.push('z'));
-  for (const each of [watch, other]) each.start();
-  t.after(() => { watch.stop(); other.stop(); });
-  fs.writeFileSync(`${home}/b`, '');
-  fs.writeFileSync(`${home}/a`, '');
-  await until(() => events.length > 0);
-  assert.deepEqual(new Set(events), new Set(['a']));
-});
-
-test('a folder that is not there is looked for with growing patience, and watched once it is', async (t) => {
-  const { home } = temporaryHome(t);
-  const clock = new HandClock();
-  let events = 0;
-  const watch = new FolderWatch(`${home}/new`, ['a'], () => { events += 1; }, clock);
-  t.after(() => watch.stop());
-  watch.start();
-  assert.equal(watch.isWatching, false);
-  await clock.pass(1000);
-  assert.deepEqual([events, watch.isWatching], [1, false]);
-  fs.mkdirSync(`${home}/new`);
-  await clock.pass(1999);
-  assert.equal(watch.isWatching, false);
-  await clock.pass(1);
-  assert.equal(watch.isWatching, true);
-  fs.writeFileSync(`${home}/new/a`, '');
-  await until(() => events > 2);
-  fs.rmSync(`${home}/new`, { recursive: true });
-  await until(() => !watch.isWatching);
 });
 
 test('memory is told of a live process, and of no other', () => {

@@ -2,7 +2,7 @@
 
 import { setImmediate } from 'node:timers/promises';
 
-/** @implements {import('../lib/daemon/clock.js').Clock} */
+/** @implements {import('../lib/clock.js').Clock} */
 export class HandClock {
   #timers = new Map();
   #next = 1;

@@ -3,11 +3,12 @@
 
 import path from 'node:path';
 
-import { systemClock } from '../daemon/clock.js';
+import { systemClock } from '../clock.js';
+import { FolderWatch } from '../folderWatch.js';
 import { nowPlayingPath, sharedDirectory, socketPath, statePath, tokensPath } from '../places.js';
+import { makeFolderOf } from '../wholeFile.js';
 import { Connections } from './connections.js';
 import { Feed } from './feed.js';
-import { FolderWatch } from './folderWatch.js';
 import { Listener } from './listener.js';
 import { buildPage } from './page.js';
 import { Pairing } from './pairing.js';
@@ -47,7 +48,7 @@ class Bridge {
       streams: this.#streams, connections,
     });
     this.#listener = new Listener({ handle: routes.handle, connections, log, clock });
-    this.#watch = new FolderWatch(sharedDirectory(environment), (name) => this.#changed(name));
+    this.#watch = new FolderWatch(sharedDirectory(environment), undefined, (name) => this.#changed(name), clock);
   }
 
   get port() {
@@ -66,18 +67,25 @@ class Bridge {
 
   async close() {
     this.#clock.clearTimeout(this.#look);
-    this.#watch.close();
+    this.#watch.stop();
     this.#streams.close();
     this.#feed.close();
     await this.#listener.close();
   }
 
   #lookAround() {
+    this.#makeFolder();
+    this.#watch.check();
+    this.#changed('');
+    this.#look = this.#clock.setTimeout(() => this.#lookAround(), lookInterval);
+  }
+
+  /** Where it can't be made it is looked for, until somebody else makes it. */
+  #makeFolder() {
     try {
-      this.#watch.rearm();
-      this.#changed('');
-    } finally {
-      this.#look = this.#clock.setTimeout(() => this.#lookAround(), lookInterval);
+      makeFolderOf(statePath(this.#environment));
+    } catch (error) {
+      this.#log.debug('bridge could not make the shared folder', { reason: error.message });
     }
   }
 
@@ -101,7 +109,7 @@ class Bridge {
 
 /**
  * Resolves when the bridge listens, or has failed to for the first time: it goes on trying.
- * @param {{ environment?: NodeJS.ProcessEnv, log, clock?: import('../daemon/clock.js').Clock }} options
+ * @param {{ environment?: NodeJS.ProcessEnv, log, clock?: import('../clock.js').Clock }} options
  * @returns {Promise<{ readonly port: number | undefined, readonly lan: boolean | undefined, close(): Promise<void> }>}
  *   `port`, and `lan`, which is true where the local network reaches it, are undefined while the bridge doesn't listen
  */

@@ -18,7 +18,7 @@ export class Connections {
   /** In the order in which they came. */
   #open = new Map();
 
-  /** @param {{ clock: import('../daemon/clock.js').Clock }} options */
+  /** @param {{ clock: import('../clock.js').Clock }} options */
   constructor({ clock }) {
     this.#clock = clock;
   }

@@ -22,7 +22,7 @@ export class Feed {
   #reading = false;
   #again = false;
 
-  /** @param {{ environment: NodeJS.ProcessEnv, clock: import('../daemon/clock.js').Clock }} options */
+  /** @param {{ environment: NodeJS.ProcessEnv, clock: import('../clock.js').Clock }} options */
   constructor({ environment, clock }) {
     this.#environment = environment;
     this.#clock = clock;

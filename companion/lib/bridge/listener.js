@@ -38,7 +38,7 @@ export class Listener {
 
   /**
    * @param {{ handle: import('node:http').RequestListener, connections: import('./connections.js').Connections, log,
-   *   clock: import('../daemon/clock.js').Clock }} options
+   *   clock: import('../clock.js').Clock }} options
    */
   constructor({ handle, connections, log, clock }) {
     this.#handle = handle;

@@ -15,7 +15,7 @@ export class Streams {
   #open = new Set();
 
   /**
-   * @param {{ feed: import('./feed.js').Feed, clock: import('../daemon/clock.js').Clock,
+   * @param {{ feed: import('./feed.js').Feed, clock: import('../clock.js').Clock,
    *   seen?: (device: string) => void }} options `seen` is told of each device that is there, again and again
    */
   constructor({ feed, clock, seen = () => {} }) {

@@ -2,13 +2,13 @@
 // are loaded when the daemon starts and know nothing of each other; one that fails leaves the others alone and is tried
 // again, with growing patience.
 
-import { systemClock } from './clock.js';
+import { systemClock } from '../clock.js';
 
 const firstRetry = 5000;
 const longestRetry = 5 * 60 * 1000;
 
 /**
- * @typedef {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock: import('./clock.js').Clock }} Surroundings
+ * @typedef {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock: import('../clock.js').Clock }} Surroundings
  * @typedef {(surroundings: Surroundings) => Promise<{ stop(): unknown, port?: number, lan?: boolean }>} Part starts and gives its end
  */
 

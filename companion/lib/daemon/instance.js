@@ -7,12 +7,12 @@
 import fs from 'node:fs';
 import path from 'node:path';
 
+import { systemClock } from '../clock.js';
+import { FolderWatch } from '../folderWatch.js';
 import { daemonLockPath, daemonPidPath, daemonSocketPath, sharedDirectory } from '../places.js';
 import { withLock } from '../stateLock.js';
 import { readIfPresent, replaceFile } from '../wholeFile.js';
 import { askDaemon, DaemonSilent, listen } from './channel.js';
-import { systemClock } from './clock.js';
-import { FolderWatch } from './folderWatch.js';
 
 const retryInterval = 50;
 const goodbye = 200;

@@ -3,10 +3,10 @@
 
 import process from 'node:process';
 
+import { systemClock } from '../clock.js';
 import { Log, RotatingFile } from '../log.js';
 import { daemonLogPath } from '../places.js';
 import { packageVersion } from '../version.js';
-import { systemClock } from './clock.js';
 import { Daemon } from './daemon.js';
 import { closeInherited } from './inheritance.js';
 import { claimInstance } from './instance.js';

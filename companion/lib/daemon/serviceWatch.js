@@ -8,12 +8,12 @@
 import fs from 'node:fs';
 import path from 'node:path';
 
+import { systemClock } from '../clock.js';
+import { FolderWatch } from '../folderWatch.js';
 import { serviceLockPath, sharedDirectory, socketPath, statePath } from '../places.js';
 import { commandLine, sendLines } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { readIfPresent } from '../wholeFile.js';
-import { systemClock } from './clock.js';
-import { FolderWatch } from './folderWatch.js';
 import { freshFor, writtenAt } from './transcriptFiles.js';
 import { WrittenAgain } from './writtenAgain.js';
 
@@ -43,7 +43,7 @@ export class ServiceWatch {
   #lookAgain = false;
   #stopped = false;
 
-  /** @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock?: import('./clock.js').Clock }} options */
+  /** @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock?: import('../clock.js').Clock }} options */
   constructor({ environment, log, clock = systemClock }) {
     this.#environment = environment;
     this.#log = log.child({ class: 'ServiceWatch' });

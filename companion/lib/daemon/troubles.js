@@ -9,7 +9,7 @@ export class Troubles {
   #most;
   #times = [];
 
-  /** @param {{ log: import('../log.js').Log, clock: import('./clock.js').Clock, most?: number }} options */
+  /** @param {{ log: import('../log.js').Log, clock: import('../clock.js').Clock, most?: number }} options */
   constructor({ log, clock, most = 10 }) {
     this.#log = log;
     this.#clock = clock;

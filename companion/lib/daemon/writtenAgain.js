@@ -5,8 +5,8 @@
 import fs from 'node:fs';
 import path from 'node:path';
 
-import { systemClock } from './clock.js';
-import { FolderWatch } from './folderWatch.js';
+import { systemClock } from '../clock.js';
+import { FolderWatch } from '../folderWatch.js';
 import { transcriptFiles, writtenAt } from './transcriptFiles.js';
 
 const isFolder = (file) => fs.statSync(file, { throwIfNoEntry: false })?.isDirectory() ?? false;
@@ -21,7 +21,7 @@ export class WrittenAgain {
 
   /**
    * @param {(id: string) => void} onWritten called once for each session, which isn't waited for any more then
-   * @param {import('./clock.js').Clock} [clock]
+   * @param {import('../clock.js').Clock} [clock]
    */
   constructor(onWritten, clock = systemClock) {
     this.#onWritten = onWritten;

@@ -5,7 +5,7 @@
 
 import fs from 'node:fs';
 
-import { systemClock } from '../daemon/clock.js';
+import { systemClock } from '../clock.js';
 import { silentLog } from '../log.js';
 import { statePath } from '../places.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
@@ -59,7 +59,7 @@ export class Discovery {
   #writeRows;
 
   /**
-   * @param {{ environment?: NodeJS.ProcessEnv, log?: import('../log.js').Log, clock?: import('../daemon/clock.js').Clock,
+   * @param {{ environment?: NodeJS.ProcessEnv, log?: import('../log.js').Log, clock?: import('../clock.js').Clock,
    *   writeRows?: (rows: import('./scanner.js').Row[]) => Promise<void>,
    *   runningFolders?: (name: string) => Promise<string[]> }} [options]
    */
