@@ -6,6 +6,7 @@ import { networkInterfaces } from 'node:os';
 
 import { lanAddresses } from '../bridge/addresses.js';
 import { identityOf, readCode, removeCode } from '../bridge/pairCode.js';
+import { pairedDevices } from '../pairedDevices.js';
 import { socketPath, statePath, tokensPath } from '../places.js';
 import { waitFor } from '../serviceControl.js';
 import { isServiceRunning } from '../serviceSocket.js';
@@ -16,11 +17,6 @@ import { plain } from '../words/output.js';
 
 const bridgeLimit = 5_000;
 const pollInterval = 250;
-
-const isDevice = (row) =>
-  typeof row?.label === 'string' && typeof row.token === 'string' && typeof row.createdAt === 'number';
-
-const rowsOf = (environment) => SharedDocument.read(tokensPath(environment)).list('tokens').filter(isDevice);
 
 async function storeReach({ environment, options }) {
   if (options.lan && options['no-lan']) throw usageError('--lan and --no-lan exclude each other.');
@@ -90,7 +86,7 @@ function pause(milliseconds, signal) {
 async function outcome({ environment, signal }, known, minted) {
   let missing = 0;
   while (!signal.aborted) {
-    const fresh = rowsOf(environment).filter(({ token }) => !known.has(token));
+    const fresh = pairedDevices(environment).filter(({ token }) => !known.has(token));
     if (fresh.length) return { device: fresh.sort((a, b) => b.createdAt - a.createdAt)[0].label };
     if (Date.now() >= minted.expiresAt) return { why: 'expired' };
     // A code that was used is gone as well; its token comes a moment later, or when the bridge gets the lock.
@@ -127,7 +123,7 @@ export async function pair(context) {
   if (options.wait && options['no-wait']) throw usageError('--wait and --no-wait exclude each other.');
   const lan = await storeReach(context);
   const daemon = await daemonWithBridge(context, lan);
-  const known = new Set(rowsOf(environment).map(({ token }) => token));
+  const known = new Set(pairedDevices(environment).map(({ token }) => token));
   const { code, expiresAt } = await neighbours.mintCode(environment);
   const minted = { code, expiresAt: Number(expiresAt), lan, addresses: addressesOf(daemon, lan) };
   show(output, minted);

@@ -3,7 +3,8 @@
 // Ends with 0 when it did what was asked, with 1 and a sentence when it couldn't, with 2 when it wasn't asked properly.
 
 import { packageVersion } from '../version.js';
-import { UsageError } from './usageError.js';
+import { CommandFailure, usageError } from '../words/failure.js';
+import { Output } from '../words/output.js';
 
 /**
  * @typedef {{ environment: NodeJS.ProcessEnv, words: string[] }} Call
@@ -40,17 +41,17 @@ function version() {
   return `sonra-ctl ${packageVersion() ?? 'unknown'}\n`;
 }
 
-/** The command, its words and whether facts are wanted. Throws UsageError. */
+/** The command, its words and whether facts are wanted. Fails with a usage error. */
 function parse(args) {
   const end = args.indexOf('--');
   const options = (end < 0 ? args : args.slice(0, end)).filter((word) => word.startsWith('-'));
   const unknown = options.find((option) => option !== '--json');
-  if (unknown !== undefined) throw new UsageError(`Unknown option "${unknown}"; --help lists what there is.`);
+  if (unknown !== undefined) throw usageError(`Unknown option "${unknown}"; --help lists what there is.`);
   const [name, ...words] = args.filter((word, i) => i !== end && (!word.startsWith('-') || (end >= 0 && i > end)));
-  if (name === undefined) throw new UsageError(`A command is missing: ${Object.keys(commands).join(', ')} or diag.`);
-  if (!Object.hasOwn(commands, name)) throw new UsageError(`Unknown command "${name}"; --help lists what there is.`);
+  if (name === undefined) throw usageError(`A command is missing: ${Object.keys(commands).join(', ')} or diag.`);
+  if (!Object.hasOwn(commands, name)) throw usageError(`Unknown command "${name}"; --help lists what there is.`);
   const allowed = commands[name].words ? 1 : 0;
-  if (words.length > allowed) throw new UsageError(`"${words[allowed]}" is one word too many; --help lists what there is.`);
+  if (words.length > allowed) throw usageError(`"${words[allowed]}" is one word too many; --help lists what there is.`);
   return { command: commands[name], words, json: options.length > 0 };
 }
 
@@ -84,12 +85,8 @@ export async function runCtl(args, { environment = process.env, stdout = process
     }
     return await runCommand(args, { environment, stdout });
   } catch (error) {
-    const message = String(error?.message ?? error);
-    const exit = error instanceof UsageError ? 2 : 1;
-    stderr.write(`ctl.js: ${message}\n`);
-    if (wantsFacts(args)) {
-      stdout.write(`${JSON.stringify({ ok: false, error: exit === 2 ? 'usage' : 'failed', message, exit })}\n`);
-    }
-    return exit;
+    const failure = error instanceof CommandFailure ? error : new CommandFailure(String(error?.message ?? error));
+    new Output({ stdout, stderr, environment, json: wantsFacts(args), program: 'ctl.js' }).failure(failure);
+    return failure.exit;
   }
 }

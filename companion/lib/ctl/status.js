@@ -2,7 +2,8 @@
 
 import { isAutostartEnabled, isAutostartInstalled } from '../autostart.js';
 import { daemonStatus } from '../daemon/daemonControl.js';
-import { serviceLockPath, socketPath, statePath, tokensPath } from '../places.js';
+import { pairedDevices } from '../pairedDevices.js';
+import { serviceLockPath, socketPath, statePath } from '../places.js';
 import { isServiceRunning } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { readIfPresent } from '../wholeFile.js';
@@ -10,12 +11,6 @@ import { readIfPresent } from '../wholeFile.js';
 function servicePid(environment) {
   const pid = Number(readIfPresent(serviceLockPath(environment))?.trim());
   return Number.isInteger(pid) && pid > 0 ? pid : undefined;
-}
-
-/** Paired devices as the service counts them. */
-function pairedDevices(environment) {
-  const isToken = (row) => typeof row?.label === 'string' && typeof row.createdAt === 'number' && typeof row.token === 'string';
-  return SharedDocument.read(tokensPath(environment)).list('tokens').filter(isToken).length;
 }
 
 async function gather(environment) {
@@ -26,7 +21,7 @@ async function gather(environment) {
     daemon,
     service: { running, ...(running ? { pid: servicePid(environment) } : {}) },
     sessions: { attached: state.list('sessions').length, discovered: state.list('discoveredSessions').length },
-    bridge: { port: daemon.bridgePort ?? null, pairedDevices: pairedDevices(environment) },
+    bridge: { port: daemon.bridgePort ?? null, pairedDevices: pairedDevices(environment).length },
     autostart: { installed: isAutostartInstalled({ environment }), enabled: isAutostartEnabled({ environment }) },
   };
 }
