@@ -3,9 +3,7 @@
 // lock, keeps what else the document holds, and drops entries that the service would not take.
 
 import { profilePath } from './places.js';
-import { SharedDocument } from './sharedDocument.js';
-import { withLock } from './stateLock.js';
-import { makeFolderOf, readIfPresent, replaceFile } from './wholeFile.js';
+import { SharedDocument, updateDocument } from './sharedDocument.js';
 
 export const maxEntries = 500;
 const maxMatch = 64;
@@ -39,31 +37,18 @@ export function loadEntries(environment = process.env) {
   return entriesOf(SharedDocument.read(profilePath(environment)));
 }
 
-function parse(path, text) {
-  if (text === undefined) return new SharedDocument();
-  try {
-    return SharedDocument.parse(text);
-  } catch {
-    if (text.trim() !== '') replaceFile(`${path}.unreadable`, text);
-    return new SharedDocument();
-  }
-}
-
 /** Lets `change` alter the list in place; what it returns, and whether to write: `[result, changed]`. */
 function update(environment, change) {
   const path = profilePath(environment);
-  makeFolderOf(path);
-  return withLock(path, () => {
-    const document = parse(path, readIfPresent(path));
+  return updateDocument(path, (document) => {
     const entries = entriesOf(document);
     const [result, changed] = change(entries);
     if (changed) {
       document.set('version', 1);
       document.set('lexicon', entries);
-      replaceFile(path, `${document}\n`, { temporary: `${path}.tmp.${process.pid}` });
     }
     return result;
-  });
+  }, { ending: '\n', temporary: `${path}.tmp.${process.pid}` });
 }
 
 const sameWord = (match) => (entry) => entry.match.toLowerCase() === match.toLowerCase();

@@ -60,7 +60,7 @@ export class SharedDocument {
 
 /** A document that nobody can read is about to be begun anew; what it held may still be of use. */
 function parseOrSetAside(path, text) {
-  if (text === undefined || text === '') return new SharedDocument();
+  if (text === undefined || text.trim() === '') return new SharedDocument();
   try {
     return SharedDocument.parse(text);
   } catch {
@@ -76,15 +76,16 @@ function parseOrSetAside(path, text) {
  * @template T
  * @param {string} path
  * @param {(document: SharedDocument) => T} mutate synchronous
- * @param {{ timeout?: number, mode?: number }} [options]
+ * @param {{ timeout?: number, mode?: number, ending?: string, temporary?: string }} [options] `ending` follows the
+ *   object in the file; `temporary` is the neighbour that is written first
  * @returns {Promise<T>} what `mutate` returned
  */
-export async function updateDocument(path, mutate, { timeout, mode = 0o600 } = {}) {
+export async function updateDocument(path, mutate, { timeout, mode, ending = '', temporary } = {}) {
   makeFolderOf(path);
   return withLock(path, () => {
     const document = parseOrSetAside(path, readIfPresent(path));
     const result = mutate(document);
-    if (document.changed) replaceFile(path, document.toString(), { mode });
+    if (document.changed) replaceFile(path, `${document}${ending}`, { mode, temporary });
     return result;
   }, { timeout });
 }
