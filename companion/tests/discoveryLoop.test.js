@@ -7,7 +7,7 @@ import path from 'node:path';
 import test from 'node:test';
 
 import { busyInterval, Discovery, findSessions, restInterval } from '../lib/discovery/discovery.js';
-import { lookInterval } from '../lib/discovery/openCodeStore.js';
+import { lookInterval, missingInterval } from '../lib/discovery/openCodeStore.js';
 import { Scanner } from '../lib/discovery/scanner.js';
 import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
@@ -385,6 +385,27 @@ test('without python3 the log says so once, and the others are found', async (t)
   }
   assert.deepEqual(log.lines, [['warn', 'python3 is missing; sessions in the database of OpenCode are not found']]);
   assert.deepEqual(listed(home).map((row) => row.sessionId), ['a']);
+});
+
+test('python3 that is installed later is noticed, though no database changes', async (t) => {
+  const home = temporaryHome(t);
+  for (const name of ['opencode', 'opencode-dev']) {
+    store(path.join(home.home, `.local/share/opencode/${name}.db`), openCodeSchema);
+  }
+  const programs = path.join(home.home, 'programs');
+  fs.mkdirSync(programs);
+  const log = recordingLog();
+  const scanner = new Scanner({ environment: { ...home.environment, PATH: programs }, log, now: () => now,
+    runningFolders: async () => [], onChange: () => {} });
+  t.after(() => scanner.close());
+  const texts = async (time) => (await scanner.scan(now + time)).map((row) => row.lastText);
+  assert.deepEqual([await texts(0), scanner.isLate], [[], false]);
+  assert.deepEqual([await texts(missingInterval), scanner.isLate], [[], false]);
+  fs.symlinkSync(execFileSync('sh', ['-c', 'command -v python3'], { encoding: 'utf8' }).trim(), `${programs}/python3`);
+  const search = 45_000;
+  assert.deepEqual([await texts(missingInterval + search), scanner.isLate], [[], false]);
+  assert.ok((await texts(missingInterval + 2 * search)).includes('Kept in rows'));
+  assert.equal(log.lines.length, 1);
 });
 
 test('odd things on the disk cost nothing but themselves', async (t) => {

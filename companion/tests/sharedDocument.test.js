@@ -41,6 +41,13 @@ test('a broken document is set aside and begun anew', async (t) => {
   assert.equal(fs.readFileSync(`${path}.unreadable`, 'utf8'), '{"voice": "af_');
 });
 
+test('a document of blanks is begun anew without a copy', async (t) => {
+  const home = temporaryHome(t);
+  fs.writeFileSync(home.inShared('state.json'), ' \n');
+  await updateDocument(home.inShared('state.json'), (document) => document.set('muted', true));
+  assert.deepEqual(fs.readdirSync(home.shared), ['state.json']);
+});
+
 test('a byte-order mark is no fault: the document is read, and loses it when it is rewritten', async (t) => {
   const path = temporaryHome(t).inShared('state.json');
   fs.writeFileSync(path, '\ufeff{"voice":"af_heart","speed":1.0}');

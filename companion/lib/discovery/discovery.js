@@ -31,9 +31,9 @@ function fileStamp(path) {
   return status && `${status.ino}:${status.size}:${status.mtimeMs}`;
 }
 
-/** One look at the sessions on this machine, newest first. */
-export async function findSessions({ environment = process.env, now = Date.now(), runningFolders } = {}) {
-  const scanner = new Scanner({ environment, log: silentLog, now: () => now, watch: false, runningFolders });
+/** One look at the sessions on this machine, newest first; those that may be offered, or, unbounded, all of them. */
+export async function findSessions({ environment = process.env, now = Date.now(), runningFolders, isBounded } = {}) {
+  const scanner = new Scanner({ environment, log: silentLog, now: () => now, watch: false, runningFolders, isBounded });
   try {
     return await scanner.scan(now);
   } finally {

@@ -18,6 +18,7 @@ export class OpenCode {
   #environment;
   #log;
   #stores = new Map();
+  #python = { isMissing: false };
 
   constructor({ environment, log }) {
     this.#environment = environment;
@@ -61,7 +62,8 @@ export class OpenCode {
 
   #store(file) {
     if (!this.#stores.has(file)) {
-      this.#stores.set(file, new OpenCodeStore(file, { environment: this.#environment, log: this.#log }));
+      const surroundings = { environment: this.#environment, log: this.#log, python: this.#python };
+      this.#stores.set(file, new OpenCodeStore(file, surroundings));
     }
     return this.#stores.get(file);
   }

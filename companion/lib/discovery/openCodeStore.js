@@ -1,11 +1,12 @@
 // OpenCode's SQLite database, which Node 20 can't read by itself: a short-lived python3 does, whenever the database or
 // its log has changed, but at most every five seconds and never for longer than three. A database that can't be read
-// keeps the sessions that it had.
+// keeps the sessions that it had. Where python3 is missing it is looked for again once a minute: it may be installed.
 
 import { execFile } from 'node:child_process';
 import { fileURLToPath } from 'node:url';
 
 export const lookInterval = 5000;
+export const missingInterval = 60_000;
 const limit = 3000;
 const mostOutput = 8 * 1024 * 1024;
 const program = fileURLToPath(new URL('openCodeStore.py', import.meta.url));
@@ -21,17 +22,23 @@ function run(path, environment) {
   });
 }
 
-/** One database. */
+/** One database. What it learns of python3 it shares with the others. */
 export class OpenCodeStore {
   #path;
+  #python;
   #environment;
   #log;
   #stamp;
   #lookedAt = -Infinity;
   #sessions = [];
 
-  constructor(path, { environment, log }) {
+  /**
+   * @param {string} path
+   * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, python: { isMissing: boolean } }} options
+   */
+  constructor(path, { environment, log, python }) {
     this.#path = path;
+    this.#python = python;
     this.#environment = environment;
     this.#log = log;
     /** True while there is something to look at that had to wait. */
@@ -45,28 +52,32 @@ export class OpenCodeStore {
    * @returns {Promise<{ id: string, title: string, cwd: string, updated: number, lastText: string, prompt: string }[]>}
    */
   async sessions(stamp, now) {
-    this.isLate = stamp !== this.#stamp && now >= this.#lookedAt && now - this.#lookedAt < lookInterval;
-    if (stamp === this.#stamp || this.isLate) return this.#sessions;
+    const passed = now - this.#lookedAt;
+    const isFresh = passed >= 0 && passed < (this.#python.isMissing ? missingInterval : lookInterval);
+    this.isLate = stamp !== this.#stamp && isFresh && !this.#python.isMissing;
+    if (stamp === this.#stamp || isFresh) return this.#sessions;
     this.#lookedAt = now;
     this.#stamp = stamp;
     try {
       this.#sessions = JSON.parse(await run(this.#path, this.#environment));
-      OpenCodeStore.#hasPython = true;
+      this.#python.isMissing = false;
     } catch (error) {
       this.#report(error);
     }
     return this.#sessions;
   }
 
-  static #hasPython = true;
-
   #report(error) {
     if (error.code !== 'ENOENT') {
       const reason = error.said || error.message;
       this.#log.warn('a database of OpenCode could not be read', { path: this.#path, reason });
-    } else if (OpenCodeStore.#hasPython) {
-      OpenCodeStore.#hasPython = false;
+      return;
+    }
+    // Nothing has been read, so there is something to read even if nothing changes.
+    this.#stamp = undefined;
+    if (!this.#python.isMissing) {
       this.#log.warn('python3 is missing; sessions in the database of OpenCode are not found');
     }
+    this.#python.isMissing = true;
   }
 }

@@ -55,16 +55,21 @@ export class Scanner {
   #isUnsettled = false;
   #last;
   #log;
+  #mostRows;
+  #oldestMs;
   #reader = new TranscriptReader();
   #reported = new Set();
 
   /**
    * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, now: () => number, watch?: boolean,
-   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]> }} options
+   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]>, isBounded?: boolean }} options
+   * `isBounded`: not those that are too old to be offered, nor more than can be
    */
-  constructor({ environment, log, now, watch = true, onChange, runningFolders }) {
+  constructor({ environment, log, now, watch = true, onChange, runningFolders, isBounded = true }) {
     this.#environment = environment;
     this.#log = log;
+    this.#mostRows = isBounded ? mostRows : Infinity;
+    this.#oldestMs = isBounded ? oldestMs : Infinity;
     this.#folders = new Folders({ watch, log, now, onChange });
     this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi].map((Agent) => new Agent({ environment, log }));
     this.#aider = new Aider({ environment, runningFolders });
@@ -97,9 +102,9 @@ export class Scanner {
   async scan(now) {
     if (!await this.#isUnchanged(now)) this.#last = await this.#look(now);
     const { sessions, known } = this.#last;
-    const rows = sessions.filter(({ entry }) => entry.mtimeMs >= now - oldestMs)
+    const rows = sessions.filter(({ entry }) => entry.mtimeMs >= now - this.#oldestMs)
       .map((session) => Scanner.#row(session, known, now));
-    return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, mostRows);
+    return rows.sort((a, b) => b.mtimeMs - a.mtimeMs || (a.transcript < b.transcript ? -1 : 1)).slice(0, this.#mostRows);
   }
 
   /** True if a look would find what the last one found. */
@@ -111,7 +116,7 @@ export class Scanner {
   async #look(now) {
     this.#folders.startOver();
     this.#isUnsettled = false;
-    const context = { folders: this.#folders, reader: this.#reader, now, oldest: now - oldestMs };
+    const context = { folders: this.#folders, reader: this.#reader, now, oldest: now - this.#oldestMs };
     const used = new Set();
     const sessions = await this.#sessions(await this.#candidates(this.#agents, context), context, used);
     const known = this.#knownFolders(sessions);
@@ -142,7 +147,7 @@ export class Scanner {
     const sessions = [];
     const ids = new Set();
     for (const { agent, entry } of candidates) {
-      if (sessions.length >= mostRows) break;
+      if (sessions.length >= this.#mostRows) break;
       const facts = await this.#facts(agent, entry, context, used);
       const id = `${agent.source} ${facts?.sessionId}`;
       if (!isId(facts?.sessionId) || facts.isOther || ids.has(id)) continue;
