@@ -93,7 +93,8 @@ class Home:
     def log(self, message=None):
         records = []
         if self.log_path.exists():
-            for line in self.log_path.read_text().splitlines():
+            # The last line may still be being written.
+            for line in self.log_path.read_text(errors="replace").split("\n")[:-1]:
                 record = json.loads(line)
                 if message is None or record["msg"] == message:
                     records.append(record)

@@ -361,13 +361,17 @@ class MissingShortcut(LifecycleCase):
         self.wait_told(f'Super+Shift+F doesn\'t work for "Search sessions": {reason}.'.replace('"', "&quot;"))
         logged = wait_for("the log", lambda: self.home.log("global hotkey can't be had"))
         self.assertEqual([(each["level"], each["result"]) for each in logged], [(40, {"reason": reason})])
-        self.assertIn("[search] failed to register ⌘⇧F\n", (self.home.path / "stderr.txt").read_text())
+        wait_for("what the terminal is told",
+                 lambda: "[search] failed to register ⌘⇧F\n" in (self.home.path / "stderr.txt").read_text())
 
     def test_where_another_program_has_it(self):
         other = Home(self.home.path / "other")
         keeper = Service(other, self.environment | {"DBUS_SESSION_BUS_ADDRESS": "disabled:"})
         self.addCleanup(keeper.stop)
         keeper.wait_ready()
+        # Once it carries out commands its start is behind it, and the chord is its own.
+        keeper.send({"cmd": "volume", "value": 55})
+        wait_for("the other's start", lambda: other.state().get("volume") == 55)
         self.start().wait_ready()
         self.wait_told("Super+Shift+F doesn't work for &quot;Search sessions&quot;: another program has it, or this "
                        "keyboard doesn't.")
@@ -457,8 +461,8 @@ class Ends(LifecycleCase):
             state, playing = (json.loads((self.home.shared / name).read_text())
                               for name in ("state.json", "now-playing.json"))
             self.assertIn("volume", state)
-            self.assertRegex(playing["messageId"], f"^turn{turn}-")
-            self.assertEqual(playing["state"], "playing")
+            # Between two sounds nothing plays.
+            self.assertRegex(f"{playing['state']} {playing['messageId']}", f"^(playing turn{turn}-[0-9]+|idle )$")
             self.assertGreater(playing["rev"], 1)
         service = self.start().wait_ready()
         service.send({"cmd": "volume", "value": 100})

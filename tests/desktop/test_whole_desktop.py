@@ -198,16 +198,16 @@ class TrayMenu(WholeDesktop):
         self.narrate(1)
         self.click("Pause")
         self.wait_silent()
-        self.assertTrue(self.home.state()["paused"])
+        until("the document", lambda: self.home.state().get("paused"))
         self.click("Resume")
         self.wait_loud()
-        self.assertFalse(self.home.state()["paused"])
+        until("the document", lambda: not self.home.state().get("paused"))
         self.assertEqual(len(self.home.log("playback started")), 1)
 
     def test_a_step_sets_the_volume(self):
         self.choose("Volume\t100%", "30%")
         self.wait_row("Volume\t30%")
-        self.assertEqual(self.home.state()["volume"], 30)
+        until("the document", lambda: self.home.state().get("volume") == 30)
 
     def test_sessions_are_attached_and_detached(self):
         self.attach()
@@ -307,14 +307,14 @@ class Captions(WholeDesktop):
         self.narrate(1, "The listener closes the captions while this is being spoken to him")
         self.close_by_its_button()
         self.wait_hidden()
-        self.assertIs(self.home.state()["captions"], False)
+        until("the document", lambda: self.home.state().get("captions") is False)
         self.assertEqual(self.screen.active_name(), "worker")
         self.narrate(2, "And hears what follows without them")
         self.wait_idle()
         self.assertFalse(self.captions.is_viewable())
         self.attach_other()
         self.wait_visible()
-        self.assertIs(self.home.state()["captions"], True)
+        until("the document", lambda: self.home.state().get("captions") is True)
         self.assertEqual(self.screen.active_name(), "worker")
 
 
