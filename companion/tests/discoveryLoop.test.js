@@ -401,7 +401,8 @@ test('python3 that is installed later is noticed, though no database changes', a
   const texts = async (time) => (await scanner.scan(now + time)).map((row) => row.lastText);
   assert.deepEqual([await texts(0), scanner.isLate], [[], false]);
   assert.deepEqual([await texts(missingInterval), scanner.isLate], [[], false]);
-  fs.symlinkSync(execFileSync('sh', ['-c', 'command -v python3'], { encoding: 'utf8' }).trim(), `${programs}/python3`);
+  const python = execFileSync('python3', ['-c', 'import sys; print(sys.executable)'], { encoding: 'utf8' }).trim();
+  fs.symlinkSync(python, `${programs}/python3`);
   const search = 45_000;
   assert.deepEqual([await texts(missingInterval + search), scanner.isLate], [[], false]);
   assert.ok((await texts(missingInterval + 2 * search)).includes('Kept in rows'));
