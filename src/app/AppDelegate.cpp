@@ -69,7 +69,6 @@ void AppDelegate::bringUp() {
 void AppDelegate::startService(const std::string& socketPath) {
     // Who was started with addresses has it already.
     if (!holdsServiceLock() && !acquireServiceLock()) return exit_(0);
-    sweepTemporaryDirectories();
     bringUp();
     desktop_->setWishes(wishes());
     files_ = std::make_unique<InotifyFileWatcher>(loop_);
@@ -80,6 +79,8 @@ void AppDelegate::startService(const std::string& socketPath) {
                                std::make_shared<KokoroWorkerEngine>(),
                                KokoroProcessEngine::make(pool_)});
     if (!coordinator_->start()) exit_(1);
+    // Among thousands of files of others it takes a while.
+    pool_.post(sweepTemporaryDirectories);
     desktop_->publish();
     for (const auto& url : urls_) open(url);
 }

@@ -6,6 +6,7 @@
 
 #include "app/HiddenPanel.h"
 #include "app/TellingHotkeys.h"
+#include "captions/PanelOnDemand.h"
 #include "frame/DefaultsDocument.h"
 #include "linux/QtApplicationInterface.h"
 #include "linux/QtDesktopSearch.h"
@@ -13,6 +14,7 @@
 #include "linux/QtMpris.h"
 #include "linux/QtScreens.h"
 #include "linux/SessionBusProbe.h"
+#include "search/SearchPanelOnDemand.h"
 #include "widgets/CaptionPanel.h"
 #include "widgets/FollowedLook.h"
 #include "widgets/SearchPanelWindow.h"
@@ -80,13 +82,17 @@ RemoteCommandCenter& Desktop::remoteCommands() {
 CaptionWindow::PanelFactory Desktop::panelFactory() {
     return [this](CaptionPanelModel& model) -> std::unique_ptr<FloatingPanel> {
         if (!hasDisplay()) return std::make_unique<HiddenPanel>();
-        return std::make_unique<CaptionPanel>(model, parts_->look);
+        return std::make_unique<PanelOnDemand>(
+            [this, &model] { return std::make_unique<CaptionPanel>(model, parts_->look); });
     };
 }
 
 std::function<std::unique_ptr<SearchPanel>()> Desktop::searchPanelFactory() {
     if (!hasDisplay()) return {};
-    return [this] { return std::make_unique<SearchPanelWindow>(parts_->look); };
+    return [this] {
+        return std::make_unique<SearchPanelOnDemand>(
+            [this] { return std::make_unique<SearchPanelWindow>(parts_->look); });
+    };
 }
 
 GlobalHotkeys* Desktop::hotkeys() {
