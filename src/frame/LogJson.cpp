@@ -1,13 +1,12 @@
 #include "frame/LogJson.h"
 
-#include <openssl/sha.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <utility>
 
+#include "frame/Sha256.h"
 #include "frame/Text.h"
 
 namespace sonra::logjson {
@@ -182,8 +181,7 @@ bool appendRedacted(std::string& out, std::string_view key, const Json& value, b
 }
 
 Json summarizeText(std::string_view text) {
-    std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+    const auto digest = sha256(text);
     std::string hex;
     for (std::size_t i = 0; i < digestBytes; ++i)
         hex += {hexDigits[digest[i] >> 4], hexDigits[digest[i] & 15]};

@@ -1,12 +1,13 @@
 #include "frame/UniqueName.h"
 
-#include <openssl/sha.h>
 #include <sys/random.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <span>
+
+#include "frame/Sha256.h"
 
 namespace sonra {
 namespace {
@@ -44,8 +45,7 @@ std::string uniqueSuffix() {
 
 std::string safeFileName(const std::string& id) {
     if (isPlain(id)) return id;
-    std::array<std::uint8_t, SHA256_DIGEST_LENGTH> digest{};
-    SHA256(reinterpret_cast<const unsigned char*>(id.data()), id.size(), digest.data());
+    const auto digest = sha256(id);
     return hexadecimal(std::span(digest).first(8), "0123456789abcdef");
 }
 
