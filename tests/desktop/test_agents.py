@@ -2,24 +2,12 @@
 import unittest
 
 import agents
-from service import Home, Service
-from soundlab import PrivateSound, loudness, short_folder, wait_for
+from home_case import SpeakingCase
+from soundlab import loudness, wait_for
 
 
-class AgentsCase(unittest.TestCase):
-    """A home, a sound server and a service with the voice warm."""
-
-    def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
-        self.sound = PrivateSound(folder.name)
-        self.sound.start()
-        self.addCleanup(self.sound.stop)
-        self.home.write_state(speed=2.0)
-        self.service = Service(self.home, self.sound.environment).wait_ready()
-        self.addCleanup(self.service.stop)
-        self.service.wait_warm()
+class AgentsCase(SpeakingCase):
+    speed = 2.0
 
     def shows(self, facts):
         return facts.items() <= self.home.now_playing().items()

@@ -7,8 +7,8 @@ import unittest
 from pathlib import Path
 
 import agents
-from service import Home, Service
-from soundlab import PrivateSound, short_folder, wait_for
+from home_case import HomeCase
+from soundlab import wait_for
 
 BUILD = Path(os.environ.get("SONRA_BUILD", Path(__file__).resolve().parents[2] / "build"))
 CTL = BUILD / "share/sonra/cli/ctl.js"
@@ -40,19 +40,14 @@ class Everybody:
             os.utime(entry, (then, then))
 
 
-class Companions(unittest.TestCase):
+class Companions(HomeCase):
     def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
+        super().setUp()
         # The session that every home has is as old as the others.
         Everybody.age(self.home.transcript)
         self.everybody = Everybody(self.home)
-        self.sound = PrivateSound(folder.name)
-        self.sound.start()
-        self.addCleanup(self.sound.stop)
         self.home.write_state(speed=2.0)
-        self.environment = self.sound.environment | {"TTS_CTL_CMD": "", "SONRA_BRIDGE_PORT": "0"}
+        self.environment = self.start_sound().environment | {"TTS_CTL_CMD": "", "SONRA_BRIDGE_PORT": "0"}
         self.addCleanup(self.run_tool, "node", CTL, "stop-daemon")
 
     def run_tool(self, *command):
@@ -60,9 +55,7 @@ class Companions(unittest.TestCase):
                               capture_output=True, text=True, timeout=30)
 
     def start(self):
-        service = Service(self.home, self.environment).wait_ready()
-        self.addCleanup(service.stop)
-        return service
+        return self.start_service(self.environment).wait_ready()
 
     def daemon_pid(self):
         return int((self.home.shared / "daemon.pid").read_text())

@@ -5,14 +5,16 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from service import ROOT, Home, Service, assistant_line
-from soundlab import PrivateSound, short_folder, utterances, wait_for
+from home_case import HomeCase
+from service import ROOT, assistant_line
+from soundlab import utterances, wait_for
 
 BUILD = Path(os.environ.get("SONRA_BUILD", ROOT / "build"))
 
 
-class Installed(unittest.TestCase):
+class Installed(HomeCase):
     def setUp(self):
+        super().setUp()
         prefix = tempfile.TemporaryDirectory()
         self.addCleanup(prefix.cleanup)
         self.prefix = Path(prefix.name)
@@ -33,15 +35,9 @@ class Installed(unittest.TestCase):
         self.assertEqual(service, f"[D-BUS Service]\nName={name}\nExec={self.prefix}/bin/sonra\n")
 
     def test_an_installed_program_speaks_with_the_prefix_own_resources(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        home = Home(folder.name)
-        sound = PrivateSound(folder.name)
-        sound.start()
-        self.addCleanup(sound.stop)
-        home.write_state(speed=1.0)
-        service = Service(home, sound.environment, program=self.prefix / "bin/sonra").wait_ready()
-        self.addCleanup(service.stop)
+        sound = self.start_sound()
+        self.home.write_state(speed=1.0)
+        service = self.start_service(sound.environment, program=self.prefix / "bin/sonra").wait_ready()
         service.wait_warm()
         tasks = Path(f"/proc/{service.process.pid}/task").glob("*/children")
         children = [child for task in tasks for child in task.read_text().split()]
@@ -49,8 +45,8 @@ class Installed(unittest.TestCase):
         self.assertTrue(any(str(self.prefix / "share/sonra/scripts/tts_kokoro.py") in command for command in commands), commands)
         service.attach()
         sound.record()
-        home.append(assistant_line(1, "Installed and heard"))
-        wait_for("the reply", lambda: home.log("chunk finished"))
+        self.home.append(assistant_line(1, "Installed and heard"))
+        wait_for("the reply", lambda: self.home.log("chunk finished"))
         self.assertEqual(len(utterances(sound.samples())), 1)
 
 

@@ -10,31 +10,22 @@ import subprocess
 import time
 import unittest
 
+from home_case import HomeCase
 from panel import Notifications, PrivateBus, pump_until
 from screen import CaptionsSeen, Screen
 from service import PROGRAM, Home, Service, assistant_line
-from soundlab import PrivateSound, end, short_folder, wait_for, write_tone
+from soundlab import end, wait_for, write_tone
 from starting_bus import starting_bus
 
 
-class LifecycleCase(unittest.TestCase):
+class LifecycleCase(HomeCase):
     def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
+        super().setUp()
         # No sound is needed here, and none of the machine's own is to be touched.
-        self.environment = {"PULSE_SERVER": f"unix:{folder.name}/none"}
-
-    def start_sound(self):
-        sound = PrivateSound(self.home.path)
-        sound.start()
-        self.addCleanup(sound.stop)
-        return sound
+        self.environment = {"PULSE_SERVER": f"unix:{self.home.path}/none"}
 
     def start(self, arguments=(), before=None):
-        service = Service(self.home, self.environment, arguments, before=before)
-        self.addCleanup(service.stop)
-        return service
+        return self.start_service(self.environment, arguments, before=before)
 
     def run_program(self, *arguments):
         return subprocess.run([str(PROGRAM), *arguments], env=os.environ | {"HOME": str(self.home.path)} | self.environment,

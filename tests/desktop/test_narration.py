@@ -8,24 +8,13 @@ import unittest
 import wave
 from pathlib import Path
 
-from service import ROOT, Home, Service, assistant_line
-from soundlab import RATE, PrivateSound, loudness, short_folder, utterances, wait_for
+from home_case import SpeakingCase
+from service import ROOT, assistant_line
+from soundlab import RATE, loudness, short_folder, utterances, wait_for
 
 
-class NarrationCase(unittest.TestCase):
-    """A home, a sound server and a service with the session attached and the voice warm."""
-
-    def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
-        self.sound = PrivateSound(folder.name)
-        self.sound.start()
-        self.addCleanup(self.sound.stop)
-        self.home.write_state(speed=1.0)
-        self.service = Service(self.home, self.sound.environment).wait_ready()
-        self.addCleanup(self.service.stop)
-        self.service.wait_warm()
+class NarrationCase(SpeakingCase):
+    """A session that is attached and recorded once a test listens, judged by what was heard."""
 
     def listen(self):
         self.service.attach()
@@ -137,8 +126,7 @@ class SessionsAcrossStarts(NarrationCase):
         self.listen()
         self.service.stop()
         self.home.append(assistant_line(1, "Written while the service was away"))
-        self.service = Service(self.home, self.sound.environment).wait_ready()
-        self.addCleanup(self.service.stop)
+        self.service = self.start_service(self.sound.environment).wait_ready()
         wait_for("the second worker", lambda: len(self.home.log("kokoro worker ready")) == 2)
         self.service.send({"cmd": "attach", "id": self.home.session, "resume": True})
         wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) == 2)

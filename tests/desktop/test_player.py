@@ -4,10 +4,11 @@ import unittest
 
 import dbus
 
+from home_case import HomeCase
 from panel import PROPERTIES, PrivateBus
 from screen import CaptionsSeen, Screen
-from service import PROGRAM, Home, Service
-from soundlab import PrivateSound, end, loudness, short_folder, utterances, wait_for, write_tone
+from service import PROGRAM
+from soundlab import end, loudness, utterances, wait_for, write_tone
 
 SECONDS = 1.5
 PEAK = 12_000
@@ -15,18 +16,14 @@ PLAYER = "org.mpris.MediaPlayer2"
 MPRIS = f"{PLAYER}.sonra"
 
 
-class Player(unittest.TestCase):
+class Player(HomeCase):
     def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
-        self.sound = PrivateSound(folder.name)
-        self.sound.start()
-        self.addCleanup(self.sound.stop)
+        super().setUp()
+        self.sound = self.start_sound()
         self.wav = self.home.path / "tone.wav"
         write_tone(self.wav, SECONDS, PEAK)
         self.environment = self.home.environment() | self.sound.environment | {
-            "QT_QPA_PLATFORM": "offscreen", "DBUS_SESSION_BUS_ADDRESS": "disabled:", "XDG_RUNTIME_DIR": folder.name}
+            "QT_QPA_PLATFORM": "offscreen", "DBUS_SESSION_BUS_ADDRESS": "disabled:", "XDG_RUNTIME_DIR": str(self.home.path)}
 
     def start(self, *arguments):
         player = subprocess.Popen([str(PROGRAM), str(self.wav), *arguments], env=self.environment,
@@ -100,11 +97,9 @@ class ShownByACaptionServer(Player):
         self.addCleanup(self.screen.close)
         self.captions = CaptionsSeen(self.screen)
         self.home.socket_path = self.home.path / "captions.sock"
-        self.server = Service(self.home, {"DISPLAY": self.screen.environment["DISPLAY"], "QT_QPA_PLATFORM": "",
-                                          "DBUS_SESSION_BUS_ADDRESS": "disabled:"},
-                              ["--captions-serve", "--socket", str(self.home.socket_path)])
-        self.addCleanup(self.server.stop)
-        self.server.wait_ready()
+        self.server = self.start_service(
+            {"DISPLAY": self.screen.environment["DISPLAY"], "QT_QPA_PLATFORM": "", "DBUS_SESSION_BUS_ADDRESS": "disabled:"},
+            ["--captions-serve", "--socket", str(self.home.socket_path)]).wait_ready()
         self.server.send({"cmd": "show"})
         wait_for("the captions", self.captions.is_viewable)
 

@@ -8,10 +8,10 @@ import time
 import unittest
 from pathlib import Path
 
+from home_case import HomeCase
 from panel import PrivateBus, TrayIcon, Watcher, pump_until
 from screen import Screen
-from service import ROOT, Home, Service
-from soundlab import short_folder
+from service import ROOT
 
 BUILD = Path(os.environ.get("SONRA_BUILD", ROOT / "build"))
 REAL = Path(os.environ.get("SONRA_TRANSCRIPTS", ROOT.parent / "shared/transcripts"))
@@ -36,22 +36,20 @@ def until(what, condition):
 
 
 @unittest.skipUnless(REAL.is_dir(), f"there are no real transcripts at {REAL}")
-class RealSessions(unittest.TestCase):
+class RealSessions(HomeCase):
     def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
+        super().setUp()
         shutil.rmtree(self.home.path / ".claude/projects")
         for name, place, _ in LAID:
             self.lay(REAL / name, self.home.path / place)
         self.bus = PrivateBus()
         self.addCleanup(self.bus.close)
         self.watcher = Watcher(self.bus.connection)
-        self.screen = Screen(folder.name)
+        self.screen = Screen(str(self.home.path))
         self.addCleanup(self.screen.close)
         self.environment = {name: self.screen.environment[name] for name in ("DISPLAY", "XDG_RUNTIME_DIR")} | {
             "TTS_CTL_CMD": "", "SONRA_BRIDGE_PORT": "0", "SONRA_AIDER_FOLDERS": str(self.home.path / "aided"),
-            "PULSE_SERVER": f"unix:{folder.name}/none", "DBUS_SESSION_BUS_ADDRESS": self.bus.address,
+            "PULSE_SERVER": f"unix:{self.home.path}/none", "DBUS_SESSION_BUS_ADDRESS": self.bus.address,
             "QT_QPA_PLATFORM": "", "WAYLAND_DISPLAY": ""}
         self.addCleanup(self.run_tool, "node", BUILD / "share/sonra/cli/ctl.js", "stop-daemon")
 
@@ -69,8 +67,7 @@ class RealSessions(unittest.TestCase):
                               capture_output=True, text=True, timeout=30)
 
     def test_all_are_found_and_the_lone_fresh_one_is_attached(self):
-        service = Service(self.home, self.environment)
-        self.addCleanup(service.stop)
+        self.start_service(self.environment)
         until("the fresh session", lambda: [row["id"] for row in self.home.state().get("sessions", [])] == [FRESH])
         sources = {source for _, _, source in LAID}
         until("all agents", lambda: {row["source"] for row in self.home.state()["discoveredSessions"]} == sources)

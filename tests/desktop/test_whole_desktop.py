@@ -3,10 +3,11 @@ import subprocess
 import time
 import unittest
 
+from home_case import HomeCase
 from panel import PrivateBus, TrayIcon, Watcher, pump_until
 from screen import CAPTIONS, CaptionsSeen, Screen
-from service import Home, Service, assistant_line
-from soundlab import RATE, PrivateSound, short_folder
+from service import assistant_line
+from soundlab import RATE
 
 LONG = " and then ".join(["this sentence goes on for a good while"] * 6)
 OTHER = "7d1c9a52-bbbb-4b57-9a3a-5f0c2a516d0e"
@@ -19,26 +20,21 @@ def until(what, condition):
     return pump_until(what, condition, 90)
 
 
-class WholeDesktop(unittest.TestCase):
+class WholeDesktop(HomeCase):
     """A bus with a tray, a screen with a terminal that has the focus, a sound server, and the service among them."""
 
     def setUp(self):
-        folder = short_folder()
-        self.addCleanup(folder.cleanup)
-        self.home = Home(folder.name)
+        super().setUp()
         self.other = self.home.add_transcript(OTHER, OTHER_CWD)
-        self.sound = PrivateSound(folder.name)
-        self.sound.start()
-        self.addCleanup(self.sound.stop)
+        self.sound = self.start_sound()
         self.bus = PrivateBus()
         self.addCleanup(self.bus.close)
         self.watcher = Watcher(self.bus.connection)
-        self.screen = Screen(folder.name)
+        self.screen = Screen(str(self.home.path))
         self.addCleanup(self.screen.close)
         self.captions = CaptionsSeen(self.screen)
         self.home.write_state(speed=1.0)
-        self.service = Service(self.home, self.environment())
-        self.addCleanup(self.service.stop)
+        self.service = self.start_service(self.environment())
         until("the service's socket", self.service.accepts)
         until("the voice", lambda: self.home.log("kokoro worker ready"))
         self.sound.record()
