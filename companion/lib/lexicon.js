@@ -38,7 +38,7 @@ export function loadEntries(environment = process.env) {
 }
 
 /** Lets `change` alter the list in place; what it returns, and whether to write: `[result, changed]`. */
-function update(environment, change) {
+function update(environment, change, onSetAside) {
   const path = profilePath(environment);
   return updateDocument(path, (document) => {
     const entries = entriesOf(document);
@@ -48,7 +48,7 @@ function update(environment, change) {
       document.set('lexicon', entries);
     }
     return result;
-  }, { ending: '\n', temporary: `${path}.tmp.${process.pid}` });
+  }, { ending: '\n', temporary: `${path}.tmp.${process.pid}`, onSetAside });
 }
 
 const sameWord = (match) => (entry) => entry.match.toLowerCase() === match.toLowerCase();
@@ -57,7 +57,7 @@ const sameWord = (match) => (entry) => entry.match.toLowerCase() === match.toLow
  * Adds the pair, or puts it in the place of the one for the same word. Fails as the lock and the file system do.
  * @returns {Promise<'added' | 'replaced' | 'full'>}
  */
-export function addEntry(match, say, environment = process.env) {
+export function addEntry(match, say, environment = process.env, { onSetAside } = {}) {
   return update(environment, (entries) => {
     const index = entries.findIndex(sameWord(match));
     if (index >= 0) {
@@ -67,15 +67,15 @@ export function addEntry(match, say, environment = process.env) {
     if (entries.length >= maxEntries) return ['full', false];
     entries.push({ match, say });
     return ['added', true];
-  });
+  }, onSetAside);
 }
 
 /** @returns {Promise<boolean>} whether there was one */
-export function removeEntry(match, environment = process.env) {
+export function removeEntry(match, environment = process.env, { onSetAside } = {}) {
   return update(environment, (entries) => {
     const kept = entries.filter((entry) => !sameWord(match)(entry));
     const removed = kept.length < entries.length;
     entries.splice(0, entries.length, ...kept);
     return [removed, removed];
-  });
+  }, onSetAside);
 }

@@ -59,12 +59,13 @@ export class SharedDocument {
 }
 
 /** A document that nobody can read is about to be begun anew; what it held may still be of use. */
-function parseOrSetAside(path, text) {
+function parseOrSetAside(path, text, onSetAside) {
   if (text === undefined || text.trim() === '') return new SharedDocument();
   try {
     return SharedDocument.parse(text);
   } catch {
     replaceFile(`${path}.unreadable`, text);
+    onSetAside?.(`${path}.unreadable`);
     return new SharedDocument();
   }
 }
@@ -76,14 +77,15 @@ function parseOrSetAside(path, text) {
  * @template T
  * @param {string} path
  * @param {(document: SharedDocument) => T} mutate synchronous
- * @param {{ timeout?: number, mode?: number, ending?: string, temporary?: string }} [options] `ending` follows the
- *   object in the file; `temporary` is the neighbour that is written first
+ * @param {{ timeout?: number, mode?: number, ending?: string, temporary?: string,
+ *   onSetAside?: (copy: string) => void }} [options] `ending` follows the object in the file; `temporary` is the
+ *   neighbour that is written first; `onSetAside` is told where what nobody could read has been kept
  * @returns {Promise<T>} what `mutate` returned
  */
-export async function updateDocument(path, mutate, { timeout, mode, ending = '', temporary } = {}) {
+export async function updateDocument(path, mutate, { timeout, mode, ending = '', temporary, onSetAside } = {}) {
   makeFolderOf(path);
   return withLock(path, () => {
-    const document = parseOrSetAside(path, readIfPresent(path));
+    const document = parseOrSetAside(path, readIfPresent(path), onSetAside);
     const result = mutate(document);
     if (document.changed) replaceFile(path, `${document}${ending}`, { mode, temporary });
     return result;

@@ -1,4 +1,5 @@
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import fs from 'node:fs';
 import test from 'node:test';
 
@@ -177,6 +178,22 @@ test('a document that nobody can read is told, and set aside before it is begun 
   }
 });
 
+test('that a document is set aside is not told before it is', async (t) => {
+  const home = temporaryHome(t);
+  const file = home.inShared('state.json');
+  fs.writeFileSync(file, '{"torn');
+  fs.writeFileSync(`${file}.lock`, String(process.pid));
+  const watcher = fs.watch(home.shared);
+  t.after(() => watcher.close());
+  const running = tts(home, ['mute']);
+  await once(watcher, 'change');
+  // Whoever holds the lock mends it.
+  writeState(home, { mine: 1 });
+  fs.rmSync(`${file}.lock`);
+  assert.deepEqual([(await running).stderr, readState(home)], [kept, { mine: 1, muted: true }]);
+  assert.equal(fs.existsSync(`${file}.unreadable`), false);
+});
+
 test('what a program reads holds nothing that a terminal obeys', () => {
   const value = { text: 'a\u009b\u202e\u061c\u001b\u2028é你' };
   const line = jsonLine(value);
@@ -235,6 +252,20 @@ test('--start starts the service first, and says so', async (t) => {
   assert.deepEqual([exit, stdout, stderr], [0, 'Paused.\n', 'Started the Sonra service.\n']);
   assert.deepEqual(service.lines, [{ proto: 1, cmd: 'pause' }]);
 });
+
+const slips = [['volume', '900'], ['speed', '9'], ['voice', 'nobody'], ['captions', 'maybe'], ['lexicon', 'ad'],
+  ['lexicon', 'add', 'x'], ['lexicon', 'add', ' ', 'x'], ['pair', '--lan', '--no-lan'], ['pair', '--wait', '--no-wait'],
+  ['open', 'x'], ['on', '--source', 'nobody'], ['on', '--session', 'a', '--here'], ['off', '--session', 'a', '--all'],
+  ['help', 'nothing']];
+for (const argv of [...slips, ['help', 'on'], ['on', '--help'], ['--version']]) {
+  test(`tts ${argv.join(' ')} --start starts nothing`, async (t) => {
+    let asked = 0;
+    const serviceParts = { program: async () => { asked += 1; return '/bin/false'; } };
+    const { exit, stdout } = await tts(temporaryHome(t), [...argv, '--start'], { neighbours: { serviceParts } });
+    assert.deepEqual([exit, asked], [slips.includes(argv) ? 2 : 0, 0]);
+    assert.equal(stdout === '', slips.includes(argv));
+  });
+}
 
 test('--start with a program that ends at once says how', async (t) => {
   const serviceParts = { program: async () => '/bin/false' };

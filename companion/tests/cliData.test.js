@@ -147,7 +147,8 @@ for (const [script, part] of Object.entries(partOf)) {
 
 test('the manual page says of each variable that a user sets', () => {
   const variables = section(read('man/tts.1'), 'ENVIRONMENT').flatMap((line) => /^\.It Ev (\w+)$/.exec(line)?.[1] ?? []);
-  for (const name of ['HOME', 'NO_COLOR', 'SONRA_PROGRAM', 'SONRA_SUPPORT_URL', 'XDG_CONFIG_HOME', 'XDG_DESKTOP_DIR']) {
+  for (const name of ['HOME', 'NO_COLOR', 'SONRA_PROGRAM', 'SONRA_SUPPORT_URL', 'TTS_DISABLE_CTL', 'XDG_CONFIG_HOME',
+    'XDG_DESKTOP_DIR']) {
     assert.ok(variables.includes(name), name);
   }
   assert.deepEqual(variables, [...variables].sort());
@@ -155,7 +156,7 @@ test('the manual page says of each variable that a user sets', () => {
 
 test('the help puts what may be left out in brackets', () => {
   const help = generalHelp();
-  for (const form of ['volume [N]', 'captions [on|off]', 'help [COMMAND]', 'open ADDRESS']) assert.ok(help.includes(`  ${form}  `), form);
+  for (const form of ['volume [N]', 'captions [on|off]', 'help [COMMAND]', 'open ADDRESS ...']) assert.ok(help.includes(`  ${form}  `), form);
 });
 
 test('bash completes files behind --out', (t) => {

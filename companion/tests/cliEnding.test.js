@@ -13,7 +13,7 @@ import { temporaryHome, until } from './home.js';
 
 const main = fileURLToPath(new URL('../lib/cli/main.js', import.meta.url));
 
-for (const [signal, status] of [['SIGINT', 130], ['SIGTERM', 143]]) {
+for (const [signal, status] of [['SIGINT', 130], ['SIGTERM', 143], ['SIGHUP', 129]]) {
   test(`${signal} ends a command that waits at once, with ${status}`, async (t) => {
     const home = temporaryHome(t);
     const { lines } = await fakeService(t, home, 'ignores');
@@ -30,6 +30,25 @@ for (const [signal, status] of [['SIGINT', 130], ['SIGTERM', 143]]) {
     assert.equal(fs.readFileSync(home.inShared('state.json'), 'utf8'), before);
   });
 }
+
+test('a lock that is held is let go whatever signal comes', async (t) => {
+  for (const signal of ['SIGINT', 'SIGTERM', 'SIGHUP']) {
+    const home = temporaryHome(t);
+    const child = spawn(process.execPath, ['--input-type=module', '-e', `
+      import { interruptible } from ${JSON.stringify(new URL('../lib/cli/interruption.js', import.meta.url).href)};
+      import { acquire } from ${JSON.stringify(new URL('../lib/stateLock.js', import.meta.url).href)};
+      interruptible();
+      await acquire(process.argv[1]);
+      setTimeout(() => {}, 60_000);
+      console.log('held');`, home.inShared('profile.json')], { env: home.environment, stdio: ['ignore', 'pipe', 'inherit'] });
+    t.after(() => child.kill('SIGKILL'));
+    await once(child.stdout, 'data');
+    assert.ok(fs.existsSync(home.inShared('profile.json.lock')));
+    child.kill(signal);
+    await once(child, 'close');
+    assert.equal(fs.existsSync(home.inShared('profile.json.lock')), false, signal);
+  }
+});
 
 test('a lock that is waited for is not left behind', async (t) => {
   const home = temporaryHome(t);

@@ -75,6 +75,17 @@ test('the code is shown once the local network is let in, and not if it never is
   assert.match(stderr, /still doesn't let the local network in/);
 });
 
+test('a daemon that hangs is told to, and soon; one that is silent once is asked again', async (t) => {
+  let asked = 0;
+  const daemonStatus = async () => { asked += 1; return { alive: true, responding: false }; };
+  const { exit, stdout, stderr } = await tts(temporaryHome(t), ['pair'], { neighbours: { daemonStatus } });
+  assert.deepEqual([exit, stdout, asked], [1, '', 2]);
+  assert.equal(stderr, "tts: The daemon doesn't answer, so no device could pair.\n"
+    + '"tts quit" ends it with the service, "tts start" starts both.\n');
+  const busy = async () => ({ alive: true, responding: (asked += 1) > 3, bridgePort: 7842 });
+  assert.equal((await tts(temporaryHome(t), ['pair'], { neighbours: { daemonStatus: busy, mintCode: minting() } })).exit, 0);
+});
+
 test('a bridge that failed is told, and no code is minted', async (t) => {
   const neighbours = { daemonStatus: async () => ({ alive: true, parts: { bridge: 'failed' } }) };
   const begin = performance.now();
@@ -120,13 +131,13 @@ test('a code is not called void while the device is being written down', async (
 const endings = [
   ['that expires', { lifetime: 100 }, 1, 'expired', /has expired/],
   ['that the bridge voids', { lifetime: 8000, then: removeCode }, 1, 'void', /void/],
-  ['that is given up', { abort: true }, 130, 'interrupted', /Given up/],
+  ['that is given up', { abort: 143 }, 143, 'interrupted', /Given up/],
 ];
 for (const [what, { lifetime, then, abort }, code, kind, said] of endings) {
   test(`a code ${what} ends with ${code} and is no longer there`, async (t) => {
     const home = temporaryHome(t);
     const controller = new AbortController();
-    const afterwards = () => setTimeout(() => { then?.(home); if (abort) controller.abort(); }, 30);
+    const afterwards = () => setTimeout(() => { then?.(home); if (abort) controller.abort(abort); }, 30);
     const { exit, stdout, stderr } = await tts(home, ['pair', '--wait', '--json'], {
       signal: controller.signal, neighbours: { ...alive, mintCode: minting(lifetime, afterwards) },
     });

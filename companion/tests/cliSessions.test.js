@@ -3,11 +3,13 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
+import { neighbours } from '../lib/cli/neighbours.js';
 import { ago, isInside, sessionsFrom, shortId } from '../lib/cli/sessions.js';
 import { plain, shortened } from '../lib/words/output.js';
 import { readState, tts, writeState } from './commandLine.js';
-import { fakeService } from './fakeService.js';
-import { temporaryHome } from './home.js';
+import { put } from './agents.js';
+import { fakeService, serviceSays } from './fakeService.js';
+import { temporaryHome, until } from './home.js';
 
 const minute = 60_000;
 
@@ -84,6 +86,28 @@ test('the disk is looked at when the daemon does not know what is meant', async 
   assert.match((await tts(home, ['on', '--session', 'brand'], around)).stdout, /\(brand-new\)/);
 });
 
+test('a session is found however old it is, and however many are newer, by its id and by its folder', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  const at = (id) => `.claude/projects/-srv-${id}/${id}.jsonl`;
+  const days = (count) => ({ age: (Date.UTC(2026, 10, 20, 12) - Date.now()) / 1000 + count * 86_400 });
+  const words = (cwd) => `${JSON.stringify({ type: 'user', cwd, message: { role: 'user', content: 'x' } })}\n`;
+  put(home, at('ancient'), words('/srv/ancient'), days(400));
+  put(home, at('fortnight'), words('/srv/fortnight'), days(15));
+  put(home, at('crowded'), words('/srv/crowded'), days(2));
+  for (let i = 0; i < 41; i += 1) put(home, at(`n${i}`), words('/srv/many'), days(1));
+  const around = { neighbours: { findSessions: neighbours.findSessions } };
+  for (const id of ['ancient', 'fortnight', 'crowded']) {
+    for (const [options, cwd] of [[['--session', id.slice(0, 4)], '/'], [['--here'], `/srv/${id}/src`]]) {
+      const { exit, stdout, stderr } = await tts(home, ['on', ...options], { ...around, cwd });
+      assert.equal(exit, 0, stderr);
+      assert.match(stdout, new RegExp(`ttached: Claude Code in /srv/${id} \\(${id}\\), last written to \\d+ `));
+    }
+  }
+  const none = await tts(home, ['on', '--session', 'none'], around);
+  assert.equal(none.exit, 3);
+});
+
 const sources = [
   [['--source', 'codex'], 0, /Codex CLI in \/srv\/proj \(cccc\)/],
   [['--source=claude'], 0, /\(aaaa\)/],
@@ -152,26 +176,65 @@ test('a session that is attached already is given its voice again', async (t) =>
   assert.deepEqual(attachedIds(home), ['aaaa']);
 });
 
+const soon = () => ({ time: new Date(Date.now() + 1000).toISOString() });
+
+/** Its log as it is once an attach has been refused, with other words before and behind. */
+function refuses(home) {
+  const before = new Date(Date.now() - minute).toISOString();
+  serviceSays(home, { msg: 'attach: unknown source', level: 40, time: before });
+  fs.appendFileSync(path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson'), 'torn\n');
+  serviceSays(home, { ...soon(), msg: 'attach: transcript missing on disk', level: 40, input: { id: 'aaaa' } });
+  serviceSays(home, { ...soon(), msg: 'ipc dispatched' });
+}
+
 test('a service that does not attach is no success, and its own words are told', async (t) => {
   const home = temporaryHome(t);
   await fakeService(t, home, 'ignores');
-  const log = path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson');
-  fs.mkdirSync(path.dirname(log), { recursive: true });
-  const line = (msg, level, time) => JSON.stringify({ msg, level, time: new Date(time).toISOString() });
-  const soon = Date.now() + 1000;
-  fs.writeFileSync(log, [line('attach: unknown source', 40, Date.now() - minute), 'torn',
-    line('attach: transcript missing on disk', 40, soon), line('ipc dispatched', 30, soon)].join('\n'));
+  refuses(home);
   const { exit, stderr } = await tts(home, ['on'], listed(home, [row(home, 'aaaa')]));
-  assert.deepEqual([exit, stderr], [1, "tts: The service didn't attach Claude Code in /srv/proj (aaaa) within 2 seconds."
-    + ' It says: attach: transcript missing on disk.\n']);
+  assert.deepEqual([exit, stderr], [1, "tts: Claude Code in /srv/proj (aaaa) isn't attached."
+    + ' The service says: attach: transcript missing on disk.\n']);
+});
+
+test('a session that stands in the list and is refused is no success either', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home);
+  refuses(home);
+  const around = listed(home, [row(home, 'aaaa')], { sessions: [{ id: 'aaaa', cwd: '/srv/proj' }] });
+  const { exit, stderr } = await tts(home, ['on'], around);
+  assert.deepEqual([exit, stderr], [1, "tts: Claude Code in /srv/proj (aaaa) isn't attached."
+    + ' The service says: attach: transcript missing on disk.\n']);
+});
+
+test('that a session is attached is told with what it is known from, where the service says nothing', async (t) => {
+  const home = temporaryHome(t);
+  await fakeService(t, home, 'ignores');
+  // Of another session, and of another command.
+  serviceSays(home, { ...soon(), msg: 'attach: unknown source', level: 40, input: { id: 'bbbb' } });
+  serviceSays(home, { ...soon(), msg: 'ipc dispatched', method: 'attach', requestId: 'another' });
+  const around = listed(home, [row(home, 'aaaa')], { sessions: [{ id: 'aaaa', cwd: '/srv/proj' }] });
+  const { exit, stdout, stderr } = await tts(home, ['on', '--json'], around);
+  assert.deepEqual([exit, stderr], [0, "That is what its list says; the service hasn't confirmed it.\n"]);
+  const { already, confirmed } = JSON.parse(stdout);
+  assert.deepEqual([already, confirmed], [true, false]);
+});
+
+test('a session that is detached while it is given its voice again is no success', async (t) => {
+  const home = temporaryHome(t);
+  const { lines } = await fakeService(t, home, 'ignores');
+  const around = listed(home, [row(home, 'aaaa')], { sessions: [{ id: 'aaaa', cwd: '/srv/proj' }] });
+  const running = tts(home, ['on'], around);
+  await until(() => lines.length, { what: 'the command' });
+  writeState(home, { sessions: [] });
+  serviceSays(home, { msg: 'ipc dispatched', method: 'attach', requestId: lines[0].requestId });
+  const { exit, stderr } = await running;
+  assert.deepEqual([exit, stderr], [1, 'tts: Claude Code in /srv/proj (aaaa) was detached meanwhile.\n']);
 });
 
 test('words that the service said before are not its answer', async (t) => {
   const home = temporaryHome(t);
   await fakeService(t, home, 'ignores');
-  const log = path.join(home.home, 'Library/Logs/Sonra/sonra.ndjson');
-  fs.mkdirSync(path.dirname(log), { recursive: true });
-  fs.writeFileSync(log, JSON.stringify({ msg: 'attach: unknown source', level: 40, time: '2026-01-01T00:00:00.000Z' }));
+  serviceSays(home, { msg: 'attach: unknown source', level: 40, time: '2026-01-01T00:00:00.000Z' });
   const { stderr } = await tts(home, ['on'], listed(home, [row(home, 'aaaa')]));
   assert.match(stderr, /within 2 seconds\.\n$/);
 });

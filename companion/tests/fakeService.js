@@ -2,11 +2,21 @@
 // document what the real one does for an attach and a detach. What it was told it has been told when the sender is done.
 
 import { once } from 'node:events';
+import fs from 'node:fs';
 import net from 'node:net';
+import path from 'node:path';
 
+import { serviceLogPath } from '../lib/places.js';
 import { updateDocument } from '../lib/sharedDocument.js';
 
-/** @param {'obeys' | 'ignores'} manner whether attach and detach show in the document */
+/** Appends a line to its log, as the real one does. */
+export function serviceSays(home, record) {
+  const log = serviceLogPath(home.environment);
+  fs.mkdirSync(path.dirname(log), { recursive: true });
+  fs.appendFileSync(log, `${JSON.stringify({ level: 30, time: new Date().toISOString(), ...record })}\n`);
+}
+
+/** @param {'obeys' | 'ignores'} manner whether attach and detach show in the document, and what was done in the log */
 export async function fakeService(context, home, manner = 'obeys') {
   const lines = [];
   const change = (alter) => updateDocument(home.inShared('state.json'), (document) =>
@@ -19,7 +29,10 @@ export async function fakeService(context, home, manner = 'obeys') {
   const take = async (text) => {
     for (const line of text.split('\n').filter(Boolean)) {
       lines.push(JSON.parse(line));
-      if (manner === 'obeys') await obey(lines.at(-1));
+      if (manner === 'ignores') continue;
+      await obey(lines.at(-1));
+      const { cmd, requestId } = lines.at(-1);
+      if (requestId) serviceSays(home, { msg: 'ipc dispatched', method: cmd, requestId });
     }
   };
   const sockets = new Set();

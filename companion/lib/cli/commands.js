@@ -4,8 +4,10 @@
 /**
  * @typedef {{ name: string, short?: string, value?: string, mayBeEmpty?: boolean, help: string }} Option
  * @typedef {{ name: string, aliases?: string[], arguments?: string, min?: number, max?: number, summary: string,
- *   help?: string[], options?: Option[], fixed?: object, undoes?: boolean,
+ *   help?: string[], options?: Option[], fixed?: object, undoes?: boolean, needsNothing?: boolean,
+ *   judge?: () => Promise<(parsed: { command: Command, options: object, positionals: string[] }) => void>,
  *   load: () => Promise<(context: import('./main.js').Context) => Promise<number | void>> }} Command
+ * `judge` fails where the words make no sense, before anything is done; `needsNothing`: not even --start starts anything
  */
 
 /** @type {Option[]} */
@@ -32,6 +34,7 @@ const transport = (name, summary, more) => ({
 const setting = (name, summary, more) => ({
   name,
   summary,
+  judge: async () => (await import('./settings.js')).judge,
   load: async () => (await import('./settings.js'))[more.run ?? name],
   ...more,
 });
@@ -48,6 +51,7 @@ export const commands = [
       session,
       { name: '--here', help: 'the newest session of this folder or one above it' },
     ],
+    judge: async () => (await import('./on.js')).judge,
     load: async () => (await import('./on.js')).on,
   },
   {
@@ -58,6 +62,7 @@ export const commands = [
       'What is in the queue is still spoken; "tts stop" ends that.',
     ],
     options: [session, { name: '--all', help: 'every session' }],
+    judge: async () => (await import('./off.js')).judge,
     load: async () => (await import('./off.js')).off,
   },
   {
@@ -103,6 +108,7 @@ export const commands = [
     max: 3,
     summary: 'how words are to be spoken',
     help: ['Captions keep the word as it is written. An empty SAY leaves the word out.'],
+    judge: async () => (await import('./lexiconCommand.js')).judge,
     load: async () => (await import('./lexiconCommand.js')).lexicon,
   },
   {
@@ -115,15 +121,17 @@ export const commands = [
       { name: '--no-wait', help: 'print the code and return' },
     ],
     undoes: true,
+    judge: async () => (await import('./pair.js')).judge,
     load: async () => (await import('./pair.js')).pair,
   },
   transport('search', 'open the search for sessions'),
   {
     name: 'open',
-    arguments: 'ADDRESS',
+    arguments: 'ADDRESS ...',
     min: 1,
     max: 20,
     summary: 'attach the sessions with these addresses, such as tts://session/ID',
+    judge: async () => (await import('./transport.js')).judgeAddresses,
     load: async () => (await import('./transport.js')).open,
   },
   {
@@ -163,6 +171,8 @@ export const commands = [
     arguments: 'COMMAND',
     max: 1,
     summary: 'print help and exit',
+    needsNothing: true,
+    judge: async () => (await import('./help.js')).judge,
     load: async () => (await import('./help.js')).help,
   },
 ];

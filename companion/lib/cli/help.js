@@ -50,10 +50,15 @@ export function commandHelp(command) {
   ].join('\n');
 }
 
+export function judge({ positionals: [name] }) {
+  if (name !== undefined && !findCommand(name)) {
+    throw usageError(`There is no command "${name}". "tts --help" lists them.`);
+  }
+}
+
 /** "tts help [COMMAND]" */
 export async function help({ output, positionals: [name] }) {
   const command = name === undefined ? undefined : findCommand(name);
-  if (name !== undefined && !command) throw usageError(`There is no command "${name}". "tts --help" lists them.`);
   const text = command ? commandHelp(command) : generalHelp();
   output.say(text);
   output.result({ help: text });

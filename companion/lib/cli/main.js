@@ -4,12 +4,11 @@
 import fs from 'node:fs';
 import { fileURLToPath } from 'node:url';
 
-import { parseArguments } from './arguments.js';
+import { packageVersion } from '../version.js';
 import { asFailure, exitCodes, usageError } from '../words/failure.js';
 import { Output } from '../words/output.js';
-
-/** As long as a command may take to undo what it began. */
-const undoLimit = 3_000;
+import { parseArguments } from './arguments.js';
+import { interruptible } from './interruption.js';
 
 /**
  * @typedef {{ environment: NodeJS.ProcessEnv, output: Output, cwd: string, isTerminal: boolean, signal: AbortSignal,
@@ -19,15 +18,11 @@ const undoLimit = 3_000;
  *   neighbours: import('./neighbours.js').Neighbours }} Context
  */
 
-function version() {
-  const text = fs.readFileSync(new URL('../../package.json', import.meta.url), 'utf8');
-  return JSON.parse(text).version;
-}
-
 async function answerHelp({ command, options }, output) {
   if (options.version) {
-    output.say(`tts ${version()}`);
-    output.result({ version: version() });
+    const version = packageVersion() ?? 'unknown';
+    output.say(`tts ${version}`);
+    output.result({ version });
     return exitCodes.ok;
   }
   const { generalHelp, commandHelp } = await import('./help.js');
@@ -52,7 +47,9 @@ async function startFirst(context) {
 async function runCommand(parsed, context) {
   const { command, options } = parsed;
   if (options.help || options.version || !command) return answerHelp(parsed, context.output);
-  if (options.start && command.name !== 'start') await startFirst(context);
+  // Before anything is started: nobody who is told of a slip of the pen expects that.
+  if (command.judge) (await command.judge())(parsed);
+  if (options.start && command.name !== 'start' && !command.needsNothing) await startFirst(context);
   context.begins?.(command);
   const body = await command.load();
   return (await body({ ...context, ...parsed })) ?? exitCodes.ok;
@@ -81,22 +78,6 @@ export async function run(argv, {
     output.failure(failure);
     return failure.exit;
   }
-}
-
-/**
- * Ctrl-C ends a command at once: documents are written in one step, and what is held is let go at the process's exit. One
- * that has something to take back (`undoes`) is given a moment for it; a second signal doesn't wait for that.
- */
-function interruptible() {
-  const controller = new AbortController();
-  const on = (name, status) => process.on(name, () => {
-    if (!controller.undoes || controller.signal.aborted) process.exit(status);
-    controller.abort();
-    setTimeout(() => process.exit(status), undoLimit).unref();
-  });
-  on('SIGINT', exitCodes.interrupted);
-  on('SIGTERM', exitCodes.terminated);
-  return controller;
 }
 
 /** "tts status | head -1" isn't a failure; a result that is lost is one. */

@@ -2,8 +2,8 @@
 
 /**
  * @typedef {{
- *   findSessions(environment: NodeJS.ProcessEnv): Promise<object[]>,
- *   daemonStatus(environment: NodeJS.ProcessEnv): Promise<{ alive: boolean, pid?: number }>,
+ *   findSessions(environment: NodeJS.ProcessEnv, options?: { isBounded?: boolean }): Promise<object[]>,
+ *   daemonStatus(environment: NodeJS.ProcessEnv): Promise<{ alive: boolean, responding?: boolean, pid?: number }>,
  *   startDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
  *   stopDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
  *   mintCode(environment: NodeJS.ProcessEnv): Promise<{ code: string, expiresAt: number }>,
@@ -30,8 +30,8 @@ async function daemonStatus(environment) {
 
 /** @type {Neighbours} */
 export const neighbours = {
-  findSessions: async (environment) =>
-    (await import('../discovery/discovery.js')).findSessions({ environment, now: Date.now() }),
+  findSessions: async (environment, options) =>
+    (await import('../discovery/discovery.js')).findSessions({ environment, now: Date.now(), ...options }),
   daemonStatus,
   startDaemon: async (environment) => (await daemonControl()).startDaemon({ environment }),
   stopDaemon: async (environment) => (await daemonControl()).stopDaemon({ environment }),

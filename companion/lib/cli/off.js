@@ -6,6 +6,7 @@ import { waitFor } from '../serviceControl.js';
 import { commandLine, sendLines } from '../serviceSocket.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { CommandFailure, notFound, usageError } from '../words/failure.js';
+import { changeDocument } from './documents.js';
 import { attachedFrom, named, sessionJson, sessionLines, withId } from './sessions.js';
 
 const detachLimit = 2_000;
@@ -19,8 +20,11 @@ function ambiguous(message, sessions, environment) {
   });
 }
 
+export function judge({ options: { session, all } }) {
+  if (session !== undefined && all) throw usageError('--session and --all exclude each other.');
+}
+
 function choose(sessions, { session: id, all }, environment) {
-  if (id !== undefined && all) throw usageError('--session and --all exclude each other.');
   if (all) return sessions;
   const found = id === undefined ? sessions : withId(sessions, id);
   if (id !== undefined && !found.length) throw notFound(`No session whose id begins with "${id}" is attached.`);
@@ -28,24 +32,26 @@ function choose(sessions, { session: id, all }, environment) {
   return found;
 }
 
-async function detach(ids, environment) {
+async function detach(ids, { environment, output }) {
   try {
     await sendLines(ids.map((id) => commandLine('detach', { id })), { path: socketPath(environment) });
   } catch (error) {
     if (error.name !== 'ServiceNotRunning') throw error;
-    await updateDocument(statePath(environment), (document) => {
+    const path = statePath(environment);
+    await changeDocument(path, output, (options) => updateDocument(path, (document) => {
       document.set('sessions', document.list('sessions').filter((row) => !ids.includes(row?.id || row?.sessionId)));
-    });
+    }, options));
   }
   const gone = () => !attached(environment).some(({ id }) => ids.includes(id));
   if (!await waitFor(gone, detachLimit)) throw new CommandFailure("The service didn't detach it within 2 seconds.");
 }
 
 /** "tts off" */
-export async function off({ environment, output, options }) {
+export async function off(context) {
+  const { environment, output, options } = context;
   const present = attached(environment);
   const sessions = choose(present, options, environment);
-  if (sessions.length) await detach(sessions.map(({ id }) => id), environment);
+  if (sessions.length) await detach(sessions.map(({ id }) => id), context);
   output.say(...(sessions.length ? sessions.map((session) => `Detached: ${named(session, environment, present)}.`)
     : ['Nothing was attached.']));
   output.result({ detached: sessions.map(sessionJson) });

@@ -1,6 +1,7 @@
-// "tts on": finds the session that is meant and has the service attach it. The socket answers nothing, so the row that
-// the service writes into state.json is the proof.
+// "tts on": finds the session that is meant and has the service attach it. The socket answers nothing: the proof is the
+// row that the service writes into state.json, or, where there is one already, what it says in its log.
 
+import { randomUUID } from 'node:crypto';
 import fs from 'node:fs';
 
 import { agents } from '../agents.js';
@@ -22,9 +23,13 @@ function sourceFrom(word) {
   return source;
 }
 
+export function judge({ options: { source, session, here } }) {
+  if (session && here) throw usageError('--session and --here exclude each other.');
+  sourceFrom(source);
+}
+
 /** What the options ask for, as a list of conditions and the words for it. */
 function wishFrom({ source, session, here }, cwd) {
-  if (session && here) throw usageError('--session and --here exclude each other.');
   return { source: sourceFrom(source), id: session, folder: here ? cwd : undefined };
 }
 
@@ -51,12 +56,16 @@ function chosen(sessions, wish, now) {
   return wish.id || wish.folder ? found : found.filter((session) => isFresh(session, now));
 }
 
-/** The daemon's rows while it keeps them; else, or if they don't hold what is meant, a look at the disk. */
-async function candidates(context, wish, now) {
-  const { environment, neighbours } = context;
+/**
+ * The daemon's rows while it keeps them; if they don't hold what is meant, a look at the disk; and for a certain session,
+ * which may be old, a look at all that there is, which can take a second where there are thousands.
+ */
+async function candidates({ environment, neighbours }, wish, now) {
   const listed = sessionsFrom(SharedDocument.read(statePath(environment)).list('discoveredSessions'));
   if ((await neighbours.daemonStatus(environment)).alive && chosen(listed, wish, now).length) return listed;
-  return sessionsFrom(await neighbours.findSessions(environment));
+  const found = sessionsFrom(await neighbours.findSessions(environment));
+  if (chosen(found, wish, now).length || !(wish.id || wish.folder)) return found;
+  return sessionsFrom(await neighbours.findSessions(environment, { isBounded: false }));
 }
 
 function nothing(sessions, wish, now, environment) {
@@ -95,11 +104,28 @@ async function choose(context, wish, now) {
 const isAttached = (environment, id) =>
   SharedDocument.read(statePath(environment)).list('sessions').some((row) => row?.id === id);
 
-/** The service's own last words on an attach since `since`, if it refused. */
-async function refusal(environment, since) {
-  const { lastWarning } = await import('./serviceWords.js');
-  const words = lastWarning(environment, /^attach: /, since);
-  return words ? ` It says: ${words}.` : '';
+/**
+ * Has the service attach it, or give it its voice again where it is attached.
+ * @returns {Promise<boolean>} whether that is proven; fails where the opposite is
+ */
+async function attach(session, again, name, environment) {
+  const { attachWarning, isCarriedOut } = await import('./serviceWords.js');
+  const since = Date.now();
+  const requestId = randomUUID();
+  await sendCommand('attach', { ...attachArguments(session), ...(again ? { resume: true, requestId } : {}) },
+    { path: socketPath(environment) });
+  const hasRow = () => isAttached(environment, session.id);
+  const warning = () => attachWarning(environment, session.id, since);
+  const isProven = await waitFor(() => (again ? isCarriedOut(environment, requestId, since) : hasRow())
+    || warning() !== undefined, attachLimit);
+  const words = again || !hasRow() ? warning() : undefined;
+  if (words !== undefined) throw new CommandFailure(`${name} isn't attached. The service says: ${words}.`);
+  if (again && !hasRow()) throw new CommandFailure(`${name} was detached meanwhile.`);
+  if (!isProven) {
+    if (again) return false;
+    throw new CommandFailure(`The service didn't attach ${name} within ${attachLimit / 1000} seconds.`);
+  }
+  return true;
 }
 
 /** A session of OpenCode's lies in a database, and is named behind the last "#". */
@@ -118,19 +144,15 @@ export async function on(context) {
   const now = Date.now();
   const wish = wishFrom(options, cwd);
   // Said before anything is looked for: without the service no choice helps.
-  const path = socketPath(environment);
-  await sendLines([], { path });
+  await sendLines([], { path: socketPath(environment) });
   const { session, sessions } = await choose(context, wish, now);
   const file = fileOf(session);
   if (file && !fs.existsSync(file)) throw new CommandFailure(`Its transcript is gone: ${plain(file)}`);
   const name = named(session, environment, sessions);
   const again = isAttached(environment, session.id);
-  await sendCommand('attach', { ...attachArguments(session), ...(again ? { resume: true } : {}) }, { path });
-  if (!await waitFor(() => isAttached(environment, session.id), attachLimit)) {
-    const said = await refusal(environment, now);
-    throw new CommandFailure(`The service didn't attach ${name} within 2 seconds.${said}`);
-  }
+  const confirmed = await attach(session, again, name, environment);
   const age = isFresh(session, now) ? '' : `, last written to ${ago(now - session.mtimeMs)}`;
   output.say(`${again ? 'Already attached' : 'Attached'}: ${name}${age}.`);
-  output.result({ attached: sessionJson(session), already: again });
+  if (!confirmed) output.note("That is what its list says; the service hasn't confirmed it.");
+  output.result({ attached: sessionJson(session), already: again, confirmed });
 }

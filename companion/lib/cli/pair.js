@@ -14,34 +14,52 @@ import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { lockPath } from '../stateLock.js';
 import { CommandFailure, exitCodes, usageError } from '../words/failure.js';
 import { plain } from '../words/output.js';
+import { changeDocument } from './documents.js';
 
 const bridgeLimit = 5_000;
 const pollInterval = 250;
 
-async function storeReach({ environment, options }) {
-  if (options.lan && options['no-lan']) throw usageError('--lan and --no-lan exclude each other.');
-  if (!options.lan && !options['no-lan']) return SharedDocument.read(statePath(environment)).get('bridgeLan') === true;
+export function judge({ options }) {
+  for (const name of ['lan', 'wait']) {
+    if (options[name] && options[`no-${name}`]) throw usageError(`--${name} and --no-${name} exclude each other.`);
+  }
+}
+
+async function storeReach({ environment, options, output }) {
+  const path = statePath(environment);
+  if (!options.lan && !options['no-lan']) return SharedDocument.read(path).get('bridgeLan') === true;
   const lan = Boolean(options.lan);
-  await updateDocument(statePath(environment), (document) => document.set('bridgeLan', lan));
+  await changeDocument(path, output,
+    (onward) => updateDocument(path, (document) => document.set('bridgeLan', lan), onward));
   return lan;
 }
+
+const isSilent = ({ alive, responding }) => alive && responding === false;
+
+const silence = () => new CommandFailure("The daemon doesn't answer, so no device could pair.",
+  { hint: '"tts quit" ends it with the service, "tts start" starts both.' });
 
 /**
  * The daemon, started where it doesn't run, when its bridge is there and reaches as far as it should, or has told that
  * it can't be.
  */
 async function daemonWithBridge({ environment, neighbours, output }, lan) {
-  if (!(await neighbours.daemonStatus(environment)).alive) {
+  const ask = () => neighbours.daemonStatus(environment);
+  let daemon = await ask();
+  // One that is busy, or in its last moment, is silent once.
+  if (isSilent(daemon)) daemon = await ask();
+  if (isSilent(daemon)) throw silence();
+  if (!daemon.alive) {
     await neighbours.startDaemon(environment);
     output.note('Started the daemon, which hosts the bridge.');
   }
-  let daemon;
   // A daemon of an earlier version doesn't say.
   const reaches = () => (daemon.bridgeLan ?? lan) === lan;
   await waitFor(async () => {
-    daemon = await neighbours.daemonStatus(environment);
+    daemon = await ask();
     return (daemon.bridgePort !== undefined && reaches()) || daemon.parts?.bridge === 'failed';
   }, bridgeLimit);
+  if (isSilent(daemon)) throw silence();
   if (daemon.bridgePort === undefined) {
     throw new CommandFailure("The daemon's bridge doesn't run, so no device could pair; see ~/.claude/tts/daemon.log.");
   }
@@ -105,7 +123,7 @@ const endings = {
 };
 
 async function waitForDevice(context, known, minted) {
-  const { output, environment } = context;
+  const { output, environment, signal } = context;
   const { device, why } = await outcome(context, known, minted);
   if (device !== undefined) {
     output.say(`Paired: ${plain(device)}.`);
@@ -113,14 +131,15 @@ async function waitForDevice(context, known, minted) {
     return exitCodes.ok;
   }
   removeCode(identityOf(minted), environment);
-  const exit = why === 'interrupted' ? exitCodes.interrupted : exitCodes.failed;
+  // A signal is the reason why it was aborted, by its exit code.
+  const ended = typeof signal.reason === 'number' ? signal.reason : exitCodes.interrupted;
+  const exit = why === 'interrupted' ? ended : exitCodes.failed;
   throw new CommandFailure(endings[why], { exit, kind: why, details: { ...minted, paired: false } });
 }
 
 /** "tts pair" */
 export async function pair(context) {
   const { environment, output, options, neighbours, isTerminal } = context;
-  if (options.wait && options['no-wait']) throw usageError('--wait and --no-wait exclude each other.');
   const lan = await storeReach(context);
   const daemon = await daemonWithBridge(context, lan);
   const known = new Set(pairedDevices(environment).map(({ token }) => token));

@@ -2,22 +2,23 @@
 // running.
 
 import { socketPath, statePath } from '../places.js';
-import { updateDocument } from '../sharedDocument.js';
+import { SharedDocument, updateDocument } from '../sharedDocument.js';
 import { settingsOf } from '../stateDefaults.js';
-import { readDocument } from './documents.js';
+import { findVoice, voices } from '../voices.js';
 import { usageError } from '../words/failure.js';
+import { columns, plain } from '../words/output.js';
+import { changeDocument, readDocument } from './documents.js';
 
-const read = ({ environment, output }, options) => settingsOf(readDocument(statePath(environment), output, options));
+const read = ({ environment, output }) => settingsOf(readDocument(statePath(environment), output));
 
 /** Changes settings by what `change` makes of the present ones, and says when that takes effect. */
 async function keep(context, change, describe) {
   const { environment, output } = context;
-  // Judged before the lock is taken.
-  change(read(context, { isWritten: true }));
-  const settings = await updateDocument(statePath(environment), (document) => {
+  const path = statePath(environment);
+  const settings = await changeDocument(path, output, (options) => updateDocument(path, (document) => {
     for (const [key, value] of Object.entries(change(settingsOf(document)))) document.set(key, value);
     return settingsOf(document);
-  });
+  }, options));
   output.say(describe(settings));
   const { serviceState } = await import('../serviceSocket.js');
   const state = await serviceState({ path: socketPath(environment) });
@@ -26,8 +27,15 @@ async function keep(context, change, describe) {
   return { settings, running: state !== 'absent' };
 }
 
-/** One setting of the same name as its command: shown, or set to what `parse` makes of the word. */
-function single(key, { parse, describe }) {
+/** Of each setting that takes a word, what is made of that; fails where nothing can be. */
+const parsers = { volume: parseVolume, speed: parseSpeed, voice: parseVoice, captions: parseSwitch };
+
+export function judge({ command, positionals: [word] }) {
+  if (word !== undefined) parsers[command.name](word, settingsOf(new SharedDocument()));
+}
+
+/** One setting of the same name as its command: shown, or set to what `parsers` make of the word. */
+function single(key, describe) {
   return async (context) => {
     const { output, positionals: [word] } = context;
     if (word === undefined) {
@@ -36,7 +44,7 @@ function single(key, { parse, describe }) {
       output.result({ [key]: settings[key] });
       return;
     }
-    const change = (settings) => ({ [key]: parse(word, settings) });
+    const change = (settings) => ({ [key]: parsers[key](word, settings) });
     const { settings, running } = await keep(context, change, describe);
     output.result({ [key]: settings[key], running });
   };
@@ -61,12 +69,15 @@ function parseSwitch(word) {
   return word === 'on';
 }
 
-export const volume = single('volume', { parse: parseVolume, describe: (now) => `Volume ${now.volume}%.` });
-export const speed = single('speed', { parse: parseSpeed, describe: (now) => `Speed ${now.speed}x.` });
-export const captions = single('captions', {
-  parse: parseSwitch,
-  describe: (now) => `Captions are ${now.captions ? 'on' : 'off'}.`,
-});
+function parseVoice(word) {
+  const found = findVoice(word);
+  if (!found) throw usageError(`There is no voice "${word}". "tts voice" lists them.`);
+  return found;
+}
+
+export const volume = single('volume', (now) => `Volume ${now.volume}%.`);
+export const speed = single('speed', (now) => `Speed ${now.speed}x.`);
+export const captions = single('captions', (now) => `Captions are ${now.captions ? 'on' : 'off'}.`);
 
 /** "tts mute", "tts unmute" */
 export async function muting(context) {
@@ -77,7 +88,6 @@ export async function muting(context) {
 
 async function listVoices(context) {
   const { output } = context;
-  const [{ voices }, { columns, plain }] = await Promise.all([import('../voices.js'), import('../words/output.js')]);
   const chosen = read(context).voice;
   const rows = columns(voices.map(({ id, name, descriptor }) =>
     [id === chosen ? '*' : ' ', id, name, descriptor]), '');
@@ -90,9 +100,7 @@ async function listVoices(context) {
 export async function voice(context) {
   const { positionals: [word] } = context;
   if (word === undefined) return listVoices(context);
-  const { findVoice } = await import('../voices.js');
-  const found = findVoice(word);
-  if (!found) throw usageError(`There is no voice "${word}". "tts voice" lists them.`);
+  const found = parseVoice(word);
   const { running } = await keep(context, () => ({ voice: found.id }), () => `Voice ${found.name} (${found.id}).`);
   context.output.result({ voice: found.id, name: found.name, running });
   return undefined;

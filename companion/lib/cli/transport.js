@@ -24,10 +24,13 @@ export async function transport({ command, environment, output }) {
   output.result({ sent: word });
 }
 
-/** "tts open ADDRESS…" */
-export async function open({ positionals, environment, output }) {
+export function judgeAddresses({ positionals }) {
   const wrong = positionals.find((address) => !/^tts:\/\/./.test(address));
   if (wrong !== undefined) throw usageError(`"${wrong}" is no address that begins with tts://.`);
+}
+
+/** "tts open ADDRESS…" */
+export async function open({ positionals, environment, output }) {
   await sendCommand('open', { urls: positionals }, { path: socketPath(environment) });
   output.say('Handed to the service.');
   output.result({ sent: 'open', urls: positionals });

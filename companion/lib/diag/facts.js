@@ -10,6 +10,7 @@ import { daemonStatus } from '../daemon/daemonControl.js';
 import { socketPath } from '../places.js';
 import { sonraProgram } from '../programs.js';
 import { serviceState } from '../serviceSocket.js';
+import { packageVersion } from '../version.js';
 
 const askLimit = 3_000;
 const portalFolders = ['/usr/share/xdg-desktop-portal/portals', '/usr/local/share/xdg-desktop-portal/portals'];
@@ -50,14 +51,6 @@ function portals() {
       return [];
     }
   });
-}
-
-function packageVersion() {
-  try {
-    return JSON.parse(fs.readFileSync(new URL('../../package.json', import.meta.url), 'utf8')).version;
-  } catch {
-    return undefined;
-  }
 }
 
 export async function collectVersions(environment) {

@@ -1,27 +1,14 @@
-// The logs for the bundle: the service's and the daemon's with their rotated copies, the newest lines first to be
-// taken, up to a bound, and every line scrubbed.
+// The logs for the bundle: the service's and the daemon's with their rotated copies, and what the daemon's Node.js said
+// when it couldn't go on; the newest lines first to be taken, up to a bound, and every line scrubbed.
 
 import fs from 'node:fs';
 import path from 'node:path';
 
-import { daemonLogPath, serviceLogPath } from '../places.js';
+import { daemonErrorsPath, daemonLogPath, serviceLogPath } from '../places.js';
+import { tailOf } from '../tail.js';
 
 const boundOfLog = 8 * 1024 * 1024;
 const rotatedCopies = 5;
-
-/** The last `limit` bytes of a file, from the beginning of a line. */
-export function tailOf(file, limit) {
-  const fd = fs.openSync(file, 'r');
-  try {
-    const { size } = fs.fstatSync(fd);
-    const length = Math.min(size, limit);
-    const bytes = Buffer.alloc(length);
-    const text = bytes.toString('utf8', 0, fs.readSync(fd, bytes, 0, length, size - length));
-    return { text: length < size ? text.slice(text.indexOf('\n') + 1) : text, omitted: size - length };
-  } finally {
-    fs.closeSync(fd);
-  }
-}
 
 /** What Node.js itself writes when a program of its breaks; anything else that is no record may be anybody's words. */
 const ownWords = /^(?:\s+at |(?:node:|file:\/\/)\S+:\d+$|Node\.js v|(?:Uncaught )?\w*Error\b.*?: |\w*Error$)/;
@@ -69,7 +56,7 @@ function collect(base, scrubber, maxBytes) {
  */
 export function collectLogs(environment, scrubber, maxBytes = boundOfLog) {
   const result = { files: [], omittedBytes: 0, problems: [] };
-  for (const base of [serviceLogPath(environment), daemonLogPath(environment)]) {
+  for (const base of [serviceLogPath, daemonLogPath, daemonErrorsPath].map((placeOf) => placeOf(environment))) {
     try {
       const { files, omitted } = collect(base, scrubber, maxBytes);
       result.files.push(...files);

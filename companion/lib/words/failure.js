@@ -2,7 +2,7 @@
 // reads and the code that a script sees.
 
 export const exitCodes = {
-  ok: 0, failed: 1, usage: 2, notFound: 3, unavailable: 69, interrupted: 130, terminated: 143,
+  ok: 0, failed: 1, usage: 2, notFound: 3, unavailable: 69, hungUp: 129, interrupted: 130, terminated: 143,
 };
 
 /** Ends a command with a sentence on standard error. */
