@@ -26,6 +26,8 @@ export const tokensPath = inShared('bridge-tokens.json');
 export const daemonPidPath = inShared('daemon.pid');
 export const daemonSocketPath = inShared('daemon.sock');
 export const daemonLockPath = inShared('daemon.lock');
+/** Another text in it whenever the daemon was told to end. */
+export const daemonEndPath = inShared('daemon.end');
 export const daemonLogPath = inShared('daemon.log');
 /** What the daemon's Node.js says when it can't go on. */
 export const daemonErrorsPath = inShared('daemon.stderr.log');

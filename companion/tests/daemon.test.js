@@ -75,9 +75,60 @@ test('of many that start at once one becomes the daemon, and all succeed', async
   assert.equal(answers.filter(({ started }) => started).length, 1);
   assert.deepEqual(logRecords(home).map(({ msg }) => msg).filter((msg) => msg.startsWith('daemon ')), ['daemon up']);
   assert.equal(fs.existsSync(home.inShared('daemon.lock')), false);
-  // None of the others is left that would become one now.
   await stopDaemon(home);
-  assert.deepEqual(daemonsOf(home), []);
+  // It says goodbye a moment longer than it is there; none of the others is left that would become one now.
+  await until(() => daemonsOf(home).length === 0, { what: 'the end of all' });
+  assert.deepEqual(await daemonStatus(home), { alive: false });
+  assert.equal(fs.existsSync(home.inShared('daemon.sock')), false);
+});
+
+/** A listener at the daemon's place that answers `stop` with another process's id than its own, as if it had just come. */
+const successor = `
+  const fs = require('node:fs');
+  const [socket, file] = process.argv.slice(1);
+  require('node:net').createServer((client) => client.on('data', (text) => {
+    const isStop = JSON.parse(text).ask === 'stop';
+    client.end(JSON.stringify({ pid: isStop ? 999999999 : process.pid, stopping: isStop }));
+  })).listen(socket, () => fs.writeFileSync(file, String(process.pid)));`;
+
+test('one that came in the place of the daemon that was told to end is left alone', async (t) => {
+  const home = temporaryHome(t);
+  const child = spawn(process.execPath, ['-e', successor, home.inShared('daemon.sock'), home.inShared('daemon.pid')]);
+  t.after(() => child.kill('SIGKILL'));
+  await until(() => fs.existsSync(home.inShared('daemon.pid')) && pidFile(home) === child.pid);
+  assert.deepEqual(await stopDaemon({ ...home, limit: 300 }), { stopped: true });
+  assert.deepEqual([isAlive(child.pid), (await daemonStatus(home)).pid], [true, child.pid]);
+});
+
+test('a daemon that is told to end before it is there does not come', async (t) => {
+  const home = daemonHome(t);
+  // It can't take its place for as long as another holds the lock: nobody is there to be told.
+  fs.writeFileSync(home.inShared('daemon.lock'), String(process.pid));
+  const starting = startDaemon(home);
+  await until(() => daemonsOf(home).length === 1);
+  assert.deepEqual(await stopDaemon(home), { stopped: false });
+  fs.rmSync(home.inShared('daemon.lock'));
+  await assert.rejects(starting, { name: 'DaemonToldToEnd' });
+  await until(() => daemonsOf(home).length === 0);
+  assert.deepEqual([await daemonStatus(home), fs.existsSync(home.inShared('daemon.sock'))], [{ alive: false }, false]);
+  // The wish was for that one only.
+  assert.equal((await startDaemon(home)).started, true);
+});
+
+test('one whose start was ended behind it finds the wish by itself', async (t) => {
+  const home = daemonHome(t);
+  fs.writeFileSync(home.inShared('daemon.end'), 'newer');
+  const child = spawn(process.execPath, [mainScript, 'older'], { env: home.environment, stdio: 'ignore' });
+  await until(() => child.exitCode !== null);
+  assert.equal(child.exitCode, 0);
+  assert.deepEqual(fs.readdirSync(home.shared).sort(), ['daemon.end', 'daemon.log']);
+  assert.deepEqual(logRecords(home).map(({ msg }) => msg), ['daemon ends']);
+});
+
+test('a daemon that is not up in time does not come later', async (t) => {
+  const home = daemonHome(t);
+  await assert.rejects(startDaemon({ ...home, limit: 15 }), { name: 'DaemonError' });
+  await until(() => daemonsOf(home).length === 0);
 });
 
 test('a second daemon ends at once and leaves the first alone', async (t) => {
@@ -121,6 +172,20 @@ test('a daemon of another version is replaced, and one of the same is not', asyn
   const { pid, version } = await daemonStatus(home);
   assert.deepEqual([pid, version], [results[0].pid, packageVersion()]);
   assert.deepEqual(await startDaemon(home), { pid, started: false });
+});
+
+test('a daemon of another version that was started by way of a link is replaced', async (t) => {
+  const home = daemonHome(t);
+  const old = `${home.home}/old`;
+  fs.cpSync(new URL('..', import.meta.url).pathname, old, { recursive: true });
+  fs.writeFileSync(`${old}/package.json`, '{"type":"module","version":"0.0.1"}');
+  const link = `${home.home}/link`;
+  fs.symlinkSync(home.home, link);
+  const { startDaemon: startOld } = await import(`${old}/lib/daemon/daemonControl.js`);
+  const before = await startOld({ environment: { ...home.environment, HOME: link } });
+  const { started } = await startDaemon(home);
+  assert.equal(started, true);
+  await until(() => !isAlive(before.pid));
 });
 
 test('what Node.js says goes to a file of its own, which begins anew when it has grown', async (t) => {
@@ -167,7 +232,7 @@ test('a daemon that hangs is ended by its process, and is not started beside', a
   assert.deepEqual([status.alive, status.responding, status.pid], [true, false, pid]);
   await assert.rejects(startDaemon(home), { name: 'DaemonError', message: /does not answer/ });
   assert.deepEqual(await stopDaemon({ ...home, limit: 100 }), { stopped: true });
-  assert.equal(isAlive(pid), false);
+  await until(() => !isAlive(pid));
 });
 
 test('the daemon ends on the signals by which it is told to', async (t) => {

@@ -37,11 +37,12 @@ export function pidFile(home) {
 export function isAlive(pid) {
   try {
     process.kill(pid, 0);
+    // One that nobody has collected yet.
+    return !/^State:\s+Z/m.test(fs.readFileSync(`/proc/${pid}/status`, 'utf8'));
   } catch {
+    // Perhaps between the two.
     return false;
   }
-  // One that nobody has collected yet.
-  return !/^State:\s+Z/m.test(fs.readFileSync(`/proc/${pid}/status`, 'utf8'));
 }
 
 /** The daemon's log as records; lines that aren't are left out. */

@@ -1,9 +1,17 @@
 // Starting and ending the daemon.
 
-import { startDaemon, stopDaemon } from '../daemon/daemonControl.js';
+import { DaemonToldToEnd, startDaemon, stopDaemon } from '../daemon/daemonControl.js';
 
 export async function standby({ environment }) {
-  const { pid, started } = await startDaemon({ environment });
+  let pid;
+  let started;
+  try {
+    ({ pid, started } = await startDaemon({ environment }));
+  } catch (error) {
+    // The last wish was heeded, which is no failure.
+    if (error instanceof DaemonToldToEnd) return { text: error.message, facts: { started: false, toldToEnd: true } };
+    throw error;
+  }
   return { text: `The daemon ${started ? 'was started' : 'runs already'} (process ${pid}).`, facts: { pid, started } };
 }
 

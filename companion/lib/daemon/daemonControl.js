@@ -10,6 +10,7 @@ import { nodeProgram } from '../programs.js';
 import { packageVersion } from '../version.js';
 import { makeFolderOf, readIfPresent } from '../wholeFile.js';
 import { askDaemon, DaemonSilent } from './channel.js';
+import { lastEndWish, wishEnd } from './endWish.js';
 import { daemonEnvironment } from './environment.js';
 import { holdsSocket, memoryOf } from './processFacts.js';
 
@@ -28,6 +29,14 @@ export class DaemonError extends Error {
   constructor(message) {
     super(message);
     this.name = 'DaemonError';
+  }
+}
+
+/** The daemon was told to end while it was being started. */
+export class DaemonToldToEnd extends DaemonError {
+  constructor() {
+    super('The daemon was told to end meanwhile.');
+    this.name = 'DaemonToldToEnd';
   }
 }
 
@@ -76,14 +85,14 @@ async function settledStatus(environment, deadline) {
  * Detached: a session of its own, at the root so that no folder is kept from being unmounted, and with nothing of the
  * terminal's. What Node.js itself may have to say has a file of its own, which stays in its place: the log doesn't.
  */
-function spawnDaemon(environment) {
+function spawnDaemon(environment, wish) {
   const file = daemonErrorsPath(environment);
   makeFolderOf(file);
   const isLong = (fs.statSync(file, { throwIfNoEntry: false })?.size ?? 0) > mostErrors;
   const errors = fs.openSync(file, isLong ? 'w' : 'a', 0o600);
   try {
     const options = { detached: true, cwd: '/', env: daemonEnvironment(environment), stdio: ['ignore', 'ignore', errors] };
-    const child = spawn(nodeProgram(), [...nodeOptions, script], options);
+    const child = spawn(nodeProgram(), [...nodeOptions, script, wish], options);
     child.unref();
     return child;
   } finally {
@@ -92,8 +101,8 @@ function spawnDaemon(environment) {
 }
 
 /**
- * Ends a child that another daemon forestalled. One that is slow to notice would take the place of that daemon if it
- * were ended in the meantime.
+ * Ends a child that another daemon forestalled, or that takes too long. One that is slow to notice would take the place
+ * of that daemon if it were ended in the meantime, and one that came up behind all limits would be nobody's.
  */
 async function withdraw(child) {
   if (child.exitCode !== null || child.signalCode !== null) return;
@@ -102,6 +111,7 @@ async function withdraw(child) {
   const limit = new AbortController();
   await Promise.race([exit, sleep(1000, undefined, { signal: limit.signal }).catch(() => {})]);
   limit.abort();
+  if (child.exitCode === null && child.signalCode === null) child.kill('SIGKILL');
 }
 
 function ended(child) {
@@ -116,7 +126,7 @@ const isOfAnotherVersion = ({ version }) => packageVersion() !== undefined && ve
 
 /**
  * Tells a daemon to end by its process: asked over the socket, one that has meanwhile come in its place would end.
- * Resolves when it is about to.
+ * Resolves when it is about to; fails with DaemonError where it doesn't.
  */
 async function dismiss(old, environment, deadline) {
   if (holdsSocket(old.pid, daemonSocketPath(environment))) signal(old.pid, 'SIGTERM');
@@ -125,26 +135,31 @@ async function dismiss(old, environment, deadline) {
     if (!alive || stopping || pid !== old.pid) return;
     await sleep(interval);
   }
+  throw new DaemonError('A daemon of another version runs and does not end; stop-daemon ends it.');
 }
 
 /**
  * Starts the daemon and resolves when it answers and `daemon.pid` is written. One that runs already is left alone,
  * unless it is of another version: then it is replaced.
- * Fails with DaemonError, after `limit` milliseconds at the latest.
+ * Fails with DaemonError, after `limit` milliseconds and the second that its own attempt is given to end, and with
+ * DaemonToldToEnd where somebody ended it meanwhile.
  * @returns {Promise<{ pid: number, started: boolean }>}
  */
 export async function startDaemon({ environment = process.env, limit = 4500 } = {}) {
   const deadline = performance.now() + limit;
+  const wish = lastEndWish(environment);
   const before = await settledStatus(environment, deadline);
   if (before.alive && !before.responding) throw new DaemonError('The daemon runs and does not answer; stop-daemon ends it.');
   if (before.alive && !before.stopping) {
     if (!isOfAnotherVersion(before)) return { pid: before.pid, started: false };
     await dismiss(before, environment, deadline);
   }
-  const child = spawnDaemon(environment);
+  const isToldToEnd = () => lastEndWish(environment) !== wish;
+  if (isToldToEnd()) throw new DaemonToldToEnd();
+  const child = spawnDaemon(environment, wish);
   let failure;
   ended(child).then((reason) => { failure = reason; });
-  while (performance.now() < deadline && failure === undefined) {
+  while (performance.now() < deadline && failure === undefined && !isToldToEnd()) {
     const { responding, stopping, pid } = await daemonStatus({ environment, limit: 500 });
     if (responding && !stopping) {
       if (pid !== child.pid) await withdraw(child);
@@ -152,6 +167,8 @@ export async function startDaemon({ environment = process.env, limit = 4500 } = 
     }
     await sleep(interval);
   }
+  await withdraw(child);
+  if (isToldToEnd()) throw new DaemonToldToEnd();
   const why = failure ?? `it did not come up within ${limit / 1000} s`;
   throw new DaemonError(`The daemon could not be started: ${why}. Its log is ${daemonLogPath(environment)}.`);
 }
@@ -164,28 +181,34 @@ function signal(pid, name) {
   }
 }
 
-async function waitUntilGone(environment, limit) {
+/** True for the daemon with the process id `old`; where one of the two isn't known, it may be. */
+const isStill = ({ alive, pid }, old) => alive && (old === undefined || pid === undefined || pid === old);
+
+/** Its successor isn't waited for. */
+async function waitUntilGone(old, environment, limit) {
   const deadline = performance.now() + limit;
   while (performance.now() < deadline) {
-    if (!(await daemonStatus({ environment, limit: 250 })).alive) return true;
+    if (!isStill(await daemonStatus({ environment, limit: 250 }), old)) return true;
     await sleep(interval);
   }
   return false;
 }
 
 /**
- * Asks the daemon to end and waits for it; one that doesn't is ended by its process id. Fails with DaemonError if
- * neither helps.
+ * Asks the daemon to end and waits for it; one that doesn't is ended by its process id, and one that is only being
+ * started doesn't come up. One that comes in its place is left alone. Fails with DaemonError if neither helps.
  * @returns {Promise<{ stopped: boolean }>} false if none ran
  */
 export async function stopDaemon({ environment = process.env, limit = 4000 } = {}) {
-  const answer = await askDaemon('stop', { environment }).catch(() => ({}));
+  wishEnd(environment);
+  const answer = await askDaemon('stop', { environment }).catch(() => ({ pid: verifiedPid(environment) }));
   if (!answer) return { stopped: false };
-  if (await waitUntilGone(environment, limit)) return { stopped: true };
+  const old = answer.pid;
+  if (await waitUntilGone(old, environment, limit)) return { stopped: true };
   for (const name of ['SIGTERM', 'SIGKILL']) {
     const pid = verifiedPid(environment);
-    if (pid) signal(pid, name);
-    if (await waitUntilGone(environment, 1000)) return { stopped: true };
+    if (pid && isStill({ alive: true, pid }, old)) signal(pid, name);
+    if (await waitUntilGone(old, environment, 1000)) return { stopped: true };
   }
   throw new DaemonError('The daemon runs and cannot be ended.');
 }

@@ -8,6 +8,7 @@ import { Log, RotatingFile } from '../log.js';
 import { daemonLogPath } from '../places.js';
 import { packageVersion } from '../version.js';
 import { Daemon } from './daemon.js';
+import { lastEndWish } from './endWish.js';
 import { closeInherited } from './inheritance.js';
 import { claimInstance } from './instance.js';
 import { Troubles } from './troubles.js';
@@ -25,6 +26,8 @@ const troubles = new Troubles({ log, clock: systemClock });
 const startedAt = Date.now();
 /** Of what runs: an update may replace the files at any time. */
 const version = packageVersion();
+/** As it was when the start began. */
+const wish = process.argv[2] ?? lastEndWish(environment);
 /** @type {import('./instance.js').Instance | undefined} */
 let instance;
 let ending = false;
@@ -63,6 +66,8 @@ try {
   process.exit(1);
 }
 if (!instance) process.exit(0);
+// Nobody has been answered yet: those who ask from now on hear that it ends.
+if (lastEndWish(environment) !== wish) await end('told to before it was up');
 log.info('daemon up', { input: { pid: process.pid, node: process.version } });
 instance.watch(() => end('its socket was taken away'));
 await daemon.start();

@@ -1,6 +1,7 @@
 // What /proc tells of a process of the same user. Every function gives nothing where the process has gone.
 
 import fs from 'node:fs';
+import path from 'node:path';
 
 function read(file) {
   try {
@@ -21,15 +22,30 @@ export function memoryOf(pid) {
   return { rss: kilobytes(read(`/proc/${pid}/status`), 'VmRSS'), pss: kilobytes(summary, 'Pss') };
 }
 
-/** The kernel's numbers of all sockets bound to `path`, the listening one and those that it has accepted. */
-function socketsAt(path) {
-  const lines = (read('/proc/net/unix') ?? '').split('\n').filter((line) => line.endsWith(` ${path}`));
-  return new Set(lines.map((line) => `socket:[${line.trim().split(/\s+/)[6]}]`));
+/** The file's path without links in its folders. */
+function resolved(file) {
+  try {
+    return path.join(fs.realpathSync(path.dirname(file)), path.basename(file));
+  } catch {
+    return file;
+  }
 }
 
-/** True if the process holds the socket at `path`, which no other can that was merely given the same id later. */
-export function holdsSocket(pid, path) {
-  const sockets = socketsAt(path);
+/**
+ * The kernel's numbers of all sockets bound to `file`, the listening one and those that it has accepted. The kernel
+ * knows the path as it was given by whoever bound it.
+ */
+function socketsAt(file) {
+  const own = resolved(file);
+  const name = path.basename(file);
+  const lines = (read('/proc/net/unix') ?? '').split('\n').filter((line) => line.endsWith(`/${name}`));
+  const bound = lines.map((line) => /^\S+ \S+ \S+ \S+ \S+ \S+ +(\d+) (.*)$/.exec(line)).filter(Boolean);
+  return new Set(bound.filter(([, , at]) => resolved(at) === own).map(([, number]) => `socket:[${number}]`));
+}
+
+/** True if the process holds the socket at `file`, which no other can that was merely given the same id later. */
+export function holdsSocket(pid, file) {
+  const sockets = socketsAt(file);
   try {
     const folder = `/proc/${pid}/fd`;
     return fs.readdirSync(folder).some((fd) => sockets.has(fs.readlinkSync(`${folder}/${fd}`)));
