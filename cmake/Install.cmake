@@ -10,7 +10,8 @@ set(LAUNCHERS ${PROJECT_SOURCE_DIR}/companion/uv)
 # speech, which lies among the scripts.
 set(COMPANION ${PROJECT_SOURCE_DIR}/companion)
 set(TOOLS ${COMPANION}/ctl.js ${COMPANION}/tts)
-set(SPEECH_LIBRARY ${COMPANION}/lib/places.js ${COMPANION}/lib/serviceSocket.js ${COMPANION}/lib/wholeFile.js)
+set(SPEECH_LIBRARY places.js serviceSocket.js version.js wholeFile.js)
+list(TRANSFORM SPEECH_LIBRARY PREPEND ${COMPANION}/lib/)
 
 add_custom_target(resources ALL
     COMMAND ${CMAKE_COMMAND} -E make_directory ${RESOURCES}/scripts/lib ${RESOURCES}/bin ${RESOURCES}/cli

@@ -23,7 +23,8 @@ import { piecesOf } from './gemini/pieces.js';
 import { makePlayer, TemporaryFiles } from './gemini/playing.js';
 import { speak, voiceName } from './gemini/speech.js';
 import { joined, wavOf } from './gemini/wav.js';
-import { replaceFile } from './lib/wholeFile.js';
+import { packageVersion } from './lib/version.js';
+import { fileBehind, replaceFile } from './lib/wholeFile.js';
 
 /** Whoever waits for a description gives up after a minute. */
 const describeLimit = 55_000;
@@ -32,10 +33,6 @@ const usage = 'usage: tts.js TEXTFILE OUT.wav --gemini [--play]\n       tts.js -
 const key = (process.env.GOOGLE_API_KEY ?? '').trim();
 
 class UsageError extends Error {}
-
-function version() {
-  return JSON.parse(fs.readFileSync(new URL('./package.json', import.meta.url), 'utf8')).version;
-}
 
 function argumentsFrom(argv) {
   const flag = { type: 'boolean', default: false };
@@ -46,7 +43,7 @@ function argumentsFrom(argv) {
       options: { gemini: flag, play: flag, 'describe-image': { type: 'string' }, help: flag, version: flag },
     });
     if (values.help) return { answer: usage };
-    if (values.version) return { answer: `tts.js ${version()}` };
+    if (values.version) return { answer: `tts.js ${packageVersion() ?? 'unknown'}` };
     const image = values['describe-image'];
     if (image !== undefined && !positionals.length && !values.gemini && !values.play) return { image };
     if (image === undefined && values.gemini && positionals.length === 2) {
@@ -69,6 +66,18 @@ function textFrom(file) {
   }
 }
 
+/** Asked before anything is spoken, which costs time and money. */
+function targetFor(out) {
+  try {
+    const file = fileBehind(out);
+    if (file === undefined) throw new SpeechFailure(`can't write the sound: ${out} is no file that could be replaced`);
+    return file;
+  } catch (error) {
+    if (error instanceof SpeechFailure) throw error;
+    throw new SpeechFailure(`can't write the sound: ${error.code}`);
+  }
+}
+
 function writeSound(out, sound) {
   try {
     replaceFile(out, wavOf(sound), { temporary: path.join(path.dirname(out), `.${path.basename(out)}.${process.pid}`) });
@@ -80,6 +89,7 @@ function writeSound(out, sound) {
 async function speakFile({ textFile, out, isPlaying }, files) {
   const pieces = piecesOf(textFrom(textFile), { isFirstAlone: isPlaying });
   if (!pieces.length) throw new SpeechFailure('there is nothing to speak');
+  const file = targetFor(out);
   const client = new GeminiClient();
   const player = isPlaying ? makePlayer(process.env, files) : undefined;
   process.once('exit', () => player?.stop());
@@ -89,7 +99,7 @@ async function speakFile({ textFile, out, isPlaying }, files) {
     sounds.push(sound);
     await player?.play(sound, piece);
   }
-  writeSound(out, joined(sounds));
+  writeSound(file, joined(sounds));
   await player?.finish();
 }
 

@@ -29,6 +29,9 @@ export function endpoint(environment = process.env) {
   if (url.protocol !== 'https:' && !(url.protocol === 'http:' && isHere)) {
     throw new SpeechFailure('GEMINI_API_BASE must begin with https://');
   }
+  // None of this would work, and the key's place is a header; what failed would repeat it.
+  if (url.username || url.password) throw new SpeechFailure('GEMINI_API_BASE must hold neither a user nor a password');
+  if (/[?#]/.test(text)) throw new SpeechFailure('GEMINI_API_BASE must hold neither "?" nor "#"');
   return url.href.replace(/\/+$/, '');
 }
 

@@ -23,6 +23,16 @@ export function replaceFile(file, content, { mode = 0o600, temporary = `${file}.
   }
 }
 
+/**
+ * What is to be replaced where `file` may be a link, such as /dev/stdout: the file behind it. Nothing where no file stands
+ * there: a device that is replaced is lost to everybody.
+ */
+export function fileBehind(file) {
+  const present = fs.statSync(file, { throwIfNoEntry: false });
+  if (!present) return file;
+  return present.isFile() ? fs.realpathSync(file) : undefined;
+}
+
 /** The folder of `file`, readable by its owner alone if it has to be made. */
 export function makeFolderOf(file) {
   fs.mkdirSync(path.dirname(file), { recursive: true, mode: 0o700 });

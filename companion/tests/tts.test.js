@@ -138,6 +138,32 @@ test('a text that is missing, empty or no UTF-8 is a failure with a reason', asy
   assert.equal(server.requests.length, 0);
 });
 
+test('an output that is no file is neither replaced nor waited for, and nothing is asked', async (t) => {
+  const { environment, textFile, home, server } = await lab(t);
+  fs.writeFileSync(textFile, 'Hello.');
+  const fifo = path.join(home, 'fifo');
+  spawnSync('mkfifo', [fifo]);
+  // A device of the test's own would need rights that not every user has; a link to one stands for it.
+  const device = path.join(home, 'device');
+  fs.symlinkSync('/dev/null', device);
+  for (const out of [fifo, device, home]) {
+    const { status, stderr } = await run(environment, textFile, out, '--gemini');
+    assert.deepEqual([status, stderr], [1, `can't write the sound: ${out} is no file that could be replaced\n`]);
+  }
+  assert.equal(server.requests.length, 0);
+  assert.ok(fs.statSync(fifo).isFIFO() && fs.lstatSync(device).isSymbolicLink());
+});
+
+test('a link to a file stays one', async (t) => {
+  const { environment, textFile, home, out } = await lab(t);
+  fs.writeFileSync(textFile, 'Hello.');
+  fs.writeFileSync(out, 'before');
+  fs.symlinkSync('out.wav', path.join(home, 'link'));
+  assert.equal((await run(environment, textFile, path.join(home, 'link'), '--gemini')).status, 0);
+  assert.ok(fs.lstatSync(path.join(home, 'link')).isSymbolicLink());
+  assert.deepEqual(samples(out), pcmFor('Hello.'));
+});
+
 test('an output that cannot be written is a failure with a reason', async (t) => {
   const { environment, textFile } = await lab(t);
   fs.writeFileSync(textFile, 'Hello.');

@@ -8,7 +8,7 @@ import { parseArgs } from 'node:util';
 import { CommandFailure, usageError } from '../words/failure.js';
 import { Output } from '../words/output.js';
 import { configDirectory, homeDirectory } from '../places.js';
-import { readIfPresent, replaceFile } from '../wholeFile.js';
+import { fileBehind, readIfPresent, replaceFile } from '../wholeFile.js';
 import { collectDocuments } from './documents.js';
 import { collectPlatform, collectRunning, collectVersions } from './facts.js';
 import { collectLogs } from './logs.js';
@@ -18,7 +18,8 @@ import { zip } from './zip.js';
 
 const readme = `Diagnostics of Sonra.
 
-logs/            the logs of the service and the daemon, the newest lines, redacted
+logs/            the logs of the service and the daemon, and what the daemon said when it couldn't go on; the newest
+                 lines, redacted
 *.json           the shared documents without texts: how the programs are set up
 versions.json    of the programs
 platform.json    of this computer and its desktop
@@ -103,14 +104,14 @@ function prepare(file) {
     if (!isFolder(path.dirname(folder))) throw new CommandFailure(`There is no folder ${path.dirname(folder)}.`);
     fs.mkdirSync(folder, { mode: 0o700 });
   }
-  const present = fs.statSync(file, { throwIfNoEntry: false });
-  if (present && !present.isFile()) throw new CommandFailure(`${file} is no file that could be replaced.`);
 }
 
 function write(file, bundle) {
   try {
     prepare(file);
-    replaceFile(file, bundle, { mode: 0o600, temporary: `${file}.${process.pid}.part` });
+    const behind = fileBehind(file);
+    if (behind === undefined) throw new CommandFailure(`${file} is no file that could be replaced.`);
+    replaceFile(behind, bundle, { mode: 0o600, temporary: `${behind}.${process.pid}.part` });
   } catch (error) {
     if (error instanceof CommandFailure) throw error;
     throw new CommandFailure(`The bundle can't be written to ${file}: ${error.code ?? error.message}.`);
@@ -146,6 +147,17 @@ async function send(bundle, file, { environment, limit }) {
   }
 }
 
+/** Of a bundle that has arrived; who can't remove it still wants to know that. */
+function remove(file, reference) {
+  try {
+    fs.rmSync(file, { force: true });
+  } catch (error) {
+    throw new CommandFailure(`The bundle was sent, but ${file} can't be removed: ${error.code ?? error.message}.`, {
+      kind: 'notRemoved', details: { path: file, sent: true, ...(reference ? { reference } : {}) },
+    });
+  }
+}
+
 async function make(options, { environment, output, cwd, date, limit }) {
   const file = target(options.out, { environment, cwd, date });
   const files = await collectFiles({ environment, notes: options.notes, date });
@@ -159,7 +171,7 @@ async function make(options, { environment, output, cwd, date, limit }) {
   }
   const reference = await send(bundle, file, { environment, limit });
   output.say(reference ? `Sent. The reference is ${reference}.` : 'Sent. The answer named no reference.');
-  if (options.cleanup) fs.rmSync(file, { force: true });
+  if (options.cleanup) remove(file, reference);
   return { ...(reference ? { reference } : {}), ...result, sent: true, removed: Boolean(options.cleanup) };
 }
 

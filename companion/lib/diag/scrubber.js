@@ -22,8 +22,8 @@ const textKeys = new Set(['head40', 'lastText', 'match', 'notes', 'prompt', 'que
   'spoken', 'text', 'title', 'transcription', 'utterance', 'value', 'branch', 'label']);
 
 /** Keys under which a sentence is the program's own, or a path may hold blanks. */
-const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'why', 'backend', 'name', 'domain', 'path',
-  'cwd', 'transcript', 'source', 'socketPath', 'pointer', 'resolvedTo', 'file', 'script', 'copy', 'hint', 'device',
+const sentenceKeys = new Set(['msg', 'message', 'error', 'reason', 'detail', 'why', 'backend', 'domain', 'path',
+  'cwd', 'transcript', 'source', 'socketPath', 'pointer', 'resolvedTo', 'file', 'script', 'copy', 'hint',
   'server', 'lastSpeakError']);
 
 const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
@@ -36,7 +36,7 @@ const uuid = /[0-9a-f]{8}(?:-[0-9a-f]{4}){3}-[0-9a-f]{12}/i;
 const patterns = [
   [/"[^"\s@]{1,200}(?: [^"\s@]{1,200}){0,4}"@([\p{L}\p{N}.-]{1,255})/gu, '***@$1', '@'],
   [
-    /(?<![^\s@"'<>()[\]{},;:=/\\])[^\s@"'<>()[\]{},;:=/\\]+@([\p{L}\p{N}](?:[\p{L}\p{M}\p{N}.-]{0,253}[\p{L}\p{M}\p{N}])?)/gu,
+    /(?<![^\s@"<>()[\],;:=/\\])[^\s@"<>()[\],;:=/\\]+@([\p{L}\p{N}](?:[\p{L}\p{M}\p{N}.-]{0,253}[\p{L}\p{M}\p{N}])?)/gu,
     '***@$1', '@',
   ],
   [/\b(?:AKIA|ASIA|AROA|AIDA|ABIA|ACCA)[A-Z0-9]{16}\b/g, removed],
@@ -45,7 +45,10 @@ const patterns = [
   [/:\/\/[^\s/@:]{1,128}:[^\s/@]{1,256}@/g, `://${removed}@`, '://'],
   [/([?&;](?:key|token|code|secret|password|auth|sig)[a-z_]{0,16}=)[^\s&"']+/gi, `$1${removed}`],
   [/((?:api[_-]?key|token|secret|password|passwd)["']?\s{0,4}[:=]\s{0,4}["']?)[^\s"',&}]+/gi, `$1${removed}`],
-  [/\b(?:sk|pk|rk|ghp|gho|ghs|ghu|github_pat|glpat|xox[a-z])[-_][A-Za-z0-9_-]{10,}/g, removed],
+  [/\bya29\.[A-Za-z0-9_-]{10,}/g, removed, 'ya29.'],
+  // Shorter, or with a "_", it is a variable of npm's.
+  [/\b(?:npm|hf)_[A-Za-z0-9]{16,}/g, removed],
+  [/\b(?:sk|pk|rk|ghp|gho|ghs|ghu|ghr|github_pat|glpat|xox[a-z])[-_][A-Za-z0-9_-]{10,}/g, removed],
   // The parser quotes what it couldn't read.
   [/"(?:[^"\\]|\\.){0,400}"(\.{3})? is not valid JSON/g, `"${spoken}" is not valid JSON`, 'is not valid JSON'],
   [/(\bcode\W{1,3})\d{6}\b/gi, `$1${removed}`],

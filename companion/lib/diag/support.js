@@ -26,11 +26,15 @@ function addressFrom(environment) {
   if (address.protocol !== 'https:' && !(address.protocol === 'http:' && loopback.has(address.hostname))) {
     throw new SendFailed('SONRA_SUPPORT_URL must begin with https://, so nothing was sent.');
   }
+  // Whoever can't use them repeats them in an error.
+  if (address.username || address.password) {
+    throw new SendFailed('SONRA_SUPPORT_URL must hold neither a user nor a password, so nothing was sent.');
+  }
   return address;
 }
 
-function reason(error) {
-  if (error.name === 'TimeoutError') return `no answer within ${sendLimit / 1000} seconds`;
+function reason(error, limit) {
+  if (error.name === 'TimeoutError') return `no answer within ${limit / 1000} seconds`;
   return error.cause?.code ?? error.cause?.message ?? error.message;
 }
 
@@ -65,6 +69,6 @@ export async function sendBundle(bundle, { environment = process.env, limit = se
     return referencePattern.exec(text)?.[0];
   } catch (error) {
     if (error instanceof SendFailed) throw error;
-    throw new SendFailed(`The bundle couldn't be sent: ${reason(error)}.`);
+    throw new SendFailed(`The bundle couldn't be sent: ${reason(error, limit)}.`);
   }
 }
