@@ -137,7 +137,7 @@ const partOf = {
 for (const [script, part] of Object.entries(partOf)) {
   test(`${script} offers each command its own options`, () => {
     const text = read(`completions/${script}`);
-    const pattern = script === '_tts' ? /'(?:\([^)]*\))?(--[a-z-]+)\[/g : / -l ([a-z-]+)/g;
+    const pattern = script === '_tts' ? /'(?:\([^)]*\))?(--[a-z-]+)=?\[/g : / -l ([a-z-]+)/g;
     for (const { name, options } of commands) {
       const given = [...part(text, name).matchAll(pattern)].map(([, option]) => `--${option.replace(/^--/, '')}`);
       assert.deepEqual(sorted(given), optionNames(options), name);
