@@ -2,6 +2,8 @@
 
 #include <fstream>
 #include <memory>
+#include <ostream>
+#include <utility>
 
 #include "ingest/ClaudeCodeAgentReader.h"
 #include "ingest/ClaudeCodeReader.h"
@@ -9,6 +11,7 @@
 #include "ingest/ClineReader.h"
 #include "ingest/CodexItemsReader.h"
 #include "ingest/CodexReader.h"
+#include "ingest/FileTime.h"
 #include "ingest/GeminiLinesReader.h"
 #include "ingest/GeminiReader.h"
 #include "ingest/GoldenMessages.h"
@@ -24,16 +27,20 @@ namespace {
 
 constexpr std::size_t step = 1000;
 
-QuietFile quietNow(bool isQuiet) {
-    return QuietFile([isQuiet] {
-        return isQuiet ? std::chrono::system_clock::time_point{} : std::chrono::system_clock::now();
-    });
+/// All files have been quiet for long.
+QuietFile alwaysQuiet() {
+    return QuietFile([] { return std::chrono::system_clock::time_point{}; });
+}
+
+/// This one has just been written to.
+QuietFile neverQuiet(const std::string& path) {
+    return QuietFile([path] { return test::writtenAt(path); });
 }
 
 /// Codex in both its shapes, as it is registered.
-std::unique_ptr<const LiveTailReader> codexToday(bool isQuiet) {
+std::unique_ptr<const LiveTailReader> codexToday(QuietFile quiet) {
     std::vector<std::unique_ptr<const ShapeReader>> shapes;
-    shapes.push_back(std::make_unique<const CodexItemsReader>(quietNow(isQuiet)));
+    shapes.push_back(std::make_unique<const CodexItemsReader>(std::move(quiet)));
     return std::make_unique<const ShapedReader>(std::make_unique<const CodexReader>(),
                                                 std::move(shapes));
 }
@@ -51,10 +58,8 @@ Json found(const LiveTailReader& reader, const std::string& agent, const std::st
 /// The file as its agent might have written it: a thousand bytes at a time, looked at after each,
 /// and once more when it has been quiet.
 std::vector<HistoryMessage> readGrowing(const LiveTailReader& busy, const LiveTailReader& quiet,
-                                        const std::string& path) {
+                                        const std::string& path, const std::string& copy) {
     const std::string content = test::readFile(path);
-    const test::TempDir dir;
-    const std::string copy = dir / "growing.jsonl";
     std::ofstream growing(copy, std::ios::binary);
     std::vector<HistoryMessage> messages;
     TailOffset cursor = TailOffset::byte(0);
@@ -73,6 +78,10 @@ struct Golden {
     const char* extension;
 };
 
+void PrintTo(const Golden& golden, std::ostream* out) {
+    *out << golden.name;
+}
+
 class AgentGolden : public testing::TestWithParam<Golden> {};
 
 TEST_P(AgentGolden, MessagesOfRealTranscriptsAreTheKnownOnes) {
@@ -83,9 +92,9 @@ TEST_P(AgentGolden, MessagesOfRealTranscriptsAreTheKnownOnes) {
 }
 
 const CodexReader codex;
-const auto codexItems = codexToday(true);
+const auto codexItems = codexToday(alwaysQuiet());
 const GeminiReader gemini;
-const GeminiLinesReader geminiLines(quietNow(true));
+const GeminiLinesReader geminiLines(alwaysQuiet());
 const ClineMessagesReader clineMessages;
 const PiReader pi;
 
@@ -104,22 +113,24 @@ INSTANTIATE_TEST_SUITE_P(Readers, AgentGolden,
 
 TEST(AgentGoldens, CutTranscriptsGiveTheMessagesOfWholeOnes) {
     const auto start = TailOffset::byte(0);
+    const test::TempDir dir;
+    const auto copy = dir / "growing.jsonl";
+    const auto busyCodex = codexToday(neverQuiet(copy));
+    const GeminiLinesReader busyGemini(neverQuiet(copy));
     std::size_t messages = 0;
     for (const auto& file : test::transcripts("codex", ".jsonl")) {
         const auto whole = test::followed(*codexItems, file.path, start);
-        const auto busy = codexToday(false);
-        EXPECT_EQ(readGrowing(*busy, *codexItems, file.path), whole) << file.name;
+        EXPECT_EQ(readGrowing(*busyCodex, *codexItems, file.path, copy), whole) << file.name;
         messages += whole.size();
     }
     for (const auto& file : test::transcripts("gemini", ".jsonl")) {
         const auto whole = test::followed(geminiLines, file.path, start);
-        const GeminiLinesReader busy(quietNow(false));
-        EXPECT_EQ(readGrowing(busy, geminiLines, file.path), whole) << file.name;
+        EXPECT_EQ(readGrowing(busyGemini, geminiLines, file.path, copy), whole) << file.name;
         messages += whole.size();
     }
     for (const auto& file : test::transcripts("pi", ".jsonl")) {
         const auto whole = test::followed(pi, file.path, start);
-        EXPECT_EQ(readGrowing(pi, pi, file.path), whole) << file.name;
+        EXPECT_EQ(readGrowing(pi, pi, file.path, copy), whole) << file.name;
         messages += whole.size();
     }
     if (messages == 0) GTEST_SKIP();

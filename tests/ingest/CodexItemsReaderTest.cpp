@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ingest/CodexReader.h"
+#include "ingest/FileTime.h"
 #include "ingest/Md5.h"
 #include "support/TempDir.h"
 
@@ -61,7 +62,7 @@ class CodexItems : public testing::Test {
   protected:
     void expectSaid(const std::string& appended, const std::vector<std::string>& texts) {
         test::appendFile(path, appended);
-        now = std::chrono::system_clock::now();
+        now = test::writtenAt(path);
         expectSaidNow(texts);
     }
     void expectSaidAfterQuiet(const std::vector<std::string>& texts) {
@@ -86,7 +87,7 @@ class CodexItems : public testing::Test {
 
     test::TempDir dir;
     std::string path = dir / "rollout.jsonl";
-    std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
+    std::chrono::system_clock::time_point now;
     CodexItemsReader reader{QuietFile([this] { return now; })};
     TailOffset cursor = TailOffset::byte(0);
 };
@@ -300,7 +301,7 @@ TEST_F(CodexItems, TheSameIsSaidHoweverTheFileGrows) {
     std::vector<std::string> said;
     for (std::size_t at = 0; at < all.size(); at += 11) {
         test::appendFile(path, all.substr(at, 11));
-        now = std::chrono::system_clock::now();
+        now = test::writtenAt(path);
         readOn(said);
     }
     EXPECT_EQ(said, (std::vector<std::string>{"One.", "Two.", "Three.", "Four."}));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ingest/FileTime.h"
 #include "support/TempDir.h"
 
 namespace sonra {
@@ -31,7 +32,7 @@ class GeminiLines : public testing::Test {
     /// Appends, and looks at once, as after an event; then what was said.
     void expectSaid(const std::string& appended, const std::vector<std::string>& texts) {
         test::appendFile(path, appended);
-        now = std::chrono::system_clock::now();
+        now = test::writtenAt(path);
         expectSaidNow(texts);
     }
     void expectSaidAfterQuiet(const std::vector<std::string>& texts) {
@@ -53,7 +54,7 @@ class GeminiLines : public testing::Test {
 
     test::TempDir dir;
     std::string path = dir / "session.jsonl";
-    std::chrono::system_clock::time_point now = std::chrono::system_clock::now();
+    std::chrono::system_clock::time_point now;
     GeminiLinesReader reader{QuietFile([this] { return now; })};
     TailOffset cursor = TailOffset::byte(0);
 };
@@ -76,7 +77,7 @@ TEST_F(GeminiLines, WhatIsStillBeingWrittenIsNotOldForWhoComesNow) {
     for (int message = 0; message < 1000; ++message)
         old += geminiReply("old-" + std::to_string(message), "Old.");
     test::writeFile(path, old + geminiReply("b", "Half") + touched);
-    now = std::chrono::system_clock::now();
+    now = test::writtenAt(path);
     cursor = reader.initialOffset(path);
     EXPECT_EQ(cursor, TailOffset::byte(static_cast<std::int64_t>(old.size())));
     expectSaid(geminiReply("b", "Half and half.") + touched, {});
@@ -141,7 +142,7 @@ TEST_F(GeminiLines, TheSameIsSaidHoweverTheFileGrows) {
     std::vector<std::string> said;
     for (std::size_t at = 0; at < all.size(); at += 7) {
         test::appendFile(path, all.substr(at, 7));
-        now = std::chrono::system_clock::now();
+        now = test::writtenAt(path);
         const auto reading = reader.readSince(path, cursor);
         cursor = reading.newOffset;
         for (const auto& record : reading.records)

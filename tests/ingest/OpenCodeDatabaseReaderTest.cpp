@@ -11,6 +11,7 @@
 #include <memory>
 #include <set>
 
+#include "ingest/FileTime.h"
 #include "ingest/OpenCodeParser.h"
 #include "ingest/OpenCodeStore.h"
 #include "support/ForkedProcess.h"
@@ -23,6 +24,9 @@ namespace fs = std::filesystem;
 using test::OpenCodeStore;
 
 const TailOffset epoch = TailOffset::unixMs(0);
+
+/// However slow the machine is.
+constexpr std::chrono::minutes longEnough{1};
 
 class OpenCodeDatabaseReading : public testing::Test {
   protected:
@@ -63,7 +67,7 @@ class OpenCodeDatabaseReading : public testing::Test {
     const std::string path = dir / "opencode.db";
     std::string url = path + "#ses_1";
     std::chrono::system_clock::time_point now{std::chrono::milliseconds(5'000'000)};
-    const OpenCodeDatabaseReader reader{[this] { return now; }};
+    const OpenCodeDatabaseReader reader{[this] { return now; }, longEnough};
     TailOffset cursor = epoch;
 };
 
@@ -279,7 +283,7 @@ TEST_F(OpenCodeDatabaseReading, LeavesAStoreAloneThatNobodyHasWrittenTo) {
 TEST_F(OpenCodeDatabaseReading, LooksAgainIntoAStoreThatMayStillBeWrittenTo) {
     OpenCodeStore store(path);
     addReply(store, "msg_a", 1000, "One.");
-    now = std::chrono::system_clock::now();
+    now = test::writtenAt(path + "-wal");
     const Openings opened(dir.path());
     for (int look = 0; look < 3; ++look) {
         follow();

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -62,7 +63,7 @@ TEST(OpenCodeGolden, MessagesOfARealStoreAreTheKnownOnes) {
     const test::TempDir dir;
     const auto copy = dir / "opencode.db";
     fs::copy_file(paths.front(), copy);
-    const OpenCodeDatabaseReader reader;
+    const OpenCodeDatabaseReader reader(std::chrono::system_clock::now, std::chrono::minutes(1));
     Json found = Json::object();
     std::size_t alike = 0;
     for (const auto& [session, tree] : dirs) {

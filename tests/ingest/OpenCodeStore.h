@@ -15,6 +15,8 @@ class OpenCodeStore {
     explicit OpenCodeStore(const std::string& path, const std::string& journal = "wal") {
         EXPECT_EQ(sqlite3_open(path.c_str(), &handle_), SQLITE_OK);
         run("PRAGMA journal_mode=" + journal);
+        // No test is about a machine that loses its power.
+        run("PRAGMA synchronous=OFF");
         run("CREATE TABLE IF NOT EXISTS message(id text primary key, session_id text not null,"
             " time_created integer not null, time_updated integer not null, data text not null)");
         run("CREATE TABLE IF NOT EXISTS part(id text primary key, message_id text not null,"

@@ -7,6 +7,7 @@
 
 #include "ingest/ClineReader.h"
 #include "ingest/DocumentReading.h"
+#include "ingest/FileTime.h"
 #include "support/TempDir.h"
 
 namespace sonra {
@@ -53,7 +54,7 @@ TEST_F(UnchangedDocumentsTest, RemembersAVersionThatWasLeftAlone) {
 }
 
 TEST_F(UnchangedDocumentsTest, VersionThatMayStillBeWrittenToIsNotRemembered) {
-    now = std::chrono::system_clock::now();
+    now = test::writtenAt(path);
     documents.remember(path, version(), 3);
     EXPECT_FALSE(documents.count(path, version()));
 }
