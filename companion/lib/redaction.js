@@ -30,5 +30,7 @@ export function redact(key, value) {
 }
 
 export function redactFields(fields) {
-  return Object.fromEntries(Object.entries(fields).map(([key, value]) => [key, redact(key, value)]));
+  const redacted = {};
+  for (const key of Object.keys(fields)) redacted[key] = redact(key, fields[key]);
+  return redacted;
 }

@@ -182,7 +182,9 @@ export class Scrubber {
   }
 
   #fields(fields) {
-    return Object.fromEntries(Object.entries(fields).map(([key, value]) => [this.text(key), this.value(key, value)]));
+    const clean = {};
+    for (const key of Object.keys(fields)) clean[this.text(key)] = this.value(key, fields[key]);
+    return clean;
   }
 
   /** Numbers, booleans and null tell nothing; strings stay where they are names, paths or the program's own words. */
