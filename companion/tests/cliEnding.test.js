@@ -22,7 +22,7 @@ for (const [signal, status] of [['SIGINT', 130], ['SIGTERM', 143], ['SIGHUP', 12
     const child = spawn(process.execPath, [main, 'off'], { env: home.environment });
     let said = '';
     child.stderr.on('data', (bytes) => { said += bytes; });
-    await until(() => lines.length, { what: 'the command' });
+    await until(() => lines.length, { limit: 30_000, what: 'the command' });
     child.kill(signal);
     const [code] = await once(child, 'close');
     assert.deepEqual([code, said], [status, '']);

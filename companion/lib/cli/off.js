@@ -9,7 +9,7 @@ import { CommandFailure, notFound, usageError } from '../words/failure.js';
 import { changeDocument } from './documents.js';
 import { attachedFrom, named, sessionJson, sessionLines, withId } from './sessions.js';
 
-const detachLimit = 2_000;
+const detachLimit = 5_000;
 
 const attached = (environment) => attachedFrom(SharedDocument.read(statePath(environment)).list('sessions'));
 
@@ -43,7 +43,8 @@ async function detach(ids, { environment, output }) {
     }, options));
   }
   const gone = () => !attached(environment).some(({ id }) => ids.includes(id));
-  if (!await waitFor(gone, detachLimit)) throw new CommandFailure("The service didn't detach it within 2 seconds.");
+  if (await waitFor(gone, detachLimit)) return;
+  throw new CommandFailure(`The service didn't detach it within ${detachLimit / 1000} seconds.`);
 }
 
 /** "tts off" */

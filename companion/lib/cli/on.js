@@ -13,7 +13,9 @@ import { CommandFailure, notFound, usageError } from '../words/failure.js';
 import { plain } from '../words/output.js';
 import { ago, isFresh, isInside, named, sessionJson, sessionLines, sessionsFrom, withId } from './sessions.js';
 
-const attachLimit = 2_000;
+const attachLimit = 5_000;
+/** What may never be said isn't waited for as long. */
+const wordsLimit = 2_000;
 const shownCandidates = 8;
 
 function sourceFrom(word) {
@@ -117,7 +119,7 @@ async function attach(session, again, name, environment) {
   const hasRow = () => isAttached(environment, session.id);
   const warning = () => attachWarning(environment, session.id, since);
   const isProven = await waitFor(() => (again ? isCarriedOut(environment, requestId, since) : hasRow())
-    || warning() !== undefined, attachLimit);
+    || warning() !== undefined, again ? wordsLimit : attachLimit);
   const words = again || !hasRow() ? warning() : undefined;
   if (words !== undefined) throw new CommandFailure(`${name} isn't attached. The service says: ${words}.`);
   if (again && !hasRow()) throw new CommandFailure(`${name} was detached meanwhile.`);
