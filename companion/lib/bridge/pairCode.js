@@ -5,7 +5,7 @@ import { createHash, randomInt } from 'node:crypto';
 import fs from 'node:fs';
 
 import { pairCodePath } from '../places.js';
-import { makeFolderOf, replaceFile } from '../wholeFile.js';
+import { makeFolderOf, readIfPresent, replaceFile } from '../wholeFile.js';
 
 export const codeLifetime = 300_000;
 
@@ -25,33 +25,66 @@ export function mintCode({ environment = process.env, now = Date.now(), random =
 /** True for what a code can look like. */
 export const isCode = (value) => typeof value === 'string' && /^[0-9]{6}$/.test(value);
 
-/** The code in the file; nothing where there is none, or something else. */
-export function readCode(environment = process.env) {
+function readCodeAt(file) {
   try {
-    const { code, expiresAt, wrongTries } = JSON.parse(fs.readFileSync(pairCodePath(environment), 'utf8'));
-    if (!isCode(code) || !Number.isSafeInteger(expiresAt)) return undefined;
-    return { code, expiresAt, wrongTries: Number.isSafeInteger(wrongTries) && wrongTries > 0 ? wrongTries : 0 };
+    const { code, expiresAt } = JSON.parse(fs.readFileSync(file, 'utf8'));
+    return isCode(code) && Number.isSafeInteger(expiresAt) ? { code, expiresAt } : undefined;
   } catch {
     return undefined;
   }
 }
 
+/** The code in the file; nothing where there is none, or something else. */
+export const readCode = (environment = process.env) => readCodeAt(pairCodePath(environment));
+
 /** A name for this very code that doesn't tell it. */
 export const identityOf = ({ code, expiresAt }) => createHash('sha256').update(`${code} ${expiresAt}`).digest('hex');
 
 /**
- * Notes in the file how often its code was tried wrongly, for a daemon that is started anew; unless another code has
- * been written since.
+ * How often a code was tried wrongly, for a daemon that is started anew. It has a file of its own: the code's file may be
+ * replaced by a new code at any moment, which must not be undone.
  */
+const triesPath = (environment) => `${pairCodePath(environment)}.tries`;
+
+/** Throws what the file system says. */
 export function noteWrongTries(identity, wrongTries, environment = process.env) {
-  const file = pairCodePath(environment);
-  const present = readCode(environment);
-  if (!present || identityOf(present) !== identity) return;
-  replaceFile(file, JSON.stringify({ ...present, wrongTries }), { mode: 0o600, temporary: `${file}.tries` });
+  replaceFile(triesPath(environment), JSON.stringify({ identity, wrongTries }), { mode: 0o600 });
 }
 
-/** Removes the file, unless another code has been written since. */
+/** How often that code was tried wrongly, as far as it is known. */
+export function wrongTriesOf(identity, environment = process.env) {
+  try {
+    const noted = JSON.parse(readIfPresent(triesPath(environment)) ?? '{}');
+    const isCount = Number.isSafeInteger(noted.wrongTries) && noted.wrongTries > 0;
+    return noted.identity === identity && isCount ? noted.wrongTries : 0;
+  } catch {
+    return 0;
+  }
+}
+
+/** Removes the file, unless another code has been written since. Throws what the file system says. */
 export function removeCode(identity, environment = process.env) {
-  const present = readCode(environment);
-  if (present && identityOf(present) === identity) fs.rmSync(pairCodePath(environment), { force: true });
+  const isIt = (code) => code !== undefined && identityOf(code) === identity;
+  if (!isIt(readCode(environment))) return;
+  const file = pairCodePath(environment);
+  const aside = `${file}.${process.pid}`;
+  try {
+    // Judged again where nobody replaces it: a new code may have come in this very moment.
+    fs.renameSync(file, aside);
+    if (!isIt(readCodeAt(aside))) putBack(aside, file);
+  } catch (error) {
+    if (error.code !== 'ENOENT') throw error;
+  } finally {
+    fs.rmSync(aside, { force: true });
+  }
+}
+
+/** Unless there is a newer one by now. */
+function putBack(aside, file) {
+  try {
+    fs.linkSync(aside, file);
+  } catch (error) {
+    // A file system without hard links.
+    if (error.code !== 'EEXIST') fs.renameSync(aside, file);
+  }
 }

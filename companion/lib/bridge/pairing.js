@@ -1,11 +1,11 @@
 // Judges the codes that devices show. One try a second for all of them together, since whoever guesses may come from
 // many addresses; five wrong ones void the code; a code links one device. What is spent is remembered here too, so that
-// a file which comes back, or can't be removed, opens nothing. The wrong tries stand in the code's file besides, so that
-// a daemon that is started anew grants no more of them.
+// a file which comes back, or can't be removed, opens nothing. The wrong tries stand in a file besides, so that a
+// daemon that is started anew grants no more of them.
 
 import { createHash, timingSafeEqual } from 'node:crypto';
 
-import { codeLifetime, identityOf, isCode, noteWrongTries, readCode, removeCode } from './pairCode.js';
+import { codeLifetime, identityOf, isCode, noteWrongTries, readCode, removeCode, wrongTriesOf } from './pairCode.js';
 
 const tryInterval = 1000;
 const wrongLimit = 5;
@@ -105,15 +105,14 @@ export class Pairing {
       this.#present = identity;
       this.#wrong = 0;
     }
-    this.#wrong = Math.max(this.#wrong, active.wrongTries);
+    this.#wrong = Math.max(this.#wrong, wrongTriesOf(identity, this.#environment));
     if (this.#wrong < wrongLimit && isSame(active.code, code)) return true;
     this.#wrong += 1;
     this.#log.warn('bridge refused a pairing code', { wrongTries: this.#wrong });
+    this.#note(identity);
     if (this.#wrong >= wrongLimit) {
       this.#spend(identity);
       this.#log.warn('bridge voided the pairing code');
-    } else {
-      this.#note(identity);
     }
     return false;
   }
