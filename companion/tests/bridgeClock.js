@@ -1,6 +1,11 @@
-// A clock that stands still until a test moves it.
+// Clocks of which a test has a say.
 
-/** @returns {import('../lib/clock.js').Clock & { time: number, step(milliseconds: number): void }} */
+import { systemClock } from '../lib/clock.js';
+
+/**
+ * One that stands still until a test moves it.
+ * @returns {import('../lib/clock.js').Clock & { time: number, step(milliseconds: number): void }}
+ */
 export function steppedClock(time = Date.now()) {
   let timers = [];
   return {
@@ -24,4 +29,9 @@ export function steppedClock(time = Date.now()) {
       for (const { callback } of due) callback();
     },
   };
+}
+
+/** The real clock, but for what would be done now and then without a reason: what happens, somebody was told of. */
+export function quietClock() {
+  return { ...systemClock, setTimeout: (callback, delay) => (delay < 5000 ? setTimeout(callback, delay) : undefined) };
 }

@@ -8,7 +8,7 @@ import { startBridge } from '../lib/bridge/bridge.js';
 import { mintCode } from '../lib/bridge/pairCode.js';
 import { silentLog } from '../lib/log.js';
 import { replaceFile } from '../lib/wholeFile.js';
-import { temporaryHome } from './home.js';
+import { temporaryHome, until } from './home.js';
 
 export const words =
   'I moved the retry loop into its own function, so the tailer no longer blocks while the worker ' +
@@ -37,12 +37,13 @@ export class BridgeHome {
   constructor(context, home) {
     this.context = context;
     Object.assign(this, home);
-    this.environment = { ...home.environment, SONRA_BRIDGE_PORT: '0' };
+    this.environment = { ...home.environment };
   }
 
   /** @param {import('node:test').TestContext} context */
-  static async start(context, { clock, log = silentLog, state = {} } = {}) {
+  static async start(context, { clock, log = silentLog, state = {}, port = 0 } = {}) {
     const home = new BridgeHome(context, temporaryHome(context));
+    home.environment.SONRA_BRIDGE_PORT = String(port);
     home.write('state.json', { sessions: [], ...state });
     home.clock = clock;
     home.bridge = await startBridge({ environment: home.environment, log, clock });
@@ -97,8 +98,9 @@ export class BridgeHome {
     return commands;
   }
 
+  /** By the clock of the bridge, which may stand still. */
   mint(options) {
-    return mintCode({ environment: this.environment, ...options });
+    return mintCode({ environment: this.environment, now: this.clock?.now(), ...options });
   }
 
   post(path, body, headers = {}) {
@@ -112,7 +114,13 @@ export class BridgeHome {
   /** @returns {Promise<{ Authorization: string }>} the header of a newly paired device */
   async pair(label = 'Test phone') {
     const { code } = this.mint();
-    const answer = await this.post('/api/pair', { code, label });
+    // Only one is let in each second; where the clock is a test's, that is no time at all.
+    this.clock?.step?.(1000);
+    const attempt = async () => {
+      const answer = await this.post('/api/pair', { code, label });
+      return answer.status !== 429 && answer;
+    };
+    const answer = await until(attempt, { what: 'the turn to pair' });
     if (answer.status !== 200) throw new Error(`pairing failed: ${answer.status} ${await answer.text()}`);
     return { Authorization: `Bearer ${(await answer.json()).token}` };
   }

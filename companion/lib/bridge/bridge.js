@@ -13,7 +13,7 @@ import { Listener } from './listener.js';
 import { buildPage } from './page.js';
 import { Pairing } from './pairing.js';
 import { Routes } from './routes.js';
-import { bridgeSettings } from './settings.js';
+import { BridgeSettings } from './settings.js';
 import { Streams } from './streams.js';
 import { TokenStore } from './tokens.js';
 
@@ -24,6 +24,7 @@ class Bridge {
   #environment;
   #log;
   #clock;
+  #settings;
   #listener;
   #tokens;
   #feed;
@@ -35,6 +36,7 @@ class Bridge {
     this.#environment = environment;
     this.#log = log;
     this.#clock = clock;
+    this.#settings = new BridgeSettings(environment);
     const connections = new Connections({ clock });
     this.#feed = new Feed({ environment, clock });
     this.#streams = new Streams({ feed: this.#feed, clock, seen: (device) => void this.#tokens.touch(device) });
@@ -47,7 +49,7 @@ class Bridge {
       environment, log, clock, page: buildPage(), pairing, tokens: this.#tokens, feed: this.#feed,
       streams: this.#streams, connections,
     });
-    this.#listener = new Listener({ handle: routes.handle, connections, log, clock });
+    this.#listener = new Listener({ routes, connections, log, clock });
     this.#watch = new FolderWatch(sharedDirectory(environment), undefined, (name) => this.#changed(name), clock);
   }
 
@@ -62,7 +64,7 @@ class Bridge {
   async start() {
     this.#tokens.refresh();
     this.#lookAround();
-    await this.#listener.apply(bridgeSettings(this.#environment));
+    await this.#listener.apply(this.#settings.read());
   }
 
   async close() {
@@ -101,7 +103,7 @@ class Bridge {
   /** @param {(file: (environment: NodeJS.ProcessEnv) => string) => boolean} isAbout */
   #follow(isAbout) {
     if (isAbout(tokensPath)) this.#tokens.refresh();
-    if (isAbout(statePath)) void this.#listener.apply(bridgeSettings(this.#environment));
+    if (isAbout(statePath)) void this.#listener.apply(this.#settings.read());
     if (isAbout(socketPath)) this.#feed.poke({ service: true });
     else if (isAbout(nowPlayingPath) || isAbout(statePath)) this.#feed.poke();
   }

@@ -4,7 +4,7 @@
 import { socketPath, statePath } from '../places.js';
 import { isServiceRunning, sendCommand, ServiceNotRunning } from '../serviceSocket.js';
 import { updateDocument } from '../sharedDocument.js';
-import { lockTimeout } from './tokens.js';
+import { lockTimeout } from './limits.js';
 
 const scrubLimit = 1_000_000;
 const textLimit = 16_384;
@@ -62,8 +62,10 @@ function checkArguments(cmd, args, { required, optional, together = () => true }
  * Does what the device asks. Fails with BadCommand for what isn't allowed and with ServiceNotRunning where nobody would
  * hear it.
  * @param {unknown} request `{ cmd, args? }`
+ * @param {{ environment?: NodeJS.ProcessEnv, insist?: () => void }} [options] `insist` throws when it is no longer to be
+ *   done; it is asked when all waiting is over
  */
-export async function runCommand(request, environment = process.env) {
+export async function runCommand(request, { environment = process.env, insist = () => {} } = {}) {
   if (!isObject(request) || typeof request.cmd !== 'string') throw new BadCommand('A command is missing.');
   const { cmd, args = {} } = request;
   if (!isObject(args)) throw new BadCommand('The arguments must be an object.');
@@ -72,10 +74,12 @@ export async function runCommand(request, environment = process.env) {
     checkArguments(cmd, args, plain);
     if (!await isServiceRunning({ path })) throw new ServiceNotRunning();
     await updateDocument(statePath(environment), (document) => {
+      insist();
       for (const [key, value] of Object.entries(settings[cmd])) document.set(key, value);
     }, { timeout: lockTimeout });
   } else if (Object.hasOwn(socketCommands, cmd)) {
     checkArguments(cmd, args, socketCommands[cmd]);
+    insist();
     await sendCommand(cmd, args, { path });
   } else {
     throw new BadCommand('There is no such command.');

@@ -58,6 +58,11 @@ export class Connections {
     if (answers.size > requestsAtOnce) socket.destroy();
   }
 
+  /** True while a request that came here has no answer yet, or part of one. */
+  isAnswering(socket) {
+    return (this.#open.get(socket)?.answers.size ?? 0) > 0;
+  }
+
   /** This answer goes on by design. */
   untime(socket, response) {
     this.#clock.clearTimeout(this.#open.get(socket)?.answers.get(response));

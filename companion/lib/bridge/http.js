@@ -1,5 +1,7 @@
 // Answers and bodies: the headers that every answer carries, and a body that is read to a limit.
 
+import { STATUS_CODES } from 'node:http';
+
 export const bodyLimit = 64 * 1024;
 
 const security = {
@@ -26,6 +28,17 @@ export class HttpError extends Error {
 
 export const securityHeaders = (more = {}) => ({ ...security, ...more });
 
+/** The same for a sender whose request can't be understood, and who gets no other one answered. */
+export function answerBroken(socket, error) {
+  const body = JSON.stringify({ error: error.code, message: error.message });
+  const headers = securityHeaders({
+    ...error.headers, 'Content-Type': 'application/json', 'Content-Length': body.length, Connection: 'close',
+  });
+  const lines = Object.entries(headers).map(([name, value]) => `${name}: ${value}\r\n`);
+  socket.write(`HTTP/1.1 ${error.status} ${STATUS_CODES[error.status]}\r\n${lines.join('')}\r\n${body}`);
+  socket.destroySoon();
+}
+
 const hasBody = ({ headers }) => Number(headers['content-length']) > 0 || headers['transfer-encoding'] !== undefined;
 
 /** Ends `response` with `body`; a HEAD is told its length alone, which Node.js sees to. */
@@ -45,10 +58,19 @@ export function answerError(request, response, error) {
   answerJson(request, response, error.status, { error: error.code, message: error.message }, error.headers);
 }
 
-function readBody(request) {
+/** Whether the sender waits for a word before it sends the body. Before HTTP/1.1 nobody knew that word. */
+const waitsForWord = ({ httpVersion, headers }) => httpVersion === '1.1' && /(^|\W)100-continue($|\W)/i.test(headers.expect);
+
+/** True for a wish that nobody here can fulfil. */
+export function isUnmet(request) {
+  return request.httpVersion === '1.1' && request.headers.expect !== undefined && !waitsForWord(request);
+}
+
+function readBody(request, response) {
   return new Promise((resolve, reject) => {
     const tooLarge = () => reject(new HttpError(413, 'too-large', 'The request is too large.'));
     if (Number(request.headers['content-length']) > bodyLimit) return tooLarge();
+    if (waitsForWord(request)) response.writeContinue();
     const pieces = [];
     let size = 0;
     const take = (piece) => {
@@ -67,11 +89,11 @@ function readBody(request) {
 }
 
 /** The JSON value that the request carries. A form of another page can't send this type. */
-export async function readJson(request) {
+export async function readJson(request, response) {
   if (!/^application\/json *(;|$)/i.test(request.headers['content-type'] ?? '')) {
     throw new HttpError(415, 'not-json', 'The request must be application/json.');
   }
-  const body = await readBody(request);
+  const body = await readBody(request, response);
   try {
     return JSON.parse(new TextDecoder('utf-8', { fatal: true }).decode(body));
   } catch {

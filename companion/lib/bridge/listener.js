@@ -27,7 +27,7 @@ function listen(server, host, port) {
 }
 
 export class Listener {
-  #handle;
+  #routes;
   #connections;
   #log;
   #clock;
@@ -37,11 +37,11 @@ export class Listener {
   #work = Promise.resolve();
 
   /**
-   * @param {{ handle: import('node:http').RequestListener, connections: import('./connections.js').Connections, log,
+   * @param {{ routes: import('./routes.js').Routes, connections: import('./connections.js').Connections, log,
    *   clock: import('../clock.js').Clock }} options
    */
-  constructor({ handle, connections, log, clock }) {
-    this.#handle = handle;
+  constructor({ routes, connections, log, clock }) {
+    this.#routes = routes;
     this.#connections = connections;
     this.#log = log;
     this.#clock = clock;
@@ -83,8 +83,7 @@ export class Listener {
   async #open(wanted, port, delay) {
     if (this.#wanted !== wanted) return;
     this.#leave(wanted);
-    const server = http.createServer(serverOptions, this.#handle);
-    server.on('connection', (socket) => this.#connections.admit(socket));
+    const server = this.#makeServer();
     try {
       await this.#listen(server, wanted.lan, port);
       server.on('error', (error) => this.#log.warn('bridge server error', { reason: error.message }));
@@ -95,6 +94,15 @@ export class Listener {
       const again = () => { this.#work = this.#open(wanted, port, Math.min(delay * 2, lastRetry)); };
       if (this.#wanted === wanted) this.#retry = this.#clock.setTimeout(again, delay);
     }
+  }
+
+  /** Node.js would answer by itself who expects something, and who can't be understood, without a look at who he is. */
+  #makeServer() {
+    const server = http.createServer(serverOptions);
+    for (const event of ['request', 'checkContinue', 'checkExpectation']) server.on(event, this.#routes.handle);
+    server.on('clientError', this.#routes.handleBroken);
+    server.on('connection', (socket) => this.#connections.admit(socket));
+    return server;
   }
 
   async #listen(server, lan, port) {

@@ -4,8 +4,9 @@ import { ServiceNotRunning } from '../serviceSocket.js';
 import { BadCommand, runCommand } from './commands.js';
 import { senderOf } from './connections.js';
 import { bearerOf, reasonToRefuse } from './guard.js';
-import { answer, answerError, answerJson, HttpError, readJson, securityHeaders } from './http.js';
+import { answer, answerBroken, answerError, answerJson, HttpError, isUnmet, readJson, securityHeaders } from './http.js';
 import { RateLimit } from './rateLimit.js';
+import { Turns } from './turns.js';
 
 const urlLimit = 2048;
 
@@ -15,6 +16,20 @@ const refusal = {
   refused: () => new HttpError(403, 'wrong-code', 'That code is wrong, or its time is up.'),
 };
 
+const notPaired = () => new HttpError(401, 'not-paired', 'This device is not paired.', { 'WWW-Authenticate': 'Bearer' });
+
+/** A device that is told it isn't paired forgets its token, so that must be known and not supposed. */
+const unknown = () =>
+  new HttpError(503, 'devices-unreadable', 'Your computer cannot read which devices are paired.', { 'Retry-After': '2' });
+
+/** What a request that can't be understood is told, by Node.js's name for what is wrong with it. */
+const broken = {
+  HPE_HEADER_OVERFLOW: () => new HttpError(431, 'too-large', 'The headers are too large.'),
+  HPE_CHUNK_EXTENSIONS_OVERFLOW: () => new HttpError(413, 'too-large', 'The request is too large.'),
+  ERR_HTTP_REQUEST_TIMEOUT: () => new HttpError(408, 'too-slow', 'The request took too long.'),
+};
+const malformed = () => new HttpError(400, 'bad-request', 'This is no proper request.');
+
 const tooMany = () => new HttpError(429, 'too-many', 'Too many requests. Wait a moment.', { 'Retry-After': '2' });
 
 export class Routes {
@@ -23,6 +38,7 @@ export class Routes {
   #perAddress;
   #perDevice;
   #perGuesser;
+  #turns = new Turns();
 
   /**
    * @param {{ environment, log, clock, page: { html: string, policy: string }, pairing, tokens, feed, streams,
@@ -55,18 +71,34 @@ export class Routes {
     }
   };
 
+  /** A request that can't be understood, so that there is no other answer; the connection ends. */
+  handleBroken = (error, socket) => {
+    // An answer that has begun mustn't go on with another one.
+    if (!socket.writable || this.#parts.connections.isAnswering(socket)) {
+      socket.destroy();
+      return;
+    }
+    const mayAsk = this.#perAddress.take(senderOf(socket));
+    answerBroken(socket, mayAsk ? (broken[error.code] ?? malformed)() : tooMany());
+  };
+
   async #route(request, response) {
-    if (!this.#perAddress.take(senderOf(request.socket))) throw tooMany();
+    // First of all: who is paired shares no limit with the strangers behind his address.
+    const device = this.#parts.tokens.deviceOf(bearerOf(request));
+    const mayAsk = device ? this.#perDevice.take(device) : this.#perAddress.take(senderOf(request.socket));
+    if (!mayAsk) throw tooMany();
     if (request.url.length > urlLimit) throw new HttpError(414, 'too-long', 'The address is too long.');
     // The page's address may carry what a home screen or a messenger hangs on; the rest is exact.
     const path = request.url.startsWith('/?') ? '/' : request.url;
     const refused = reasonToRefuse(request, { isPage: path === '/' });
     if (refused) throw new HttpError(403, 'not-from-here', refused);
+    if (isUnmet(request)) throw new HttpError(417, 'unmet', 'That cannot be expected here.');
     const route = this.#table.get(path);
     if (!route) throw new HttpError(404, 'not-found', 'There is nothing here.');
     const handler = route.methods[request.method === 'HEAD' ? 'GET' : request.method];
     if (!handler) return this.#otherMethod(request, response, route);
-    return handler.call(this, request, response, route.forDevices ? this.#deviceOf(request) : undefined);
+    if (route.forDevices) this.#letIn(request, device);
+    return handler.call(this, request, response, device);
   }
 
   #otherMethod(request, response, route) {
@@ -80,17 +112,14 @@ export class Routes {
     throw new HttpError(405, 'bad-method', 'That cannot be done here.', { Allow: allow });
   }
 
-  /** The device whose token the request carries. Who guesses is soon told to wait, who shares his address is not. */
-  #deviceOf(request) {
-    const device = this.#parts.tokens.deviceOf(bearerOf(request));
+  /** Notes that `device` is there. Who guesses is soon told to wait, who shares his address is not. */
+  #letIn(request, device) {
     if (!device) {
       if (!this.#perGuesser.take(senderOf(request.socket))) throw tooMany();
-      throw new HttpError(401, 'not-paired', 'This device is not paired.', { 'WWW-Authenticate': 'Bearer' });
+      throw this.#parts.tokens.isReadable ? notPaired() : unknown();
     }
-    if (!this.#perDevice.take(device)) throw tooMany();
     this.#parts.connections.assign(request.socket, device);
     void this.#parts.tokens.touch(device);
-    return device;
   }
 
   #page(request, response) {
@@ -102,7 +131,7 @@ export class Routes {
   }
 
   async #pair(request, response) {
-    const body = await readJson(request);
+    const body = await readJson(request, response);
     const result = await this.#parts.pairing.attempt(body?.code, body?.label);
     if (result.outcome !== 'paired') throw refusal[result.outcome]();
     answerJson(request, response, 200, { token: result.token, label: result.label });
@@ -118,22 +147,39 @@ export class Routes {
     this.#parts.streams.open(device, response, securityHeaders());
   }
 
-  async #command(request, response) {
-    const cmd = await runCommand(await readJson(request), this.#parts.environment);
+  async #command(request, response, device) {
+    const body = readJson(request, response);
+    // It is looked at when its turn comes.
+    body.catch(() => {});
+    const insist = () => this.#insist(request.socket, device);
+    const options = { environment: this.#parts.environment, insist };
+    const cmd = await this.#turns.take(device, async () => runCommand(await body, options));
     this.#parts.log.debug('bridge passed a command', { cmd });
     answerJson(request, response, 200, { ok: true });
+  }
+
+  /** What had to wait isn't done for one who was removed meanwhile, nor for one who has given it up. */
+  #insist(socket, device) {
+    const { tokens } = this.#parts;
+    if (!tokens.has(device)) throw tokens.isReadable ? notPaired() : unknown();
+    if (socket.destroyed) throw new Error('the sender went away');
   }
 
   async #unpair(request, response, device) {
     // This connection isn't the device's any more, so it lives to carry the answer.
     this.#parts.connections.assign(request.socket, undefined);
-    await this.#parts.tokens.remove(device);
+    try {
+      await this.#parts.tokens.remove(device);
+    } catch (error) {
+      this.#parts.connections.assign(request.socket, device);
+      throw error;
+    }
     answerJson(request, response, 200, { ok: true });
   }
 
   #fail(request, response, error) {
     if (error instanceof ServiceNotRunning) this.#parts.feed.poke({ service: true });
-    if (response.headersSent || response.destroyed) {
+    if (response.headersSent || response.destroyed || request.socket.destroyed) {
       response.destroy();
       return;
     }

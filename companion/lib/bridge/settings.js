@@ -2,6 +2,7 @@
 
 import { statePath } from '../places.js';
 import { SharedDocument } from '../sharedDocument.js';
+import { readIfPresent } from '../wholeFile.js';
 
 export const defaultPort = 7842;
 
@@ -14,8 +15,32 @@ function wantedPort(environment, stored) {
   return isPort(stored) ? stored : defaultPort;
 }
 
-/** @returns {{ port: number, lan: boolean }} */
-export function bridgeSettings(environment = process.env) {
-  const state = SharedDocument.read(statePath(environment));
-  return { port: wantedPort(environment, state.get('bridgePort')), lan: state.get('bridgeLan') === true };
+/** The settings in the document, whose defaults hold where there is none; nothing while it can't be read. */
+function storedSettings(environment) {
+  try {
+    const text = readIfPresent(statePath(environment));
+    const state = text === undefined ? new SharedDocument() : SharedDocument.parse(text);
+    return { port: state.get('bridgePort'), lan: state.get('bridgeLan') === true };
+  } catch {
+    return undefined;
+  }
+}
+
+/**
+ * Follows the settings. Somebody who writes the document in place lets it be unreadable for a moment, and that must not
+ * move the bridge: what held before holds on.
+ */
+export class BridgeSettings {
+  #environment;
+  #stored = { port: undefined, lan: false };
+
+  constructor(environment = process.env) {
+    this.#environment = environment;
+  }
+
+  /** @returns {{ port: number, lan: boolean }} */
+  read() {
+    this.#stored = storedSettings(this.#environment) ?? this.#stored;
+    return { port: wantedPort(this.#environment, this.#stored.port), lan: this.#stored.lan };
+  }
 }

@@ -7,6 +7,8 @@ const beatInterval = 15_000;
 const perDevice = 4;
 const inAll = 24;
 const unsentLimit = 256 * 1024;
+/** How long the last words may take to get out. */
+const endLimit = 5000;
 
 export class Streams {
   #feed;
@@ -39,7 +41,8 @@ export class Streams {
     if (mine.length >= perDevice) this.#end(mine[0], 'event: replaced\ndata: {}\n\n');
     const stream = { device, response };
     this.#open.add(stream);
-    response.writeHead(200, { ...headers, 'Content-Type': 'text/event-stream; charset=utf-8' });
+    // What comes after a stream is a new connection: this one may be ended at any moment.
+    response.writeHead(200, { ...headers, 'Content-Type': 'text/event-stream; charset=utf-8', Connection: 'close' });
     response.flushHeaders();
     response.once('close', () => this.#forget(stream));
     stream.unsubscribe = this.#feed.subscribe((picture) => {
@@ -82,6 +85,8 @@ export class Streams {
 
   #end(stream, lastWords) {
     this.#forget(stream);
+    const timer = this.#clock.setTimeout(() => stream.response.destroy(), endLimit);
+    stream.response.once('close', () => this.#clock.clearTimeout(timer));
     stream.response.end(lastWords);
   }
 

@@ -6,10 +6,10 @@ import fs from 'node:fs';
 
 import { tokensPath } from '../places.js';
 import { SharedDocument, updateDocument } from '../sharedDocument.js';
+import { readIfPresent } from '../wholeFile.js';
+import { lockTimeout } from './limits.js';
 
 const seenInterval = 60_000;
-/** In less than the time after which the page gives an answer up. */
-export const lockTimeout = 5000;
 const labelLength = 64;
 const defaultLabel = 'Phone';
 
@@ -18,14 +18,17 @@ const digestOf = (token) => createHash('sha256').update(token).digest('hex');
 /** 256 random bits as base64url; a row with anything less is nobody's key. */
 const isToken = (value) => typeof value === 'string' && /^[A-Za-z0-9_-]{43}$/.test(value);
 
-/** What changes with the file; nothing where there is none to be had. */
+/** What changes with the file; nothing where there is none. Throws when it can't be looked at. */
 function stampOf(file) {
-  try {
-    const { dev, ino, size, mtimeMs, ctimeMs } = fs.statSync(file);
-    return `${dev} ${ino} ${size} ${mtimeMs} ${ctimeMs}`;
-  } catch {
-    return undefined;
-  }
+  const stat = fs.statSync(file, { throwIfNoEntry: false });
+  return stat && `${stat.dev} ${stat.ino} ${stat.size} ${stat.mtimeMs} ${stat.ctimeMs}`;
+}
+
+/** Throws when there is something that can't be read, which is another thing than a file without rows. */
+function readRows(file) {
+  const text = readIfPresent(file) ?? '';
+  const document = text.trim() === '' ? new SharedDocument() : SharedDocument.parse(text);
+  return document.list('tokens').filter((row) => isToken(row?.token));
 }
 
 /** A device's name as it may be shown: one line, nothing that turns or hides what stands beside it. */
@@ -35,7 +38,10 @@ export function cleanLabel(label) {
   return [...visible].slice(0, labelLength).join('').trim() || defaultLabel;
 }
 
-/** Owned by the bridge, on the event loop. A file that can't be read holds no devices. */
+/**
+ * Owned by the bridge, on the event loop. While the file can't be read nobody is let in, but nobody is told that he isn't
+ * paired either, and streams that are open go on.
+ */
 export class TokenStore {
   #environment;
   #log;
@@ -45,6 +51,7 @@ export class TokenStore {
   /** Digest of a token to what is known of its device. A map of digests is as good as a constant-time compare. */
   #devices = new Map();
   #seen = new Map();
+  #isReadable = true;
 
   /** @param {{ environment: NodeJS.ProcessEnv, log, clock, onRemoved: (device: string) => void }} options */
   constructor({ environment, log, clock, onRemoved }) {
@@ -54,13 +61,30 @@ export class TokenStore {
     this.#onRemoved = onRemoved;
   }
 
+  /** Whether the last look at the file told who is paired. */
+  get isReadable() {
+    return this.#isReadable;
+  }
+
   /** Looks at the file again if it has changed, and tells of the devices that are gone. */
   refresh() {
+    const wasReadable = this.#isReadable;
+    try {
+      this.#look();
+      this.#isReadable = true;
+    } catch (error) {
+      this.#isReadable = false;
+      if (wasReadable) this.#log.warn('bridge cannot read who is paired', { reason: error.message });
+    }
+  }
+
+  #look() {
     const stamp = stampOf(this.#path);
     if (stamp === this.#stamp) return;
+    const rows = readRows(this.#path);
+    // Only now: a file that couldn't be read must be read again, changed or not.
     this.#stamp = stamp;
     const before = this.#devices;
-    const rows = SharedDocument.read(this.#path).list('tokens').filter((row) => isToken(row?.token));
     this.#devices = new Map(rows.map((row) => [digestOf(row.token), cleanLabel(row.label)]));
     for (const device of before.keys()) {
       if (this.#devices.has(device)) continue;
@@ -72,9 +96,14 @@ export class TokenStore {
   /** The device that holds `token`, as a name that tells nothing of it; nothing for a token that isn't known. */
   deviceOf(token) {
     if (!isToken(token)) return undefined;
-    this.refresh();
     const device = digestOf(token);
-    return this.#devices.has(device) ? device : undefined;
+    return this.has(device) ? device : undefined;
+  }
+
+  /** Whether the device is still paired. */
+  has(device) {
+    this.refresh();
+    return this.#isReadable && this.#devices.has(device);
   }
 
   /** Adds a device and gives its token. Throws when it can't be written down. */
