@@ -44,6 +44,8 @@ export class Connection {
   #heardAt = 0;
   #wait = firstWait;
   #retry;
+  /** The command that was sent last, until it is answered. */
+  #lastCommand;
 
   /**
    * @param {{ picture: (picture: object) => void, line: (state: 'open' | 'lost' | 'replaced') => void,
@@ -62,18 +64,29 @@ export class Connection {
     localStorage.setItem(tokenKey, token);
   }
 
-  /** The computer forgets too, if it can be reached. */
+  /** Fails, and leaves everything as it is, when the computer hasn't said that it forgets too. */
   async forget() {
-    await post('/api/unpair', {}, this.#authorization()).catch(() => {});
+    try {
+      await post('/api/unpair', {}, this.#authorization());
+    } catch (error) {
+      if (error.status !== 401) throw error;
+    }
     this.#unpaired();
   }
 
+  /** The computer goes on knowing this device. */
+  forgetHere() {
+    this.#unpaired();
+  }
+
+  /** One command after another: what is sent at the same time may arrive in any order. */
   async send(cmd, args = {}) {
+    const turn = this.#sendAfter(this.#lastCommand, cmd, args);
+    this.#lastCommand = turn;
     try {
-      await post('/api/command', { cmd, args }, this.#authorization());
-    } catch (error) {
-      if (error.status === 401) this.#unpaired();
-      throw error;
+      await turn;
+    } finally {
+      if (this.#lastCommand === turn) this.#lastCommand = undefined;
     }
   }
 
@@ -98,6 +111,21 @@ export class Connection {
     if (this.isPaired && (!this.#abort || isSilent)) this.open();
   }
 
+  async #sendAfter(before, cmd, args) {
+    try {
+      await before;
+    } catch (error) {
+      // Where nobody answers, or lets this device in, what waited mustn't come as a surprise later.
+      if (error.status === 0 || error.status === 401) throw error;
+    }
+    try {
+      await post('/api/command', { cmd, args }, this.#authorization());
+    } catch (error) {
+      if (error.status === 401) this.#unpaired();
+      throw error;
+    }
+  }
+
   #authorization() {
     return { Authorization: `Bearer ${localStorage.getItem(tokenKey)}` };
   }
@@ -111,7 +139,8 @@ export class Connection {
   async #listen(generation) {
     this.#abort = new AbortController();
     try {
-      this.#expectLife();
+      // The head comes at once. Where it doesn't, the browser has taken a line that is dead without knowing it.
+      this.#expectLife(answerLimit);
       const response = await fetch('/api/now-playing', { headers: this.#authorization(), signal: this.#abort.signal });
       if (generation !== this.#generation) return;
       if (response.status === 401) return this.#unpaired();
@@ -126,6 +155,7 @@ export class Connection {
     const decoder = new TextDecoder();
     const parser = new EventParser();
     this.#handlers.line('open');
+    this.#expectLife();
     for (;;) {
       const { done, value } = await reader.read();
       if (done || generation !== this.#generation) return;
@@ -144,10 +174,10 @@ export class Connection {
     this.#handlers.picture({ ...JSON.parse(data), receivedAt: performance.now() });
   }
 
-  #expectLife() {
+  #expectLife(limit = silenceLimit) {
     this.#heardAt = Date.now();
     clearTimeout(this.#silence);
-    this.#silence = setTimeout(() => this.#abort?.abort(), silenceLimit);
+    this.#silence = setTimeout(() => this.#abort?.abort(), limit);
   }
 
   #tryAgain() {

@@ -158,10 +158,10 @@ export class Controls {
   }
 
   #labelVolume() {
-    const { muted } = this.#picture.settings;
-    const label = muted ? 'Muted' : `${this.#at('volume').value} %`;
-    this.#at('volume-label').textContent = label;
-    this.#at('volume').setAttribute('aria-valuetext', muted ? `${this.#at('volume').value} %, muted` : label);
+    const { muted, volume } = this.#picture.settings;
+    const percent = `${this.#volume.isHeld ? this.#at('volume').value : volume} %`;
+    this.#at('volume-label').textContent = muted ? 'Muted' : percent;
+    this.#at('volume').setAttribute('aria-valuetext', muted ? `${percent}, muted` : percent);
     this.#fill('volume');
   }
 
@@ -194,11 +194,9 @@ export class Controls {
       event.preventDefault();
       this.#at('talk').requestSubmit();
     });
-    this.#at('send').addEventListener('click', (event) => {
-      if (isOff(this.#at('send'))) event.preventDefault();
-    });
     this.#at('talk').addEventListener('submit', async (event) => {
       event.preventDefault();
+      if (isOff(this.#at('send'))) return;
       const said = text.value.trim();
       // What couldn't be sent stays in the box.
       if (!said || !await this.#send('inject', { text: said, submit: true })) return;

@@ -165,12 +165,37 @@ class Page {
   }
 
   #wireDevice() {
-    this.#at('device-button').addEventListener('click', () => this.#at('device').showModal());
+    this.#at('device-button').addEventListener('click', () => {
+      this.#forgetProblem('');
+      this.#at('device').showModal();
+    });
     this.#at('device-close').addEventListener('click', () => this.#at('device').close());
-    this.#at('forget').addEventListener('click', async () => {
+    this.#at('forget').addEventListener('click', () => this.#forget());
+    this.#at('forget-here').addEventListener('click', () => {
+      this.#connection.forgetHere();
+      this.#showPairing('Your computer still knows this device. Remove it there, in Sonra’s settings.');
+    });
+  }
+
+  async #forget() {
+    const button = this.#at('forget');
+    if (button.ariaDisabled === 'true') return;
+    button.ariaDisabled = 'true';
+    this.#forgetProblem('');
+    try {
       await this.#connection.forget();
       this.#showPairing('');
-    });
+    } catch (error) {
+      this.#forgetProblem(`Not forgotten, this device is still paired. ${error.message}`);
+    } finally {
+      button.ariaDisabled = null;
+    }
+  }
+
+  /** Whoever gives the device away can't always wait for the computer. */
+  #forgetProblem(text) {
+    this.#at('forget-problem').textContent = text;
+    this.#at('forget-here').hidden = text === '';
   }
 }
 

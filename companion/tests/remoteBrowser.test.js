@@ -6,6 +6,7 @@ import path from 'node:path';
 import test, { after, before } from 'node:test';
 
 import { BridgeHome, snapshot, words } from './bridgeHome.js';
+import { quietPort } from './bridgePorts.js';
 import { Chromium } from './chromium.js';
 import { until } from './home.js';
 import { faintTexts, smallTargets, tooWide } from './pageAudit.js';
@@ -29,8 +30,8 @@ async function keep(page, name) {
   fs.writeFileSync(path.join(folder, `remote-${name}.png`), await page.screenshot());
 }
 
-async function setUp(t, { state = {}, screen = phone } = {}) {
-  const home = await BridgeHome.start(t, { state: { sessions: [session], volume: 80, ...state } });
+async function setUp(t, { state = {}, screen = phone, port = 0 } = {}) {
+  const home = await BridgeHome.start(t, { port, state: { sessions: [session], volume: 80, ...state } });
   const commands = await home.listen();
   const page = await browser.newPage(t);
   await page.screen(screen);
@@ -173,12 +174,60 @@ test('volume and mute', async (t) => {
   await page.value('document.querySelector("#volume").focus()');
   await page.press('ArrowLeft', 'ArrowLeft', 37);
   await until(() => commands.length === 1);
-  assert.deepEqual([commands[0].cmd, commands[0].value], ['volume', 75]);
+  assert.deepEqual([commands[0].cmd, commands[0].value], ['volume', 79]);
   await page.tap('#mute');
   await until(() => home.read('state.json').muted === true);
   await page.waitFor('document.querySelector("#mute").ariaPressed === "true"');
   await page.tap('#mute');
   await until(() => home.read('state.json').muted === false);
+});
+
+test('the volume is shown as it is, not as a step that is near', async (t) => {
+  const { home, page } = await paired(t, { state: { volume: 73 } });
+  await page.waitFor(`${text('#volume-label')} === "73 %"`);
+  const volume = 'document.querySelector("#volume")';
+  assert.equal(await page.value(`${volume}.value`), '73');
+  assert.equal(await page.value(`${volume}.getAttribute("aria-valuetext")`), '73 %');
+  home.write('state.json', { sessions: [session], volume: 120, muted: true });
+  await page.waitFor(`${volume}.getAttribute("aria-valuetext") === "120 %, muted"`);
+});
+
+test('what is tapped one after another comes in that order', async (t) => {
+  const { page, commands } = await paired(t);
+  await page.waitFor('document.querySelector("#toggle").ariaDisabled === "false"');
+  // The first is held up on its way; the browser has lines enough for the others to overtake it.
+  await page.value(`(() => {
+    const real = fetch;
+    let isFirst = true;
+    window.fetch = async (...all) => {
+      if (isFirst) {
+        isFirst = false;
+        await new Promise((resolve) => setTimeout(resolve, 300));
+      }
+      return real(...all);
+    };
+  })()`);
+  for (const id of ['previous', 'next', 'restart', 'stop']) await page.tap(`#${id}`);
+  await until(() => commands.length === 4);
+  assert.deepEqual(commands.map(({ cmd }) => cmd), ['previous', 'next', 'restart', 'stop']);
+});
+
+test('what waits behind a command that nobody answered is not done late', async (t) => {
+  const { page, commands } = await paired(t);
+  await page.waitFor('document.querySelector("#toggle").ariaDisabled === "false"');
+  await page.value(`(() => {
+    const real = fetch;
+    window.fetch = async () => {
+      window.fetch = real;
+      await new Promise((resolve) => setTimeout(resolve, 300));
+      throw new TypeError('no network');
+    };
+  })()`);
+  for (const id of ['previous', 'next']) await page.tap(`#${id}`);
+  await page.waitFor(`${text('#toast')} === "Your computer doesn’t answer."`);
+  await page.tap('#stop');
+  await until(() => commands.length > 0);
+  assert.deepEqual(commands.map(({ cmd }) => cmd), ['stop']);
 });
 
 test('a box to talk back appears once the service can take it', async (t) => {
@@ -193,16 +242,26 @@ test('a box to talk back appears once the service can take it', async (t) => {
   await until(() => commands.length === 1);
   assert.deepEqual(commands[0], { text: 'Please run the tests again.', submit: true, proto: 1, cmd: 'inject' });
   await page.waitFor('document.querySelector("#talk-text").value === ""');
-  await home.stopService();
+  await page.value('(() => { window.real = fetch; window.fetch = async () => { throw new TypeError("no network"); }; })()');
   await page.tap('#talk-text');
   await page.type('Keep this.');
   await page.press('Enter', 'Enter', 13);
   await page.waitFor(text('#toast'));
   assert.equal(await page.value('document.querySelector("#talk-text").value'), 'Keep this.');
+  await page.value('(() => { window.fetch = real; })()');
+  await home.stopService();
+  await page.waitFor('document.querySelector("#send").ariaDisabled === "true"');
+  const sent = () => page.requests.filter(({ url }) => url.includes('/api/command')).length;
+  const before = sent();
+  await page.press('Enter', 'Enter', 13);
+  // What follows it through the same window has been answered, so it would have been sent.
+  await page.value('fetch("/").then((answer) => answer.text()).then(() => true)');
+  assert.equal(sent(), before);
+  assert.equal(await page.value('document.querySelector("#talk-text").value'), 'Keep this.');
 });
 
 test('without service, without daemon, and back', async (t) => {
-  const { home, page } = await paired(t);
+  const { home, page } = await paired(t, { port: await quietPort() });
   await page.waitFor(`${text('#status-label')} === "Playing"`);
   await home.stopService();
   await page.waitFor(`${text('#status-label')} === "Not running"`);
@@ -212,7 +271,6 @@ test('without service, without daemon, and back', async (t) => {
   await assertSound(page, 'no service');
   await home.listen();
   await page.waitFor(`${text('#status-label')} === "Playing"`);
-  home.environment.SONRA_BRIDGE_PORT = String(home.bridge.port);
   await home.bridge.close();
   await page.waitFor(`${text('#status-label')} === "Reconnecting…"`);
   await keep(page, 'reconnecting');
@@ -309,12 +367,15 @@ test('a line that died unseen is opened again when the network is back', async (
   await page.open(origin);
   await pairIn(home, page);
   await page.waitFor('document.querySelector("#words span")');
+  // Another line that rests: the browser would take it for the next request, and it dies as well.
+  await page.value('fetch("/").then((answer) => answer.text()).then(() => true)');
   freeze();
   home.write('now-playing.json', snapshot({ snippet: 'After the nap.', rev: 2 }));
   await page.value('dispatchEvent(new Event("online"))');
   await page.value('(() => { const now = Date.now; Date.now = () => now() + 10_000; })()');
   await page.value('dispatchEvent(new Event("online"))');
-  await page.waitFor(`${whole('#words')} === "After the nap."`);
+  // Long before it would be told by the silence.
+  await page.waitFor(`${whole('#words')} === "After the nap."`, 25_000);
 });
 
 test('the token outlives the page and dies with the pairing', async (t) => {
@@ -340,6 +401,29 @@ test('a device can be forgotten on the phone', async (t) => {
   assert.deepEqual(home.read('bridge-tokens.json').tokens, []);
   assert.equal(await page.value('localStorage.length'), 0);
   await assertNothingLeft(page);
+});
+
+test('a device that could not be forgotten says so, and may be forgotten on the phone alone', { timeout: 60_000 }, async (t) => {
+  const { home, page } = await paired(t);
+  const lock = home.inShared('bridge-tokens.json.lock');
+  fs.writeFileSync(lock, String(process.pid));
+  await page.tap('#device-button');
+  await page.waitFor('document.querySelector("#device").open');
+  assert.equal(await page.value('document.querySelector("#forget-here").checkVisibility()'), false);
+  await page.tap('#forget');
+  await page.waitFor(`${text('#forget-problem')}.startsWith("Not forgotten, this device is still paired.")`, 15_000);
+  assert.equal(await page.value('localStorage.length'), 1);
+  assert.equal(home.read('bridge-tokens.json').tokens.length, 1);
+  assert.equal(await page.value('document.querySelector("#remote").hidden'), false);
+  await keep(page, 'not-forgotten');
+  await assertSound(page, 'a device that was not forgotten');
+  await page.tap('#forget-here');
+  await page.waitFor('!document.querySelector("#pairing").hidden');
+  assert.match(await page.value(text('#pair-problem')), /still knows this device/);
+  assert.equal(await page.value('localStorage.length'), 0);
+  assert.equal(home.read('bridge-tokens.json').tokens.length, 1);
+  await assertNothingLeft(page);
+  fs.rmSync(lock);
 });
 
 test('a stolen page without a token gets nothing', async (t) => {
@@ -424,8 +508,8 @@ test('a screen reader finds its way', async (t) => {
     home.write('now-playing.json', snapshot({ snippet: `Text ${i}.`, rev: i + 1 }));
     await page.waitFor(`${whole('#words')} === "Text ${i}."`);
   }
-  await page.waitFor('told.length > 0');
-  assert.ok(await page.value('told.length <= 2 && told.at(-1) === "Text 5."'), await page.value('told.join()'));
+  await page.waitFor('told.at(-1) === "Text 5."');
+  assert.ok(await page.value('told.length <= 2'), await page.value('told.join()'));
 });
 
 test('the keyboard goes through the controls in their order', async (t) => {
@@ -469,14 +553,15 @@ const looks = [
 
 test('it looks right on every screen', async (t) => {
   const { home, page } = await paired(t);
-  for (const [name, screen, changes, remoteCommands = []] of looks) {
+  for (const [index, [name, screen, changes, remoteCommands = []]] of looks.entries()) {
     await page.screen(screen);
     home.write('state.json', { sessions: [session], volume: 80, remoteCommands });
     await page.waitFor(`document.querySelector("#talk").hidden === ${remoteCommands.length === 0}`);
-    home.write('now-playing.json', snapshot({ elapsed: 4 + Math.random(), ...changes }));
-    await page.waitFor(
-      `document.querySelector("#caption").dataset.kind === ${JSON.stringify(changes.state ?? 'playing')}`,
-    );
+    // The number of parts tells this picture from the one before.
+    const cursor = { ...snapshot().cursor, ...changes.cursor, totalChunks: 5 + index };
+    home.write('now-playing.json', snapshot({ ...changes, cursor }));
+    await page.waitFor(`${whole('#counter')} === "2/${5 + index}"`);
+    assert.equal(await page.value('document.querySelector("#caption").dataset.kind'), changes.state ?? 'playing');
     await keep(page, name);
     await assertSound(page, name);
   }
