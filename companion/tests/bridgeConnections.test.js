@@ -1,5 +1,6 @@
 import assert from 'node:assert/strict';
 import { EventEmitter, once } from 'node:events';
+import http from 'node:http';
 import net from 'node:net';
 import test from 'node:test';
 
@@ -158,6 +159,31 @@ test('one after another a connection may ask as often as it likes', () => {
     response.emit('close');
   }
   assert.equal(socket.destroyed, false);
+});
+
+test('where as many listen as may, one more is told to wait', async (t) => {
+  const home = await BridgeHome.start(t);
+  const tokens = Array.from({ length: 7 }, (_, i) => String(i).repeat(43));
+  home.write('bridge-tokens.json', { tokens: tokens.map((token) => ({ label: 'x', createdAt: 1, token })) });
+  const open = async (token, i) => {
+    const request = http.get({
+      host: '127.0.0.1',
+      // As if from many: one address has fewer connections.
+      localAddress: `127.0.0.${2 + (i % 3)}`,
+      port: home.bridge.port,
+      path: '/api/now-playing',
+      headers: { Authorization: `Bearer ${token}` },
+      agent: false,
+    });
+    t.after(() => request.destroy());
+    request.on('error', () => {});
+    const [response] = await once(request, 'response');
+    response.on('error', () => {}).resume();
+    return response.statusCode;
+  };
+  for (let i = 0; i < 24; i += 1) assert.equal(await open(tokens[i % 6], i), 200);
+  assert.equal(await open(tokens[6], 0), 429);
+  assert.equal(await open(tokens[0], 0), 200, 'in the place of its own oldest');
 });
 
 test('leaving the local network ends who came from there', async (t) => {

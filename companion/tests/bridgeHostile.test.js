@@ -399,6 +399,35 @@ test('a stream whose device has stopped reading ends after two beats', () => {
   assert.equal(streams.size, 2);
 });
 
+test('last words that nobody takes are given up', () => {
+  const clock = steppedClock();
+  const streams = new Streams({ feed: { subscribe: () => () => {} }, clock });
+  const ended = [];
+  const open = () => {
+    const response = Object.assign(new EventEmitter(), {
+      writableLength: 0, writeHead() {}, flushHeaders() {}, write() {}, end(words) { ended.push(words); },
+      isDestroyed: false, destroy() { this.isDestroyed = true; this.emit('close'); },
+    });
+    streams.open('phone', response, {});
+    return response;
+  };
+  const [stuck, reader] = Array.from({ length: 6 }, open);
+  assert.equal(ended.length, 2);
+  reader.emit('close');
+  clock.step(4999);
+  assert.equal(stuck.isDestroyed, false);
+  clock.step(1);
+  assert.deepEqual([stuck.isDestroyed, reader.isDestroyed], [true, false]);
+  assert.equal(streams.size, 4);
+});
+
+test('a stream’s connection serves nothing after it', async (t) => {
+  const home = await BridgeHome.start(t);
+  const answer = await fetch(`${home.origin}/api/now-playing`, { headers: await home.pair() });
+  assert.equal(answer.headers.get('connection'), 'close');
+  await answer.body.cancel();
+});
+
 test('a device that asks too often is told to wait', async (t) => {
   const home = await BridgeHome.start(t, { clock: steppedClock() });
   const commands = await home.listen();
