@@ -186,7 +186,7 @@ class Page {
       await this.#connection.forget();
       this.#showPairing('');
     } catch (error) {
-      this.#forgetProblem(`Not forgotten, this device is still paired. ${error.message}`);
+      this.#forgetProblem(`This device isn’t forgotten yet. ${error.message}`);
     } finally {
       button.ariaDisabled = null;
     }
