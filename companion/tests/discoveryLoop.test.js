@@ -6,83 +6,19 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
-import { busyInterval, Discovery, findSessions, restInterval } from '../lib/discovery/discovery.js';
+import { busyInterval, findSessions, restInterval } from '../lib/discovery/discovery.js';
 import { lookInterval, missingInterval } from '../lib/discovery/openCodeStore.js';
 import { Scanner } from '../lib/discovery/scanner.js';
 import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
+import { begin, change, listed, recordingLog, stamp, state } from './discoveryRun.js';
 import { temporaryHome, until } from './home.js';
 import { startWriter } from './otherWriter.js';
 
 const prompt = (text) => ({ type: 'user', cwd: '/work/app', message: { content: text } });
 const reply = (text) => ({ type: 'assistant', message: { content: [{ type: 'text', text }] } });
 const place = '.claude/projects/-work-app';
-
-/** A clock that stands until it is moved, and one timer. */
-class HandClock {
-  time = now;
-  timer;
-
-  now() { return this.time; }
-
-  setTimeout(callback, delay) {
-    this.timer = { callback, at: this.time + delay };
-    return this.timer;
-  }
-
-  clearTimeout(timer) {
-    if (this.timer === timer) this.timer = undefined;
-  }
-
-  /** How long the timer still has to run. */
-  get wait() {
-    return this.timer && this.timer.at - this.time;
-  }
-
-  /** Moves to the timer's moment and lets it ring; resolves when the next one is set. */
-  async ring() {
-    const { callback, at } = this.timer;
-    this.timer = undefined;
-    this.time = Math.max(this.time, at);
-    callback();
-    await until(() => this.timer, { what: 'the next timer' });
-  }
-}
-
-function recordingLog() {
-  const lines = [];
-  const log = { lines, child: () => log };
-  for (const level of ['debug', 'info', 'warn', 'error']) {
-    log[level] = (message, ...rest) => lines.push([level, message, ...rest]);
-  }
-  return log;
-}
-
-function begin(t, home, options = {}) {
-  const clock = new HandClock();
-  const log = recordingLog();
-  const surroundings = { environment: home.environment, clock, log, runningFolders: async () => [] };
-  const discovery = new Discovery({ ...surroundings, ...options });
-  t.after(() => discovery.stop());
-  discovery.start();
-  return { clock, log, discovery };
-}
-
-const state = (home) => JSON.parse(fs.readFileSync(home.inShared('state.json'), 'utf8'));
-const listed = (home) => state(home).discoveredSessions;
-const stamp = (home) => {
-  const { ino, mtimeMs, size } = fs.statSync(home.inShared('state.json'));
-  return `${ino} ${mtimeMs} ${size}`;
-};
-
-/** Changes something, and waits until the system has told of it, which shows in the timer. */
-async function change(clock, action) {
-  // At rest, so that the next look may come at once.
-  while (clock.wait <= 4000) await clock.ring();
-  action();
-  await until(() => clock.wait <= 100, { what: 'a hurried look' });
-}
 
 test('looks come every two seconds at first, and down to one in fifteen', async (t) => {
   const home = temporaryHome(t);

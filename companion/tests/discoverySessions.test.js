@@ -6,9 +6,12 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
-import { Aider, silenceInterval } from '../lib/discovery/aider.js';
+import { silenceInterval } from '../lib/answerLimit.js';
 import { findSessions } from '../lib/discovery/discovery.js';
+import { Scanner } from '../lib/discovery/scanner.js';
+import { silentLog } from '../lib/log.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
+import { FarFolder } from './farFolder.js';
 import { temporaryHome } from './home.js';
 
 const nobodyRuns = async () => [];
@@ -303,18 +306,23 @@ test('aider: histories where other sessions run, where one runs now, and where i
 test('aider: a folder that gave no answer is asked again after some minutes', async (t) => {
   const home = temporaryHome(t);
   const file = put(home, 'far/.aider.chat.history.md', '#### Ask\n\nTold\n');
-  const aider = new Aider({ environment: { SONRA_AIDER_FOLDERS: path.dirname(file) }, runningFolders: nobodyRuns,
-    answerLimit: 500 });
-  let asked = 0;
-  let answer = new Promise(() => {});
-  const folders = { list: () => { asked += 1; return answer; } };
-  const look = (later) => aider.candidates({ folders, known: [], now: now + later });
+  const environment = { ...home.environment, SONRA_AIDER_FOLDERS: path.dirname(file) };
+  const far = new FarFolder(path.dirname(file));
+  let time = now;
+  const scanner = new Scanner({ environment, log: silentLog, now: () => time, runningFolders: nobodyRuns,
+    folders: { system: far.system, answerLimit: 100 } });
+  t.after(() => scanner.close());
+  const look = async (later) => {
+    time = now + later;
+    return (await scanner.scan(time)).map((row) => row.lastText);
+  };
   assert.deepEqual(await look(0), []);
-  answer = [{ isFile: true, path: file }];
+  assert.equal(far.asked, 1);
+  far.answerAll();
   assert.deepEqual(await look(silenceInterval - 1), []);
-  assert.equal(asked, 1);
+  assert.equal(far.asked, 1);
   // The folders are looked for again once in a while.
-  assert.deepEqual(await look(2 * silenceInterval), answer);
+  assert.deepEqual(await look(2 * silenceInterval), ['Told']);
 });
 
 test('aider: a running one is found by its command, as a program or as a script', async (t) => {

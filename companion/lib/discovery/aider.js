@@ -4,12 +4,12 @@
 // A history is one session, which is named after its place.
 
 import { createHash } from 'node:crypto';
-import { stat } from 'node:fs/promises';
 import path from 'node:path';
 
 import { foldersOfRunning } from './processes.js';
 import { plain, readTranscript } from './readTranscript.js';
 import { folderOf, realPrompt } from './text.js';
+import { TranscriptReader } from './transcriptReader.js';
 
 export const source = 'aider';
 
@@ -17,9 +17,6 @@ const historyName = '.aider.chat.history.md';
 export const searchInterval = 45_000;
 const mostFolders = 100;
 const highestClimb = 16;
-/** A folder of another machine that doesn't answer is left alone for a while. */
-const usualAnswerLimit = 2000;
-export const silenceInterval = 180_000;
 
 const isChatHeader = (line) => line.startsWith('# aider chat started at ');
 const isUser = (line) => line.startsWith('#### ');
@@ -66,10 +63,10 @@ const format = {
 };
 
 /** The root of the repository around a folder, if there is one. */
-async function repositoryRoot(folder) {
+async function repositoryRoot(folder, folders) {
   let at = folder;
   for (let i = 0; i < highestClimb; i += 1) {
-    if (await stat(path.join(at, '.git')).then(() => true, () => false)) return at;
+    if (await folders.has(path.join(at, '.git'))) return at;
     const above = path.dirname(at);
     if (above === at) return undefined;
     at = above;
@@ -83,44 +80,37 @@ export class Aider {
   #folders = [];
   #searchedFor = '';
   #searchedAt = -Infinity;
-  /** When a folder gave no answer. */
-  #silent = new Map();
-  #now = 0;
-  #answerLimit;
+  /** Its own: a folder of another machine that gives no answer mustn't hold the other agents up. */
+  #reader = new TranscriptReader();
 
-  constructor({ environment, runningFolders = foldersOfRunning, answerLimit = usualAnswerLimit }) {
+  constructor({ environment, runningFolders = foldersOfRunning }) {
     this.#environment = environment;
-    this.#answerLimit = answerLimit;
     this.runningFolders = runningFolders;
   }
 
   /** @param {{ known: string[] }} context `known` are the folders of other sessions */
   async candidates({ folders, known, now }) {
-    this.#now = now;
-    this.#forgetSilence();
-    await this.#search(known, now);
+    await this.#search(known, now, folders);
     const found = [];
     for (const { folder, name } of this.#folders) {
-      const entries = await this.#within(folder, folders.list(folder, { names: [name] }), []);
-      for (const entry of entries) if (entry.isFile) found.push(entry);
+      for (const entry of await folders.list(folder, { names: [name] })) if (entry.isFile) found.push(entry);
     }
     return found;
   }
 
-  async read(entry, previous, { reader }) {
-    const facts = await readTranscript(reader, entry.path, previous, format, plain);
+  async read(entry, previous, { folders }) {
+    const question = () => readTranscript(this.#reader, entry.path, previous, format, plain);
+    const facts = await folders.answers.ask(path.dirname(entry.path), question, undefined);
+    if (facts === undefined) {
+      // The old one still waits for the file, and its next turn for that.
+      this.#reader = new TranscriptReader();
+      throw Object.assign(new Error('no answer'), { code: 'ETIMEDOUT' });
+    }
     const id = createHash('md5').update(entry.path).digest('hex').slice(0, 16);
     return { ...facts, sessionId: `aider-${id}`, cwd: path.dirname(entry.path) };
   }
 
-  #forgetSilence() {
-    for (const [folder, since] of this.#silent) {
-      const age = this.#now - since;
-      if (age < 0 || age >= silenceInterval) this.#silent.delete(folder);
-    }
-  }
-
-  async #search(known, now) {
+  async #search(known, now, folders) {
     const wanted = known.join('\0');
     if (wanted === this.#searchedFor && now >= this.#searchedAt && now - this.#searchedAt < searchInterval) return;
     this.#searchedFor = wanted;
@@ -129,33 +119,22 @@ export class Aider {
     const name = own !== '' && !own.includes('/') ? own : historyName;
     const places = new Map();
     if (path.isAbsolute(own)) places.set(own, { folder: path.dirname(own), name: path.basename(own) });
-    for (const folder of await this.#foldersToLookIn(known)) {
+    for (const folder of await this.#foldersToLookIn(known, folders)) {
       if (places.size < mostFolders) places.set(path.join(folder, name), { folder, name });
     }
     this.#folders = [...places.values()];
   }
 
-  async #foldersToLookIn(known) {
+  async #foldersToLookIn(known, folders) {
     const named = (this.#environment.SONRA_AIDER_FOLDERS ?? '').split(':');
     const starts = [...named, ...await this.runningFolders('aider'), ...known].map(folderOf).filter(Boolean);
     const all = new Set();
     for (const start of starts) {
       if (all.size >= mostFolders) break;
       all.add(path.normalize(start));
-      const root = this.#silent.has(start) ? undefined : await this.#within(start, repositoryRoot(start), undefined);
+      const root = await folders.answers.ask(start, () => repositoryRoot(start, folders), undefined);
       if (root) all.add(root);
     }
-    return [...all].filter((folder) => !this.#silent.has(folder));
-  }
-
-  async #within(folder, answer, otherwise) {
-    let timer;
-    const limit = new Promise((resolve) => { timer = setTimeout(resolve, this.#answerLimit, this); });
-    const first = await Promise.race([answer, limit]);
-    clearTimeout(timer);
-    if (first !== this) return first;
-    this.#silent.set(folder, this.#now);
-    this.#folders = this.#folders.filter((place) => place.folder !== folder);
-    return otherwise;
+    return [...all].filter((folder) => !folders.answers.isSilent(folder));
   }
 }

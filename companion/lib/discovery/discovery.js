@@ -61,16 +61,17 @@ export class Discovery {
   /**
    * @param {{ environment?: NodeJS.ProcessEnv, log?: import('../log.js').Log, clock?: import('../clock.js').Clock,
    *   writeRows?: (rows: import('./scanner.js').Row[]) => Promise<void>,
-   *   runningFolders?: (name: string) => Promise<string[]> }} [options]
+   *   runningFolders?: (name: string) => Promise<string[]>, folders?: object }} [options] `folders` are for Folders
    */
-  constructor({ environment = process.env, log = silentLog, clock = systemClock, writeRows, runningFolders } = {}) {
+  constructor(options = {}) {
+    const { environment = process.env, log = silentLog, clock = systemClock, writeRows, runningFolders, folders } = options;
     this.#environment = environment;
     this.#log = log.child({ class: 'Discovery' });
     this.#clock = clock;
     this.#writeRows = writeRows ?? ((rows) => this.#writeState(rows));
     const now = () => clock.now();
     const onChange = () => this.#onChange();
-    this.#scanner = new Scanner({ environment, log: this.#log, now, onChange, runningFolders });
+    this.#scanner = new Scanner({ environment, log: this.#log, now, onChange, runningFolders, folders });
   }
 
   /** How many folders are watched. */
@@ -114,17 +115,24 @@ export class Discovery {
     this.#dueAt = Infinity;
     this.#hasChanged = false;
     this.#lookedAt = this.#clock.now();
-    let isBusy = false;
-    try {
-      const rows = await this.#scanner.scan(this.#lookedAt);
-      isBusy = await this.#publish(rows);
-    } catch (error) {
-      this.#log.error('the list of sessions could not be written', error);
-      isBusy = true;
+    let isBusy = true;
+    const rows = await this.#attempt('sessions could not be looked for', () => this.#scanner.scan(this.#lookedAt));
+    if (rows && !this.#isStopped) {
+      isBusy = await this.#attempt('the list of sessions could not be written', () => this.#publish(rows)) ?? true;
     }
     isBusy ||= this.#hasChanged || this.#scanner.isLate;
     this.#interval = isBusy ? busyInterval : Math.min(this.#interval * 1.5, restInterval);
     this.#schedule(Math.max(settleTime, this.#interval - (this.#clock.now() - this.#lookedAt)));
+  }
+
+  /** Nothing where it failed. */
+  async #attempt(complaint, work) {
+    try {
+      return await work();
+    } catch (error) {
+      this.#log.error(complaint, error);
+      return undefined;
+    }
   }
 
   /** True if the rows are others than before. */
@@ -141,13 +149,14 @@ export class Discovery {
     return !isSame;
   }
 
-  /** True if another program's document doesn't have our list any more. */
+  /** True if another program's document doesn't have our list any more, for as long as it doesn't. */
   #isTakenAway() {
     const path = statePath(this.#environment);
     const stamp = fileStamp(path);
     if (this.#written === undefined || stamp === this.#seenState) return false;
+    if (JSON.stringify(SharedDocument.read(path).get(key) ?? []) !== this.#written.text) return true;
     this.#seenState = stamp;
-    return JSON.stringify(SharedDocument.read(path).get(key) ?? []) !== this.#written.text;
+    return false;
   }
 
   #writeState(rows) {

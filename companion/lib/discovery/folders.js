@@ -1,30 +1,23 @@
 // What lies in the folders of the agents, kept up to date at little cost: a folder is watched where the system allows
 // it, and then only what changed in it is looked at again. Where no more can be watched, folders are looked through
-// every 30 s. Never throws: a folder that is missing or can't be read is empty.
+// every 30 s, and watched when that is possible again. Never throws: a folder that is missing, can't be read or gives no
+// answer is empty; one that can't be read just now is as it was.
 
 import fs from 'node:fs';
 import { readdir, stat } from 'node:fs/promises';
 import path from 'node:path';
 
+import { AnswerLimit } from '../answerLimit.js';
+import { entryOf, Folder, isPassing } from './folder.js';
+
 export const pollInterval = 30_000;
 /** The system forgets events when there are too many, and links tell nothing of what they point at. */
 export const fullLookInterval = 300_000;
 const mostWatched = 1000;
-const mostDirtyNames = 1000;
 const atOnce = 16;
 const noInode = -1;
 
-/**
- * @typedef {object} Entry
- * @property {string} name
- * @property {string} path
- * @property {boolean} isFolder
- * @property {boolean} isFile
- * @property {number} mtimeMs
- * @property {number} size
- * @property {number} ino
- * @property {string} stamp another one whenever the file may have changed
- */
+/** @typedef {import('./folder.js').Entry} Entry */
 
 const everything = () => true;
 
@@ -37,53 +30,6 @@ export async function namesIn(directory, accepts = everything) {
   }
 }
 
-async function describe(folder, name) {
-  const file = path.join(folder, name);
-  try {
-    const status = await stat(file);
-    return {
-      name,
-      path: file,
-      isFolder: status.isDirectory(),
-      isFile: status.isFile(),
-      mtimeMs: status.mtimeMs,
-      size: status.size,
-      ino: status.ino,
-      stamp: `${status.ino}:${status.size}:${status.mtimeMs}:${status.ctimeMs}`,
-    };
-  } catch {
-    return undefined;
-  }
-}
-
-async function inodeOf(directory) {
-  return (await stat(directory).catch(() => undefined))?.ino;
-}
-
-class Folder {
-  entries = new Map();
-  dirty = new Set();
-  isAllDirty = true;
-  lookedAt = -Infinity;
-  watcher = undefined;
-
-  constructor(ino, isQuiet) {
-    this.ino = ino;
-    /** Nothing is expected of it, so that it isn't watched. */
-    this.isQuiet = isQuiet;
-  }
-
-  touch(name) {
-    if (name === undefined || this.dirty.size >= mostDirtyNames) this.isAllDirty = true;
-    else this.dirty.add(name);
-  }
-
-  close() {
-    this.watcher?.close();
-    this.watcher = undefined;
-  }
-}
-
 export class Folders {
   #folders = new Map();
   #asked = new Set();
@@ -91,20 +37,33 @@ export class Folders {
   /** Folders whose own change no other folder's entry tells. */
   #roots = new Set();
   #isWatching;
-  #isFull = false;
+  /** When it was found that no more can be watched. */
+  #fullAt = -Infinity;
+  #hasToldOfFull = false;
+  #isUnsettled = false;
   #log;
   #now;
   #onChange;
+  #system;
 
   /**
-   * @param {{ watch?: boolean, log: import('../log.js').Log, now: () => number, onChange?: () => void }} options
+   * @param {{ watch?: boolean, log: import('../log.js').Log, now: () => number, onChange?: () => void,
+   *   answerLimit?: number, system?: { stat: typeof stat, readdir: typeof readdir } }} options
    * `onChange` is called for each event; what changed is found by the next `list`
    */
-  constructor({ watch = true, log, now, onChange = () => {} }) {
+  constructor({ watch = true, log, now, onChange = () => {}, answerLimit, system = { stat, readdir } }) {
     this.#isWatching = watch;
     this.#log = log;
     this.#now = now;
     this.#onChange = onChange;
+    this.#system = system;
+    /** Who else asks something of the same folders. */
+    this.answers = new AnswerLimit({ now, limit: answerLimit });
+  }
+
+  /** True if what is known of a file or folder is that of the look before. */
+  get isUnsettled() {
+    return this.#isUnsettled;
   }
 
   /** How many folders are watched. */
@@ -129,11 +88,17 @@ export class Folders {
     return [...folder.entries.values()];
   }
 
+  /** True if there is such a file or folder. May take as long as the system likes. */
+  has(file) {
+    return this.#system.stat(file).then(() => true, () => false);
+  }
+
   /** True if asking for the same folders again would give the same. */
   async isUnchanged() {
     if (this.#hasNews || [...this.#folders.values()].some((folder) => this.#isDue(folder))) return false;
     for (const root of this.#roots) {
-      if ((await inodeOf(root)) !== this.#folders.get(root)?.ino) return false;
+      const known = this.#folders.get(root)?.ino;
+      if (await this.#inodeOf(root, known) !== known) return false;
     }
     return !this.#hasNews;
   }
@@ -141,6 +106,7 @@ export class Folders {
   /** To be called before folders are asked for again, and `forgetOthers` when all have been. */
   startOver() {
     this.#hasNews = false;
+    this.#isUnsettled = false;
     this.#roots.clear();
   }
 
@@ -148,6 +114,7 @@ export class Folders {
   forgetOthers() {
     for (const [directory, folder] of this.#folders) {
       if (this.#asked.has(directory)) continue;
+      if (folder.watcher) this.#fullAt = -Infinity;
       folder.close();
       this.#folders.delete(directory);
     }
@@ -158,11 +125,20 @@ export class Folders {
     for (const folder of this.#folders.values()) folder.close();
     this.#folders.clear();
     this.#isWatching = false;
+    this.answers.close();
+  }
+
+  /** @param {number | undefined} otherwise where it gives no answer */
+  #inodeOf(directory, otherwise) {
+    const question = () => this.#system.stat(directory).then(({ ino }) => ino, (error) => (
+      isPassing(error) ? otherwise : undefined));
+    return this.answers.ask(directory, question, otherwise);
   }
 
   async #folderFor(directory, ino, accepts, isQuiet) {
-    ino ??= await inodeOf(directory);
     const known = this.#folders.get(directory);
+    ino ??= await this.#inodeOf(directory, known?.ino);
+    if (this.answers.isSilent(directory)) return undefined;
     if (known && known.ino === ino && (isQuiet || !known.isQuiet)) return known;
     known?.close();
     this.#folders.delete(directory);
@@ -175,7 +151,7 @@ export class Folders {
   }
 
   #watch(directory, folder, accepts) {
-    if (!this.#isWatching || this.#isFull) return;
+    if (!this.#mayWatch()) return;
     try {
       folder.watcher = fs.watch(directory, { persistent: false },
         (event, name) => this.#onEvent(directory, folder, accepts, event, name));
@@ -184,7 +160,6 @@ export class Folders {
         folder.touch();
         this.#hasNews = true;
       });
-      if (this.watched >= mostWatched) this.#stopWatchingMore('limit');
     } catch (error) {
       // A folder that may not be read can't be watched either, which is nothing to tell anybody.
       if (error.code === 'ENOSPC' || error.code === 'EMFILE') this.#stopWatchingMore(error.code);
@@ -207,8 +182,18 @@ export class Folders {
     this.#onChange();
   }
 
+  #mayWatch() {
+    const age = this.#now() - this.#fullAt;
+    if (!this.#isWatching || (age >= 0 && age < fullLookInterval)) return false;
+    if (this.watched < mostWatched) return true;
+    this.#stopWatchingMore('limit');
+    return false;
+  }
+
   #stopWatchingMore(reason) {
-    this.#isFull = true;
+    this.#fullAt = this.#now();
+    if (this.#hasToldOfFull) return;
+    this.#hasToldOfFull = true;
     this.#log.warn('no more folders can be watched; looking through the others every 30 s',
       { reason, watched: this.watched });
   }
@@ -221,27 +206,64 @@ export class Folders {
   async #bringUpToDate(directory, folder, accepts, names) {
     const isOld = this.#isDue(folder);
     if (!folder.isAllDirty && !isOld && folder.dirty.size === 0) return;
+    // One that couldn't be watched, or whose watch has failed.
+    if (isOld && folder.lookedAt > -Infinity && !folder.watcher && !folder.isQuiet) this.#watch(directory, folder, accepts);
     const isAll = folder.isAllDirty || isOld;
-    const changed = isAll ? names ?? await namesIn(directory, accepts) : [...folder.dirty];
+    const changed = isAll ? names ?? await this.#namesIn(directory, accepts) : [...folder.dirty];
+    if (changed === undefined) {
+      this.#leaveUnsettled(folder);
+      return;
+    }
     folder.isAllDirty = false;
     folder.dirty.clear();
     if (isAll) folder.lookedAt = this.#now();
-    const entries = isAll ? new Map() : folder.entries;
-    await this.#describeAll(directory, changed, entries);
-    folder.entries = entries;
+    const describe = () => this.#describeAll(directory, folder, changed);
+    // Many files may take long without being far away.
+    const entries = names ? await this.answers.ask(directory, describe, []) : await describe();
+    if (this.answers.isSilent(directory)) folder.touch();
+    if (isAll) folder.entries.clear();
+    for (const [name, entry] of entries) {
+      if (entry) folder.entries.set(name, entry);
+      else folder.entries.delete(name);
+    }
   }
 
-  async #describeAll(directory, names, entries) {
+  #leaveUnsettled(folder, name) {
+    folder.touch(name);
+    this.#isUnsettled = true;
+  }
+
+  /** Nothing where the folder can't be read just now. */
+  async #namesIn(directory, accepts) {
+    try {
+      return (await this.#system.readdir(directory)).filter(accepts);
+    } catch (error) {
+      return isPassing(error) ? undefined : [];
+    }
+  }
+
+  /** @returns {Promise<[string, Entry | undefined][]>} */
+  async #describeAll(directory, folder, names) {
+    const entries = [];
     let next = 0;
     const work = async () => {
       while (next < names.length) {
         const name = names[next];
         next += 1;
-        const entry = await describe(directory, name);
-        if (entry) entries.set(name, entry);
-        else entries.delete(name);
+        entries.push([name, await this.#describe(path.join(directory, name), folder, name)]);
       }
     };
     await Promise.all(Array.from({ length: Math.min(atOnce, names.length) }, work));
+    return entries;
+  }
+
+  async #describe(file, folder, name) {
+    try {
+      return entryOf(name, file, await this.#system.stat(file));
+    } catch (error) {
+      if (!isPassing(error)) return undefined;
+      this.#leaveUnsettled(folder, name);
+      return folder.entries.get(name);
+    }
   }
 }

@@ -9,6 +9,7 @@ import { Aider, searchInterval } from './aider.js';
 import { ClaudeCode } from './claudeCode.js';
 import { Cline } from './cline.js';
 import { Codex } from './codex.js';
+import { isPassing } from './folder.js';
 import { Folders } from './folders.js';
 import { Gemini } from './gemini.js';
 import { OpenCode } from './openCode.js';
@@ -42,8 +43,10 @@ const isTellable = (path) => !path.includes('\ufffd');
 const isId = (value) => (
   typeof value === 'string' && value !== '' && value.length <= 200 && !/[\p{Cc}\p{Cs}]/u.test(value));
 
-/** Failures that last as long as the file stays as it is; of another kind are those of a busy machine. */
+/** Failures that last as long as the file stays as it is. */
 const lasting = new Set([undefined, 'EACCES', 'EISDIR', 'ELOOP', 'ENXIO']);
+/** What can't be read just now is tried again soon; behind so many tries it counts as broken. */
+const mostHurriedLooks = 10;
 
 export class Scanner {
   #agents;
@@ -53,6 +56,7 @@ export class Scanner {
   #folders;
   /** True if what is known of a transcript is that of the look before. */
   #isUnsettled = false;
+  #unsettledLooks = 0;
   #last;
   #log;
   #mostRows;
@@ -62,22 +66,24 @@ export class Scanner {
 
   /**
    * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, now: () => number, watch?: boolean,
-   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]>, isBounded?: boolean }} options
+   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]>, isBounded?: boolean,
+   *   folders?: object }} options `folders` are further ones for Folders
    * `isBounded`: not those that are too old to be offered, nor more than can be
    */
-  constructor({ environment, log, now, watch = true, onChange, runningFolders, isBounded = true }) {
+  constructor({ environment, log, now, watch = true, onChange, runningFolders, isBounded = true, folders }) {
     this.#environment = environment;
     this.#log = log;
     this.#mostRows = isBounded ? mostRows : Infinity;
     this.#oldestMs = isBounded ? oldestMs : Infinity;
-    this.#folders = new Folders({ watch, log, now, onChange });
+    this.#folders = new Folders({ watch, log, now, onChange, ...folders });
     this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi].map((Agent) => new Agent({ environment, log }));
     this.#aider = new Aider({ environment, runningFolders });
   }
 
   /** True if something is known to have changed that the last look had to leave. */
   get isLate() {
-    return this.#isUnsettled || this.#agents.some((agent) => agent.isLate);
+    const isUnsettled = this.#isUnsettled || this.#folders.isUnsettled;
+    return (isUnsettled && this.#unsettledLooks <= mostHurriedLooks) || this.#agents.some((agent) => agent.isLate);
   }
 
   /** When the agents' folders were last looked through, which isn't done as long as nothing tells of a change. */
@@ -124,6 +130,7 @@ export class Scanner {
     sessions.push(...await this.#sessions(late, context, used));
     this.#folders.forgetOthers();
     this.#forgetOthers(used);
+    this.#unsettledLooks = this.#isUnsettled || this.#folders.isUnsettled ? this.#unsettledLooks + 1 : 0;
     return { at: now, sessions, known };
   }
 
@@ -171,7 +178,8 @@ export class Scanner {
     } catch (error) {
       if (error.code === undefined) this.#reportOnce(agent.source, error);
       if (lasting.has(error.code)) this.#cache.set(key, { stamp: entry.stamp, facts: undefined });
-      return undefined;
+      this.#isUnsettled ||= isPassing(error);
+      return isPassing(error) ? known?.facts : undefined;
     }
   }
 
