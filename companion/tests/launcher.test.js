@@ -107,3 +107,32 @@ for (const [name, status] of [['SIGINT', 130], ['SIGTERM', 143], ['SIGHUP', 129]
     assert.deepEqual(fs.readdirSync(home.shared).filter((file) => !file.endsWith('.sock')), []);
   });
 }
+
+/** Runs a program as a shell does in a terminal, closes that once the code is shown, and tells how the program ended. */
+const inTerminal = `
+import fcntl, os, pty, subprocess, sys, termios
+outside, inside = pty.openpty()
+def lead():
+    os.setsid()
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+program = subprocess.Popen(sys.argv[1:], stdin=inside, stdout=inside, stderr=inside, preexec_fn=lead)
+os.close(inside)
+said = b""
+while b"valid until" not in said:
+    said += os.read(outside, 4096)
+os.close(outside)
+print(program.wait(20))
+`;
+
+test('a terminal that is closed while a code is shown voids the code, and nothing aborts', async (t) => {
+  const home = temporaryHome(t);
+  await fakeDaemon(t, home);
+  const child = spawn('python3', ['-c', inTerminal, launcher, 'pair'], { env: home.environment });
+  t.after(() => child.kill('SIGKILL'));
+  let [output, errors] = ['', ''];
+  child.stdout.on('data', (bytes) => { output += bytes; });
+  child.stderr.on('data', (bytes) => { errors += bytes; });
+  await once(child, 'close');
+  assert.equal(output, '-1\n', errors);
+  assert.deepEqual(fs.readdirSync(home.shared).filter((file) => !file.endsWith('.sock')), []);
+});
