@@ -59,7 +59,7 @@ class HalfAReplyIsNotHeard(AgentsCase):
         for name, agent in sessions.items():
             self.attach(name, agent)
         texts = {name: f"The whole of what {name} says, once" for name in sessions}
-        for name, agent in sessions.items():
+        for name, agent in reversed(sessions.items()):
             agent.say_half(texts[name])
         # Long enough for an agent that writes nothing meanwhile to be taken for one that has finished.
         witness.say("Meanwhile somebody else is heard from the beginning to the very end, and takes a good while for it")
