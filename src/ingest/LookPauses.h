@@ -8,7 +8,8 @@
 
 namespace sonra {
 
-/// Tells for how long transcripts are left alone whose last look ran out of its time.
+/// Tells for how long transcripts are left alone whose last look was in vain: it
+/// ran out of its time, or met with a lock.
 ///
 /// The pause is ten times as long as the look, and twice as long after each further one in vain, up
 /// to five minutes: by then a look costs next to nothing, and one may succeed yet, as when the file

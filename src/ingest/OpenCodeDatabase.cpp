@@ -41,6 +41,8 @@ constexpr const char* messageQuery = "SELECT id, data FROM message WHERE rowid =
 constexpr const char* partsQuery =
     "SELECT rowid, message_id FROM part WHERE message_id IN"
     " (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, ?16) ORDER BY rowid";
+/// Who may read this may read all the rest: the transaction keeps its lock.
+constexpr const char* anythingQuery = "SELECT 1 FROM sqlite_master LIMIT 1";
 constexpr const char* partQuery = "SELECT id, data FROM part WHERE rowid = ?1";
 
 bool isUnreserved(char c) {
@@ -299,13 +301,16 @@ std::optional<std::vector<OpenCodeDatabase::Text>> OpenCodeDatabase::look(
     auto deadline = start + longestLook_;
     sqlite3_progress_handler(handle_.get(), stepsBetweenLooksAtTheClock, isPastDeadline, &deadline);
     Search search{sinceMs, onlyNewest, {}};
-    // Messages and parts of one moment.
+    // Messages and parts of one moment. Each query would wait for the lock anew.
     sqlite3_exec(handle_.get(), "BEGIN", nullptr, nullptr, nullptr);
-    const bool isWhole = Look(handle_.get(), search).searchSession(session) && isStillUnlogged();
+    const int entered = sqlite3_exec(handle_.get(), anythingQuery, nullptr, nullptr, nullptr);
+    const bool isWhole = entered == SQLITE_OK &&
+                         Look(handle_.get(), search).searchSession(session) && isStillUnlogged();
     sqlite3_exec(handle_.get(), "COMMIT", nullptr, nullptr, nullptr);
     sqlite3_progress_handler(handle_.get(), 0, nullptr, nullptr);
     ranOutAfter_.reset();
-    if (const auto now = Clock::now(); !isWhole && now > deadline)
+    const auto now = Clock::now();
+    if (!isWhole && (entered == SQLITE_BUSY || now > deadline))
         ranOutAfter_ = std::chrono::ceil<std::chrono::milliseconds>(now - start);
     if (!isWhole) return std::nullopt;
     search.finish();

@@ -16,7 +16,7 @@ namespace sonra {
 /// Read-only, and written to by the agent meanwhile: what it has committed is seen, in its
 /// write-ahead log too. Nothing is created beside the file; the one exception is the index of a log
 /// that was left behind without one, which SQLite has to build before it can read the log. Waits a
-/// few milliseconds for a lock, and a look ends after a quarter of a second, by which a
+/// few milliseconds for a lock, once in a look, which ends after a quarter of a second, by which a
 /// big store without indexes may not have been walked through. Used by one thread,
 /// never throws: a file that isn't a database, is locked, damaged or of another schema gives
 /// nothing.
@@ -40,7 +40,8 @@ class OpenCodeDatabase {
     std::optional<std::vector<Text>> textsSince(const std::string& session, std::int64_t sinceMs);
     /// Those of the newest time; a look at the session's end only.
     std::optional<std::vector<Text>> newestTexts(const std::string& session);
-    /// How long the last look took if it was ended before it found everything.
+    /// How long the last look took if it was ended before it found everything, or found the store
+    /// locked.
     std::optional<std::chrono::milliseconds> ranOutAfter() const { return ranOutAfter_; }
 
   private:

@@ -59,8 +59,8 @@ std::string OpenCodeDatabaseReader::watchPath(const std::string& url) const {
 TailOffset OpenCodeDatabaseReader::initialOffset(const std::string& url) const {
     const auto name = nameOf(url);
     if (!name) return TailOffset::unixMs(0);
-    auto store = OpenCodeDatabase::open(name->store, longestLook_);
-    const auto texts = store ? store->newestTexts(name->session) : std::nullopt;
+    const auto texts =
+        ask(url, name->store, [&](auto& store) { return store.newestTexts(name->session); });
     // What can't be read now is old all the same.
     if (!texts) {
         const auto now = std::chrono::floor<std::chrono::milliseconds>(clock_());
@@ -78,26 +78,33 @@ LiveTailReader::Reading OpenCodeDatabaseReader::readSince(const std::string& url
     const auto version = UnchangedDocuments::versionOf(name->store, name->store + "-wal");
     const auto known = version ? unchanged_.count(url, *version) : std::nullopt;
     if (known && *known <= offset.intValue()) return {{}, offset};
-    if (pauses_.isPaused(url, clock_())) return {{}, offset};
     auto reading = look(url, name->store, name->session, offset);
     if (!reading) return {{}, offset};
     if (version) unchanged_.remember(url, *version, reading->newOffset.intValue());
     return *std::move(reading);
 }
 
-std::optional<LiveTailReader::Reading> OpenCodeDatabaseReader::look(const std::string& url,
-                                                                    const std::string& path,
-                                                                    const std::string& session,
-                                                                    TailOffset offset) const {
+std::optional<OpenCodeDatabaseReader::Texts> OpenCodeDatabaseReader::ask(
+    const std::string& url, const std::string& path, const Question& question) const {
+    if (pauses_.isPaused(url, clock_())) return std::nullopt;
     auto store = OpenCodeDatabase::open(path, longestLook_);
-    const auto sinceMs = offset.intValue() / textsPerMs;
-    // Times before 1970 count as 1970.
-    const auto texts =
-        store ? store->textsSince(session, sinceMs == 0 ? INT64_MIN : sinceMs) : std::nullopt;
+    auto texts = store ? question(*store) : std::nullopt;
     if (const auto took = store ? store->ranOutAfter() : std::nullopt)
         pauses_.lookRanOut(url, clock_(), *took);
     else
         pauses_.lookSucceeded(url);
+    return texts;
+}
+
+std::optional<LiveTailReader::Reading> OpenCodeDatabaseReader::look(const std::string& url,
+                                                                    const std::string& path,
+                                                                    const std::string& session,
+                                                                    TailOffset offset) const {
+    const auto sinceMs = offset.intValue() / textsPerMs;
+    // Times before 1970 count as 1970.
+    const auto texts = ask(url, path, [&](auto& store) {
+        return store.textsSince(session, sinceMs == 0 ? INT64_MIN : sinceMs);
+    });
     if (!texts) return std::nullopt;
     auto seen = offset.intValue() % textsPerMs;
     std::vector<TranscriptRecord> records;

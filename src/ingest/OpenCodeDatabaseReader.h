@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "ingest/LookPauses.h"
 #include "ingest/OpenCodeDatabase.h"
@@ -20,9 +21,9 @@ namespace sonra {
 /// A text is spoken once it is complete, which it says or its message does. The cursor is `unixMs`
 /// in thousandths: the time of the newest text that was read, and in the last three digits how many
 /// of that time were, so that another one of the same time isn't lost. A store that nobody has
-/// written to since a look isn't looked into again, and one where a look ran out of its time is
-/// left alone for a while, so that the caller isn't held up all the time. Any thread as far as the
-/// clock is, never throws.
+/// written to since a look isn't looked into again, and one that was locked or where a look ran out
+/// of its time is left alone for a while, so that the caller isn't held up all the time. Any thread
+/// as far as the clock is, never throws.
 class OpenCodeDatabaseReader : public ShapeReader {
   public:
     using Clock = std::function<std::chrono::system_clock::time_point()>;
@@ -43,7 +44,12 @@ class OpenCodeDatabaseReader : public ShapeReader {
     std::string watchPath(const std::string& url) const override;
 
   private:
-    /// Absent if the store can't be read.
+    using Texts = std::vector<OpenCodeDatabase::Text>;
+    using Question = std::function<std::optional<Texts>(OpenCodeDatabase& store)>;
+
+    /// Absent if the store can't be read, or is left alone.
+    std::optional<Texts> ask(const std::string& url, const std::string& path,
+                             const Question& question) const;
     std::optional<Reading> look(const std::string& url, const std::string& path,
                                 const std::string& session, TailOffset offset) const;
 

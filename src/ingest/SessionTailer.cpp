@@ -11,11 +11,15 @@
 namespace sonra {
 namespace {
 
-/// The cursor to begin with. A saved position past the end means that the file was replaced.
-TailOffset chooseOffset(std::optional<TailOffset> saved, TailOffset initial) {
-    if (!saved) return initial;
+/// The cursor to begin with. A saved position past the end means that the file was replaced. Of
+/// other kinds the end doesn't matter, which may be long to find.
+TailOffset chooseOffset(std::optional<TailOffset> saved, const LiveTailReader& reader,
+                        const std::string& location) {
     const auto byte = TailOffset::Kind::byte;
-    if (saved->kind() != byte || initial.kind() != byte) return *saved;
+    if (saved && saved->kind() != byte) return *saved;
+    const auto initial = reader.initialOffset(location);
+    if (!saved) return initial;
+    if (initial.kind() != byte) return *saved;
     const bool within = saved->intValue() >= 0 && saved->intValue() <= initial.intValue();
     return within ? *saved : initial;
 }
@@ -64,7 +68,7 @@ void SessionTailer::State::start() {
     const unsigned stopsBefore = stops;
     const std::string location = options.pathProvider();
     if (stops != stopsBefore) return;
-    offset = chooseOffset(options.startOffset, reader.initialOffset(location));
+    offset = chooseOffset(options.startOffset, reader, location);
     armWatch(reader.watchPath(location));
     armPollTimer();
 }

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <memory>
 #include <set>
+#include <utility>
 
 #include "ingest/FileTime.h"
 #include "ingest/OpenCodeParser.h"
@@ -55,6 +56,16 @@ class OpenCodeDatabaseReading : public testing::Test {
         const auto before = cursor;
         EXPECT_EQ(followed(), Lines{});
         EXPECT_EQ(cursor, before);
+    }
+    /// As where nothing of what can't be seen is new.
+    void expectEndIsNow() const {
+        const auto ms = std::chrono::floor<std::chrono::milliseconds>(now).time_since_epoch();
+        EXPECT_EQ(reader.initialOffset(url), TailOffset::unixMs(ms.count() * 1000));
+    }
+    /// Not at all isn't long enough: the lock may be there for a moment only.
+    static void expectShort(std::chrono::microseconds wait) {
+        EXPECT_GT(wait.count(), 1'000);
+        EXPECT_LE(wait.count(), 25'000);
     }
     std::set<std::string> namesInDir() const {
         std::set<std::string> names;
@@ -390,6 +401,37 @@ TEST_F(OpenCodeDatabaseReading, ReadsAStoreWithoutALog) {
     EXPECT_EQ(namesInDir(), std::set<std::string>{"opencode.db"});
 }
 
+/// Counts for how long SQLite would sleep meanwhile, which it does while it waits for a lock; it
+/// doesn't.
+class SqliteSleeps {
+  public:
+    SqliteSleeps() {
+        replaced_ = sqlite3_vfs_find(nullptr);
+        counting_ = *replaced_;
+        counting_.zName = "counting";
+        counting_.xSleep = [](sqlite3_vfs*, int microseconds) {
+            asked_ += std::chrono::microseconds(microseconds);
+            return microseconds;
+        };
+        asked_ = {};
+        EXPECT_EQ(sqlite3_vfs_register(&counting_, 1), SQLITE_OK);
+    }
+    ~SqliteSleeps() {
+        sqlite3_vfs_unregister(&counting_);
+        sqlite3_vfs_register(replaced_, 1);
+    }
+    SqliteSleeps(const SqliteSleeps&) = delete;
+    SqliteSleeps& operator=(const SqliteSleeps&) = delete;
+
+    std::chrono::microseconds sinceLastAsked() const { return std::exchange(asked_, {}); }
+
+  private:
+    inline static std::chrono::microseconds asked_{};
+
+    sqlite3_vfs counting_{};
+    sqlite3_vfs* replaced_ = nullptr;
+};
+
 TEST_F(OpenCodeDatabaseReading, DoesNotWaitForAnotherProcessThatHasTheStoreForItself) {
     for (const char* journal : {"wal", "delete"}) {
         const auto locked = dir / (std::string(journal) + ".db");
@@ -413,12 +455,37 @@ TEST_F(OpenCodeDatabaseReading, DoesNotWaitForAnotherProcessThatHasTheStoreForIt
         ASSERT_EQ(read(held[0], &mark, 1), 1);
         close(held[0]);
         close(held[1]);
-        const auto before = std::chrono::steady_clock::now();
+        const SqliteSleeps slept;
         expectNothing();
-        EXPECT_EQ(reader.initialOffset(url), TailOffset::unixMs(5'000'000 * std::int64_t{1000}))
-            << "nothing of what can't be seen is new";
-        EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+        expectShort(slept.sinceLastAsked());
+        expectNothing();
+        expectEndIsNow();
+        EXPECT_EQ(slept.sinceLastAsked(), std::chrono::milliseconds(0)) << "it is left alone now";
+        now += LookPauses::longest;
+        expectEndIsNow();
+        expectShort(slept.sinceLastAsked());
+        expectNothing();
+        EXPECT_EQ(slept.sinceLastAsked(), std::chrono::milliseconds(0));
     }
+}
+
+TEST_F(OpenCodeDatabaseReading, AStoreThatIsNoLongerLockedIsReadOn) {
+    OpenCodeStore store(path, "delete");
+    addReply(store, "msg_a", 1000, "One.");
+    const SqliteSleeps slept;
+    store.run("BEGIN EXCLUSIVE");
+    expectNothing();
+    store.run("ROLLBACK");
+    now += LookPauses::longest;
+    EXPECT_EQ(followed(), Lines{"msg_a: One."});
+    store.run("BEGIN EXCLUSIVE");
+    store.part("prt_z", "msg_a", "{}");
+    expectNothing();
+    store.run("COMMIT");
+    now += std::chrono::seconds(1);
+    expectNothing();
+    addReply(store, "msg_b", 2000, "Two.");
+    EXPECT_EQ(followed(), Lines{"msg_b: Two."}) << "the pause was a short one again";
 }
 
 /// As in a store so big that a walk through it takes longer than a look may.
@@ -441,6 +508,26 @@ TEST_F(OpenCodeDatabaseReading, LeavesAStoreAloneForAWhileWhenALookRanOut) {
     now += LookPauses::longest;
     EXPECT_EQ(found(), 1U);
     EXPECT_EQ(found(), 1U);
+}
+
+TEST_F(OpenCodeDatabaseReading, LooksForTheEndOnlyWhereItLooksAtAll) {
+    const OpenCodeDatabaseReader hurried{[this] { return now; }, std::chrono::milliseconds(-1)};
+    const auto end = [&] { return hurried.initialOffset(url); };
+    OpenCodeStore store(path);
+    store.run("DROP INDEX part_message_idx");
+    addReply(store, "msg_a", 1000, "One.");
+    const auto known = end();
+    EXPECT_EQ(known.intValue(), 1000 * 1000 + 1);
+    store.run(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 5000)"
+        " INSERT INTO part SELECT 'other_' || i, 'msg_other', 'ses_2', 0, 0, '{}' FROM n");
+    EXPECT_GT(end().intValue(), known.intValue()) << "what can't be found out is old";
+    store.run("DELETE FROM part WHERE session_id = 'ses_2'");
+    EXPECT_TRUE(hurried.readSince(url, epoch).records.empty());
+    EXPECT_GT(end().intValue(), known.intValue());
+    now += LookPauses::longest;
+    EXPECT_EQ(end(), known);
+    EXPECT_EQ(hurried.readSince(url, epoch).records.size(), 1U);
 }
 
 TEST_F(OpenCodeDatabaseReading, YieldsNothingOfWhatIsNoStore) {

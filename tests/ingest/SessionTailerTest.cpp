@@ -484,7 +484,10 @@ TEST_F(SessionTailerTest, BelongsToTheMainThread) {
 class ScriptedReader : public LiveTailReader {
   public:
     std::string_view id() const override { return "scripted"; }
-    TailOffset initialOffset(const std::string&) const override { return initial; }
+    TailOffset initialOffset(const std::string&) const override {
+        ++lookedForEnd;
+        return initial;
+    }
     Reading readSince(const std::string&, TailOffset offset) const override {
         asked.push_back(offset);
         return {{}, next};
@@ -494,6 +497,7 @@ class ScriptedReader : public LiveTailReader {
     TailOffset initial = TailOffset::unixMs(5000);
     TailOffset next = TailOffset::unixMs(5000);
     mutable std::vector<TailOffset> asked;
+    mutable int lookedForEnd = 0;
 
   private:
     ClaudeCodeReader claude_;
@@ -514,6 +518,19 @@ TEST_F(SessionTailerCursorTest, ATimeNeverRunsBackward) {
     scripted.next = TailOffset::unixMs(7000);
     followed.tickNow();
     EXPECT_EQ(persisted.back(), TailOffset::unixMs(7000));
+}
+
+/// Which a large store may be long in telling.
+TEST_F(SessionTailerCursorTest, TheEndIsNotLookedForWhereItDoesNotMatter) {
+    startOffset = TailOffset::unixMs(3000);
+    auto resumed = scriptedTailer();
+    resumed.start();
+    EXPECT_EQ(resumed.offset(), TailOffset::unixMs(3000));
+    EXPECT_EQ(scripted.lookedForEnd, 0);
+    startOffset = std::nullopt;
+    auto fresh = scriptedTailer();
+    fresh.start();
+    EXPECT_EQ(scripted.lookedForEnd, 1);
 }
 
 TEST_F(SessionTailerCursorTest, AShrunkenDocumentHoldsItsCursor) {
