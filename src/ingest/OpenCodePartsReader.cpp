@@ -71,19 +71,25 @@ class PartsLook {
         const bool isChanged = isNew(message);
         if (!isChanged && std::ranges::none_of(parts, [&](const File& f) { return isNew(f); }))
             return;
+        const auto whole = FileTail::read(message.path, 0);
+        const auto object = whole ? json::parseObject(whole->bytes()) : std::nullopt;
+        if (!object) {
+            isWaiting_ = isWaiting_ || isWaitedFor(message);
+            return;
+        }
+        // Only now: the cursor can't go back to the parts of a message that is whole later.
         see(message);
         for (const auto& part : parts) see(part);
-        const auto whole = FileTail::read(message.path, 0);
-        if (!whole) return;
         auto record = TranscriptRecord::jsonl(std::string(whole->bytes()));
         if (OpenCodeParser().parse(record)) {
             if (isChanged) add(message.modifiedMs, message.path, std::move(record));
-        } else if (const auto object = json::parseObject(whole->bytes())) {
-            if (OpenCodePart::isReply(*object)) takeParts(*object, message, parts);
+        } else if (OpenCodePart::isReply(*object)) {
+            takeParts(*object, message, parts);
         }
     }
 
     LiveTailReader::Reading finish() {
+        if (isWaiting_) return {{}, TailOffset::unixMs(cursor_)};
         std::ranges::sort(found_, {}, [](const Found& f) { return std::tie(f.timeMs, f.path); });
         std::vector<TranscriptRecord> records;
         for (auto& found : found_) records.push_back(std::move(found.record));
@@ -97,6 +103,10 @@ class PartsLook {
         TranscriptRecord record;
     };
 
+    bool isWaitedFor(const File& file) const {
+        const auto age = nowMs_ - file.modifiedMs;
+        return age >= -1000 && std::chrono::milliseconds(age) < OpenCodePartsReader::patience;
+    }
     bool isNew(const File& file) const { return file.modifiedMs > cursor_ && isSettled(file); }
     void see(const File& file) {
         if (isSettled(file)) newest_ = std::max(newest_, file.modifiedMs);
@@ -132,6 +142,7 @@ class PartsLook {
     const std::int64_t cursor_;
     std::int64_t newest_;
     const std::int64_t nowMs_;
+    bool isWaiting_ = false;
     std::vector<Found> found_;
 };
 

@@ -24,6 +24,10 @@ class OpenCodePartsReader : public ShapeReader {
     /// More than the file system's clock is behind.
     static constexpr std::chrono::milliseconds moment{20};
 
+    /// So long a message that can't be decoded is waited for, as one that is being rewritten; then
+    /// it counts as damaged, and the others go on without it.
+    static constexpr std::chrono::seconds patience{10};
+
     explicit OpenCodePartsReader(Clock clock = std::chrono::system_clock::now)
         : clock_(std::move(clock)) {}
 

@@ -83,6 +83,35 @@ TEST_F(OpenCodeParts, LeaveOutWhatTheAgentAdded) {
     EXPECT_EQ(followed(), Lines{"msg_a: Words."});
 }
 
+/// As an agent rewrites it in its place.
+TEST_F(OpenCodeParts, WaitForAMessageThatIsHalfWritten) {
+    const auto whole = message("msg_a", "assistant", complete);
+    writePart("msg_a", "prt_a", 1000, part("prt_a", "One.", ended));
+    writeReply("msg_b", 1200, "Two.");
+    for (const auto& half : {whole.substr(0, whole.size() / 2), std::string()}) {
+        writeMessage("msg_a", 1100, half);
+        now = system_clock::time_point(milliseconds(1300));
+        EXPECT_EQ(followed(), Lines{});
+        EXPECT_EQ(cursor, TailOffset::unixMs(0));
+    }
+    writeMessage("msg_a", 1400, whole);
+    now = system_clock::time_point(milliseconds(1500));
+    EXPECT_EQ(followed(), (Lines{"msg_a: One.", "msg_b: Two."}));
+    EXPECT_EQ(cursor, reader.initialOffset(session));
+}
+
+TEST_F(OpenCodeParts, GoOnWithoutAMessageThatStaysHalfWritten) {
+    const auto whole = message("msg_a", "assistant", complete);
+    writePart("msg_a", "prt_a", 1000, part("prt_a", "One.", ended));
+    writeMessage("msg_a", 1100, whole.substr(0, whole.size() / 2));
+    now = system_clock::time_point(milliseconds(1100) + OpenCodePartsReader::patience);
+    EXPECT_EQ(followed(), Lines{});
+    EXPECT_EQ(cursor, TailOffset::unixMs(0)) << "it can be heard yet";
+    writeReply("msg_b", 1200, "Two.");
+    EXPECT_EQ(followed(), Lines{"msg_b: Two."});
+    EXPECT_EQ(followed(), Lines{});
+}
+
 TEST_F(OpenCodeParts, SpeakNothingOfUsersAndSummaries) {
     writePart("msg_a", "prt_1", 1000, part("prt_1", "A question.", ended));
     writeMessage("msg_a", 1000, message("msg_a", "user"));
