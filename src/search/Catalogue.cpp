@@ -22,31 +22,32 @@ void Catalogue::forgetId(const SessionMeta& entry) {
 
 void Catalogue::publish(Entry entry) {
     auto& place = byPath_[entry->jsonlPath];
-    if (place) forgetId(*place);
+    if (place.entry) forgetId(*place.entry);
     byId_[entry->sessionId].push_back(entry);
-    place = std::move(entry);
+    place = {std::move(entry), ++published_};
     snapshot_.reset();
 }
 
 bool Catalogue::remove(const std::string& path) {
     const auto found = byPath_.find(path);
     if (found == byPath_.end()) return false;
-    forgetId(*found->second);
+    forgetId(*found->second.entry);
     byPath_.erase(found);
     snapshot_.reset();
     return true;
 }
 
-Catalogue::Difference Catalogue::adopt(const std::unordered_map<std::string, StatAttr>& walked) {
+Catalogue::Difference Catalogue::adopt(const std::unordered_map<std::string, StatAttr>& walked,
+                                       Moment walkBegan) {
     std::vector<std::string> gone;
-    for (const auto& [path, entry] : byPath_)
-        if (!walked.contains(path)) gone.push_back(path);
+    for (const auto& [path, place] : byPath_)
+        if (place.published <= walkBegan && !walked.contains(path)) gone.push_back(path);
     for (const auto& path : gone) remove(path);
     Difference difference{{}, !gone.empty()};
     for (const auto& [path, attributes] : walked) {
         const auto known = byPath_.find(path);
         if (known == byPath_.end() ||
-            StatAttr{known->second->mtime, known->second->bytes} != attributes)
+            StatAttr{known->second.entry->mtime, known->second.entry->bytes} != attributes)
             difference.toRead.push_back(path);
     }
     return difference;
@@ -61,7 +62,7 @@ const SessionSnapshot& Catalogue::snapshot() {
     if (!snapshot_) {
         SessionSnapshot::Entries entries;
         entries.reserve(byPath_.size());
-        for (const auto& [path, entry] : byPath_) entries.push_back(entry);
+        for (const auto& [path, place] : byPath_) entries.push_back(place.entry);
         std::ranges::sort(entries, comesFirst);
         snapshot_.emplace(std::move(entries));
     }

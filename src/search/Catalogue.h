@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,9 @@ class Catalogue {
   public:
     using Entry = std::shared_ptr<const SessionMeta>;
 
+    /// Tells what was published before and what later.
+    using Moment = std::uint64_t;
+
     /// What a walk of the tree comes to.
     struct Difference {
         std::vector<std::string> toRead;  ///< paths that are new or changed
@@ -28,8 +32,10 @@ class Catalogue {
     void publish(Entry entry);
     /// False if there was nothing.
     bool remove(const std::string& path);
-    /// Drops every session whose path isn't in `walked`.
-    Difference adopt(const std::unordered_map<std::string, StatAttr>& walked);
+    [[nodiscard]] Moment now() const { return published_; }
+    /// Drops every session whose path isn't in `walked`, but none that was published after the
+    /// moment at which the walk began: it may have come to a directory that was listed by then.
+    Difference adopt(const std::unordered_map<std::string, StatAttr>& walked, Moment walkBegan);
 
     /// Of several the first of the snapshot.
     [[nodiscard]] Entry withId(const std::string& sessionId) const;
@@ -37,9 +43,15 @@ class Catalogue {
     [[nodiscard]] const SessionSnapshot& snapshot();
 
   private:
+    struct Place {
+        Entry entry;
+        Moment published = 0;
+    };
+
     void forgetId(const SessionMeta& entry);
 
-    std::unordered_map<std::string, Entry> byPath_;
+    Moment published_ = 0;
+    std::unordered_map<std::string, Place> byPath_;
     std::unordered_map<std::string, std::vector<Entry>> byId_;
     std::optional<SessionSnapshot> snapshot_;
 };

@@ -139,19 +139,26 @@ void SessionIndex::State::catchUp(const std::string& root) {
 
 /// False if nothing had changed.
 bool SessionIndex::State::bringUpToDate(const std::string& root) {
+    const auto walkBegan = now();
     const auto walked = statWalk(root);
     std::uint64_t generation = 0;
-    const auto difference = beginReconcile(walked, generation);
+    const auto difference = beginReconcile(walked, walkBegan, generation);
     if (difference.toRead.empty()) return difference.hasLost;
     summariseAll(difference.toRead, generation);
     endReconcile(generation);
     return true;
 }
 
-Catalogue::Difference SessionIndex::State::beginReconcile(
-    const std::unordered_map<std::string, StatAttr>& walked, std::uint64_t& generation) {
+Catalogue::Moment SessionIndex::State::now() {
     MutexLock lock(knowing_);
-    auto difference = catalogue_.adopt(walked);
+    return catalogue_.now();
+}
+
+Catalogue::Difference SessionIndex::State::beginReconcile(
+    const std::unordered_map<std::string, StatAttr>& walked, Catalogue::Moment walkBegan,
+    std::uint64_t& generation) {
+    MutexLock lock(knowing_);
+    auto difference = catalogue_.adopt(walked, walkBegan);
     generation = ++generation_;
     progress_ = {static_cast<int>(difference.toRead.size()), 0, !difference.toRead.empty()};
     return difference;

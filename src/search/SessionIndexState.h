@@ -51,8 +51,9 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     void summariseOne(const std::string& path, std::uint64_t generation);
     void runTouched(const std::vector<std::string>& paths);
     bool refresh(const std::string& path);
+    Catalogue::Moment now();
     Catalogue::Difference beginReconcile(const std::unordered_map<std::string, StatAttr>& walked,
-                                         std::uint64_t& generation);
+                                         Catalogue::Moment walkBegan, std::uint64_t& generation);
     void endReconcile(std::uint64_t generation);
     void saveAndNotify();
     void notify(SessionSnapshot sessions);
