@@ -47,7 +47,9 @@ bool AtomicFile::write(const std::string& path, std::string_view bytes) {
 bool AtomicFile::writeThrough(const std::string& temporary, const std::string& path,
                               std::string_view bytes) {
     if (writeWhole(temporary, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
+    const int reason = errno;
     ::unlink(temporary.c_str());
+    errno = reason;
     return false;
 }
 

@@ -10,8 +10,8 @@ namespace sonra {
 /// half of it and a writer that is killed leaves the old one. No instances; any thread, but two
 /// writers of one path need a lock.
 struct AtomicFile {
-    /// Writes `<path>.tmp` (mode 0600) and renames it over `path`. False if anything fails; `path`
-    /// is then untouched.
+    /// Writes `<path>.tmp` (mode 0600) and renames it over `path`. False if anything fails, for
+    /// which errno tells the reason; `path` is then untouched.
     static bool write(const std::string& path, std::string_view bytes);
     /// As `write`, through a temporary file of this name in the same directory.
     static bool writeThrough(const std::string& temporary, const std::string& path,

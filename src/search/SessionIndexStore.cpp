@@ -23,11 +23,16 @@ void complain(const std::string& text) {
     std::fputs(("[index-store] " + text + "\n").c_str(), stderr);
 }
 
+[[noreturn]] void fail(int code) {
+    throw SessionIndexStoreError(code, std::generic_category().message(code));
+}
+
 }  // namespace
 
-SessionIndexStore::SessionIndexStore(std::optional<std::string> cacheDir)
+SessionIndexStore::SessionIndexStore(std::optional<std::string> cacheDir, std::size_t maxBytes)
     : cacheDir_(cacheDir ? *std::move(cacheDir) : defaultCacheDir()),
-      cachePath_(cacheDir_ + "/sessions.json") {}
+      cachePath_(cacheDir_ + "/sessions.json"),
+      maxBytes_(maxBytes) {}
 
 void SessionIndexStore::ensureDir() const {
     std::error_code error;
@@ -41,7 +46,7 @@ std::optional<IndexFile> SessionIndexStore::load() const {
     std::error_code unreadable;
     const auto size = fs::file_size(cachePath_, unreadable);
     if (unreadable) return std::nullopt;
-    if (size > maxBytes) {
+    if (size > maxBytes_) {
         complain("corrupt cache, rebuilding: " + std::to_string(size) + " bytes");
         return std::nullopt;
     }
@@ -62,10 +67,10 @@ std::optional<IndexFile> SessionIndexStore::load() const {
 
 void SessionIndexStore::save(const IndexFile& file) const {
     ensureDir();
+    const auto bytes = file.encoded();
+    if (bytes.size() > maxBytes_) fail(EFBIG);
     errno = 0;
-    if (AtomicFile::write(cachePath_, file.encoded())) return;
-    const int code = errno;
-    throw SessionIndexStoreError(code, std::generic_category().message(code));
+    if (!AtomicFile::write(cachePath_, bytes)) fail(errno);
 }
 
 }  // namespace sonra

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -25,12 +26,14 @@ class SessionIndexStoreError : public std::runtime_error {
 /// lock.
 class SessionIndexStore {
   public:
-    /// Larger files aren't read: a catalogue of a hundred thousand sessions fits, and a file of
-    /// something else costs no memory.
-    static constexpr std::size_t maxBytes = std::size_t{96} << 20;
+    /// Larger files are neither read nor written, so that a file of something else costs no memory.
+    /// A session takes up to 1.8 KB, where both of its texts are long and in a script of three
+    /// bytes a character: a hundred thousand of them should fit.
+    static constexpr std::size_t mostBytes = std::size_t{180} << 20;
 
     /// Without a directory "Sonra" in the user's caches directory.
-    explicit SessionIndexStore(std::optional<std::string> cacheDir = std::nullopt);
+    explicit SessionIndexStore(std::optional<std::string> cacheDir = std::nullopt,
+                               std::size_t maxBytes = mostBytes);
 
     [[nodiscard]] const std::string& cacheDir() const { return cacheDir_; }
     [[nodiscard]] const std::string& cachePath() const { return cachePath_; }
@@ -38,12 +41,14 @@ class SessionIndexStore {
     /// Makes the directory and those above it; throws SessionIndexStoreError.
     void ensureDir() const;
     [[nodiscard]] std::optional<IndexFile> load() const;
-    /// Replaces the file whole; throws SessionIndexStoreError.
+    /// Replaces the file whole; throws SessionIndexStoreError. One that would be too large to be
+    /// loaded leaves the old one, which is better than none.
     void save(const IndexFile& file) const;
 
   private:
     std::string cacheDir_;
     std::string cachePath_;
+    std::size_t maxBytes_;
 };
 
 }  // namespace sonra

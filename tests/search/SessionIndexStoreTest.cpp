@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <limits>
@@ -183,6 +184,65 @@ TEST_F(SessionIndexStoreTest, TwoHundredMegabytesOfGarbageCostNothing) {
     EXPECT_NE(testing::internal::GetCapturedStderr(), "");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     EXPECT_LT(peakKilobytes() - before, 20'000);
+}
+
+TEST_F(SessionIndexStoreTest, WhatWouldntBeLoadedIsntWritten) {
+    IndexFile file;
+    file.sessions = {record("a")};
+    const SessionIndexStore small(dir_.path(), file.encoded().size());
+    small.save(file);
+    EXPECT_EQ(small.load(), file);
+    auto larger = file;
+    larger.sessions[0].lastSnippet += "!";
+    try {
+        small.save(larger);
+        FAIL() << "nothing was thrown";
+    } catch (const SessionIndexStoreError& error) {
+        EXPECT_EQ(error.code(), EFBIG);
+    }
+    EXPECT_EQ(small.load(), file) << "the old one is better than none";
+}
+
+/// Two texts of two hundred characters, and the paths.
+TEST_F(SessionIndexStoreTest, AHundredThousandSessionsInAScriptOfLongCharactersFit) {
+    IndexFile file;
+    file.sessions = {record("0b6f7f1d-bbbb-4b57-9a3a-5f0c2a516d0e")};
+    auto& row = file.sessions[0];
+    row.firstUserPrompt.clear();
+    for (int i = 0; i < 200; ++i) row.firstUserPrompt += "\xE4\xB8\xAD";
+    row.lastSnippet = row.firstUserPrompt;
+    row.cwd = "/home/somebody/" + row.firstUserPrompt.substr(0, 60);
+    row.project = row.firstUserPrompt.substr(0, 60);
+    row.path = "/home/somebody/.claude/projects/" + std::string(60, '-') + "/" + row.id + ".jsonl";
+    EXPECT_LT(file.encoded().size() * 100'000, SessionIndexStore::mostBytes);
+}
+
+/// While it lives no file can be opened.
+class NoMoreFiles {
+  public:
+    NoMoreFiles() {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none{0, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreFiles() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoMoreFiles(const NoMoreFiles&) = delete;
+    NoMoreFiles& operator=(const NoMoreFiles&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+/// As in a directory that may not be written to: there is no temporary file to be removed.
+TEST_F(SessionIndexStoreTest, TheReasonIsTheFirstThingThatFailed) {
+    try {
+        const NoMoreFiles none;
+        store_.save({});
+        FAIL() << "nothing was thrown";
+    } catch (const SessionIndexStoreError& error) {
+        EXPECT_EQ(error.code(), EMFILE);
+        EXPECT_STREQ(error.what(), "Too many open files");
+    }
 }
 
 TEST_F(SessionIndexStoreTest, WhatCantBeWrittenIsThrownWithTheSystemsWords) {
