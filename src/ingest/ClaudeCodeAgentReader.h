@@ -1,5 +1,6 @@
 #pragma once
 
+#include "frame/SubAgentFile.h"
 #include "ingest/ClaudeCodeParser.h"
 #include "ingest/ShapeReader.h"
 
@@ -12,14 +13,13 @@ namespace sonra {
 class ClaudeCodeAgentReader : public ShapeReader {
   public:
     std::string_view id() const override { return parser_.id(); }
-    /// Told by the name: agent-<id>.jsonl, or any file in a folder "subagents".
     bool recognises(const std::string& url) const override { return isAgentFile(url); }
     TailOffset::Kind cursorKind() const override { return TailOffset::Kind::byte; }
     TailOffset initialOffset(const std::string& url) const override;
     Reading readSince(const std::string& url, TailOffset offset) const override;
     const ClaudeCodeParser& parser() const override { return parser_; }
 
-    static bool isAgentFile(const std::string& url);
+    static bool isAgentFile(const std::string& url) { return SubAgentFile::isAt(url); }
 
   private:
     ClaudeCodeParser parser_;

@@ -1,7 +1,7 @@
 #include "search/SessionMeta.h"
 
+#include "frame/SubAgentFile.h"
 #include "frame/Text.h"
-#include "search/FileName.h"
 
 namespace sonra {
 namespace {
@@ -17,7 +17,7 @@ std::string SessionMeta::displayTitle() const {
 }
 
 bool SessionMeta::isOfSubAgent() const {
-    return FileName::lastComponent(jsonlPath).starts_with("agent-");
+    return SubAgentFile::isAt(jsonlPath);
 }
 
 }  // namespace sonra

@@ -24,8 +24,8 @@ struct SessionMeta {
     /// The first prompt, trimmed and at most 80 characters; without one the first 8 of the id.
     [[nodiscard]] std::string displayTitle() const;
 
-    /// The file is a sub-agent's own, told by its name. What it says isn't meant for the user, so
-    /// it isn't offered as a session.
+    /// The file is a sub-agent's own. What it says isn't meant for the user, so it isn't offered as
+    /// a session.
     [[nodiscard]] bool isOfSubAgent() const;
 
     bool operator==(const SessionMeta&) const = default;
