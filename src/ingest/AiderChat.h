@@ -14,8 +14,8 @@
 /// that aren't UTF-8 are taken as they come.
 namespace sonra::AiderChat {
 
-/// The user's first line is looked for in so many bytes; what stands before it are a few lines of
-/// tools.
+/// The user's first line is looked for in so many bytes. Of aider only a few lines of tools were
+/// seen before it; behind more than this it isn't found.
 inline constexpr std::size_t beginningSize = std::size_t{64} << 10;
 
 /// True if a file that begins so is written this way, rather than with a heading for each turn's

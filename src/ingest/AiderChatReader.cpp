@@ -1,7 +1,5 @@
 #include "ingest/AiderChatReader.h"
 
-#include <algorithm>
-
 #include "ingest/FileTail.h"
 #include "ingest/LineReading.h"
 #include "ingest/Utf8Trim.h"
@@ -14,10 +12,8 @@ constexpr std::int64_t longestLookBack = 4096;
 
 /// What stands before `position` in its line, as far as it tells whose line it is.
 std::string lineStartBefore(const std::string& url, std::int64_t position) {
-    const std::int64_t from = std::max<std::int64_t>(position - longestLookBack, 0);
-    const auto before = FileTail::read(url, from, static_cast<std::size_t>(position - from));
-    if (!before) return {};
-    return std::string(before->bytes().substr(before->bytes().rfind('\n') + 1));
+    const auto before = LineReading::before(url, position, longestLookBack);
+    return before.substr(before.rfind('\n') + 1);
 }
 
 std::vector<TranscriptRecord> recordsOf(const std::vector<AiderChat::Reply>& replies,

@@ -1,9 +1,6 @@
 #include "ingest/CodexItemsReader.h"
 
-#include <algorithm>
-
 #include "ingest/CodexSorter.h"
-#include "ingest/FileTail.h"
 #include "ingest/LineReading.h"
 
 namespace sonra {
@@ -11,14 +8,6 @@ namespace {
 
 /// How far an event and its response item may lie apart.
 constexpr std::int64_t lookBack = 65536;
-
-/// What stands right before the read that starts at `position`.
-std::string linesBefore(const std::string& url, std::int64_t position) {
-    const auto start = std::max<std::int64_t>(position - lookBack, 0);
-    if (start >= position) return {};
-    const auto block = FileTail::read(url, start, static_cast<std::size_t>(position - start));
-    return block ? std::string(block->bytes()) : std::string();
-}
 
 }  // namespace
 
@@ -34,7 +23,7 @@ LiveTailReader::Reading CodexItemsReader::readSince(const std::string& url,
                                                     TailOffset offset) const {
     const auto [lines, end] = LineReading::linesSince(url, offset.intValue());
     if (lines.empty()) return {{}, TailOffset::byte(end)};
-    CodexSorter sorter(linesBefore(url, offset.intValue()));
+    CodexSorter sorter(LineReading::before(url, offset.intValue(), lookBack));
     for (const auto& line : lines) sorter.take(line);
     if (sorter.waitingAt() && quiet_.isQuiet(url)) sorter.finish();
     const auto cursor = sorter.waitingAt().value_or(end);

@@ -16,13 +16,18 @@ std::optional<HistoryMessage> CodexParser::parseObject(const Json& object) const
     if (payload == nullptr || !isTextAt(*payload, "type", "message") ||
         !isTextAt(*payload, "role", "assistant"))
         return std::nullopt;
-    const Json* content = objectsAt(*payload, "content");
+    return messageOf(object, *payload, "output_text");
+}
+
+std::optional<HistoryMessage> CodexParser::messageOf(const Json& line, const Json& holder,
+                                                     std::string_view type) {
+    const Json* content = objectsAt(holder, "content");
     if (content == nullptr) return std::nullopt;
-    const std::string words = joined(*content, "output_text");
+    const std::string words = joined(*content, type);
     const std::string_view text = text::trimmed(words);
     if (text.empty()) return std::nullopt;
-    return HistoryMessage{md5Prefix16(words + textOrEmpty(object, "timestamp")), std::string(text),
-                          parseTimestamp(json::find(object, "timestamp"))};
+    return HistoryMessage{md5Prefix16(words + textOrEmpty(line, "timestamp")), std::string(text),
+                          parseTimestamp(json::find(line, "timestamp"))};
 }
 
 }  // namespace sonra

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <string_view>
+
 #include "ingest/HarnessParser.h"
 
 namespace sonra {
@@ -14,6 +17,11 @@ class CodexParser : public HarnessParser {
     std::string_view id() const override { return "codex"; }
 
     std::optional<HistoryMessage> parseObject(const Json& object) const override;
+
+    /// The texts of this type in the "content" of `holder`, a part of `line`; absent if there are
+    /// none.
+    static std::optional<HistoryMessage> messageOf(const Json& line, const Json& holder,
+                                                   std::string_view type);
 };
 
 }  // namespace sonra

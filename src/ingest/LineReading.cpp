@@ -1,5 +1,6 @@
 #include "ingest/LineReading.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "ingest/FileTail.h"
@@ -60,6 +61,13 @@ std::vector<std::string_view> linesIn(std::string_view bytes) {
     eachLine(completeLines(bytes),
              [&](std::string_view line, std::size_t) { lines.push_back(line); });
     return lines;
+}
+
+std::string before(const std::string& url, std::int64_t position, std::int64_t count) {
+    const auto start = std::max<std::int64_t>(position - count, 0);
+    if (start >= position) return {};
+    const auto block = FileTail::read(url, start, static_cast<std::size_t>(position - start));
+    return block ? std::string(block->bytes()) : std::string();
 }
 
 std::string beginning(const std::string& url, std::size_t count) {

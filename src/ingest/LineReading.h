@@ -35,6 +35,9 @@ Lines linesSince(const std::string& url, std::int64_t position);
 std::vector<std::string_view> linesIn(std::string_view bytes);
 std::vector<std::string_view> linesIn(std::string&& bytes) = delete;  ///< they would dangle
 
+/// The bytes right before a position in a file, at most `count`; empty if they can't be read.
+std::string before(const std::string& url, std::int64_t position, std::int64_t count);
+
 /// The first bytes of a file, at most `count`: for a look at what it is.
 std::string beginning(const std::string& url, std::size_t count);
 
