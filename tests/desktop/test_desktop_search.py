@@ -3,7 +3,6 @@ import json
 import os
 import subprocess
 import tempfile
-import time
 import unittest
 import xml.etree.ElementTree as xml
 from pathlib import Path
@@ -127,13 +126,16 @@ class ShellSearch(OnTheBus):
 
     def test_ten_thousand_items_are_searched_in_milliseconds(self):
         self.driver.obey("many 10000")
-        took = []
-        for terms in [("record",), ("parser", "number"), ("nowhere",)] * 5:
-            began = time.monotonic()
-            self.find(*terms)
-            took.append(time.monotonic() - began)
-        for query in range(3):
-            self.assertLess(min(took[query::3]), 0.025)
+        for terms in ("record",), ("parser", "number"), ("nowhere",):
+            began = self.computed()
+            for _ in range(20):
+                self.find(*terms)
+            self.assertLess((self.computed() - began) / 20, 0.025, terms)
+
+    def computed(self):
+        """The seconds that the program has computed so far, however busy the machine is with others."""
+        fields = Path(f"/proc/{self.driver.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
 class RunnerSearch(OnTheBus):

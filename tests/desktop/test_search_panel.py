@@ -35,7 +35,7 @@ class Panel:
         seen = []
         while True:
             try:
-                seen.append(self.lines.get(timeout=10))
+                seen.append(self.lines.get(timeout=60))
             except queue.Empty:
                 raise AssertionError(f"never came: {wanted!r}, but {seen}") from None
             if seen[-1] == wanted:
@@ -86,6 +86,12 @@ class SearchPanel(unittest.TestCase):
                            self.screen.ask("xprop", "-name", SEARCH, "_NET_WM_USER_TIME_WINDOW"))
         where = ["-id", window[1]] if window else ["-name", SEARCH]
         return int(self.screen.ask("xprop", *where, "_NET_WM_USER_TIME").partition("=")[2] or 0)
+
+    def geometry(self):
+        text = self.screen.ask("xwininfo", "-name", SEARCH)
+        found = [re.search(re.escape(key) + r":\s+(-?\d+)", text)
+                 for key in ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")]
+        return " ".join(number[1] for number in found if number)
 
     def wait_for_worker(self):
         wait_for("the terminal to have the keyboard", lambda: self.screen.active_name() == "worker")
@@ -150,10 +156,7 @@ class SearchPanel(unittest.TestCase):
         for frame in ("400 60 640 420", "300 0 640 420"):
             self.panel.tell("frame " + frame)
             self.panel.open()
-            text = self.screen.ask("xwininfo", "-name", SEARCH)
-            numbers = [int(re.search(re.escape(key) + r":\s+(-?\d+)", text)[1])
-                       for key in ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height")]
-            self.assertEqual(numbers, [int(number) for number in frame.split()])
+            wait_for("its place", lambda: self.geometry() == frame)
             wanted = {"ABOVE"}
             wait_for("the hints", lambda: wanted <= set(re.findall(
                 r"_NET_WM_STATE_(\w+)", self.screen.ask("xprop", "-name", SEARCH, "_NET_WM_STATE"))))
