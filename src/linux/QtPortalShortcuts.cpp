@@ -21,6 +21,7 @@ constexpr auto portalName = "org.freedesktop.portal.Desktop";
 constexpr auto portalPath = "/org/freedesktop/portal/desktop";
 constexpr auto shortcutsInterface = "org.freedesktop.portal.GlobalShortcuts";
 constexpr auto requestInterface = "org.freedesktop.portal.Request";
+constexpr auto sessionInterface = "org.freedesktop.portal.Session";
 constexpr auto applicationId = "dev.trelnivorn.sonra";
 
 // What a request's response begins with.
@@ -32,6 +33,9 @@ constexpr auto noPortalReason =
     "bound in its own keyboard settings";
 constexpr auto declinedReason =
     "The desktop declined the shortcut; its own keyboard settings may allow it";
+
+/// A desktop that ends what it granted is asked again, but not over and over.
+constexpr std::chrono::minutes betweenRenewals{1};
 
 /// Repeats of a held key come faster than this; a release that got lost is forgotten after it.
 constexpr std::chrono::seconds repeatsWithin{1};
@@ -133,6 +137,8 @@ void QtPortalShortcuts::connected() {
                 SLOT(activated(QDBusMessage)));
     bus.connect({}, portalPath, shortcutsInterface, "Deactivated", this,
                 SLOT(deactivated(QDBusMessage)));
+    // Of any path: a session may end before its own could be listened to.
+    bus.connect({}, {}, sessionInterface, "Closed", this, SLOT(closed(QDBusMessage)));
     // Newer portals want to know whose connection this is; older ones don't know the question.
     auto introduction = portalCall("org.freedesktop.host.portal.Registry", "Register");
     introduction << QString(applicationId) << QVariantMap();
@@ -183,8 +189,7 @@ void QtPortalShortcuts::closeSession() {
 
 void QtPortalShortcuts::close(const QString& path) {
     if (path.isEmpty() || !bus_.isConnected()) return;
-    bus_.bus().send(QDBusMessage::createMethodCall(portalName, path,
-                                                   "org.freedesktop.portal.Session", "Close"));
+    bus_.bus().send(QDBusMessage::createMethodCall(portalName, path, sessionInterface, "Close"));
 }
 
 void QtPortalShortcuts::request(QDBusMessage call, QVariantMap options, OnResponse onResponse) {
@@ -235,7 +240,8 @@ void QtPortalShortcuts::refuse(std::uint32_t id, const std::string& reason) {
     log_.warn("global hotkey can't be had", {{"input", {{"key", wishes_.at(id).chord.keyName}}},
                                              {"result", {{"reason", reason}}}});
     post([this, id, reason] {
-        if (handlers_.refused) handlers_.refused(id, reason);
+        // A copy: what is called may set others.
+        if (const auto handler = handlers_.refused) handler(id, reason);
     });
 }
 
@@ -256,12 +262,25 @@ void QtPortalShortcuts::activated(const QDBusMessage& message) {
     const auto before = std::exchange(wish->second.heldSince, now);
     if (before && now - *before < repeatsWithin) return;
     post([this, id = wish->first] {
-        if (handlers_.pressed) handlers_.pressed(id);
+        if (const auto handler = handlers_.pressed) handler(id);
     });
 }
 
 void QtPortalShortcuts::deactivated(const QDBusMessage& message) {
     if (const auto wish = wishOf(message); wish != wishes_.end()) wish->second.heldSince.reset();
+}
+
+void QtPortalShortcuts::closed(const QDBusMessage& message) {
+    if (session_.isEmpty() || message.path() != session_) return;
+    session_.clear();
+    const auto now = loop_.now();
+    const auto before = std::exchange(lastRenewal_, now);
+    if (before && now - *before < betweenRenewals) {
+        requests_.clear();
+        return refuseAll(State::refused, declinedReason);
+    }
+    log_.info("the desktop ended the session of the global hotkeys, they are asked for anew");
+    bindLater();
 }
 
 void QtPortalShortcuts::portalChanged(bool wasThere, bool isThere) {

@@ -25,8 +25,8 @@ namespace sonra {
 ///
 /// Main thread only; the loop must outlive it. Every registration is taken first, and refused later
 /// if the portal is missing or says no; the reason then names the way that is left. What is
-/// registered in one turn of the loop is asked for together, and all anew when that changes or the
-/// portal was started again.
+/// registered in one turn of the loop is asked for together, and all anew when that changes, the
+/// portal was started again or it ended the session; ended twice within a minute, it is refused.
 class QtPortalShortcuts : public QObject, public GlobalHotkeys {
     Q_OBJECT
 
@@ -77,6 +77,7 @@ class QtPortalShortcuts : public QObject, public GlobalHotkeys {
     void responded(uint code, const QVariantMap& results, const QDBusMessage& message);
     void activated(const QDBusMessage& message);
     void deactivated(const QDBusMessage& message);
+    void closed(const QDBusMessage& message);
 
   private:
     MainLoop& loop_;
@@ -87,6 +88,8 @@ class QtPortalShortcuts : public QObject, public GlobalHotkeys {
     std::unique_ptr<QDBusServiceWatcher> portalWatch_;
     std::map<QString, OnResponse> requests_;  ///< those under way, by the path of their object
     QString session_;                         ///< empty while there is none
+    /// When a session that the desktop had ended was asked for anew.
+    std::optional<MainLoop::TimePoint> lastRenewal_;
     State state_ = State::idle;
     bool bindPending_ = false;
     unsigned tokens_ = 0;

@@ -79,6 +79,15 @@ class Session(dbus.service.Object):
         self.sessions.remove(self)
         self.remove_from_connection()
 
+    @dbus.service.signal("org.freedesktop.impl.portal.Session", signature="")
+    def Closed(self):
+        pass
+
+    def end(self):
+        """As a desktop does whose user takes the shortcuts away in its settings."""
+        self.Closed()
+        self.Close()
+
 
 class Portal(PresenceTest):
     def setUp(self):
@@ -130,7 +139,8 @@ class Portal(PresenceTest):
         path = Path(self.folder) / "Library/Logs/Sonra/sonra.ndjson"
 
         def records():
-            lines = path.read_text().splitlines() if path.exists() else []
+            # What stands behind the last line's end is still being written.
+            lines = path.read_text().split("\n")[:-1] if path.exists() else []
             return [json.loads(line) for line in lines]
 
         pump_until(f"{len(expected)} log lines", lambda: len(records()) >= len(expected))
@@ -138,6 +148,19 @@ class Portal(PresenceTest):
         self.assertEqual([(each["level"], each["class"], each["msg"], each.get("input"),
                            {name: text.strip().splitlines()[-1] for name, text in each["result"].items()}) for each in records()],
                          list(expected))
+
+    def obey_all(self):
+        """Until the driver has dealt with what the bus has sent it so far, and that has come back."""
+        bus = self.bus.connection
+        answers = []
+        others = [name for name in bus.list_names() if name.startswith(":") and name != bus.get_unique_name()]
+        for name in others:
+            bus.call_async(name, "/", "org.freedesktop.DBus.Peer", "Ping", "", (), lambda: answers.append(True),
+                           lambda error: answers.append(error))
+        pump_until("the connections' answers", lambda: len(answers) == len(others))
+        # What has arrived is dealt with before the next but one line.
+        for _ in range(3):
+            self.driver.obey("nothing")
 
     def press(self, name, session=None):
         self.back_end.Activated(session or self.back_end.bound[-1][0], name, 1, {})
@@ -166,12 +189,21 @@ class Granted(Portal):
     def test_a_held_key_is_pressed_once(self):
         self.start("1 f Search", "2 space Other")
         self.wait_bound()
-        for _ in range(3):
+        for _ in range(20):
+            began = time.monotonic()
+            self.release("shift-logo-f")
+            for _ in range(3):
+                self.press("shift-logo-f")
+            self.release("shift-logo-f")
             self.press("shift-logo-f")
-        self.release("shift-logo-f")
-        self.press("shift-logo-f")
-        self.press("shift-logo-space")
-        self.wait_heard("pressed 1", "pressed 1", "pressed 2")
+            self.release("shift-logo-space")
+            self.press("shift-logo-space")
+            pump_until("the last", lambda: "pressed 2" in self.driver.read())
+            heard = self.driver.heard()
+            # A machine that took longer may have had a release forgotten.
+            if time.monotonic() - began < 1:
+                break
+        self.assertEqual(heard, ["pressed 1", "pressed 1", "pressed 2"])
 
     def test_a_release_that_got_lost_is_forgotten(self):
         self.start("1 f Search")
@@ -220,6 +252,38 @@ class Granted(Portal):
         self.wait_heard("pressed 1")
 
 
+    def end_session(self):
+        session, = self.back_end.sessions
+        session.end()
+
+    def test_a_session_that_the_desktop_ends_is_asked_for_anew(self):
+        self.start("1 f Search", "2 space Other")
+        first, asked = self.wait_bound()
+        self.end_session()
+        second, again = self.wait_bound(times=2)
+        self.assertNotEqual(first, second)
+        self.assertEqual(again, asked)
+        self.press("shift-logo-f")
+        self.wait_heard("pressed 1")
+
+    def test_a_desktop_that_takes_a_chord_away_tells_so(self):
+        self.start("1 f Search")
+        self.wait_bound()
+        self.back_end.answer = 1
+        self.end_session()
+        self.wait_heard("refused 1 " + DECLINED)
+
+    def test_a_desktop_that_ends_every_session_is_not_asked_over_and_over(self):
+        self.start("1 f Search")
+        self.wait_bound()
+        self.end_session()
+        self.wait_bound(times=2)
+        self.end_session()
+        self.wait_heard("refused 1 " + DECLINED)
+        self.obey_all()
+        self.assertEqual(self.back_end.sessions_ever, 2)
+
+
 class OutsideWayland(Portal):
     def test_the_portal_is_not_asked(self):
         self.start_front_end()
@@ -240,7 +304,7 @@ class Refused(Portal):
         self.stop_front_end()
         pump_until("its end", lambda: not self.bus.connection.name_has_owner(PORTAL))
         self.start_front_end()
-        self.driver.obey("nothing")
+        self.obey_all()
         self.back_end.answer = 0
         self.driver.obey("chord 3 a Third")
         # Asked for together with the new one, and not before.
