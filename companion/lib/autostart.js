@@ -87,9 +87,23 @@ export function installAutostart({ environment = process.env, findNode } = {}) {
  */
 export function uninstallAutostart({ environment = process.env } = {}) {
   const entry = autostartPath(environment);
-  const present = fs.lstatSync(entry, { throwIfNoEntry: false }) !== undefined;
-  fs.rmSync(entry, { force: true });
-  return present;
+  try {
+    fs.unlinkSync(entry);
+    return true;
+  } catch (error) {
+    // A file in the place of a folder above it.
+    if (error.code === 'ENOENT' || error.code === 'ENOTDIR') return false;
+    throw error;
+  }
+}
+
+/** The entry's text; one that can't be read is none, to a desktop as well. */
+function presentEntry(environment) {
+  try {
+    return readIfPresent(autostartPath(environment));
+  } catch {
+    return undefined;
+  }
 }
 
 /** The launch agent that other tools look for, where there is one. */
@@ -100,12 +114,12 @@ export function launchAgent({ environment = process.env } = {}) {
 
 /** An entry is there, whether it is heeded or not, or the launch agent. */
 export function isAutostartInstalled({ environment = process.env } = {}) {
-  return fs.existsSync(autostartPath(environment)) || launchAgent({ environment }) !== undefined;
+  return presentEntry(environment) !== undefined || launchAgent({ environment }) !== undefined;
 }
 
 /** As the service's menu sees it: desktops leave an entry that they switch off where it is, with one of these keys. */
 export function isAutostartEnabled({ environment = process.env } = {}) {
-  const text = readIfPresent(autostartPath(environment));
+  const text = presentEntry(environment);
   if (text === undefined) return isAutostartInstalled({ environment });
   return !/^\s*(Hidden\s*=\s*true|X-GNOME-Autostart-enabled\s*=\s*false)\s*$/m.test(text);
 }

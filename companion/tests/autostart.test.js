@@ -120,6 +120,9 @@ test('an entry that the desktop switched off is there and not heeded, until it i
   assert.equal(autostart.isAutostartEnabled({ environment }), true);
 });
 
+const folder = Symbol('a folder');
+const noFolder = Symbol('a file in the place of the folders above it');
+
 // The same cases as those of the service's own check.
 const entries = [
   [undefined, false, false],
@@ -131,17 +134,30 @@ const entries = [
   ['[Desktop Entry]\nExec=sonra\n Hidden = true ', false, false],
   ['[Desktop Entry]\n# Hidden=true\nHidden=false\n', false, true],
   ['', true, true],
+  [folder, false, false],
+  [folder, true, true],
+  [noFolder, false, false],
+  [noFolder, true, true],
 ];
 
+function writeEntry(home, entry, text) {
+  if (text === noFolder) return fs.writeFileSync(path.join(home, '.config'), '');
+  fs.mkdirSync(path.dirname(entry), { recursive: true });
+  if (text === folder) return fs.mkdirSync(entry);
+  return text === undefined ? undefined : fs.writeFileSync(entry, text);
+}
+
 for (const [text, hasAgent, expected] of entries) {
-  const name = `the entry ${JSON.stringify(text)} ${hasAgent ? 'with' : 'without'} a launch agent is ${expected ? 'on' : 'off'}`;
+  const name = `the entry ${text?.description ?? JSON.stringify(text)} ${hasAgent ? 'with' : 'without'} a launch agent is ${expected ? 'on' : 'off'}`;
   test(name, (t) => {
     const { home, environment, entry } = stage(t);
-    fs.mkdirSync(path.dirname(entry), { recursive: true });
     fs.mkdirSync(path.join(home, 'Library/LaunchAgents'), { recursive: true });
-    if (text !== undefined) fs.writeFileSync(entry, text);
+    writeEntry(home, entry, text);
     if (hasAgent) fs.writeFileSync(path.join(home, 'Library/LaunchAgents/dev.trelnivorn.sonra.plist'), '');
     assert.equal(autostart.isAutostartEnabled({ environment }), expected);
+    const hasEntry = typeof text === 'string';
+    assert.equal(autostart.isAutostartInstalled({ environment }), hasEntry || hasAgent);
+    if (text !== folder) assert.equal(autostart.uninstallAutostart({ environment }), hasEntry);
   });
 }
 

@@ -97,6 +97,19 @@ test('status of a home where nothing runs', async (t) => {
     bridge: { port: null, pairedDevices: 0 }, autostart: { installed: false, enabled: false } });
 });
 
+test('status of a home where nothing can be read', async (t) => {
+  const home = temporaryHome(t);
+  fs.writeFileSync(`${home.home}/.config`, '');
+  for (const name of ['state.json', 'sonra.lock', 'bridge-tokens.json', 'daemon.pid', 'daemon.end']) fs.mkdirSync(home.inShared(name));
+  const server = net.createServer((socket) => socket.resume()).listen(home.inShared('service.sock'));
+  await once(server, 'listening');
+  t.after(() => server.close());
+  const { code, stdout, stderr } = await ctl(home, ['status']);
+  assert.deepEqual([code, stderr], [0, '']);
+  assert.match(stdout, /^service: +running \(process unknown\)$/m);
+  assert.match(stdout, /^start at login: off$/m);
+});
+
 test('status of a home where all runs', async (t) => {
   const home = daemonHome(t);
   const server = net.createServer((socket) => socket.resume()).listen(home.inShared('service.sock'));

@@ -22,11 +22,15 @@ function stage(t) {
 
 let processId = 1000;
 
-async function startService(t, { home, received }) {
+/** Where `isSlow` is set it takes connections and reads nothing. */
+async function startService(t, all) {
+  const { home, received } = all;
   const socket = home.inShared('service.sock');
   fs.rmSync(socket, { force: true });
   fs.writeFileSync(home.inShared('sonra.lock'), `${processId += 1}\n`);
   const server = net.createServer((client) => {
+    t.after(() => client.destroy());
+    if (all.isSlow) return;
     let text = '';
     client.on('data', (bytes) => { text += bytes; });
     client.on('error', () => {});
@@ -90,6 +94,8 @@ test('other events of the folder do not serve a service twice', async (t) => {
   await until(() => received.length === 1);
   const lock = home.inShared('sonra.lock');
   fs.writeFileSync(lock, fs.readFileSync(lock));
+  // As the service itself does, a moment after it listens.
+  fs.chmodSync(home.inShared('service.sock'), 0o600);
   await setSessions(home, [row(home, 'a', 1), row(home, 'b', 1)]);
   // Another run of the service is the sign that all before it was seen.
   await startService(t, all);
@@ -112,6 +118,30 @@ test('a stale row is resumed once, when its transcript is written again', async 
   await until(() => received.length === 3);
   assert.deepEqual(ids(received), ['fresh', 'stale', 'other']);
   assert.ok(received.every(({ resume }) => resume));
+});
+
+test('a stale row that the service was too slow to take is resumed when it takes it', async (t) => {
+  const all = stage(t);
+  const { home, clock, watch, received } = all;
+  const stale = row(home, 'stale', 60);
+  await setSessions(home, [stale, row(home, 'fresh', 1)]);
+  await startService(t, all);
+  watch.start();
+  await until(() => received.length === 1);
+  const delays = [];
+  const setTimeout = clock.setTimeout.bind(clock);
+  clock.setTimeout = (callback, delay) => { delays.push(delay); return setTimeout(callback, delay); };
+  all.isSlow = true;
+  fs.appendFileSync(stale.transcript, '{}\n');
+  await until(() => delays.length === 1);
+  await clock.pass(249);
+  await clock.pass(1);
+  await until(() => delays.length === 2);
+  assert.deepEqual(delays, [250, 500]);
+  all.isSlow = false;
+  await clock.pass(500);
+  await until(() => received.length === 2);
+  assert.deepEqual(ids(received), ['fresh', 'stale']);
 });
 
 test('a stale row that was detached meanwhile does not come back', async (t) => {

@@ -9,8 +9,12 @@ import { SharedDocument } from '../sharedDocument.js';
 import { readIfPresent } from '../wholeFile.js';
 
 function servicePid(environment) {
-  const pid = Number(readIfPresent(serviceLockPath(environment))?.trim());
-  return Number.isInteger(pid) && pid > 0 ? pid : undefined;
+  try {
+    const pid = Number(readIfPresent(serviceLockPath(environment))?.trim());
+    return Number.isInteger(pid) && pid > 0 ? pid : undefined;
+  } catch {
+    return undefined;
+  }
 }
 
 async function gather(environment) {

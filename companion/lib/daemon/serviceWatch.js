@@ -35,6 +35,10 @@ export class ServiceWatch {
   #clock;
   #folder;
   #stale;
+  /** Sessions that were written again and that the service hasn't taken yet. */
+  #unsent = new Set();
+  #resend;
+  #resendDelay = firstRetry;
   #retry;
   #delay = firstRetry;
   /** Which run of the service has been served. */
@@ -61,16 +65,26 @@ export class ServiceWatch {
   stop() {
     this.#stopped = true;
     this.#folder.stop();
-    this.#stale.stop();
+    this.#forgetWaiting();
     this.#clock.clearTimeout(this.#retry);
   }
 
-  /** The present run of the service: its process and its socket. Nothing where there is no socket. */
+  #forgetWaiting() {
+    this.#stale.stop();
+    this.#unsent.clear();
+    this.#clock.clearTimeout(this.#resend);
+    this.#resendDelay = firstRetry;
+  }
+
+  /**
+   * The present run of the service: its process and its socket's number, which stay as they are when the socket is given
+   * its rights. Nothing where there is no socket.
+   */
   #run() {
     const socket = fs.statSync(socketPath(this.#environment), { throwIfNoEntry: false });
     if (!socket) return undefined;
     const pid = readIfPresent(serviceLockPath(this.#environment))?.trim() ?? '';
-    return `${pid} ${socket.ino} ${socket.ctimeMs}`;
+    return `${pid} ${socket.dev}:${socket.ino}`;
   }
 
   /** One look at a time; what happens meanwhile is looked at afterwards. */
@@ -96,7 +110,7 @@ export class ServiceWatch {
     this.#clock.clearTimeout(this.#retry);
     const run = this.#run();
     if (run === this.#served) return;
-    this.#stale.stop();
+    this.#forgetWaiting();
     this.#served = undefined;
     if (run === undefined) {
       this.#delay = firstRetry;
@@ -138,9 +152,23 @@ export class ServiceWatch {
 
   /** The row as it stands now: one that was detached meanwhile must not come back. */
   async #resumeOne(id) {
+    this.#unsent.add(id);
     const rows = this.#rows().filter((row) => row.id === id);
-    if (rows.length === 0) return;
-    const sent = await this.#send(rows);
-    this.#log.info('session written again', { input: { id: id.slice(0, 8) }, result: { sent } });
+    const sent = rows.length === 0 || await this.#send(rows);
+    // Another run of the service has begun meanwhile, which all sessions are told to.
+    if (!this.#unsent.has(id)) return;
+    if (rows.length > 0) this.#log.info('session written again', { input: { id: id.slice(0, 8) }, result: { sent } });
+    if (sent) this.#unsent.delete(id);
+    else this.#resendLater();
+    if (this.#unsent.size === 0) this.#resendDelay = firstRetry;
+  }
+
+  /** A service that is busy takes it later. */
+  #resendLater() {
+    this.#clock.clearTimeout(this.#resend);
+    this.#resend = this.#clock.setTimeout(() => {
+      this.#resendDelay = Math.min(this.#resendDelay * 2, longestRetry);
+      for (const id of this.#unsent) this.#resumeOne(id);
+    }, this.#resendDelay);
   }
 }
