@@ -5,6 +5,7 @@
 
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
+import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 export const staleAfter = 30_000;
@@ -110,6 +111,19 @@ function create(lock) {
     return error.code === 'EEXIST' ? 'exists' : createInOneStep(lock);
   } finally {
     fs.rmSync(complete, { force: true });
+  }
+}
+
+/** What one who was killed in `create` left. Where the folder can't be read, or something in it removed, it stays. */
+export function sweepLockRemains(folder) {
+  try {
+    for (const name of fs.readdirSync(folder)) {
+      const pid = holderOf(/\.lock\.(\d+)$/.exec(name)?.[1] ?? '');
+      const file = path.join(folder, name);
+      if (pid >= 1 && isDead(pid) && Date.now() - fs.lstatSync(file).mtimeMs > staleAfter) fs.rmSync(file, { force: true });
+    }
+  } catch {
+    // Another has removed it, or may.
   }
 }
 

@@ -131,6 +131,15 @@ test('a daemon that is not up in time does not come later', async (t) => {
   await until(() => daemonsOf(home).length === 0);
 });
 
+test('a daemon that comes up sweeps what killed ones have left', async (t) => {
+  const home = daemonHome(t);
+  const left = home.inShared('state.json.lock.999999999');
+  fs.writeFileSync(left, '');
+  fs.utimesSync(left, 1, 1);
+  await startDaemon(home);
+  await until(() => !fs.existsSync(left));
+});
+
 test('a second daemon ends at once and leaves the first alone', async (t) => {
   const home = daemonHome(t);
   const { pid } = await startDaemon(home);

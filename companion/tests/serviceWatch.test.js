@@ -94,8 +94,11 @@ test('other events of the folder do not serve a service twice', async (t) => {
   await until(() => received.length === 1);
   const lock = home.inShared('sonra.lock');
   fs.writeFileSync(lock, fs.readFileSync(lock));
-  // As the service itself does, a moment after it listens.
+  // As the service itself does, a moment after it listens; it is seen before anything else happens.
+  const looks = t.mock.method(fs, 'statSync').mock;
   fs.chmodSync(home.inShared('service.sock'), 0o600);
+  await until(() => looks.calls.some(({ arguments: [file] }) => file === home.inShared('service.sock')));
+  looks.restore();
   await setSessions(home, [row(home, 'a', 1), row(home, 'b', 1)]);
   // Another run of the service is the sign that all before it was seen.
   await startService(t, all);

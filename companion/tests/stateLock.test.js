@@ -116,3 +116,17 @@ test('increments of several processes all survive', async (t) => {
   assert.equal(fs.readFileSync(document, 'utf8'), '{\n  "count": 120,\n  "theirs": 1.0\n}');
   assert.deepEqual(fs.readdirSync(home.shared), ['counter.json']);
 });
+
+test('what one who was killed while taking a lock left behind is swept, and nothing else', (t) => {
+  const { shared, inShared } = temporaryHome(t);
+  const dead = deadPid();
+  const names = [`state.json.lock.${dead}`, `now-playing.json.lock.${process.pid}`, `fresh.json.lock.${dead}`,
+    `state.json.${dead}`, 'state.json.lock', 'state.json.lock.theirs', 'state.json.lock.0', 'state.json'];
+  for (const name of names) {
+    fs.writeFileSync(inShared(name), '');
+    if (!name.startsWith('fresh')) age(inShared(name), 31);
+  }
+  lock.sweepLockRemains(shared);
+  assert.deepEqual(fs.readdirSync(shared).sort(), names.slice(1).sort());
+  lock.sweepLockRemains(`${shared}/none`);
+});

@@ -5,7 +5,8 @@ import process from 'node:process';
 
 import { systemClock } from '../clock.js';
 import { Log, RotatingFile } from '../log.js';
-import { daemonLogPath } from '../places.js';
+import { daemonLogPath, sharedDirectory } from '../places.js';
+import { sweepLockRemains } from '../stateLock.js';
 import { packageVersion } from '../version.js';
 import { Daemon } from './daemon.js';
 import { lastEndWish } from './endWish.js';
@@ -69,5 +70,6 @@ if (!instance) process.exit(0);
 // Nobody has been answered yet: those who ask from now on hear that it ends.
 if (lastEndWish(environment) !== wish) await end('told to before it was up');
 log.info('daemon up', { input: { pid: process.pid, node: process.version } });
+sweepLockRemains(sharedDirectory(environment));
 instance.watch(() => end('its socket was taken away'));
 await daemon.start();
