@@ -52,6 +52,7 @@ TEST_F(CatalogueTest, ASessionThatWasReadAgainDuringTheWalkStays) {
     const auto walkBegan = catalogue.now();
     publish("a", 2);
     EXPECT_FALSE(catalogue.adopt({}, walkBegan).hasLost);
+    ASSERT_TRUE(catalogue.withId("a"));
     EXPECT_EQ(catalogue.withId("a")->mtime, 2);
 }
 
