@@ -119,6 +119,21 @@ test('a device that is removed while its command waits has no say any more', asy
   assert.deepEqual(commands, []);
 });
 
+test('a device of which nobody knows any more whether it is paired has none either', async (t) => {
+  const home = await BridgeHome.start(t);
+  await home.listen();
+  const headers = await home.pair();
+  const line = await openLine(t, home);
+  const lock = home.inShared('state.json.lock');
+  fs.writeFileSync(lock, String(process.pid));
+  line.send(headers, 'mute');
+  await pause(200);
+  home.write('bridge-tokens.json', '{"tokens":[');
+  fs.rmSync(lock);
+  await until(() => line.answers(503) === 1, { what: 'the answer' });
+  assert.equal(home.read('state.json').muted, undefined);
+});
+
 test('what its sender has given up isn’t done later', async (t) => {
   const home = await BridgeHome.start(t);
   const commands = await home.listen();

@@ -166,14 +166,9 @@ export class Routes {
   }
 
   async #unpair(request, response, device) {
-    // This connection isn't the device's any more, so it lives to carry the answer.
+    // This connection isn't the device's until it asks again, so it lives to carry the answer.
     this.#parts.connections.assign(request.socket, undefined);
-    try {
-      await this.#parts.tokens.remove(device);
-    } catch (error) {
-      this.#parts.connections.assign(request.socket, device);
-      throw error;
-    }
+    await this.#parts.tokens.remove(device);
     answerJson(request, response, 200, { ok: true });
   }
 
