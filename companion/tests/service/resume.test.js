@@ -47,7 +47,7 @@ for (const signal of ['SIGTERM', 'SIGKILL']) {
 
     const hourAgo = Date.now() / 1000 - 3600;
     fs.utimesSync(idle.transcript, hourAgo, hourAgo);
-    await startService(t, home);
+    const next = await startService(t, home);
     await until(() => tailersOf(home).length === 3, { what: 'the tailer of the session in use' });
     await isFollowed(home, busy);
     assert.equal(tailersOf(home).length, 3);
@@ -57,6 +57,8 @@ for (const signal of ['SIGTERM', 'SIGKILL']) {
     await until(() => tailersOf(home).length === 4, { what: 'the tailer of the session that was idle' });
     await isFollowed(home, idle);
     assert.deepEqual(rowsOf(home).map(({ id }) => id), [busy.id, idle.id]);
+    // Before its home goes.
+    await next.end();
   });
 }
 
@@ -64,8 +66,9 @@ test('the lone session in use is found and attached by itself', { timeout: 60_00
   const home = daemonHome(t);
   const session = addSession(home, '/work/lone');
   session.say();
-  await startService(t, home);
+  const service = await startService(t, home);
   await startDaemon(home);
   await until(() => rowsOf(home).some(({ id }) => id === session.id), { limit: 20_000, what: 'the row' });
   await isFollowed(home, session);
+  await service.end();
 });
