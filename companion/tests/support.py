@@ -24,6 +24,7 @@ HELPER = COMPANION / "tts_kokoro.py"
 LAUNCHER = COMPANION / "uv"
 SENTENCE = "We were away a year ago, and now all our rooms are ready for the summer."
 LONG = SENTENCE * 2000  # takes a synthesizer many seconds
+SOON = 10.0  # seconds; what ends at once does so within them, however busy the machine is
 LIMIT = 20.0  # seconds; far beyond anything that these tests wait for
 
 
@@ -78,6 +79,14 @@ class HelperTest(unittest.TestCase):
 
         start = ticks()
         self.until(lambda: ticks() >= start + 10)
+
+
+def has_ended(pid: int) -> bool:
+    """Whether the process is gone, or only waits to be reaped."""
+    try:
+        return Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
+    except (FileNotFoundError, ProcessLookupError):  # the second where it goes while it is read
+        return True
 
 
 class Worker:

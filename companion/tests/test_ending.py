@@ -6,9 +6,8 @@ import subprocess
 import sys
 import time
 import unittest
-from pathlib import Path
 
-from support import COMPANION, HELPER, LIMIT, LONG, SENTENCE, HelperTest, Recording, Worker
+from support import COMPANION, HELPER, LIMIT, LONG, SENTENCE, SOON, HelperTest, Recording, Worker, has_ended
 
 
 class Ending(HelperTest):
@@ -40,7 +39,7 @@ class Ending(HelperTest):
         began = time.monotonic()
         speech.process.terminate()
         self.assertEqual(speech.process.wait(LIMIT), 128 + signal.SIGTERM)
-        self.assertLess(time.monotonic() - began, 2)
+        self.assertLess(time.monotonic() - began, SOON)
         self.assertEqual(self.files(), [])
 
     def test_interrupt_from_the_terminal_is_the_services_business(self) -> None:
@@ -100,7 +99,7 @@ tts_files.unfinished.watch_callers(0, 1)
     def assertEndsAtOnce(self, process: subprocess.Popen) -> None:
         began = time.monotonic()
         self.assertEqual(process.wait(LIMIT), 0)
-        self.assertLess(time.monotonic() - began, 2)
+        self.assertLess(time.monotonic() - began, SOON)
         self.assertEqual(self.files(), [])
 
     def test_that_have_gone_end_a_worker_at_work(self) -> None:
@@ -126,15 +125,9 @@ tts_files.unfinished.watch_callers(0, 1)
             self.until_busy(pid)
             service.kill()
         began = time.monotonic()
-        self.until(lambda: self.has_ended(pid))
-        self.assertLess(time.monotonic() - began, 2)
+        self.until(lambda: has_ended(pid))
+        self.assertLess(time.monotonic() - began, SOON)
         self.assertEqual(self.files(), [])
-
-    def has_ended(self, pid: int) -> bool:
-        try:
-            return Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z"
-        except (FileNotFoundError, ProcessLookupError):
-            return True
 
     def test_that_have_gone_end_a_worker_that_loads(self) -> None:
         loading = self.dir / "loading"

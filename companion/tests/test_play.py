@@ -12,7 +12,7 @@ import time
 import unittest
 from pathlib import Path
 
-from support import HELPER, LIMIT, SENTENCE, HelperTest, Recording, tts_playing
+from support import HELPER, LIMIT, SENTENCE, HelperTest, Recording, has_ended, tts_playing
 
 REPLY = "First things first. Then comes the rest of it. And some more.\n\n- A list item\n" + SENTENCE
 
@@ -273,19 +273,9 @@ class PlayingHere(HelperTest):
             time.sleep(0.01)
         helper.terminate()
         self.assertEqual(helper.wait(LIMIT), 128 + signal.SIGTERM)
-        self.assertTrue(self.has_ended(int(pid.read_text())))
+        ended = int(pid.read_text())
+        self.until(lambda: has_ended(ended))
         self.assertEqual(list(self.dir.glob("sonra-*")), [])
-
-    def has_ended(self, pid: int) -> bool:
-        deadline = time.monotonic() + LIMIT
-        while time.monotonic() < deadline:
-            try:
-                if Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()[0] == "Z":
-                    return True
-            except FileNotFoundError:
-                return True
-            time.sleep(0.01)
-        return False
 
 
 class SoundServer(HelperTest):
