@@ -96,9 +96,7 @@ void SessionSearch::reconcile() {
 void SessionSearch::reconciled() {
     isRead_ = true;
     for (const auto& address : std::exchange(waiting_, {})) spotlight_->openFromURLString(address);
-    surroundings_.pool.post([spotlight = std::weak_ptr(spotlight_), sessions = index_->snapshot()] {
-        if (const auto alive = spotlight.lock()) alive->reindexAll(sessions);
-    });
+    spotlight_->reindexAll(index_->snapshot());
     index_->startWatching({});
 }
 

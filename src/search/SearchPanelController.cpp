@@ -189,14 +189,22 @@ void SearchPanelController::startSearch(bool keepsSelection) {
 
 void SearchPanelController::accept(const Query& query, std::vector<SearchHit> hits) {
     if (query.id != lastQueryStarted_) return;
-    if (expandedProject_)
-        std::erase_if(hits,
-                      [this](const auto& hit) { return !isOfProject(hit, *expandedProject_); });
+    keepExpanded(hits);
     const auto before = std::exchange(results_, std::move(hits));
     attachedIdsForRender_ = query.attachedIds;
     areRowsOld_ = false;
     reload(query, before);
     if (std::exchange(activatesFirstRow_, false) && panel_.isVisible()) activateSelected();
+}
+
+/// A project that has nothing left is open no more: there is no row to close it by.
+void SearchPanelController::keepExpanded(std::vector<SearchHit>& hits) {
+    if (!expandedProject_) return;
+    const auto isOther = [this](const auto& hit) { return !isOfProject(hit, *expandedProject_); };
+    if (std::ranges::all_of(hits, isOther))
+        expandedProject_.reset();
+    else
+        std::erase_if(hits, isOther);
 }
 
 void SearchPanelController::reload(const Query& query, const std::vector<SearchHit>& before) {

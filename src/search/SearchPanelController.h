@@ -76,6 +76,7 @@ class SearchPanelController {
     void runQuery();
     void startSearch(bool keepsSelection);
     void accept(const Query& query, std::vector<SearchHit> hits);
+    void keepExpanded(std::vector<SearchHit>& hits);
     void reload(const Query& query, const std::vector<SearchHit>& before);
     void showProgress(double query);
     void select(std::optional<std::size_t> row);

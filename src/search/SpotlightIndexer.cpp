@@ -127,7 +127,9 @@ struct SpotlightIndexer::State : std::enable_shared_from_this<State> {
             if (const auto self = weak.lock()) body(*self);
         });
     }
-    void reindexAll(const SessionSnapshot& metas);
+    void handOverAll(const SessionSnapshot& metas);
+    /// Takes back what was handed over and isn't there any more.
+    void replaceIndexed(AllIndexed now, DesktopSearchIndex::Completion complete);
     void update(const SessionSnapshot& metas);
     void open(const std::string& sessionId) const;
 
@@ -149,33 +151,39 @@ void SpotlightIndexer::setCallbacks(Callbacks callbacks) {
     state_->callbacks = std::move(callbacks);
 }
 
-void SpotlightIndexer::State::reindexAll(const SessionSnapshot& metas) {
+void SpotlightIndexer::State::handOverAll(const SessionSnapshot& metas) {
+    SONRA_ASSERT_ON(queue);
+    const auto sessions = itemsAmong(metas);
     std::vector<SearchableItem> items;
-    items.reserve(metas.size());
-    for (const auto* session : itemsAmong(metas)) items.push_back(itemOf(*session));
-    // Not when the desktop has answered: an update that is asked for meanwhile builds upon this.
-    onQueue([metas](State& state) { state.lastIndexed = indexed(itemsAmong(metas)); });
+    items.reserve(sessions.size());
+    for (const auto* session : sessions) items.push_back(itemOf(*session));
     index.indexSearchableItems(std::move(items),
                                [](const auto& error) { report("reindex", error); });
+    replaceIndexed(indexed(sessions), [](const auto& error) { report("reindex", error); });
+}
+
+/// Not when the desktop has answered: an update that is asked for meanwhile builds upon this.
+void SpotlightIndexer::State::replaceIndexed(AllIndexed now,
+                                             DesktopSearchIndex::Completion complete) {
+    std::vector<std::string> removed;
+    for (const auto& [id, before] : lastIndexed)
+        if (!now.contains(id)) removed.push_back(identifierOf(id));
+    if (!removed.empty()) index.deleteSearchableItems(removed, std::move(complete));
+    lastIndexed = std::move(now);
 }
 
 void SpotlightIndexer::State::update(const SessionSnapshot& metas) {
     SONRA_ASSERT_ON(queue);
     const auto sessions = itemsAmong(metas);
-    auto now = indexed(sessions);
     std::vector<SearchableItem> changed;
     for (const auto* session : sessions) {
         const auto known = lastIndexed.find(session->sessionId);
         if (known == lastIndexed.end() || known->second != indexed(*session))
             changed.push_back(itemOf(*session));
     }
-    std::vector<std::string> removed;
-    for (const auto& [id, before] : lastIndexed)
-        if (!now.contains(id)) removed.push_back(identifierOf(id));
     const auto complete = [](const auto& error) { report("update", error); };
     if (!changed.empty()) index.indexSearchableItems(std::move(changed), complete);
-    if (!removed.empty()) index.deleteSearchableItems(removed, complete);
-    lastIndexed = std::move(now);
+    replaceIndexed(indexed(sessions), complete);
 }
 
 void SpotlightIndexer::State::open(const std::string& sessionId) const {
@@ -184,7 +192,7 @@ void SpotlightIndexer::State::open(const std::string& sessionId) const {
 }
 
 void SpotlightIndexer::reindexAll(const SessionSnapshot& metas) {
-    state_->reindexAll(metas);
+    state_->onQueue([metas](State& state) { state.handOverAll(metas); });
 }
 
 void SpotlightIndexer::update(const SessionSnapshot& metas) {
@@ -192,16 +200,12 @@ void SpotlightIndexer::update(const SessionSnapshot& metas) {
 }
 
 void SpotlightIndexer::resetAndReindex(const SessionSnapshot& metas) {
-    state_->index.deleteAllSearchableItems(
-        [weak = std::weak_ptr(state_), metas](const auto& error) {
-            report("reset", error);
-            const auto self = weak.lock();
-            if (!self) return;
-            self->onQueue([metas](State& state) {
-                state.lastIndexed.clear();
-                state.reindexAll(metas);
-            });
-        });
+    // The desktop keeps the order of the calls.
+    state_->onQueue([metas](State& state) {
+        state.index.deleteAllSearchableItems([](const auto& error) { report("reset", error); });
+        state.lastIndexed.clear();
+        state.handOverAll(metas);
+    });
 }
 
 void SpotlightIndexer::purgeLegacyMessageIndex() {

@@ -25,9 +25,10 @@ struct UserActivity {
 /// Keeps the desktop's own search up with the catalogue, and attaches the session of a result that
 /// was chosen there.
 ///
-/// What has been handed over is known on a queue of its own, which alone touches it, so that only
-/// sessions whose files changed are handed over again. Any thread may call, after the callbacks are
-/// set; the ports outlive it. Errors of the desktop's search go to standard error.
+/// What has been handed over is known on a queue of its own, which alone touches it and hands over
+/// in the order of the calls, so that only sessions whose files changed are handed over again. Any
+/// thread may call, after the callbacks are set; the ports outlive it. Errors of the desktop's
+/// search go to standard error.
 class SpotlightIndexer {
   public:
     /// A chosen result, and the entry of `userInfo` that says which.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -20,6 +21,7 @@ class RecordedDesktopSearch : public DesktopSearchIndex {
     explicit RecordedDesktopSearch(MainLoop& loop) : loop_(loop) {}
 
     void indexSearchableItems(std::vector<SearchableItem> added, Completion completion) override {
+        if (beforeIndexing) beforeIndexing();
         const std::lock_guard lock(mutex_);
         std::string call = "index";
         for (auto& item : added) {
@@ -61,6 +63,8 @@ class RecordedDesktopSearch : public DesktopSearchIndex {
         return calls_;
     }
 
+    /// Called before items are taken in, by whoever brings them.
+    std::function<void()> beforeIndexing;
     std::map<std::string, SearchableItem> items;
     std::optional<std::string> error;  ///< of every call from now on
 

@@ -446,6 +446,24 @@ TEST_F(SearchPanelControllerTest, AChangeKeepsAnOpenProjectOpen) {
     EXPECT_EQ(panel.copied, (std::vector<std::string>{"11111111-a"}));
 }
 
+TEST_F(SearchPanelControllerTest, AnOpenProjectWhoseLastSessionVanishesIsOpenNoMore) {
+    open();
+    search("tts");
+    panel.press(Command::activate);
+    settle();
+    vanish("11111111-a");
+    EXPECT_EQ(panel.rows.size(), 2U);
+    EXPECT_TRUE(panel.rows[0].isExpanded);
+    vanish("22222222-b");
+    EXPECT_EQ(panel.texts(),
+              (std::vector<std::string>{"33333333 · offload · Write tests for tts"}));
+    sessions.push_back(meta("44444444-d", "/src/tts", "New"));
+    controller->refresh();
+    settle();
+    ASSERT_EQ(panel.rows.size(), 3U);
+    EXPECT_FALSE(panel.rows[0].isExpanded);
+}
+
 TEST_F(SearchPanelControllerTest, AChangeNeitherHurriesNorReplacesWhatIsTyped) {
     open();
     panel.press(Command::moveDown);
