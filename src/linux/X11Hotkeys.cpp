@@ -18,9 +18,10 @@ constexpr unsigned modifierBits = 0xff;
 
 }  // namespace
 
-X11Hotkeys::X11Hotkeys(MainLoop& loop, std::string display)
+X11Hotkeys::X11Hotkeys(MainLoop& loop, std::string display, X11Patience patience)
     : loop_(loop),
       display_(std::move(display)),
+      patience_(patience),
       log_(Log::shared().child({{"class", "X11Hotkeys"}})) {}
 
 X11Hotkeys::~X11Hotkeys() = default;
@@ -56,7 +57,7 @@ void X11Hotkeys::unregisterHotKey(std::uint32_t id) {
 
 bool X11Hotkeys::connect() {
     bool silent = false;
-    auto link = X11Link::open(display_, &silent);
+    auto link = X11Link::open(display_, patience_, &silent);
     if (!link) return silent;
     auto keyMap = X11KeyMap::read(*link);
     if (!keyMap) return !link->isBroken();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "frame/Log.h"
+#include "linux/X11Patience.h"
 #include "platform/GlobalHotkeys.h"
 #include "platform/MainLoop.h"
 
@@ -27,7 +28,7 @@ class X11Link;
 class X11Hotkeys : public GlobalHotkeys {
   public:
     /// An empty display is the environment's.
-    explicit X11Hotkeys(MainLoop& loop, std::string display = {});
+    explicit X11Hotkeys(MainLoop& loop, std::string display = {}, X11Patience patience = {});
     ~X11Hotkeys() override;
     X11Hotkeys(const X11Hotkeys&) = delete;
     X11Hotkeys& operator=(const X11Hotkeys&) = delete;
@@ -71,6 +72,7 @@ class X11Hotkeys : public GlobalHotkeys {
 
     MainLoop& loop_;
     const std::string display_;
+    const X11Patience patience_;
     const Log log_;
     Handlers handlers_;
     std::map<std::uint32_t, Grab> grabs_;

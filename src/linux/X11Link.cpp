@@ -13,10 +13,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// A server answers within a fraction of a millisecond; a busy one gets its time.
-constexpr std::chrono::milliseconds patience{300};
-constexpr std::chrono::milliseconds connectPatience{1000};
-
 xcb_window_t rootOf(xcb_connection_t* connection, int number) {
     auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
     for (; number > 0 && screens.rem > 1; --number) xcb_screen_next(&screens);
@@ -25,12 +21,13 @@ xcb_window_t rootOf(xcb_connection_t* connection, int number) {
 
 }  // namespace
 
-std::unique_ptr<X11Link> X11Link::open(const std::string& display, bool* silent) {
-    const auto result = X11Connecting::connect(display, connectPatience);
+std::unique_ptr<X11Link> X11Link::open(const std::string& display, X11Patience patience,
+                                       bool* silent) {
+    const auto result = X11Connecting::connect(display, patience.connecting);
     if (silent) *silent = result.outcome == X11Connecting::Outcome::silent;
     if (!result.connection) return nullptr;
     const auto root = rootOf(result.connection, result.screen);
-    return std::unique_ptr<X11Link>(new X11Link(result.connection, root));
+    return std::unique_ptr<X11Link>(new X11Link(result.connection, root, patience.answer));
 }
 
 X11Link::~X11Link() {
@@ -39,7 +36,7 @@ X11Link::~X11Link() {
 
 void* X11Link::await(unsigned sequence) {
     xcb_flush(connection_);
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + patience_;
     for (;;) {
         void* reply = nullptr;
         xcb_generic_error_t* error = nullptr;

@@ -2,11 +2,14 @@
 
 #include <xcb/xcb.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <memory>
 #include <set>
 #include <string>
+
+#include "linux/X11Patience.h"
 
 namespace sonra {
 
@@ -25,7 +28,8 @@ class X11Link {
   public:
     /// Null if there is no server, or one that doesn't answer in time: then `silent` becomes true,
     /// and asking again later is worth it. An empty display is the environment's.
-    static std::unique_ptr<X11Link> open(const std::string& display, bool* silent = nullptr);
+    static std::unique_ptr<X11Link> open(const std::string& display, X11Patience patience = {},
+                                         bool* silent = nullptr);
     ~X11Link();
     X11Link(const X11Link&) = delete;
     X11Link& operator=(const X11Link&) = delete;
@@ -49,13 +53,14 @@ class X11Link {
     X11Owned<xcb_generic_event_t> nextEvent();
 
   private:
-    X11Link(xcb_connection_t* connection, xcb_window_t root)
-        : connection_(connection), root_(root) {}
+    X11Link(xcb_connection_t* connection, xcb_window_t root, std::chrono::milliseconds patience)
+        : connection_(connection), root_(root), patience_(patience) {}
     void* await(unsigned sequence);
     void sort(X11Owned<xcb_generic_event_t> event);
 
     xcb_connection_t* const connection_;
     const xcb_window_t root_;
+    const std::chrono::milliseconds patience_;
     std::deque<X11Owned<xcb_generic_event_t>> events_;
     std::set<unsigned> failed_;
 };

@@ -59,9 +59,9 @@ void broadcast(X11Link& link, const std::string& text, xcb_atom_t begin, xcb_ato
 
 }  // namespace
 
-void end(const std::string& id, const std::string& display) {
+void end(const std::string& id, const std::string& display, X11Patience patience) {
     if (id.empty()) return;
-    const auto link = X11Link::open(display);
+    const auto link = X11Link::open(display, patience);
     if (!link) return;
     // Both asked for before either answer is waited for.
     const auto begin = askForAtom(*link, "_NET_STARTUP_INFO_BEGIN");

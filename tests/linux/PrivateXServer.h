@@ -1,25 +1,43 @@
 #pragma once
 
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstddef>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "linux/X11Patience.h"
 #include "support/TestProcess.h"
 
 namespace sonra::test {
 
+/// For tests that aren't about a server that lets one wait.
+constexpr X11Patience patient{std::chrono::seconds(20), std::chrono::seconds(20)};
+
 /// An X server of the test's own, without a window manager.
+///
+/// Its number is the process's own and high: servers that look for a free one themselves, as those
+/// of other tests do, begin at 0 and don't get there, also while it is away.
 class PrivateXServer {
   public:
-    PrivateXServer() { serve({}); }
-    ~PrivateXServer() { release(); }
+    PrivateXServer() {
+        constexpr int first = 1000;
+        constexpr int numbers = 50'000;
+        const int own = first + getpid() % numbers;
+        constexpr int attempts = 20;
+        for (int number = own; !serve(number) && number < own + attempts; ++number)
+            ;
+    }
+    ~PrivateXServer() {
+        if (display_.empty()) return;
+        kill();
+        // A server that is killed leaves them behind.
+        const auto number = display_.substr(1);
+        std::remove(("/tmp/.X" + number + "-lock").c_str());
+        std::remove(("/tmp/.X11-unix/X" + number).c_str());
+    }
     PrivateXServer(const PrivateXServer&) = delete;
     PrivateXServer& operator=(const PrivateXServer&) = delete;
 
@@ -27,14 +45,9 @@ class PrivateXServer {
     /// Ends it and starts another one in its place.
     void replace() {
         kill();
-        release();
-        serve({display_});
+        serve(std::stoi(display_.substr(1)));
     }
-    /// Its display stays away: no other server takes the number meanwhile.
-    void kill() {
-        server_->kill();
-        reserve();
-    }
+    void kill() { server_->kill(); }
     void signal(int number) const { server_->signal(number); }
 
     /// Runs a program to its end; its output.
@@ -52,33 +65,21 @@ class PrivateXServer {
     }
 
   private:
-    /// Binds the socket without listening on it: other servers find it taken, clients nobody.
-    void reserve() {
-        reserved_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        const auto name = "/tmp/.X11-unix/X" + display_.substr(1);
-        std::copy(name.begin(), name.end(), address.sun_path + 1);  // in the abstract namespace
-        const auto length = offsetof(sockaddr_un, sun_path) + 1 + name.size();
-        static_cast<void>(bind(reserved_, reinterpret_cast<const sockaddr*>(&address),
-                               static_cast<socklen_t>(length)));
-    }
-    void release() {
-        if (reserved_ >= 0) close(std::exchange(reserved_, -1));
-    }
-    void serve(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), "Xvfb");
-        arguments.insert(arguments.end(), {"-displayfd", "1", "-screen", "0", "640x480x24",
-                                           "-noreset", "-nolisten", "tcp"});
-        server_ = std::make_unique<TestProcess>(arguments);
-        display_ = ":";
-        for (char byte = 0; read(server_->output(), &byte, 1) == 1 && byte != '\n';)
-            display_ += byte;
+    /// Waits until it serves; false if the number is another's.
+    bool serve(int number) {
+        const auto display = ":" + std::to_string(number);
+        server_ = std::make_unique<TestProcess>(
+            std::vector<std::string>{"Xvfb", display, "-displayfd", "1", "-screen", "0",
+                                     "640x480x24", "-noreset", "-nolisten", "tcp"});
+        char byte = 0;
+        while (byte != '\n')
+            if (read(server_->output(), &byte, 1) != 1) return false;
+        display_ = display;
+        return true;
     }
 
     std::unique_ptr<TestProcess> server_;
     std::string display_;
-    int reserved_ = -1;
 };
 
 }  // namespace sonra::test

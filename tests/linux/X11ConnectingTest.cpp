@@ -54,22 +54,22 @@ TEST(X11Link, TellsAServerThatStandsStillFromNone) {
     const test::PrivateXServer server;
     bool silent = false;
     server.signal(SIGSTOP);
-    EXPECT_EQ(X11Link::open(server.display(), &silent), nullptr);
+    EXPECT_EQ(X11Link::open(server.display(), {}, &silent), nullptr);
     EXPECT_TRUE(silent);
     server.signal(SIGCONT);
     EXPECT_TRUE(
-        test::comesTrue([&] { return X11Link::open(server.display(), &silent) != nullptr; }));
+        test::comesTrue([&] { return X11Link::open(server.display(), {}, &silent) != nullptr; }));
     EXPECT_FALSE(silent);
-    EXPECT_EQ(X11Link::open(":4242", &silent), nullptr);
+    EXPECT_EQ(X11Link::open(":4242", {}, &silent), nullptr);
     EXPECT_FALSE(silent);
 }
 
 TEST(X11Link, AnAnswerOfAServerThatStoppedIsNotWaitedForWithoutEnd) {
     const test::TimeLimit limit(40);
     const test::PrivateXServer server;
-    const auto link = X11Link::open(server.display());
+    const auto link = X11Link::open(server.display(), {20s, 300ms});
     ASSERT_TRUE(link);
-    ASSERT_TRUE(link->sync());
+    ASSERT_TRUE(test::comesTrue([&] { return link->sync(); }));
     server.signal(SIGSTOP);
     const auto began = Clock::now();
     EXPECT_FALSE(link->sync());

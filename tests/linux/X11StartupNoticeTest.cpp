@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 /// Hears what a desktop hears on the root window.
 class Desktop {
   public:
-    explicit Desktop(const std::string& display) : link_(X11Link::open(display)) {
+    explicit Desktop(const std::string& display) : link_(X11Link::open(display, test::patient)) {
         const std::uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
         xcb_change_window_attributes(link_->get(), link_->root(), XCB_CW_EVENT_MASK, &mask);
         begin_ = atom("_NET_STARTUP_INFO_BEGIN");
@@ -69,7 +69,7 @@ class Desktop {
 TEST(X11StartupNotice, TheDesktopHearsThatTheStartIsOver) {
     const test::PrivateXServer server;
     Desktop desktop(server.display());
-    X11StartupNotice::end("gio-4711-host-sonra-0_TIME12345", server.display());
+    X11StartupNotice::end("gio-4711-host-sonra-0_TIME12345", server.display(), test::patient);
     EXPECT_EQ(desktop.message(), "remove: ID=\"gio-4711-host-sonra-0_TIME12345\"");
 }
 
@@ -79,18 +79,18 @@ TEST(X11StartupNotice, AnIdOfAnyLengthAndWithQuotesArrivesWhole) {
     // The text with its name and quotes fills whole pieces, one byte less, one byte more.
     for (const std::size_t length : {27U, 26U, 28U, 1U, 300U}) {
         const std::string id(length, 'x');
-        X11StartupNotice::end(id, server.display());
+        X11StartupNotice::end(id, server.display(), test::patient);
         ASSERT_EQ(desktop.message(), "remove: ID=\"" + id + "\"");
     }
-    X11StartupNotice::end("a\"b\\c d", server.display());
+    X11StartupNotice::end("a\"b\\c d", server.display(), test::patient);
     EXPECT_EQ(desktop.message(), "remove: ID=\"a\\\"b\\\\c d\"");
 }
 
 TEST(X11StartupNotice, NothingIsSaidWithoutAnId) {
     const test::PrivateXServer server;
     Desktop desktop(server.display());
-    X11StartupNotice::end("", server.display());
-    X11StartupNotice::end("second", server.display());
+    X11StartupNotice::end("", server.display(), test::patient);
+    X11StartupNotice::end("second", server.display(), test::patient);
     EXPECT_EQ(desktop.message(), "remove: ID=\"second\"");
 }
 
