@@ -4,6 +4,7 @@
 #include <QString>
 #include <utility>
 
+#include "linux/ChordName.h"
 #include "widgets/DesktopNotification.h"
 
 namespace sonra {
@@ -26,7 +27,7 @@ void TellingHotkeys::setHandlers(Handlers handlers) {
 
 bool TellingHotkeys::registerHotKey(std::uint32_t id, const KeyChord& chord,
                                     const std::string& title) {
-    Wish wish{nameOf(chord), title};
+    Wish wish{chordName(chord), title};
     if (!hotkeys_->registerHotKey(id, chord, title)) {
         tell(wish, outOfReach);
         return false;
@@ -38,15 +39,6 @@ bool TellingHotkeys::registerHotKey(std::uint32_t id, const KeyChord& chord,
 void TellingHotkeys::unregisterHotKey(std::uint32_t id) {
     hotkeys_->unregisterHotKey(id);
     wishes_.erase(id);
-}
-
-std::string TellingHotkeys::nameOf(const KeyChord& chord) {
-    std::string name;
-    if (chord.command) name += "Super+";
-    if (chord.control) name += "Ctrl+";
-    if (chord.option) name += "Alt+";
-    if (chord.shift) name += "Shift+";
-    return name + QString::fromStdString(chord.keyName).toUpper().toStdString();
 }
 
 void TellingHotkeys::refused(std::uint32_t id, const std::string& reason) {

@@ -24,9 +24,6 @@ class TellingHotkeys : public GlobalHotkeys {
                                       const std::string& title) override;
     void unregisterHotKey(std::uint32_t id) override;
 
-    /// The chord as keyboards print it: "Super+Shift+F".
-    static std::string nameOf(const KeyChord& chord);
-
   private:
     struct Wish {
         std::string keys;
