@@ -9,8 +9,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <variant>
 
 #include "frame/Home.h"
@@ -30,8 +32,6 @@ constexpr std::string_view prefix = "tts://";
 /// The oldest version of the socket's protocol: every service knows it.
 constexpr int protocol = 1;
 constexpr std::chrono::milliseconds betweenTries{50};
-/// A service reads within milliseconds; one on a busy machine gets its time.
-constexpr std::chrono::seconds hangUpLimit{2};
 
 bool isUrl(const std::string& argument) {
     return strncasecmp(argument.c_str(), prefix.data(), prefix.size()) == 0;
@@ -78,11 +78,6 @@ std::optional<std::string> socketOf(pid_t pid) {
     return error ? service->socket : (directory / service->socket).string();
 }
 
-bool tryOwnSocket(std::optional<pid_t> holder, const std::vector<std::string>& urls) {
-    const auto own = holder ? socketOf(*holder) : std::nullopt;
-    return own && *own != defaultServiceSocketPath() && tryOpenInExistingService(*own, urls);
-}
-
 bool sendAll(int fd, std::string_view rest) {
     while (!rest.empty()) {
         const auto sent = send(fd, rest.data(), rest.size(), MSG_NOSIGNAL);
@@ -92,21 +87,62 @@ bool sendAll(int fd, std::string_view rest) {
     return true;
 }
 
-/// Whether the other end has read everything and hung up. The system takes a line for a program
-/// that hangs, so that the line went out says nothing; and an end that closes with some of it
-/// unread shows as an error.
-bool isReadToTheEnd(int fd) {
-    if (shutdown(fd, SHUT_WR) != 0) return false;
-    const auto deadline = Clock::now() + hangUpLimit;
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd hangUp{fd, POLLIN, 0};
-        if (left <= 0 || poll(&hangUp, 1, static_cast<int>(left)) <= 0) return false;
-        char said[256];
-        const auto got = recv(fd, said, sizeof said, MSG_DONTWAIT);
-        if (got <= 0) return got == 0;
+/// Addresses on their way to services, each of which is sent them once, with the command "open".
+///
+/// The system takes a line for a program that hangs, so that the line went out says nothing: only
+/// an end that hangs up after all of it has read it. The connections stay open meanwhile.
+class OpenLines {
+  public:
+    OpenLines(const std::vector<std::string>& urls, std::chrono::milliseconds reading)
+        : line_(json::dump({{"cmd", "open"}, {"proto", protocol}, {"urls", urls}}) + "\n"),
+          reading_(reading) {}
+
+    /// Whether the service at the socket has read them. Waits until the time for that is over, and
+    /// no more when asked again.
+    bool isReadAt(const std::string& socketPath) {
+        auto& sent = sent_[socketPath];
+        if (!sent.fd) {
+            sent = {UniqueFd(connectUnixSocket(socketPath)), Clock::now() + reading_};
+            if (!sent.fd || !sendAll(sent.fd.get(), line_) || shutdown(sent.fd.get(), SHUT_WR) != 0)
+                sent.fd.reset();
+        }
+        while (sent.fd) {
+            if (!isReadable(sent)) return false;
+            char said[256];
+            const auto got = recv(sent.fd.get(), said, sizeof said, MSG_DONTWAIT);
+            if (got == 0) return true;
+            // An end that closes with some of it unread shows as an error.
+            if (got < 0) sent.fd.reset();
+        }
+        return false;
     }
+    /// Whether a service has been sent them and neither read them nor hung up.
+    [[nodiscard]] bool areUnread() const {
+        return std::any_of(sent_.begin(), sent_.end(),
+                           [](const auto& entry) { return static_cast<bool>(entry.second.fd); });
+    }
+
+  private:
+    struct Sent {
+        UniqueFd fd;
+        Clock::time_point until;
+    };
+
+    static bool isReadable(const Sent& sent) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(sent.until - Clock::now());
+        pollfd readable{sent.fd.get(), POLLIN, 0};
+        return poll(&readable, 1, std::max(0, static_cast<int>(left.count()))) > 0;
+    }
+
+    const std::string line_;
+    const std::chrono::milliseconds reading_;
+    std::map<std::string, Sent> sent_;  ///< by socket
+};
+
+bool isReadAtOwnSocket(std::optional<pid_t> holder, OpenLines& lines) {
+    const auto own = holder ? socketOf(*holder) : std::nullopt;
+    return own && *own != defaultServiceSocketPath() && lines.isReadAt(*own);
 }
 
 }  // namespace
@@ -123,28 +159,25 @@ std::string withPlainScheme(std::string url) {
     return url;
 }
 
-bool tryOpenInExistingService(const std::string& socketPath, const std::vector<std::string>& urls) {
-    const UniqueFd fd(connectUnixSocket(socketPath));
-    if (!fd) return false;
-    const std::string line =
-        json::dump({{"cmd", "open"}, {"proto", protocol}, {"urls", urls}}) + "\n";
-    return sendAll(fd.get(), line) && isReadToTheEnd(fd.get());
-}
-
 UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& otherWay,
-                         std::chrono::milliseconds patience) {
+                         UrlPatience patience) {
     using Outcome = UrlHandover::Outcome;
-    const auto deadline = Clock::now() + patience;
+    const auto deadline = Clock::now() + patience.all;
+    OpenLines lines(urls, patience.reading);
+    bool wasOtherWayTried = false;
     for (;;) {
         // Whoever listens there is the service, also where its lock's file was removed.
-        if (tryOpenInExistingService(defaultServiceSocketPath(), urls)) return {Outcome::done, {}};
+        if (lines.isReadAt(defaultServiceSocketPath())) return {Outcome::done, {}};
         // Never tried out and given back: that would turn away one that just starts.
         const auto lock = tryServiceLock();
         if (lock == ServiceLockTry::taken) return {Outcome::isService, {}};
         if (lock == ServiceLockTry::failed) return {Outcome::noLock, {}};
         const auto holder = stampedPid();
-        if (tryOwnSocket(holder, urls) || otherWay(urls)) return {Outcome::done, holder};
-        if (Clock::now() >= deadline) return {Outcome::unreachable, holder};
+        if (isReadAtOwnSocket(holder, lines)) return {Outcome::done, holder};
+        if (!lines.areUnread() || !std::exchange(wasOtherWayTried, true))
+            if (otherWay(urls)) return {Outcome::done, holder};
+        if (Clock::now() >= deadline)
+            return {lines.areUnread() ? Outcome::unanswered : Outcome::unreachable, holder};
         std::this_thread::sleep_for(betweenTries);
     }
 }

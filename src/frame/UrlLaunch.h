@@ -18,21 +18,25 @@ std::vector<std::string> launchUrls(const std::vector<std::string>& args);
 /// The same address with its scheme in small letters; any other text as it is.
 std::string withPlainScheme(std::string url);
 
-/// Asks the service that listens at the socket to open the addresses, with the command "open"; true
-/// if it has read them and hung up. One that hangs may yet read them later. Takes a few seconds at
-/// most.
-bool tryOpenInExistingService(const std::string& socketPath, const std::vector<std::string>& urls);
-
 /// What became of addresses that were to be handed to the service of this user.
 struct UrlHandover {
     enum class Outcome {
         done,         ///< it has them
         isService,    ///< there was none: this process now holds the service's lock
+        unanswered,   ///< a service was sent them and doesn't answer; it may yet read them
         unreachable,  ///< another process holds the lock and took them no way
         noLock        ///< none was reached, and the lock can't be taken by anybody
     };
     Outcome outcome = Outcome::noLock;
-    std::optional<pid_t> holder;  ///< the service that couldn't be reached, as far as it is known
+    std::optional<pid_t> holder;  ///< who holds the lock, as far as it is known
+};
+
+/// How long somebody is waited for who wants addresses opened.
+struct UrlPatience {
+    std::chrono::milliseconds all{5000};
+    /// A service reads within milliseconds; one on a busy machine gets its time before other ways
+    /// are tried, and goes on being waited for beside them.
+    std::chrono::milliseconds reading{2000};
 };
 
 /// One more way to a service that runs; true if it has the addresses.
@@ -41,9 +45,10 @@ using OtherWay = std::function<bool(const std::vector<std::string>& urls)>;
 /// Hands the addresses to the service that runs: at the default socket, at the one that its own
 /// command line names, or the other way. Where there is none, this process takes the service's lock
 /// at once, so that of several only one comes to be the service. Who holds the lock may just be
-/// starting or ending, so all of it is tried until `patience` is over. Blocks; a try more or less
-/// beyond `patience`.
+/// starting or ending, so all of it is tried until `patience` is over. A service is sent them over
+/// its socket once, and while it doesn't read them the other way is tried once: a service that is
+/// busy reads everything in the end. Blocks; a try more or less beyond `patience`.
 UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& otherWay,
-                         std::chrono::milliseconds patience);
+                         UrlPatience patience = {});
 
 }  // namespace sonra

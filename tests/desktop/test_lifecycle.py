@@ -202,8 +202,8 @@ class Addresses(LifecycleCase):
         service = self.start().wait_ready()
         service.process.send_signal(signal.SIGSTOP)
         self.addCleanup(service.process.send_signal, signal.SIGCONT)
-        self.open(69, f"sonra: the service is running (process {service.process.pid}) but can't be reached over its "
-                      "socket or the session bus; nothing was opened.\n")
+        self.open(69, f"sonra: the service is running (process {service.process.pid}) but doesn't answer; it was "
+                      "asked to open this and may yet do so.\n")
 
     def test_starts_beside_many_addresses_turn_nobody_away(self):
         """However plain starts and addresses meet, there is one service in the end and it was given every address."""

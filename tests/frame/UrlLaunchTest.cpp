@@ -48,9 +48,9 @@ class Listener {
   private:
     void readClient() {
         pollfd waiting{server_.get(), POLLIN, 0};
-        if (poll(&waiting, 1, 5000) != 1) return;
+        if (poll(&waiting, 1, 20'000) != 1) return;
         const UniqueFd client(accept(server_.get(), nullptr, nullptr));
-        const timeval limit{5, 0};
+        const timeval limit{20, 0};
         setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         char block[4096];
         for (ssize_t got = 0; (got = recv(client.get(), block, sizeof block, 0)) > 0;)
@@ -83,6 +83,20 @@ TEST(UrlLaunch, LeavesEveryOtherCommandLineAlone) {
         EXPECT_EQ(launchUrls(args), Urls{});
 }
 
+/// What each client that waits at the server has sent; they are hung up on.
+std::vector<std::string> linesWaitingAt(int server) {
+    std::vector<std::string> lines;
+    for (pollfd waiting{server, POLLIN, 0}; poll(&waiting, 1, 0) == 1;) {
+        const UniqueFd client(accept(server, nullptr, nullptr));
+        std::string all;
+        char block[4096];
+        for (ssize_t got = 0; (got = recv(client.get(), block, sizeof block, 0)) > 0;)
+            all.append(block, static_cast<std::size_t>(got));
+        lines.push_back(all);
+    }
+    return lines;
+}
+
 /// One more way that notes what it is asked and answers as told.
 struct Road {
     OtherWay way() {
@@ -101,14 +115,20 @@ class UrlHandoverTest : public testing::Test {
   protected:
     ~UrlHandoverTest() override { releaseServiceLock(); }
 
-    UrlHandover handOver(std::chrono::milliseconds patience = {}) {
-        return handOverUrls(urls, road.way(), patience);
+    UrlHandover handOver(std::chrono::milliseconds all = {}) {
+        return handOverUrls(urls, road.way(), {.all = all, .reading = std::chrono::seconds(20)});
+    }
+    /// With no patience for a service that doesn't read.
+    UrlHandover handOverHastily() {
+        using std::chrono::milliseconds;
+        return handOverUrls(urls, road.way(), {.all = milliseconds(200), .reading = milliseconds(10)});
     }
     void stamp(const std::string& pid) const {
         test::writeFile(sharedDirectory() + "/sonra.lock", pid + "\n");
     }
 
-    const test::TimeLimit limit{40};
+    static constexpr UrlPatience waits{std::chrono::seconds(20), std::chrono::seconds(20)};
+    const test::TimeLimit limit{90};
     const test::TempHome home;
     const Urls urls{"tts://session/abc", "tts://a\"\n\xff"};
     Road road;
@@ -160,8 +180,34 @@ TEST_F(UrlHandoverTest, AServiceThatHangsIsPassedOver) {
     const UniqueFd hung(bindUnixSocket(defaultServiceSocketPath()));
     ASSERT_TRUE(hung);
     road.leads = true;
-    EXPECT_EQ(handOver().outcome, Outcome::done);
+    EXPECT_EQ(handOverHastily().outcome, Outcome::done);
     EXPECT_EQ(road.times, 1);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatIsBusyIsSentThemOnceAndNotSaidToBeOutOfReach) {
+    ASSERT_TRUE(acquireServiceLock());
+    const UniqueFd busy(bindUnixSocket(defaultServiceSocketPath()));
+    ASSERT_TRUE(busy);
+    const auto handover = handOverHastily();
+    EXPECT_EQ(handover.outcome, Outcome::unanswered);
+    EXPECT_EQ(handover.holder, getpid());
+    EXPECT_EQ(road.times, 1);
+    // What it finds once it has time.
+    EXPECT_EQ(linesWaitingAt(busy.get()).size(), 1U);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatReadsAfterAWhileHasThem) {
+    ASSERT_TRUE(acquireServiceLock());
+    const UniqueFd busy(bindUnixSocket(defaultServiceSocketPath()));
+    ASSERT_TRUE(busy);
+    const auto readsMeanwhile = [&](const Urls&) {
+        EXPECT_EQ(linesWaitingAt(busy.get()).size(), 1U);
+        return false;
+    };
+    const UrlPatience patience{.all = std::chrono::seconds(20),
+                               .reading = std::chrono::milliseconds(10)};
+    EXPECT_EQ(handOverUrls(urls, readsMeanwhile, patience).outcome, Outcome::done);
+    EXPECT_TRUE(linesWaitingAt(busy.get()).empty());
 }
 
 TEST_F(UrlHandoverTest, AServiceThatHangsUpUnreadIsPassedOver) {
@@ -169,10 +215,10 @@ TEST_F(UrlHandoverTest, AServiceThatHangsUpUnreadIsPassedOver) {
     const UniqueFd server(bindUnixSocket(defaultServiceSocketPath()));
     std::thread busy([&server] {
         pollfd waiting{server.get(), POLLIN, 0};
-        if (poll(&waiting, 1, 5000) != 1) return;
+        if (poll(&waiting, 1, 20'000) != 1) return;
         const UniqueFd client(accept(server.get(), nullptr, nullptr));
         waiting.fd = client.get();
-        poll(&waiting, 1, 5000);
+        poll(&waiting, 1, 20'000);
     });
     road.leads = true;
     EXPECT_EQ(handOver().outcome, Outcome::done);
@@ -225,7 +271,7 @@ TEST_F(UrlHandoverTest, OneThatIsJustStartingIsWaitedFor) {
         if (!server) server.emplace(defaultServiceSocketPath());
         return false;
     };
-    EXPECT_EQ(handOverUrls(urls, startsMeanwhile, std::chrono::seconds(20)).outcome, Outcome::done);
+    EXPECT_EQ(handOverUrls(urls, startsMeanwhile, waits).outcome, Outcome::done);
     ASSERT_TRUE(server);
     expectLine(*server);
 }
@@ -236,7 +282,7 @@ TEST_F(UrlHandoverTest, OneThatEndsMeanwhileLeavesItsPlaceToThisProcess) {
         releaseServiceLock();
         return false;
     };
-    EXPECT_EQ(handOverUrls(urls, endsMeanwhile, std::chrono::seconds(20)).outcome,
+    EXPECT_EQ(handOverUrls(urls, endsMeanwhile, waits).outcome,
               Outcome::isService);
     EXPECT_TRUE(holdsServiceLock());
 }
