@@ -116,7 +116,8 @@ class Desktop:
         self.private = PrivateBus()
         self.address = self.private.address
         self.bus = self.private.connection
-        self.screen = subprocess.Popen(["Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp"],
+        self.screen = subprocess.Popen(["Xvfb", "-displayfd", "1", "-screen", "0", "800x600x24", "-nolisten", "tcp",
+                                        "-noreset"],
                                        stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         self.display = ":" + self.screen.stdout.readline().strip()
 
