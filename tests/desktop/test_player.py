@@ -93,6 +93,8 @@ class Heard(Player):
 class ShownByACaptionServer(Player):
     def setUp(self):
         super().setUp()
+        # Long enough to be looked at while it is played.
+        write_tone(self.wav, 4 * SECONDS, PEAK)
         self.screen = Screen(self.home.path)
         self.addCleanup(self.screen.close)
         self.captions = CaptionsSeen(self.screen)
@@ -103,30 +105,34 @@ class ShownByACaptionServer(Player):
         self.server.send({"cmd": "show"})
         wait_for("the captions", self.captions.is_viewable)
 
-    def at_the_end(self):
-        """The picture with the last word lit up."""
-        self.server.send({"cmd": "highlight", "progress": 1})
+    def after(self, command):
+        """The picture that follows a command which changes it."""
+        before = self.captions.settled()
+        self.server.send(command)
+        wait_for(f"what {command} shows", lambda: self.captions.picture() != before)
         return self.captions.settled()
 
     def shown_by_hand(self, text):
-        self.server.send({"cmd": "set", "text": text})
-        return self.at_the_end()
+        """The picture with the last word lit up."""
+        self.after({"cmd": "set", "text": text})
+        return self.after({"cmd": "highlight", "progress": 1})
 
-    def shown_by_player(self, text):
-        self.server.send({"cmd": "clear"})
-        empty = self.captions.settled()
+    def follow_player(self, text, expected):
+        """Until the picture with its last word lit up is the expected one."""
+        empty = self.after({"cmd": "clear"})
         player = self.start("--captions", "--captions-sock", str(self.home.socket_path), "--snippet", text)
         first = wait_for("the words", lambda: (p := self.captions.picture()) != empty and p)
         wait_for("the next word", lambda: self.captions.picture() != first)
         self.assertIsNone(player.poll())
         self.wait_end(player)
-        return self.at_the_end()
+        self.server.send({"cmd": "highlight", "progress": 1})
+        wait_for("the expected picture", lambda: self.captions.picture() == expected)
 
     def test_the_snippet_is_shown_and_followed(self):
         expected, other = self.shown_by_hand("some words"), self.shown_by_hand("more words")
         self.assertNotEqual(expected, other)
-        self.assertEqual(self.shown_by_player("some words"), expected)
-        self.assertEqual(self.shown_by_player("more words"), other)
+        self.follow_player("some words", expected)
+        self.follow_player("more words", other)
         self.assertTrue(self.captions.is_viewable())
         self.server.send({"cmd": "quit"})
         self.assertEqual(self.server.process.wait(30), 0)
