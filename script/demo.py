@@ -9,6 +9,7 @@ import json
 import os
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -96,7 +97,7 @@ class PrivateSound:
         self.server = subprocess.Popen(
             ["pulseaudio", "-n", "-F", str(script), "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
              "--disable-shm=yes", "--realtime=no", "--high-priority=no"], env=environment, **quiet)
-        wait_for("the private sound server", address.exists)
+        wait_for("the private sound server", lambda: accepts(address))
         self.environment = {"PULSE_SERVER": f"unix:{address}"}
         self.recorder = subprocess.Popen(
             ["parec", "-d", "speaker.monitor", "--raw", f"--rate={RATE}", "--channels=1", "--format=s16le",
@@ -124,6 +125,16 @@ def sound_server_answers():
         return subprocess.run(["pactl", "info"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=5).returncode == 0
     except (OSError, subprocess.TimeoutExpired):
         return False
+
+
+def accepts(path):
+    """Whether somebody answers there: the socket's file is older than that, or left by another."""
+    with socket.socket(socket.AF_UNIX) as probe:
+        try:
+            probe.connect(str(path))
+            return True
+        except OSError:
+            return False
 
 
 def assistant_line(number, text):
@@ -188,7 +199,7 @@ def run(folder):
     service = subprocess.Popen([str(PROGRAM)], env=environment)
     SERVICE.append(service)
     try:
-        wait_for("the service's socket", (shared / "service.sock").exists)
+        wait_for("the service's socket", lambda: accepts(shared / "service.sock"))
         say("the daemon looks for sessions; a lone fresh one is attached by itself")
         wait_for("the session to be attached", lambda: read_json(shared / "state.json").get("sessions"))
         narrate(shared, transcript)
