@@ -133,11 +133,11 @@ TEST(SerialQueue, TimersRunInTheOrderOfTheirTimes) {
     SerialQueue queue("test");
     std::vector<int> order;
     std::promise<void> last;
-    queue.after(30ms, [&] {
+    queue.after(300ms, [&] {
         order.push_back(3);
         last.set_value();
     });
-    queue.after(10ms, [&] { order.push_back(2); });
+    queue.after(100ms, [&] { order.push_back(2); });
     queue.after(0ms, [&] { order.push_back(1); });
     ASSERT_EQ(last.get_future().wait_for(20s), std::future_status::ready);
     queue.sync([&] { EXPECT_EQ(order, (std::vector<int>{1, 2, 3})); });

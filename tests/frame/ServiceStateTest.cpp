@@ -1,5 +1,6 @@
 #include "frame/ServiceState.h"
 
+#include "support/ComesTrue.h"
 #include "support/ForkedProcess.h"
 #include "support/LogWatch.h"
 #include "support/TempDir.h"
@@ -259,7 +260,14 @@ TEST_F(ServiceStateTest, AWriterKilledAtAnyMomentLeavesTheDocumentWhole) {
         EXPECT_TRUE(ServiceState::update([&](Json& state) { state["rounds"] = round; }));
         EXPECT_EQ(document().value()["rounds"], round);
     }
-    EXPECT_GT(document().value()["count"], -1) << "no writer ever came to write";
+    // All of those may have died before they came to write. This one doesn't.
+    ASSERT_TRUE(ServiceState::update([](Json& state) { state["count"] = -1; }));
+    test::ForkedProcess writer(updateForEver);
+    EXPECT_TRUE(test::comesTrue([&] { return document().value_or(Json())["count"] > -1; }));
+    writer.killNow();
+    ASSERT_TRUE(document());
+    EXPECT_EQ(document()->at("daemonKey"), "kept");
+    EXPECT_TRUE(ServiceState::update([](Json& state) { state["rounds"] = "over"; }));
 }
 
 }  // namespace

@@ -118,7 +118,7 @@ TEST_F(StateLockTest, ReclaimsALockWhoseHolderIsDeadHoweverYoung) {
 }
 
 TEST_F(StateLockTest, ALiveHoldersLockIsReclaimedOnlyWhenOlderThanThirtySeconds) {
-    leaveLock(std::to_string(getppid()), 29s);
+    leaveLock(std::to_string(getppid()), 25s);
     EXPECT_FALSE(StateLock::tryAcquire(path_));
     EXPECT_TRUE(isLocked());
     leaveLock(std::to_string(getppid()), 31s);

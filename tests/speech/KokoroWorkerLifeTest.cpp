@@ -212,8 +212,8 @@ TEST_F(KokoroWorkerLifeTest, DoesNotWaitForAWorkerThatDoesNotRead) {
     log.expect("worker synth timed out; falling back");
     log.expect("worker stdin write failed; falling back");
     auto with = options();
-    with.limits.synthesis = 100ms;
-    with.limits.write = 100ms;
+    with.limits.synthesis = 1s;
+    with.limits.write = 1s;
     make(with);
     ASSERT_TRUE(engine->startAndWaitReady());
     EXPECT_FALSE(synth("deaf"));

@@ -137,7 +137,7 @@ TEST_F(SpeechHelperTest, IsGivenUpForGoodWhenItDoesNotGetReady) {
 TEST_F(SpeechHelperTest, DropsAReplyAfterTheTimeout) {
     log.expect("worker synth timed out; falling back");
     auto with = helper();
-    with.limits.synthesis = std::chrono::milliseconds(1500);
+    with.limits.synthesis = std::chrono::seconds(4);
     make(with);
     ASSERT_TRUE(engine->startAndWaitReady());
     const auto pid = *engine->currentPid();
