@@ -83,6 +83,7 @@ bool AppCoordinator::start() {
 }
 
 void AppCoordinator::shutDown() {
+    daemon_.stop();
     ipc_->unlinkSocket();
 }
 
@@ -373,6 +374,8 @@ void AppCoordinator::prewarmKokoro() {
 void AppCoordinator::quit() {
     armWatchdog();
     speech_.worker->stop();
+    // First: a start that is still under way would find nobody stopped, and go on.
+    daemon_.stop();
     runCtl({"stop-daemon"});
     platform_.loop.post([exit = platform_.exit] { exit(0); });
 }

@@ -1,8 +1,8 @@
 #include "control/CtlRunner.h"
 
 #include <stdexcept>
+#include <utility>
 
-#include "frame/ChildProcess.h"
 #include "frame/Log.h"
 
 namespace sonra {
@@ -26,27 +26,27 @@ std::string joined(const std::vector<std::string>& words) {
 
 }  // namespace
 
-bool runCtl(const std::vector<std::string>& arguments, const CtlTool& tool) {
+std::unique_ptr<ChildProcess> startCtl(const std::vector<std::string>& arguments,
+                                       const CtlTool& tool) {
     const auto log = Log::shared().child({{"class", "AppCoordinator"}, {"method", "runCtl"}});
     const std::string subcommand = arguments.empty() ? "(empty)" : arguments.front();
     const Json call{{"input", {{"subcommand", subcommand}, {"argCount", arguments.size()}}}};
     if (CtlInvocation::ctlSpawnDisabled()) {
         log.info("ctl spawn disabled; dropping", call);
-        return false;
+        return nullptr;
     }
     const auto resolved = tool();
     if (!resolved) {
         log.warn("ctl.js + node not resolvable; dropping", call);
-        return false;
+        return nullptr;
     }
-    const auto spawned =
-        ChildProcess::spawn(shellRequest(resolved->shellCommand() + joined(arguments)));
+    auto spawned = ChildProcess::spawn(shellRequest(resolved->shellCommand() + joined(arguments)));
     if (!spawned.process) {
         log.error("ctl spawn failed", std::runtime_error(spawned.error),
                   {{"input", {{"subcommand", subcommand}}}});
-        return false;
+        return nullptr;
     }
-    return true;
+    return std::move(spawned.process);
 }
 
 }  // namespace sonra

@@ -15,17 +15,51 @@
 namespace sonra {
 namespace {
 
-bool isDaemonDead() {
+enum class Daemon { absent, dead, alive };
+
+/// By the file with its process id.
+Daemon daemon() {
     const auto content = AtomicFile::read(sharedDirectory() + "/daemon.pid");
     const auto pid = content ? StateLock::holderOf(*content) : 0;
-    return pid >= 1 && ::kill(pid, 0) != 0 && errno == ESRCH;
+    if (pid < 1) return Daemon::absent;
+    return ::kill(pid, 0) != 0 && errno == ESRCH ? Daemon::dead : Daemon::alive;
 }
 
 }  // namespace
 
 void DaemonKeeper::start() {
     SONRA_ASSERT_MAIN_THREAD();
-    if (runCtl({"standby"})) lookLater(interval_);
+    if (standby()) lookLater(interval_);
+}
+
+void DaemonKeeper::stop() {
+    const std::lock_guard lock(mutex_);
+    isStopped_ = true;
+    if (!standby_ || !standby_->isRunning()) return;
+    // At once and with all its group: it has nothing to put in order, and a shell that heeds a
+    // gentler signal would leave the tool behind.
+    standby_->kill();
+    standby_->waitForExit(endLimit);
+}
+
+bool DaemonKeeper::standby() {
+    const std::lock_guard lock(mutex_);
+    if (isStopped_) return false;
+    standby_ = startCtl({"standby"});
+    return standby_ != nullptr;
+}
+
+/// Null if there is none.
+const char* DaemonKeeper::reasonToStart() {
+    const std::lock_guard lock(mutex_);
+    if (isStopped_) return nullptr;
+    const auto present = daemon();
+    if (present == Daemon::dead) return "daemon has died; starting it again";
+    // Should it end from now on, it was asked to, however it came to be.
+    if (present == Daemon::alive) standby_ = nullptr;
+    const bool hasFailed =
+        standby_ && standby_->waitForExit(ChildProcess::Duration::zero()).value_or(0) != 0;
+    return hasFailed ? "daemon couldn't be started; trying again" : nullptr;
 }
 
 void DaemonKeeper::lookLater(std::chrono::milliseconds delay) {
@@ -34,9 +68,9 @@ void DaemonKeeper::lookLater(std::chrono::milliseconds delay) {
 
 void DaemonKeeper::look() {
     SONRA_ASSERT_MAIN_THREAD();
-    if (isDaemonDead()) {
-        Log::shared().child({{"class", "DaemonKeeper"}}).warn("daemon has died; starting it again");
-        runCtl({"standby"});
+    if (const auto* reason = reasonToStart()) {
+        Log::shared().child({{"class", "DaemonKeeper"}}).warn(reason);
+        standby();
         interval_ = std::min(interval_ * 2, longestInterval);
     } else {
         interval_ = lookInterval;

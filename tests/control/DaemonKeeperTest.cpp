@@ -1,8 +1,12 @@
 #include "control/DaemonKeeper.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
 
 #include "support/ComesTrue.h"
 #include "support/LogWatch.h"
@@ -20,10 +24,20 @@ pid_t deadProcess() {
     return child;
 }
 
+/// It does nothing any more, though perhaps nobody has asked for its exit status.
+bool isOver(pid_t process) {
+    const auto stat = test::readFile("/proc/" + std::to_string(process) + "/stat");
+    const auto name = stat.rfind(") ");
+    return name == std::string::npos || stat.compare(name + 2, 1, "Z") == 0;
+}
+
 class Keeper : public testing::Test {
   protected:
-    void SetUp() override {
-        test::writeFile(home / "ctl", "echo \"$@\" >>'" + (home / "told") + "'\n");
+    void SetUp() override { useTool("exit 0"); }
+    /// A control tool that writes down who it is and what it is told, and then does as it is given.
+    void useTool(const std::string& script) {
+        test::writeFile(home / "ctl", "echo $$ $PPID >'" + (home / "ids") + "'; echo \"$@\" >>'" +
+                                          (home / "told") + "'\n" + script + "\n");
     }
     void writePid(pid_t pid) {
         test::writeFile(home / ".claude/tts/daemon.pid", std::to_string(pid) + "\n");
@@ -34,6 +48,18 @@ class Keeper : public testing::Test {
             [&] { return test::readFile(home / "told").size() == times * sizeof("standby"); });
     }
 
+    /// The control tool has gone, and the shell that may stand between.
+    bool hasEnded() {
+        std::istringstream ids(test::readFile(home / "ids"));
+        pid_t tool = 0;
+        pid_t parent = 0;
+        ids >> tool >> parent;
+        return tool > 0 && test::comesTrue([&] {
+                   return isOver(tool) && (parent == getpid() || isOver(parent));
+               });
+    }
+
+    static constexpr auto failed = "daemon couldn't be started; trying again";
     static constexpr auto died = "daemon has died; starting it again";
 
     test::TempHome home;
@@ -65,8 +91,58 @@ TEST_F(Keeper, StartsOneAgainThatDied) {
 
 TEST_F(Keeper, LeavesOneAwayThatWasAskedToEnd) {
     keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    ASSERT_TRUE(hasEnded());
     loop.advance(std::chrono::hours(1));
-    EXPECT_EQ(log.count(died), 0U);
+    EXPECT_EQ(log.count(died) + log.count(failed), 0U);
+}
+
+TEST_F(Keeper, TriesOneThatFailedToStartMoreAndMoreRarely) {
+    log.expect(failed);
+    useTool("exit 1");
+    keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    ASSERT_TRUE(hasEnded());
+    loop.advance(DaemonKeeper::lookInterval);
+    EXPECT_EQ(log.count(failed), 1U);
+    ASSERT_TRUE(wasStarted(2));
+    ASSERT_TRUE(hasEnded());
+    loop.advance(DaemonKeeper::lookInterval * 2 - std::chrono::milliseconds(1));
+    EXPECT_EQ(log.count(failed), 1U);
+    loop.advance(std::chrono::milliseconds(1));
+    EXPECT_EQ(log.count(failed), 2U);
+    EXPECT_TRUE(wasStarted(3));
+}
+
+TEST_F(Keeper, LeavesOneAwayThatCameUpAllTheSameAndWasAskedToEnd) {
+    useTool("exit 1");
+    keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    ASSERT_TRUE(hasEnded());
+    writePid(getpid());
+    loop.advance(DaemonKeeper::lookInterval);
+    std::filesystem::remove(home / ".claude/tts/daemon.pid");
+    loop.advance(std::chrono::hours(1));
+    EXPECT_EQ(log.count(died) + log.count(failed), 0U);
+}
+
+TEST_F(Keeper, StoppedItEndsAStartThatIsUnderWayAndStartsNothingMore) {
+    useTool("sleep 600");
+    keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    keeper.stop();
+    EXPECT_TRUE(hasEnded());
+    writePid(deadProcess());
+    loop.advance(std::chrono::hours(1));
+    EXPECT_EQ(log.count(died) + log.count(failed), 0U);
+}
+
+TEST_F(Keeper, StoppedItEndsAStartThatDoesNotWantTo) {
+    useTool("trap '' TERM; while :; do sleep 0.05; done");
+    keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    keeper.stop();
+    EXPECT_TRUE(hasEnded());
 }
 
 TEST_F(Keeper, TriesOneThatCannotLiveMoreAndMoreRarely) {

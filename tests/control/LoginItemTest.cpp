@@ -13,13 +13,21 @@ class LoginItem : public testing::Test {
   protected:
     /// As the desktop, or one who installs, leaves the entry.
     void write(const std::string& entry) {
-        const auto path = home / ".config/autostart/dev.trelnivorn.sonra.desktop";
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        test::writeFile(path, entry);
+        makeFolder(".config/autostart");
+        test::writeFile(home / entryName, entry);
     }
+    void makeFolder(const std::string& name) { std::filesystem::create_directories(home / name); }
+    void addLaunchAgent() {
+        makeFolder("Library/LaunchAgents");
+        test::writeFile(home / "Library/LaunchAgents/dev.trelnivorn.sonra.plist", "");
+    }
+
+    static constexpr auto entryName = ".config/autostart/dev.trelnivorn.sonra.desktop";
 
     test::TempHome home;
 };
+
+// The same cases as those of the control tool's own check.
 
 TEST_F(LoginItem, IsOffWithoutAnEntryAndOnWithOne) {
     EXPECT_FALSE(isLaunchAgentInstalled());
@@ -36,10 +44,26 @@ TEST_F(LoginItem, IsOffWhereTheDesktopSwitchedItsEntryOff) {
     EXPECT_TRUE(isLaunchAgentInstalled());
 }
 
-TEST_F(LoginItem, LaunchAgentOfAnotherToolCountsToo) {
-    const auto agent = home / "Library/LaunchAgents/dev.trelnivorn.sonra.plist";
-    std::filesystem::create_directories(std::filesystem::path(agent).parent_path());
-    test::writeFile(agent, "");
+TEST_F(LoginItem, LaunchAgentOfAnotherToolCountsWhereThereIsNoEntry) {
+    addLaunchAgent();
+    EXPECT_TRUE(isLaunchAgentInstalled());
+    write("[Desktop Entry]\nExec=sonra\nHidden=true");
+    EXPECT_FALSE(isLaunchAgentInstalled());
+    write("");
+    EXPECT_TRUE(isLaunchAgentInstalled());
+}
+
+TEST_F(LoginItem, AnEntryThatCannotBeReadIsNone) {
+    makeFolder(entryName);
+    EXPECT_FALSE(isLaunchAgentInstalled());
+    addLaunchAgent();
+    EXPECT_TRUE(isLaunchAgentInstalled());
+}
+
+TEST_F(LoginItem, AFileInThePlaceOfTheConfigurationIsNoEntry) {
+    test::writeFile(home / ".config", "");
+    EXPECT_FALSE(isLaunchAgentInstalled());
+    addLaunchAgent();
     EXPECT_TRUE(isLaunchAgentInstalled());
 }
 
