@@ -92,17 +92,25 @@ TEST_F(KaraokeFlowTest, ScrollingTakesItsTimeUnlessMotionIsUnwanted) {
     flow.setLook(look, accent);
     flow.show();
     flow.text();
-    activate(0);
-    activate(words.size() / 2);
-    EXPECT_DOUBLE_EQ(flow.scroll(), 0) << "not at once";
-    QElapsedTimer since;
-    since.start();
     const double visible = flow.height() - 2 * KaraokeFlow::endPadding;
     const double goal =
         std::round(flow.text().lineTop(flow.text().lineOf(words.size() / 2)) - visible * 0.45);
-    EXPECT_TRUE(pumpUntil([&] { return flow.scroll() > 0 && flow.scroll() < goal; }));
-    EXPECT_TRUE(pumpUntil([&] { return flow.scroll() == goal; }));
-    EXPECT_GE(since.elapsed(), 230);
+    // On a busy machine the whole way may pass between two looks, but not every time.
+    bool onItsWay = false;
+    for (int attempt = 0; attempt < 5 && !onItsWay; ++attempt) {
+        activate(0);
+        ASSERT_TRUE(pumpUntil([&] { return flow.scroll() == 0; }));
+        QElapsedTimer since;
+        since.start();
+        activate(words.size() / 2);
+        EXPECT_DOUBLE_EQ(flow.scroll(), 0) << "not at once";
+        ASSERT_TRUE(pumpUntil([&] {
+            onItsWay = onItsWay || (flow.scroll() > 0 && flow.scroll() < goal);
+            return flow.scroll() == goal;
+        }));
+        EXPECT_GE(since.elapsed(), 230);
+    }
+    EXPECT_TRUE(onItsWay);
 }
 
 TEST_F(KaraokeFlowTest, ANewTextBeginsAtItsTop) {
