@@ -73,8 +73,13 @@ class History(NarrationCase):
         self.wait_spoken(2)
         self.service.send({"cmd": "scrub", "index": 1})
         self.wait_playing("u-30")
+        # So that the past lasts until the present has been counted.
+        self.service.send({"cmd": "pause"})
+        wait_for("the pause", lambda: self.home.now_playing().get("state") == "paused")
         self.home.append(assistant_line(32, "And this came meanwhile"))
         wait_for("the count", lambda: self.home.now_playing().get("newLiveCount") == 1, 20)
+        self.assertEqual(self.home.now_playing()["messageId"], "u-30")
+        self.service.send({"cmd": "resume"})
         self.wait_spoken(4)
 
 
