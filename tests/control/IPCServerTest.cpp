@@ -261,6 +261,7 @@ TEST_F(IPCServerTest, PausesWhenOutOfDescriptorsAndServesAfterwards) {
     write(client, command("patient") + "\n");
     {
         const DescriptorLimit none(static_cast<rlim_t>(client.get()));
+        ASSERT_TRUE(loop.runUntil([&] { return log.count("ipc accept failed, pausing") == 1; }));
         loop.runUntil([] { return false; }, std::chrono::milliseconds(200));
         // Without the pause this would be thousands.
         EXPECT_EQ(1U, log.count("ipc accept failed, pausing"));

@@ -28,8 +28,13 @@ class TwoSessions : public test::CoordinatorTest {
     void hear(const std::string& name, const std::string& messageId, int total = 4) {
         reply(transcripts[name], messageId, "Said while somebody listens");
         ASSERT_TRUE(loop.runUntil([&] { return hasHeard(messageId); }));
-        ASSERT_TRUE(
-            loop.runUntil([&] { return coordinator->history().stableTotalKnown() == total; }));
+        ASSERT_NO_FATAL_FAILURE(untilRead(name, total));
+    }
+    /// A move waits only a moment for messages that are still being read.
+    void untilRead(const std::string& name, int total) {
+        auto& history = coordinator->history();
+        ASSERT_TRUE(loop.runUntil([&] { return history.stableTotalKnown() == total; }));
+        ASSERT_TRUE(loop.runUntil([&] { return history.historyText(name + "1").has_value(); }));
     }
     [[nodiscard]] bool hasHeard(const std::string& messageId) const {
         const auto& ids = coordinator->history().live().ids();
@@ -63,7 +68,7 @@ TEST_F(TwoSessions, GoingBackStaysInTheSessionThatIsHeard) {
 
 TEST_F(TwoSessions, AnAttachTearsNobodyOutOfAnotherSessionsHistory) {
     attach("a");
-    ASSERT_TRUE(loop.runUntil([&] { return coordinator->history().stableTotalKnown() == 3; }));
+    ASSERT_NO_FATAL_FAILURE(untilRead("a", 3));
     coordinator->history().scrubTo(2);
     attach("b");
     EXPECT_EQ(coordinator->history().currentMessageRef()->messageId, "a1");
