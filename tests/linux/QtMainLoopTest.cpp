@@ -130,7 +130,8 @@ TEST_F(QtMainLoopTest, RepeatingTimerKeepsItsScheduleWithoutMakingUp) {
     ASSERT_TRUE(runUntil([&] { return fired.size() == 6; }));
     for (std::size_t i = 0; i < 3; ++i) EXPECT_GE(fired[i] - armed, 20ms * static_cast<int>(i + 1));
     EXPECT_GE(fired[3] - fired[2], 110ms);
-    EXPECT_GE(fired[4] - fired[3], 15ms);
+    // However late the one between them is noted.
+    EXPECT_GE(fired[4] - fired[2], 130ms);
 }
 
 TEST_F(QtMainLoopTest, CancelledTimerDoesNotRun) {
@@ -139,7 +140,8 @@ TEST_F(QtMainLoopTest, CancelledTimerDoesNotRun) {
     { const auto dropped = loop.after(10ms, note(3)); }
     cancelled.cancel();
     replaced = loop.after(20ms, note(4));
-    runFor(80ms);
+    ASSERT_TRUE(runUntil([&] { return !order.empty(); }));
+    runFor(60ms);
     EXPECT_EQ(order, std::vector<int>{4});
     EXPECT_FALSE(cancelled);
     EXPECT_TRUE(replaced);
@@ -173,6 +175,7 @@ TEST_F(QtMainLoopTest, TimersDueTogetherMayCancelEachOther) {
         order.push_back(2);
     });
     std::this_thread::sleep_for(20ms);
+    ASSERT_TRUE(runUntil([&] { return !order.empty(); }));
     runFor(50ms);
     EXPECT_EQ(order.size(), 1U);
 }
