@@ -88,7 +88,10 @@ void AppCoordinator::wireCaptions() {
 
 void AppCoordinator::wireSearch() {
     SessionSearch::Callbacks callbacks;
-    callbacks.currentAttachedIds = [] { return StateTick::read().sessions.attachedIds(); };
+    callbacks.currentAttachedIds = [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        return self ? self->sessions_->attachedIds() : std::set<std::string>();
+    };
     callbacks.onAttach = whileAlive<const std::string&, const std::string&>(
         [](AppCoordinator& self, const std::string& id, const std::string& cwd) {
             self.attachSession(id, cwd);

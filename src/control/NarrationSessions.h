@@ -83,6 +83,8 @@ class NarrationSessions {
     /// What is narrated under this id, with the transcript that its row names now; absent without a
     /// tailer.
     [[nodiscard]] std::optional<AttachRequest> narrated(const std::string& id) const;
+    /// As the shared document had them when it was last looked at, with what was done here since.
+    [[nodiscard]] const std::set<std::string>& attachedIds() const { return lastKnownAttachedIds_; }
     /// True once anybody has detached a session while this process lives.
     [[nodiscard]] bool userDetachedThisRun() const { return userDetachedThisRun_; }
 

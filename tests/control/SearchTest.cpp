@@ -85,6 +85,19 @@ TEST_F(Search, NothingIsOfferedWhereNothingCanBeShown) {
     EXPECT_TRUE(hotkeys.registered.empty());
 }
 
+TEST_F(Search, ThePanelMarksAttachedSessionsWithoutAskingTheDisk) {
+    makeSession("s1", "/p", "mend the kettle");
+    startAndCatalogue();
+    coordinator->attachSession("s1", "/p");
+    std::filesystem::remove(ServiceState::path());
+    coordinator->openSearchPanel();
+    ASSERT_TRUE(untilFound(1));
+    EXPECT_TRUE(searchPanel->texts().at(0).starts_with("●"));
+    coordinator->detachSessionLocal("s1");
+    coordinator->openSearchPanel();
+    EXPECT_TRUE(loop.runUntil([&] { return !searchPanel->texts().at(0).starts_with("●"); }));
+}
+
 TEST_F(Search, FoundSessionIsAttached) {
     makeSession("s1", "/p", "mend the kettle");
     makeSession("s2", "/q", "paint the shed");
