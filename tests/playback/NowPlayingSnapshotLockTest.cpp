@@ -58,14 +58,16 @@ class LockHolder {
     pid_t pid_ = 0;
 };
 
-/// Writes to the document by a writer of its own, long and short in turn, with pauses in which
-/// others get the lock: who had to wait a second for it would write without.
+/// Writes to the document by a writer of its own, long and short in turn. Between two writes it
+/// leaves the lock to the others for longer than its own write took, on a machine of any speed:
+/// who had to wait a second for it would write without.
 void writeOften(const std::string& path, char mark, int times) {
     Writer writer(path);
     for (int i = 0; i < times; ++i) {
-        const auto length = static_cast<std::size_t>(i % 2 == 0 ? 20'000 : 1);
+        const auto length = static_cast<std::size_t>(i % 2 == 0 ? 200'000 : 1);
+        const auto start = Clock::now();
         writer.updateCursor({std::string(length, mark), Writer::Live{}, 0, 0, 0});
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(2ms + 3 * (Clock::now() - start));
     }
 }
 
