@@ -127,7 +127,7 @@ TEST_F(QtMainLoopTest, RepeatingTimerKeepsItsScheduleWithoutMakingUp) {
         fired.push_back(loop.now());
         if (fired.size() == 3) std::this_thread::sleep_for(110ms);  // misses five
     });
-    ASSERT_TRUE(runUntil([&] { return fired.size() == 6; }));
+    ASSERT_TRUE(runUntil([&] { return fired.size() >= 6; }));
     for (std::size_t i = 0; i < 3; ++i) EXPECT_GE(fired[i] - armed, 20ms * static_cast<int>(i + 1));
     EXPECT_GE(fired[3] - fired[2], 110ms);
     // However late the one between them is noted.
