@@ -33,7 +33,8 @@ void DaemonKeeper::start() {
 }
 
 void DaemonKeeper::stop() {
-    const std::lock_guard lock(mutex_);
+    const std::unique_lock lock(mutex_, endLimit);
+    if (!lock) return;
     isStopped_ = true;
     if (!standby_ || !standby_->isRunning()) return;
     // At once and with all its group: it has nothing to put in order, and a shell that heeds a

@@ -29,7 +29,7 @@ class DaemonKeeper {
     void start();
     /// Starts nothing any more, and ends a control tool that is about to: what is told to the
     /// daemon afterwards is told to one that is there or won't come. Any thread; returns within
-    /// `endLimit`.
+    /// twice `endLimit`, though another thread hang in here.
     void stop();
 
   private:
@@ -41,7 +41,7 @@ class DaemonKeeper {
     MainLoop& loop_;
     std::chrono::milliseconds interval_ = lookInterval;
     LoopHandle timer_;
-    std::mutex mutex_;  ///< of what follows
+    std::timed_mutex mutex_;  ///< of what follows
     bool isStopped_ = false;
     std::unique_ptr<ChildProcess> standby_;  ///< the last, until a daemon was seen alive
 };
