@@ -172,9 +172,10 @@ void CaptionPanel::applyLook() {
     progress_->setLook(look, accent);
     close_->setLook(look, accent);
     const auto margins = chrome_.margins();
+    // A larger least size may resize the window by itself, which isn't the user's doing.
+    settle();
     setMinimumSize(QRect(0, 0, leastWidth, leastHeight).marginsAdded(margins).size());
     setGeometry(windowGeometryFor(panel_));
-    settle();
     applyShape();
     arrange();
     update();

@@ -212,6 +212,26 @@ TEST_F(CaptionPanelTest, TheFrameIsThePanelWithoutItsShadow) {
     EXPECT_TRUE(panel.mask().isEmpty());
 }
 
+TEST_F(CaptionPanelTest, AShadowThatComesLongAfterThePanelLeavesTheFrame) {
+    auto flat = look.look();
+    flat.composited = false;
+    look.set(flat);
+    int reports = 0;
+    panel.onFrameChanged = [&] { ++reports; };
+    const Rect least{{120, 90}, {380, 120}};
+    panel.setFrame(least, false);
+    panel.orderFront();
+    ASSERT_TRUE(pumpUntil([this] { return isCalm(); }));
+    const auto frame = panel.frame();
+    look.set(Look{});
+    ASSERT_TRUE(pumpUntil([this] { return isCalm(); }));
+    EXPECT_EQ(panel.frame(), frame);
+    look.set(flat);
+    ASSERT_TRUE(pumpUntil([this] { return isCalm(); }));
+    EXPECT_EQ(panel.frame(), frame);
+    EXPECT_EQ(reports, 0);
+}
+
 TEST_F(CaptionPanelTest, WhatTheOwnerAsksForIsNotReported) {
     int reports = 0;
     panel.onFrameChanged = [&] { ++reports; };
