@@ -121,7 +121,8 @@ class UrlHandoverTest : public testing::Test {
     /// With no patience for a service that doesn't read.
     UrlHandover handOverHastily() {
         using std::chrono::milliseconds;
-        return handOverUrls(urls, road.way(), {.all = milliseconds(200), .reading = milliseconds(10)});
+        return handOverUrls(urls, road.way(),
+                            {.all = milliseconds(200), .reading = milliseconds(10)});
     }
     void stamp(const std::string& pid) const {
         test::writeFile(sharedDirectory() + "/sonra.lock", pid + "\n");
@@ -282,8 +283,7 @@ TEST_F(UrlHandoverTest, OneThatEndsMeanwhileLeavesItsPlaceToThisProcess) {
         releaseServiceLock();
         return false;
     };
-    EXPECT_EQ(handOverUrls(urls, endsMeanwhile, waits).outcome,
-              Outcome::isService);
+    EXPECT_EQ(handOverUrls(urls, endsMeanwhile, waits).outcome, Outcome::isService);
     EXPECT_TRUE(holdsServiceLock());
 }
 
