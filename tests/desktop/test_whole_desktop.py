@@ -36,6 +36,8 @@ class WholeDesktop(HomeCase):
         self.home.write_state(speed=1.0)
         self.service = self.start_service(self.environment())
         until("the service's socket", self.service.accepts)
+        # Qt waits for the panel's answers, which a test that waits for the program itself couldn't give.
+        until("the tray icon", lambda: self.watcher.items)
         until("the voice", lambda: self.home.log("kokoro worker ready"))
         self.sound.record()
 
