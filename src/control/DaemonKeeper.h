@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 
 #include "frame/ChildProcess.h"
+#include "frame/Semaphore.h"
 #include "platform/MainLoop.h"
 
 namespace sonra {
@@ -41,7 +41,7 @@ class DaemonKeeper {
     MainLoop& loop_;
     std::chrono::milliseconds interval_ = lookInterval;
     LoopHandle timer_;
-    std::timed_mutex mutex_;  ///< of what follows
+    Semaphore idle_{1};  ///< held while what follows is looked at or changed
     bool isStopped_ = false;
     std::unique_ptr<ChildProcess> standby_;  ///< the last, until a daemon was seen alive
 };
