@@ -1,5 +1,6 @@
 #include "frame/CtlInvocation.h"
 
+#include "frame/AtomicFile.h"
 #include "frame/FileProbe.h"
 #include "frame/Log.h"
 #include "frame/Text.h"
@@ -8,8 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
 namespace sonra::CtlInvocation {
@@ -31,12 +30,10 @@ FileText readTrimmed(const std::string& path) {
     std::error_code failed;
     if (!fs::is_regular_file(path, failed))
         return {std::nullopt, failed ? failed.message() : "not a regular file"};
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return {std::nullopt, std::strerror(errno)};
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad()) return {std::nullopt, "read error"};
-    if (!text::isUtf8(bytes)) return {std::nullopt, "not UTF-8"};
-    return {std::string(text::trimmed(bytes)), ""};
+    const auto bytes = AtomicFile::read(path);
+    if (!bytes) return {std::nullopt, std::strerror(errno)};
+    if (!text::isUtf8(*bytes)) return {std::nullopt, "not UTF-8"};
+    return {std::string(text::trimmed(*bytes)), ""};
 }
 
 /// What the installer's pointer file names, if it names a file.

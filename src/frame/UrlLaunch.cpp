@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <map>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include <utility>
 #include <variant>
 
+#include "frame/AtomicFile.h"
 #include "frame/Home.h"
 #include "frame/Json.h"
 #include "frame/ProcessMode.h"
@@ -37,9 +37,9 @@ bool isUrl(const std::string& argument) {
     return strncasecmp(argument.c_str(), prefix.data(), prefix.size()) == 0;
 }
 
+/// Empty if it can't be read: a process may end between the opening and the reading of its file.
 std::string contents(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return AtomicFile::read(path).value_or("");
 }
 
 std::string lockPath() {

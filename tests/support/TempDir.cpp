@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace sonra::test {
 
@@ -35,8 +35,10 @@ TempHome::TempHome() : home_("HOME", path()), cache_("XDG_CACHE_HOME", *this / "
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    // Unlike the iterators of a stream this bears files of processes that end meanwhile.
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 void writeFile(const std::string& path, std::string_view content) {
