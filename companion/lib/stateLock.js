@@ -15,9 +15,10 @@ const flockLimit = 1000;
 /** The documents whose locks this process holds. */
 const held = new Set();
 
-// Whatever ends the process in the middle of its work, the lock goes before its number can be another process's.
+// Whatever ends the process in the middle of its work, the lock goes before its number can be another process's. One that
+// was taken away meanwhile, as stale, is somebody else's.
 process.on('exit', () => {
-  for (const document of held) release(document);
+  for (const document of held) if (isOurs(lockPath(document))) release(document);
 });
 
 export class StateLockError extends Error {
@@ -53,13 +54,16 @@ export function isStale(text, age) {
   return (pid >= 1 && isDead(pid)) || age > staleAfter;
 }
 
-function readHolder(fd) {
+/** The text of a lock file, by its path or descriptor; empty where it can't be read. */
+function readHolder(file) {
   try {
-    return fs.readFileSync(fd, 'utf8');
+    return fs.readFileSync(file, 'utf8');
   } catch {
     return '';
   }
 }
+
+const isOurs = (lock) => holderOf(readHolder(lock)) === process.pid;
 
 function openIfAllowed(lock) {
   try {
@@ -85,10 +89,11 @@ function reclaimIfStale(lock) {
   // Held open until the end, so that the file's number can't be given to another file meanwhile.
   const fd = openIfAllowed(lock);
   try {
-    const judged = fd === undefined ? fs.statSync(lock) : fs.fstatSync(fd);
-    if (!isStale(fd === undefined ? '' : readHolder(fd), Date.now() - judged.mtimeMs)) return;
+    // File systems exist whose numbers are larger than a double can tell apart.
+    const judged = fd === undefined ? fs.statSync(lock, { bigint: true }) : fs.fstatSync(fd, { bigint: true });
+    if (!isStale(fd === undefined ? '' : readHolder(fd), Date.now() - Number(judged.mtimeMs))) return;
     if (fd !== undefined && isBeingReclaimed(fd)) return;
-    const present = fs.statSync(lock);
+    const present = fs.statSync(lock, { bigint: true });
     if (present.ino === judged.ino && present.dev === judged.dev) fs.unlinkSync(lock);
   } catch {
     // It went away by itself, which is as good.

@@ -100,6 +100,21 @@ test('a body that fails releases the lock, and the failure reaches the caller', 
   assert.equal(fs.existsSync(`${document}.lock`), false);
 });
 
+test('a process that ends leaves no lock of its own behind, and lets one be that another has taken over', (t) => {
+  const document = temporaryHome(t).inShared('x.json');
+  const endHolding = (before) => spawnSync(process.execPath, ['--input-type=module', '-e', `
+    import fs from 'node:fs';
+    import { lockPath, tryAcquire } from ${JSON.stringify(new URL('../lib/stateLock.js', import.meta.url).href)};
+    const document = process.argv[1];
+    if (!tryAcquire(document)) process.exit(1);
+    ${before}
+    process.exit(7);`, document], { stdio: ['ignore', 'inherit', 'inherit'] }).status;
+  assert.equal(endHolding(''), 7);
+  assert.equal(fs.existsSync(`${document}.lock`), false);
+  assert.equal(endHolding(`fs.writeFileSync(lockPath(document), '${process.pid}');`), 7);
+  assert.equal(fs.readFileSync(`${document}.lock`, 'utf8'), String(process.pid));
+});
+
 test('increments of several processes all survive', async (t) => {
   const home = temporaryHome(t);
   const document = home.inShared('counter.json');

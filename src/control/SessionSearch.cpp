@@ -31,8 +31,7 @@ SessionSearch::SessionSearch(SearchPorts ports, Surroundings surroundings, Callb
       surroundings_(std::move(surroundings)),
       callbacks_(std::move(callbacks)),
       index_(std::make_unique<SessionIndex>(surroundings_.loop, surroundings_.pool, ports_.tree)),
-      spotlight_(std::make_shared<SpotlightIndexer>(surroundings_.loop, ports_.desktopSearch,
-                                                    surroundings_.defaults)) {
+      spotlight_(surroundings_.loop, ports_.desktopSearch, surroundings_.defaults) {
     makePanel();
     wireSpotlight();
 }
@@ -69,7 +68,7 @@ void SessionSearch::wireSpotlight() {
         return alive ? alive->index_->lookup(id) : std::nullopt;
     };
     callbacks.onAttach = callbacks_.onAttach;
-    spotlight_->setCallbacks(std::move(callbacks));
+    spotlight_.setCallbacks(std::move(callbacks));
 }
 
 void SessionSearch::start() {
@@ -83,9 +82,7 @@ void SessionSearch::start() {
 }
 
 void SessionSearch::reconcile() {
-    surroundings_.pool.post([spotlight = std::weak_ptr(spotlight_)] {
-        if (const auto alive = spotlight.lock()) alive->purgeLegacyMessageIndex();
-    });
+    spotlight_.purgeLegacyMessageIndex();
     index_->reconcile({}, [&loop = surroundings_.loop, self = std::weak_ptr(self_)] {
         loop.post([self] {
             if (const auto alive = self.lock()) alive->reconciled();
@@ -95,13 +92,13 @@ void SessionSearch::reconcile() {
 
 void SessionSearch::reconciled() {
     isRead_ = true;
-    for (const auto& address : std::exchange(waiting_, {})) spotlight_->openFromURLString(address);
-    spotlight_->reindexAll(index_->snapshot());
+    for (const auto& address : std::exchange(waiting_, {})) spotlight_.openFromURLString(address);
+    spotlight_.reindexAll(index_->snapshot());
     index_->startWatching({});
 }
 
 void SessionSearch::noteChange(const SessionSnapshot& sessions) {
-    spotlight_->update(sessions);
+    spotlight_.update(sessions);
     takeRecent(sessions);
     if (controller_) controller_->refresh();
     if (callbacks_.onRecentChanged) callbacks_.onRecentChanged();
@@ -124,7 +121,7 @@ bool SessionSearch::openFromURLString(const std::string& text) {
     const auto address = SpotlightIndexer::parseURL(text);
     if (!address) return false;
     const bool mayBeFoundYet = !isRead_ && !index_->lookup(address->sessionId);
-    if (!mayBeFoundYet) return spotlight_->openFromURLString(text);
+    if (!mayBeFoundYet) return spotlight_.openFromURLString(text);
     waiting_.push_back(text);
     return true;
 }

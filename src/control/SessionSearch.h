@@ -84,7 +84,7 @@ class SessionSearch {
     Surroundings surroundings_;
     Callbacks callbacks_;
     std::unique_ptr<SessionIndex> index_;
-    std::shared_ptr<SpotlightIndexer> spotlight_;  ///< the pool's work holds it weakly
+    SpotlightIndexer spotlight_;
     std::unique_ptr<SearchPanel> panel_;
     std::unique_ptr<SearchPanelController> controller_;
     LoopHandle changes_;

@@ -1,5 +1,6 @@
 #include "search/SpotlightIndexer.h"
 
+#include <atomic>
 #include <cstdio>
 #include <unordered_map>
 #include <utility>
@@ -115,16 +116,24 @@ std::string_view hostOf(std::string_view authority) {
 
 }  // namespace
 
-/// Work on the queue, on the loop and in completions holds it weakly.
-struct SpotlightIndexer::State : std::enable_shared_from_this<State> {
+/// Work on the queue is over before it goes; work on the loop holds it weakly.
+struct SpotlightIndexer::State {
     State(MainLoop& mainLoop, DesktopSearchIndex& desktop, UserDefaults& userDefaults)
         : loop(mainLoop), index(desktop), defaults(userDefaults) {}
 
-    /// `body` on the queue, with this, if it is still there then.
+    ~State() {
+        isGone = true;
+        // What is being handed over just now still uses the ports and this.
+        queue.sync([] {});
+    }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    /// `body` on the queue, with this, unless it is to go by then.
     template <typename Body>
     void onQueue(Body body) {
-        queue.post([weak = weak_from_this(), body = std::move(body)] {
-            if (const auto self = weak.lock()) body(*self);
+        queue.post([this, body = std::move(body)] {
+            if (!isGone) body(*this);
         });
     }
     void handOverAll(const SessionSnapshot& metas);
@@ -139,6 +148,7 @@ struct SpotlightIndexer::State : std::enable_shared_from_this<State> {
     Callbacks callbacks;
     SerialQueue queue{"tts.spotlight.indexer"};
     AllIndexed lastIndexed;  ///< the queue's
+    std::atomic<bool> isGone = false;
 };
 
 SpotlightIndexer::SpotlightIndexer(MainLoop& loop, DesktopSearchIndex& index,
@@ -209,8 +219,10 @@ void SpotlightIndexer::resetAndReindex(const SessionSnapshot& metas) {
 }
 
 void SpotlightIndexer::purgeLegacyMessageIndex() {
-    state_->index.deleteSearchableItemsInDomains({std::string(legacyDomain)},
-                                                 [](const auto& error) { report("purge", error); });
+    state_->onQueue([](State& state) {
+        state.index.deleteSearchableItemsInDomains(
+            {std::string(legacyDomain)}, [](const auto& error) { report("purge", error); });
+    });
     // Defaults are the main thread's.
     state_->loop.post([weak = std::weak_ptr(state_)] {
         if (const auto self = weak.lock()) self->defaults.remove(legacyDefault);

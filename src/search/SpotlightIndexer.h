@@ -27,8 +27,8 @@ struct UserActivity {
 ///
 /// What has been handed over is known on a queue of its own, which alone touches it and hands over
 /// in the order of the calls, so that only sessions whose files changed are handed over again. Any
-/// thread may call, after the callbacks are set; the ports outlive it. Errors of the desktop's
-/// search go to standard error.
+/// thread may call, after the callbacks are set; the ports outlive it. Its end waits for what is
+/// being handed over; nothing is afterwards. Errors of the desktop's search go to standard error.
 class SpotlightIndexer {
   public:
     /// A chosen result, and the entry of `userInfo` that says which.

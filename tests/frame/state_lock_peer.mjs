@@ -15,10 +15,10 @@ const [document, times, dead] = process.argv.slice(2);
 
 async function acquire() {
   if (!dead) return stateLock.acquire(document);
-  const deadline = Date.now() + stateLock.defaultTimeout;
+  const start = performance.now();
   // Where every turn needs a reclaim, reclaimers shall meet as often as they can.
   while (!stateLock.tryAcquire(document)) {
-    if (Date.now() >= deadline) throw new Error('lock timeout');
+    if (performance.now() - start > 60_000) throw new Error('the lock could not be had in a minute');
   }
 }
 

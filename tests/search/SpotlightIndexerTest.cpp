@@ -216,6 +216,7 @@ TEST_F(SpotlightIndexerTest, WhatAnEarlierDesignLeftIsPurged) {
     index.items["tts://session/a/message/m"] = legacy;
     reindex({metaOf("a")});
     indexer->purgeLegacyMessageIndex();
+    callsUpTo("delete domain messages");
     loop.runPosted();
     EXPECT_EQ(index.items.size(), 1U);
     EXPECT_TRUE(index.items.contains("tts://session/a"));
