@@ -17,6 +17,9 @@ const notRunning = 'tts: The Sonra service is not running.\n'
   + 'Start it with "tts start", or add --start to the command.\n';
 const kept = "The Sonra service isn't running; this is kept for when it starts.\n";
 
+const meaningless = (address) =>
+  `tts: The address ${address} stands for nothing; a session's is tts://session/<id>. Nothing was opened.\n`;
+
 /**
  * A row: the words, what the socket gets, what is written, how it ends. `state` stands before, `after` is what is asked
  * of the document behind; without `service: false` one runs.
@@ -35,7 +38,11 @@ const rows = [
   { argv: ['search'], lines: [{ proto: 1, cmd: 'search' }], stdout: 'Opened the search.\n' },
   { argv: ['open', 'tts://session/a', 'tts://session/b'], stdout: /service/,
     lines: [{ proto: 1, cmd: 'open', urls: ['tts://session/a', 'tts://session/b'] }] },
-  { argv: ['open', 'https://example.org'], exit: 2, lines: [], stderr: /no address/ },
+  { argv: ['open', 'tts://session/a', 'tts://nonsense'], exit: 2, lines: [], stderr: meaningless('tts://nonsense') },
+  { argv: ['open', 'https://example.org'], exit: 2, lines: [], stderr: meaningless('https://example.org') },
+  { argv: ['open', ''], exit: 2, lines: [], stderr: meaningless('""') },
+  { argv: ['open', 'tts://\x1b[2J'], exit: 2, lines: [], stderr: meaningless('tts:// [2J') },
+  { argv: ['open', 'tts://nonsense'], service: false, exit: 2, stderr: meaningless('tts://nonsense') },
   { argv: ['pause', '--json'], lines: [{ proto: 1, cmd: 'pause' }], json: { ok: true, sent: 'pause' } },
   { argv: ['--json', 'back'], lines: [{ proto: 1, cmd: 'previous' }], json: { ok: true, sent: 'previous' } },
   { argv: ['pause'], service: false, exit: 69, stderr: notRunning },
@@ -255,7 +262,7 @@ test('--start starts the service first, and says so', async (t) => {
 
 const slips = [['volume', '900'], ['speed', '9'], ['voice', 'nobody'], ['captions', 'maybe'], ['lexicon', 'ad'],
   ['lexicon', 'add', 'x'], ['lexicon', 'add', ' ', 'x'], ['pair', '--lan', '--no-lan'], ['pair', '--wait', '--no-wait'],
-  ['open', 'x'], ['on', '--source', 'nobody'], ['on', '--session', 'a', '--here'], ['off', '--session', 'a', '--all'],
+  ['open', 'x'], ['open', 'tts://nonsense'], ['on', '--source', 'nobody'], ['on', '--session', 'a', '--here'], ['off', '--session', 'a', '--all'],
   ['help', 'nothing']];
 for (const argv of [...slips, ['help', 'on'], ['on', '--help'], ['--version']]) {
   test(`tts ${argv.join(' ')} --start starts nothing`, async (t) => {

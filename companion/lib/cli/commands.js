@@ -131,7 +131,8 @@ export const commands = [
     min: 1,
     max: 20,
     summary: 'attach the sessions with these addresses, such as tts://session/ID',
-    judge: async () => (await import('./transport.js')).judgeAddresses,
+    help: ['If one of them stands for nothing, none is opened.'],
+    judge: async () => (await import('./addresses.js')).judgeAddresses,
     load: async () => (await import('./transport.js')).open,
   },
   {

@@ -2,7 +2,6 @@
 
 import { socketPath } from '../places.js';
 import { sendCommand } from '../serviceSocket.js';
-import { usageError } from '../words/failure.js';
 
 /** The socket's word for a command, where it has another name, and what a person is told. */
 const table = {
@@ -22,11 +21,6 @@ export async function transport({ command, environment, output }) {
   await sendCommand(word, {}, { path: socketPath(environment) });
   output.say(said);
   output.result({ sent: word });
-}
-
-export function judgeAddresses({ positionals }) {
-  const wrong = positionals.find((address) => !/^tts:\/\/./.test(address));
-  if (wrong !== undefined) throw usageError(`"${wrong}" is no address that begins with tts://.`);
 }
 
 /** "tts open ADDRESS…" */
