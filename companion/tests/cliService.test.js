@@ -140,7 +140,7 @@ testInHome('a device pairs by the code that is shown, at the address that is sho
   let ended;
   const closed = once(child, 'close').then(([exit]) => { ended = `it ended with ${exit}`; return exit; });
   try {
-    // The daemon may take 5 s to start, and its bridge as long again.
+    // The daemon may take 20 s to start, and its bridge a few more.
     const code = await until(() => /code: (\d{6})/.exec(shown)?.[1] ?? ended, { limit: 30_000, what: 'the code' })
       .catch((error) => { throw new Error(`${error.message}; it said: ${said}`); });
     assert.match(code, /^\d{6}$/, said);

@@ -125,6 +125,46 @@ test('one whose start was ended behind it finds the wish by itself', async (t) =
   assert.deepEqual(logRecords(home).map(({ msg }) => msg), ['daemon ends']);
 });
 
+/**
+ * A start whose daemon isn't up for as long as `hold` lies there, as on a machine that is busy. Its time goes by hand.
+ */
+async function slowStart(t) {
+  const home = daemonHome(t);
+  const hold = home.inShared('daemon.lock');
+  fs.writeFileSync(hold, String(process.pid));
+  const clock = { time: 0, looks: 0, now() { this.looks += 1; return this.time; } };
+  const starting = startDaemon({ ...home, now: () => clock.now() });
+  const settled = {};
+  starting.then(() => { settled.how = 'up'; }, () => { settled.how = 'failed'; });
+  const pid = Number(await until(() => daemonsOf(home)[0]));
+  return { home, hold, clock, settled, starting, pid };
+}
+
+test('a daemon that is slow to come up, as at login, is waited for', async (t) => {
+  const { hold, clock, settled, starting, pid } = await slowStart(t);
+  Object.assign(clock, { time: 19_000, looks: 0 });
+  await until(() => clock.looks > 2);
+  assert.deepEqual([settled, isAlive(pid)], [{}, true]);
+  fs.rmSync(hold);
+  assert.deepEqual(await starting, { pid, started: true });
+});
+
+test('one that does not come up at all is withdrawn', async (t) => {
+  const { home, clock, starting } = await slowStart(t);
+  clock.time = 21_000;
+  await assert.rejects(starting, { name: 'DaemonError', message: /did not come up within 20 s/ });
+  await until(() => daemonsOf(home).length === 0);
+});
+
+test('one that is slow to come up is withdrawn by whoever stops it', async (t) => {
+  const { home, clock, starting } = await slowStart(t);
+  Object.assign(clock, { time: 19_000, looks: 0 });
+  await until(() => clock.looks > 2);
+  assert.deepEqual(await stopDaemon(home), { stopped: false });
+  await assert.rejects(starting, { name: 'DaemonToldToEnd' });
+  await until(() => daemonsOf(home).length === 0);
+});
+
 test('a daemon that is not up in time does not come later', async (t) => {
   const home = daemonHome(t);
   await assert.rejects(startDaemon({ ...home, limit: 15 }), { name: 'DaemonError' });

@@ -16,6 +16,14 @@ import { holdsSocket, memoryOf } from './processFacts.js';
 
 const script = fileURLToPath(new URL('main.js', import.meta.url));
 const interval = 25;
+/** A start that takes its time is looked at more rarely: the machine is busy as it is. */
+const longestInterval = 250;
+/** At login, when everything starts at once, Node.js alone can take many seconds to load. */
+const startLimit = 20_000;
+/** How long a daemon that is silent is given to be gone or to answer, before it counts as one that hangs. */
+const settleLimit = 2_500;
+/** For an answer of one that comes up: on a busy machine it listens long before it has time. */
+const comingAnswerLimit = 2_000;
 const mostErrors = 1024 * 1024;
 
 /**
@@ -73,10 +81,11 @@ export async function daemonStatus({ environment = process.env, limit } = {}) {
 }
 
 /** One that was asked in its last moment is silent once and gone the next time. */
-async function settledStatus(environment, deadline) {
+async function settledStatus(environment) {
+  const deadline = performance.now() + settleLimit;
   for (;;) {
     const status = await daemonStatus({ environment });
-    if (!status.alive || status.responding || performance.now() > deadline - 2000) return status;
+    if (!status.alive || status.responding || performance.now() > deadline) return status;
     await sleep(interval);
   }
 }
@@ -128,9 +137,9 @@ const isOfAnotherVersion = ({ version }) => packageVersion() !== undefined && ve
  * Tells a daemon to end by its process: asked over the socket, one that has meanwhile come in its place would end.
  * Resolves when it is about to; fails with DaemonError where it doesn't.
  */
-async function dismiss(old, environment, deadline) {
+async function dismiss(old, environment, isOver) {
   if (holdsSocket(old.pid, daemonSocketPath(environment))) signal(old.pid, 'SIGTERM');
-  while (performance.now() < deadline) {
+  while (!isOver()) {
     const { alive, stopping, pid } = await daemonStatus({ environment, limit: 500 });
     if (!alive || stopping || pid !== old.pid) return;
     await sleep(interval);
@@ -139,37 +148,53 @@ async function dismiss(old, environment, deadline) {
 }
 
 /**
+ * Waits until a daemon answers, this child or one that forestalled it. Nothing where there is none by the end of the
+ * wait.
+ * @param {() => boolean} mayGoOn false when the wait is to end
+ * @returns {Promise<number | undefined>} its process id
+ */
+async function pidOfComing(environment, mayGoOn) {
+  for (let pause = interval; mayGoOn(); pause = Math.min(pause * 1.1, longestInterval)) {
+    const { responding, stopping, pid } = await daemonStatus({ environment, limit: comingAnswerLimit });
+    if (responding && !stopping) return pid;
+    await sleep(pause);
+  }
+  return undefined;
+}
+
+/**
  * Starts the daemon and resolves when it answers and `daemon.pid` is written. One that runs already is left alone,
  * unless it is of another version: then it is replaced.
- * Fails with DaemonError, after `limit` milliseconds and the second that its own attempt is given to end, and with
- * DaemonToldToEnd where somebody ended it meanwhile.
+ * Fails with DaemonError: soon where the daemon ends or one hangs, else after `limit` milliseconds and the few seconds
+ * that a last question and the end of its own attempt may take. Fails with DaemonToldToEnd where somebody ended it
+ * meanwhile.
+ * @param {{ environment?: NodeJS.ProcessEnv, limit?: number, now?: () => number }} [options] `now` never goes back, as
+ *   the time of day may
  * @returns {Promise<{ pid: number, started: boolean }>}
  */
-export async function startDaemon({ environment = process.env, limit = 4500 } = {}) {
-  const deadline = performance.now() + limit;
+export async function startDaemon({
+  environment = process.env, limit = startLimit, now = () => performance.now(),
+} = {}) {
+  const deadline = now() + limit;
+  const isOver = () => now() >= deadline;
   const wish = lastEndWish(environment);
-  const before = await settledStatus(environment, deadline);
+  const before = await settledStatus(environment);
   if (before.alive && !before.responding) throw new DaemonError('The daemon runs and does not answer; stop-daemon ends it.');
   if (before.alive && !before.stopping) {
     if (!isOfAnotherVersion(before)) return { pid: before.pid, started: false };
-    await dismiss(before, environment, deadline);
+    await dismiss(before, environment, isOver);
   }
   const isToldToEnd = () => lastEndWish(environment) !== wish;
   if (isToldToEnd()) throw new DaemonToldToEnd();
   const child = spawnDaemon(environment, wish);
   let failure;
   ended(child).then((reason) => { failure = reason; });
-  while (performance.now() < deadline && failure === undefined && !isToldToEnd()) {
-    const { responding, stopping, pid } = await daemonStatus({ environment, limit: 500 });
-    if (responding && !stopping) {
-      if (pid !== child.pid) await withdraw(child);
-      return { pid, started: pid === child.pid };
-    }
-    await sleep(interval);
-  }
-  await withdraw(child);
-  if (isToldToEnd()) throw new DaemonToldToEnd();
+  const pid = await pidOfComing(environment, () => !isOver() && failure === undefined && !isToldToEnd());
+  // By its own doing; withdrawn, it ends as well.
   const why = failure ?? `it did not come up within ${limit / 1000} s`;
+  if (pid !== child.pid) await withdraw(child);
+  if (pid !== undefined) return { pid, started: pid === child.pid };
+  if (isToldToEnd()) throw new DaemonToldToEnd();
   throw new DaemonError(`The daemon could not be started: ${why}. Its log is ${daemonLogPath(environment)}.`);
 }
 

@@ -15,6 +15,8 @@ import { claimInstance } from './instance.js';
 import { Troubles } from './troubles.js';
 
 const endLimit = 3000;
+/** For those before it to go or to get done, which on a busy machine takes a while; less than whoever starts it waits. */
+const claimLimit = 15_000;
 const environment = process.env;
 
 closeInherited();
@@ -61,7 +63,7 @@ process.on('uncaughtException', bear);
 process.on('unhandledRejection', bear);
 
 try {
-  instance = await claimInstance({ environment, answer });
+  instance = await claimInstance({ environment, answer, limit: claimLimit });
 } catch (error) {
   log.error('daemon cannot start', error);
   process.exit(1);

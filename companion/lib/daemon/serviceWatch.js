@@ -9,12 +9,12 @@ import fs from 'node:fs';
 import path from 'node:path';
 
 import { systemClock } from '../clock.js';
-import { FolderWatch } from '../folderWatch.js';
+import { FolderWatch, patientAnswers } from '../folderWatch.js';
 import { serviceLockPath, sharedDirectory, socketPath, statePath } from '../places.js';
 import { commandLine, sendLines } from '../serviceSocket.js';
 import { SharedDocument } from '../sharedDocument.js';
 import { readIfPresent } from '../wholeFile.js';
-import { freshFor, writtenAt } from './transcriptFiles.js';
+import { freshFor, lookAtTranscript } from './transcriptFiles.js';
 import { WrittenAgain } from './writtenAgain.js';
 
 const firstRetry = 250;
@@ -34,6 +34,7 @@ export class ServiceWatch {
   #log;
   #clock;
   #folder;
+  #transcripts;
   #stale;
   /** Sessions that were written again and that the service hasn't taken yet. */
   #unsent = new Set();
@@ -47,23 +48,29 @@ export class ServiceWatch {
   #lookAgain = false;
   #stopped = false;
 
-  /** @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock?: import('../clock.js').Clock }} options */
-  constructor({ environment, log, clock = systemClock }) {
+  /**
+   * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, clock?: import('../clock.js').Clock,
+   *   transcripts?: { answers?: import('../answerLimit.js').AnswerLimit, system?: object } }} options `transcripts`: how
+   * the system is asked about them
+   */
+  constructor({ environment, log, clock = systemClock, transcripts = {} }) {
     this.#environment = environment;
     this.#log = log.child({ class: 'ServiceWatch' });
     this.#clock = clock;
     const names = [socketPath, serviceLockPath].map((place) => path.basename(place(environment)));
     this.#folder = new FolderWatch(sharedDirectory(environment), names, () => this.#look(), clock);
-    this.#stale = new WrittenAgain((id) => this.#resumeOne(id), clock);
+    this.#transcripts = { answers: patientAnswers(), ...transcripts };
+    this.#stale = new WrittenAgain((id) => this.#resumeOne(id), clock, this.#transcripts);
   }
 
+  /** The beginning of the watch is an event, which leads to the first look. */
   start() {
     this.#folder.start();
-    this.#look();
   }
 
   stop() {
     this.#stopped = true;
+    this.#transcripts.answers.close();
     this.#folder.stop();
     this.#forgetWaiting();
     this.#clock.clearTimeout(this.#retry);
@@ -139,7 +146,8 @@ export class ServiceWatch {
   /** Resumes what is in use, and waits for the rest. False if the service takes no commands. */
   async #serve() {
     const now = this.#clock.now();
-    const rows = this.#rows().map((row) => ({ row, since: writtenAt(row.transcript) }));
+    const rows = await this.#withTimes(this.#rows(), now);
+    if (this.#stopped) return true;
     const isFresh = ({ since }) => now - since <= freshFor;
     const fresh = rows.filter(isFresh).map(({ row }) => row);
     if (!(await this.#send(fresh))) return false;
@@ -148,6 +156,20 @@ export class ServiceWatch {
     this.#stale.waitFor(stale.map(({ row, since }) => ({ id: row.id, transcript: row.transcript, since })));
     this.#log.info('service seen', { result: { resumed: fresh.length, waitingFor: this.#stale.size } });
     return true;
+  }
+
+  /**
+   * The rows with the times of their last change. One whose transcript gives no answer is in use if it turns out, once it
+   * does, to be as new as those that are.
+   */
+  async #withTimes(rows, now) {
+    const { answers, system } = this.#transcripts;
+    const timed = [];
+    for (const row of rows) {
+      const found = await lookAtTranscript(row.transcript, answers, system);
+      timed.push({ row, since: found?.writtenAt ?? now - freshFor - 1 });
+    }
+    return timed;
   }
 
   /** The row as it stands now: one that was detached meanwhile must not come back. */

@@ -1,6 +1,7 @@
 // When a session was last written to, by the files of its transcript.
 
-import fs from 'node:fs';
+import { stat } from 'node:fs/promises';
+import path from 'node:path';
 
 /** How long after its last line a session counts as being in use. */
 export const freshFor = 15 * 60 * 1000;
@@ -15,14 +16,25 @@ export function transcriptFiles(transcript) {
   return store === undefined ? [transcript] : [store, `${store}-wal`];
 }
 
-/** Milliseconds since the epoch of the newest change; 0 where there is no file. */
-export function writtenAt(transcript) {
-  const times = transcriptFiles(transcript).map((file) => {
-    try {
-      return fs.statSync(file).mtimeMs;
-    } catch {
-      return 0;
-    }
-  });
-  return Math.max(...times);
+/** The folder that the files lie in. */
+export const transcriptFolder = (transcript) => path.dirname(transcriptFiles(transcript)[0]);
+
+/**
+ * What the system says of a transcript; nothing where it gives no answer in time.
+ * @param {string} transcript
+ * @param {import('../answerLimit.js').AnswerLimit} answers
+ * @param {{ stat: typeof stat }} [system]
+ * @returns {Promise<{ writtenAt: number, isFolder: boolean } | undefined>} `writtenAt`: milliseconds since the epoch of
+ *   the newest change; 0 where there is no file
+ */
+export async function lookAtTranscript(transcript, answers, system = { stat }) {
+  const found = { writtenAt: 0, isFolder: false };
+  for (const file of transcriptFiles(transcript)) {
+    const question = () => system.stat(file).catch(() => null);
+    const status = await answers.ask(transcriptFolder(transcript), question, undefined);
+    if (status === undefined) return undefined;
+    found.writtenAt = Math.max(found.writtenAt, status?.mtimeMs ?? 0);
+    found.isFolder ||= status?.isDirectory() ?? false;
+  }
+  return found;
 }
