@@ -15,6 +15,7 @@ import { quietPort } from './bridgePorts.js';
 import { listenTo } from './bridgeStream.js';
 import { temporaryHome, until } from './home.js';
 import { rawRequest, sendRaw } from './rawHttp.js';
+import { countAwake } from './wakefulness.js';
 
 test('the page is one answer that needs nothing else', async (t) => {
   const home = await BridgeHome.start(t);
@@ -274,14 +275,14 @@ test('muting is a setting, beside which the others stay', async (t) => {
   assert.equal(home.read('state.json').muted, false);
 });
 
-test('a lock that is held up is told of before the page gives up', { timeout: 20_000 }, async (t) => {
+test('a lock that is held up is told of before the page gives up', { timeout: 60_000 }, async (t) => {
   const home = await BridgeHome.start(t);
   await home.listen();
   const headers = await home.pair();
   fs.writeFileSync(home.inShared('state.json.lock'), String(process.pid));
-  const begin = performance.now();
+  const awake = countAwake(t);
   assert.equal((await home.command(headers, 'mute')).status, 500);
-  assert.ok(performance.now() - begin < 8000);
+  assert.ok(awake() < 8000);
 });
 
 test('a device whose row is removed is out at once', async (t) => {
@@ -373,7 +374,7 @@ test('a look that fails is followed by the next', async (t) => {
   port = await quietPort();
   isBroken = false;
   clock.step(15_000);
-  await until(() => bridge.port === port, { limit: 5000, what: 'the other port' });
+  await until(() => bridge.port === port, { what: 'the other port' });
 });
 
 test('a port that is taken is asked for again, and the log says so', async (t) => {
@@ -477,7 +478,7 @@ test('the shared folder may go and come', async (t) => {
   fs.writeFileSync(home.inShared('bridge-tokens.json'), tokens);
   assert.equal((await home.command(headers, 'pause')).status, 503, 'paired again');
   home.write('state.json', { bridgeLan: true });
-  await until(() => home.bridge.lan === true, { limit: 5000, what: 'the change in the new folder' });
+  await until(() => home.bridge.lan === true, { what: 'the change in the new folder' });
 });
 
 test('in a home that is new, changes are seen as well', async (t) => {

@@ -9,6 +9,7 @@ import { Turns } from '../lib/bridge/turns.js';
 import { BridgeHome } from './bridgeHome.js';
 import { until } from './home.js';
 import { rawRequest } from './rawHttp.js';
+import { countAwake } from './wakefulness.js';
 
 /** A connection of the device's own, on which it sends without waiting for answers. */
 async function openLine(t, home) {
@@ -171,16 +172,16 @@ test('a connection of a removed device ends, though nothing goes on there', asyn
   }, { what: 'the end' });
 });
 
-test('a device that cannot be removed is told so in time, and stays paired', { timeout: 30_000 }, async (t) => {
+test('a device that cannot be removed is told so in time, and stays paired', { timeout: 60_000 }, async (t) => {
   const home = await BridgeHome.start(t);
   await home.listen();
   const headers = await home.pair();
   const lock = home.inShared('bridge-tokens.json.lock');
   fs.writeFileSync(lock, String(process.pid));
-  const begin = performance.now();
+  const awake = countAwake(t);
   const answer = await home.post('/api/unpair', {}, headers);
   assert.equal(answer.status, 500);
-  assert.ok(performance.now() - begin < 8000, 'before the page gives up');
+  assert.ok(awake() < 8000, 'before the page gives up');
   fs.rmSync(lock);
   assert.equal(home.read('bridge-tokens.json').tokens.length, 1);
   assert.equal((await home.command(headers, 'pause')).status, 200);

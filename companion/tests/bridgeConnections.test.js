@@ -10,6 +10,7 @@ import { steppedClock } from './bridgeClock.js';
 import { BridgeHome } from './bridgeHome.js';
 import { until } from './home.js';
 import { rawRequest } from './rawHttp.js';
+import { countAwake } from './wakefulness.js';
 
 class FakeSocket extends EventEmitter {
   destroyed = false;
@@ -127,8 +128,10 @@ function hasEnded(socket) {
 test('many requests at once that nobody reads the answers of end the connection', async (t) => {
   const home = await BridgeHome.start(t);
   const request = rawRequest(home.bridge.port, { headers: { Connection: 'keep-alive' } });
+  const awake = countAwake(t);
   const socket = deafSocket(t, home.bridge.port, request.repeat(85));
-  await until(() => hasEnded(socket), { limit: 4000, what: 'the end' });
+  await until(() => hasEnded(socket), { limit: 30_000, what: 'the end' });
+  assert.ok(awake() < 4000, 'before one ends that rests');
 });
 
 test('an answer that nobody reads ends in time', () => {
@@ -214,7 +217,8 @@ test('a stranger ends when the bridge moves', async (t) => {
   socket.on('error', () => {}).on('close', () => { ended = true; }).resume();
   socket.write('GET / HTTP/1.1\r\n');
   await once(socket, 'connect');
+  const awake = countAwake(t);
   home.write('state.json', { bridgeLan: true });
-  // Well before it would be told that it dawdles.
-  await until(() => ended, { limit: 3000, what: 'the end' });
+  await until(() => ended, { limit: 30_000, what: 'the end' });
+  assert.ok(awake() < 3000, 'well before it would be told that it dawdles');
 });

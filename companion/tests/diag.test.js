@@ -229,11 +229,12 @@ test('what a message quotes is somebody\'s words', (t) => {
 
 test('a long line costs no more than its length', (t) => {
   const scrubber = new Scrubber({ environment: temporaryHome(t).environment });
-  const begin = performance.now();
+  const begin = process.cpuUsage();
   for (const piece of ['x', 'a b ', "'a ", '"a ', '“', "a'b", '://a:', '"', 'token ', 'code ', '@', '.a', 'Bearer ', 'x@', '\\"']) {
     scrubber.sentence(piece.repeat(300_000 / piece.length));
   }
-  assert.ok(performance.now() - begin < 8000);
+  const { user } = process.cpuUsage(begin);
+  assert.ok(user < 8_000_000, `${user} microseconds`);
 });
 
 test('logs and documents that cannot be read are told, not fatal', async (t) => {
@@ -340,7 +341,7 @@ const refusals = [
   [{ status: 500 }, 20_000, /Support refused the bundle \(status 500\)/],
   [{ status: 302 }, 20_000, /couldn't be sent: unexpected redirect/],
   // Long enough for the bundle to arrive on a busy machine.
-  [{ silent: true }, 2_500, /no answer within 2\.5 seconds/],
+  [{ silent: true }, 5_000, /no answer within 5 seconds/],
 ];
 for (const [manner, limit, said] of refusals) {
   test(`support that answers ${JSON.stringify(manner)} has nothing, and the bundle stays`, async (t) => {

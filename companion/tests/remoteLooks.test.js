@@ -3,7 +3,7 @@ import test from 'node:test';
 
 import { snapshot } from './bridgeHome.js';
 import {
-  assertSound, history, keep, paired, pairIn, phone, session, setUp, text, useBrowser, whole,
+  assertSound, history, keep, longSound, paired, pairIn, phone, session, setUp, text, useBrowser, whole,
 } from './remotePage.js';
 
 useBrowser();
@@ -79,9 +79,11 @@ test('large type moves nothing out of reach', async (t) => {
 });
 
 test('with reduced motion nothing glides', async (t) => {
-  const { page } = await paired(t, {
+  const { home, page } = await paired(t, {
     screen: { ...phone, more: [{ name: 'prefers-reduced-motion', value: 'reduce' }] },
   });
+  home.write('now-playing.json', snapshot(longSound));
+  await page.waitFor(`${text('#duration')} === "0:44"`);
   const active = '[...document.querySelectorAll("#words span")].findIndex((each) => each.className === "active")';
   const first = await page.value(active);
   await page.waitFor(`${active} > ${first}`);

@@ -11,6 +11,8 @@ import { faintTexts, smallTargets, tooWide } from './pageAudit.js';
 
 export const phone = { width: 390, height: 844 };
 export const session = { id: 's-1', cwd: '/home/me/sonra', source: 'claude-code', branch: 'main' };
+/** In the middle of a sound that is long enough for the slowest machine to see it go on. */
+export const longSound = { elapsed: 17, duration: 44 };
 export const history = { kind: 'history', messageIndex: 3, totalKnown: 12, chunkIndex: 1, totalChunks: 5 };
 
 let browser;

@@ -8,6 +8,7 @@ import test from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 import { errorAnswer, geminiServer, soundAnswer, textAnswer } from './geminiServer.js';
+import { isAlive } from './daemonProcess.js';
 import { temporaryHome, until } from './home.js';
 
 const script = fileURLToPath(new URL('../tts.js', import.meta.url));
@@ -111,7 +112,7 @@ test('what is no file is not waited for', async (t) => {
   for (const [call, said] of [[[fifo, out, '--gemini'], "can't read the text: it is no file\n"],
     [['--describe-image', fifo], 'fifo is no file\n'], [['--describe-image', '/dev/zero'], 'zero is no file\n']]) {
     const running = start(environment, ...call);
-    const limit = setTimeout(() => running.child.kill('SIGKILL'), 5000);
+    const limit = setTimeout(() => running.child.kill('SIGKILL'), 30_000);
     const { status, stderr } = await running.ended;
     clearTimeout(limit);
     assert.deepEqual([status, stderr], [1, said]);
@@ -245,8 +246,7 @@ test('ended early, it takes its player and its files along', async (t) => {
   running.child.kill('SIGTERM');
   assert.equal((await running.ended).status, 143);
   assert.deepEqual(fs.readdirSync(here.temporary), []);
-  const isGone = () => { try { process.kill(pid, 0); return false; } catch { return true; } };
-  await until(isGone, { what: "the player's end" });
+  await until(() => !isAlive(pid), { what: "the player's end" });
 });
 
 const png = Buffer.from('iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAQAAAC1HAwCAAAAC0lEQVR42mNk+A8AAQUBAScY42YAAAAASUVORK5CYII=', 'base64');
