@@ -92,6 +92,21 @@ test('while the devices cannot be read nobody is let in, nor told that he is not
   assert.equal((await home.command(headers, 'pause')).status, 401, 'an empty file holds nobody');
 });
 
+test('a note or a removal never begins a list anew that nobody can read', async (t) => {
+  const home = temporaryHome(t);
+  const tokens = new TokenStore({ ...home, log: silentLog, clock: quietClock(), onRemoved() {} });
+  const device = tokens.deviceOf((await tokens.add('Phone')).token);
+  const torn = '{"tokens":[{"label"';
+  fs.writeFileSync(home.inShared('bridge-tokens.json'), torn);
+  await tokens.touch('another');
+  assert.equal(fs.readFileSync(home.inShared('bridge-tokens.json'), 'utf8'), torn);
+  await assert.rejects(tokens.remove(device), /cannot be read/);
+  assert.equal(fs.readFileSync(home.inShared('bridge-tokens.json'), 'utf8'), torn);
+  // The one way out for somebody who can't mend the file.
+  await tokens.add('New phone');
+  assert.equal(fs.readFileSync(home.inShared('bridge-tokens.json.unreadable'), 'utf8'), torn);
+});
+
 test('a state document that cannot be read moves nothing', async (t) => {
   const port = await quietPort();
   const { environment, inShared } = temporaryHome(t);

@@ -113,6 +113,42 @@ test('waiting in JSON gives one object at the end', async (t) => {
   assert.deepEqual([paired, device, code], [true, 'Pixel', '004711']);
 });
 
+const unreadable = {
+  torn: (file) => fs.writeFileSync(file, '{"tokens":[{"label"'),
+  'a folder': (file) => fs.mkdirSync(file),
+};
+for (const [what, spoil] of Object.entries(unreadable)) {
+  test(`where the paired devices can't be read (${what}) that is told, and old ones that come back aren't new`, async (t) => {
+    const home = temporaryHome(t);
+    const file = home.inShared('bridge-tokens.json');
+    spoil(file);
+    const old = token('old', Date.now() - 1000);
+    let shown = 0;
+    const mint = minting(300_000, () => {
+      setTimeout(() => { fs.rmSync(file, { recursive: true }); writeTokens(home, [old]); }, 50);
+      setTimeout(() => { shown += 1; writeTokens(home, [old, token('Pixel', Date.now())]); }, 900);
+    });
+    const { exit, stdout, stderr } = await tts(home, ['pair', '--wait'], { neighbours: { ...alive, mintCode: mint } });
+    assert.deepEqual([exit, shown], [0, 1]);
+    assert.match(stdout, /\nPaired: Pixel\.\n$/);
+    assert.match(stderr, /bridge-tokens\.json can't be read, so it isn't known which devices are paired/);
+  });
+}
+
+test('a code that is gone while the paired devices can\'t be read may have been used', async (t) => {
+  const home = temporaryHome(t);
+  writeTokens(home, [token('old', 1)]);
+  const mint = minting(300_000, () => setTimeout(() => {
+    unreadable.torn(home.inShared('bridge-tokens.json'));
+    removeCode(home);
+  }, 30));
+  const { exit, stdout, stderr } = await tts(home, ['pair', '--wait', '--json'], { neighbours: { ...alive, mintCode: mint } });
+  const { ok, error, paired } = JSON.parse(stdout);
+  assert.deepEqual([exit, ok, error, paired], [1, false, 'unknown', null]);
+  assert.match(stderr, /whether a device has paired by it isn't known/);
+  assert.equal(fs.readFileSync(home.inShared('bridge-tokens.json'), 'utf8'), '{"tokens":[{"label"');
+});
+
 const removeCode = (home) => fs.rmSync(home.inShared('active-pair-code.json'));
 
 test('a code is not called void while the device is being written down', async (t) => {

@@ -107,6 +107,8 @@ test('status of a home where nothing can be read', async (t) => {
   const { code, stdout, stderr } = await ctl(home, ['status']);
   assert.deepEqual([code, stderr], [0, '']);
   assert.match(stdout, /^service: +running \(process unknown\)$/m);
+  assert.match(stdout, /^bridge: +not running, paired devices unknown$/m);
+  assert.equal(JSON.parse((await ctl(home, ['status', '--json'])).stdout).bridge.pairedDevices, null);
   assert.match(stdout, /^start at login: off$/m);
 });
 

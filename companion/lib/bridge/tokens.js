@@ -4,9 +4,9 @@
 import { createHash, randomBytes } from 'node:crypto';
 import fs from 'node:fs';
 
+import { tokenRows } from '../pairedDevices.js';
 import { tokensPath } from '../places.js';
-import { SharedDocument, updateDocument } from '../sharedDocument.js';
-import { readIfPresent } from '../wholeFile.js';
+import { updateDocument } from '../sharedDocument.js';
 import { lockTimeout } from './limits.js';
 
 const seenInterval = 60_000;
@@ -24,11 +24,9 @@ function stampOf(file) {
   return stat && `${stat.dev} ${stat.ino} ${stat.size} ${stat.mtimeMs} ${stat.ctimeMs}`;
 }
 
-/** Throws when there is something that can't be read, which is another thing than a file without rows. */
-function readRows(file) {
-  const text = readIfPresent(file) ?? '';
-  const document = text.trim() === '' ? new SharedDocument() : SharedDocument.parse(text);
-  return document.list('tokens').filter((row) => isToken(row?.token));
+/** Keeps a document that nobody can read from being begun anew. */
+function refuseAnew() {
+  throw new Error('the file of paired devices cannot be read');
 }
 
 /** A device's name as it may be shown: one line, nothing that turns or hides what stands beside it. */
@@ -81,7 +79,7 @@ export class TokenStore {
   #look() {
     const stamp = stampOf(this.#path);
     if (stamp === this.#stamp) return;
-    const rows = readRows(this.#path);
+    const rows = tokenRows(this.#environment).filter((row) => isToken(row?.token));
     // Only now: a file that couldn't be read must be read again, changed or not.
     this.#stamp = stamp;
     const before = this.#devices;
@@ -106,7 +104,10 @@ export class TokenStore {
     return this.#isReadable && this.#devices.has(device);
   }
 
-  /** Adds a device and gives its token. Throws when it can't be written down. */
+  /**
+   * Adds a device and gives its token. Throws when it can't be written down. Where nobody can read who was paired before,
+   * the list begins anew, and what there was is set aside: else there would be no way to pair again.
+   */
   async add(label) {
     const token = randomBytes(32).toString('base64url');
     const createdAt = this.#clock.now();
@@ -116,8 +117,10 @@ export class TokenStore {
     return { token, label: row.label };
   }
 
+  /** Throws when it can't be written down, or nobody can read who is paired. */
   async remove(device) {
-    await this.#update((rows) => rows.filter((row) => !(isToken(row?.token) && digestOf(row.token) === device)));
+    const others = (rows) => rows.filter((row) => !(isToken(row?.token) && digestOf(row.token) === device));
+    await this.#update(others, { onSetAside: refuseAnew });
     this.refresh();
   }
 
@@ -129,7 +132,7 @@ export class TokenStore {
     this.#seen.set(device, now);
     const seen = (row) => (isToken(row?.token) && digestOf(row.token) === device ? { ...row, lastSeenAt: now } : row);
     try {
-      await this.#update((rows) => rows.map(seen));
+      await this.#update((rows) => rows.map(seen), { onSetAside: refuseAnew });
     } catch (error) {
       this.#log.warn('bridge could not note when a device was seen', { reason: error.message });
     }
@@ -139,8 +142,8 @@ export class TokenStore {
     return tokensPath(this.#environment);
   }
 
-  #update(change) {
+  #update(change, options) {
     const changeRows = (document) => document.set('tokens', change(document.list('tokens')));
-    return updateDocument(this.#path, changeRows, { timeout: lockTimeout });
+    return updateDocument(this.#path, changeRows, { timeout: lockTimeout, ...options });
   }
 }

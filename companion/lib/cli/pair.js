@@ -97,20 +97,37 @@ function pause(milliseconds, signal) {
 }
 
 /**
- * How the code ended: with a device's label, or by time, by the bridge (after too many wrong tries), by another code,
- * or because the command was interrupted.
- * @returns {Promise<{ device?: string, why?: 'expired' | 'void' | 'interrupted' }>}
+ * Tells the devices that pair from now on from those before: by what they hold, or, where nobody can read who those are,
+ * by their time.
+ * @returns {(device: { token: string, createdAt: number }) => boolean}
  */
-async function outcome({ environment, signal }, known, minted) {
+function newcomers({ environment, output }) {
+  const before = pairedDevices(environment);
+  if (before) {
+    const known = new Set(before.map(({ token }) => token));
+    return ({ token }) => !known.has(token);
+  }
+  output.note(`${tokensPath(environment)} can't be read, so it isn't known which devices are paired, and none is let in.`);
+  const begin = Date.now();
+  return ({ createdAt }) => createdAt >= begin;
+}
+
+/**
+ * How the code ended: with a device's label, or by time, by the bridge (after too many wrong tries), by another code,
+ * because the command was interrupted, or in a way that isn't known, as nobody can read who is paired.
+ * @returns {Promise<{ device?: string, why?: 'expired' | 'void' | 'interrupted' | 'unknown' }>}
+ */
+async function outcome({ environment, signal }, isNew, minted) {
   let missing = 0;
   while (!signal.aborted) {
-    const fresh = pairedDevices(environment).filter(({ token }) => !known.has(token));
+    const devices = pairedDevices(environment);
+    const fresh = devices?.filter(isNew) ?? [];
     if (fresh.length) return { device: fresh.sort((a, b) => b.createdAt - a.createdAt)[0].label };
     if (Date.now() >= minted.expiresAt) return { why: 'expired' };
     // A code that was used is gone as well; its token comes a moment later, or when the bridge gets the lock.
     const mayGoOn = readCode(environment)?.code === minted.code || existsSync(lockPath(tokensPath(environment)));
     missing = mayGoOn ? 0 : missing + 1;
-    if (missing > 4) return { why: 'void' };
+    if (missing > 4) return { why: devices ? 'void' : 'unknown' };
     await pause(pollInterval, signal);
   }
   return { why: 'interrupted' };
@@ -120,11 +137,12 @@ const endings = {
   expired: 'The code has expired. "tts pair" makes a new one.',
   void: 'The code is void: it was tried wrongly too often, or another one was made. "tts pair" makes a new one.',
   interrupted: 'Given up; the code is void.',
+  unknown: "The code is void, and whether a device has paired by it isn't known: the paired devices can't be read.",
 };
 
-async function waitForDevice(context, known, minted) {
+async function waitForDevice(context, isNew, minted) {
   const { output, environment, signal } = context;
-  const { device, why } = await outcome(context, known, minted);
+  const { device, why } = await outcome(context, isNew, minted);
   if (device !== undefined) {
     output.say(`Paired: ${plain(device)}.`);
     output.result({ ...minted, paired: true, device });
@@ -134,7 +152,7 @@ async function waitForDevice(context, known, minted) {
   // A signal is the reason why it was aborted, by its exit code.
   const ended = typeof signal.reason === 'number' ? signal.reason : exitCodes.interrupted;
   const exit = why === 'interrupted' ? ended : exitCodes.failed;
-  throw new CommandFailure(endings[why], { exit, kind: why, details: { ...minted, paired: false } });
+  throw new CommandFailure(endings[why], { exit, kind: why, details: { ...minted, paired: why === 'unknown' ? null : false } });
 }
 
 /** "tts pair" */
@@ -142,7 +160,7 @@ export async function pair(context) {
   const { environment, output, options, neighbours, isTerminal } = context;
   const lan = await storeReach(context);
   const daemon = await daemonWithBridge(context, lan);
-  const known = new Set(pairedDevices(environment).map(({ token }) => token));
+  const isNew = newcomers(context);
   const { code, expiresAt } = await neighbours.mintCode(environment);
   const minted = { code, expiresAt: Number(expiresAt), lan, addresses: addressesOf(daemon, lan) };
   show(output, minted);
@@ -150,7 +168,7 @@ export async function pair(context) {
     output.note("The Sonra service isn't running; the phone has nothing to steer until it is.");
   }
   const waits = options.wait || (isTerminal && !options['no-wait']);
-  if (waits) return waitForDevice(context, known, minted);
+  if (waits) return waitForDevice(context, isNew, minted);
   output.result(minted);
   return exitCodes.ok;
 }

@@ -25,7 +25,7 @@ async function gather(environment) {
     daemon,
     service: { running, ...(running ? { pid: servicePid(environment) } : {}) },
     sessions: { attached: state.list('sessions').length, discovered: state.list('discoveredSessions').length },
-    bridge: { port: daemon.bridgePort ?? null, pairedDevices: pairedDevices(environment).length },
+    bridge: { port: daemon.bridgePort ?? null, pairedDevices: pairedDevices(environment)?.length ?? null },
     autostart: { installed: isAutostartInstalled({ environment }), enabled: isAutostartEnabled({ environment }) },
   };
 }
@@ -46,6 +46,9 @@ function daemonText({ alive, responding, stopping, pid, uptimeSeconds, memory })
 
 const counted = (count, one, more) => `${count} ${count === 1 ? one : more}`;
 
+const devicesText = (count) =>
+  (count === null ? 'paired devices unknown' : counted(count, 'paired device', 'paired devices'));
+
 function loginText({ installed, enabled }) {
   if (!installed) return 'off';
   return enabled ? 'on' : 'turned off in the desktop\'s settings';
@@ -60,7 +63,7 @@ export async function status({ environment }) {
     ['service', service.running ? `running (process ${service.pid ?? 'unknown'})` : 'not running'],
     ['sessions', `${sessions.attached} attached, ${sessions.discovered} discovered`],
     ['bridge', `${bridge.port === null ? 'not running' : `port ${bridge.port}`}, ` +
-      counted(bridge.pairedDevices, 'paired device', 'paired devices')],
+      devicesText(bridge.pairedDevices)],
     ['start at login', loginText(autostart)],
   ];
   return { text: rows.map(([name, value]) => `${`${name}:`.padEnd(16)}${value}`).join('\n'), facts };
