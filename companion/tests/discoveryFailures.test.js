@@ -2,11 +2,12 @@
 
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import { readdir, stat } from 'node:fs/promises';
+import fsPromises, { readdir, stat } from 'node:fs/promises';
+import { syncBuiltinESMExports } from 'node:module';
 import path from 'node:path';
 import test from 'node:test';
 
-import { Aider } from '../lib/discovery/aider.js';
+import { silenceInterval } from '../lib/answerLimit.js';
 import { busyInterval } from '../lib/discovery/discovery.js';
 import { Folders, fullLookInterval, pollInterval } from '../lib/discovery/folders.js';
 import { Scanner } from '../lib/discovery/scanner.js';
@@ -57,6 +58,7 @@ async function beginWithFarFolder(t, answerLimit = 100) {
   put(home, `${place}/a.jsonl`, lines(prompt('p')));
   const file = put(home, 'far/.aider.chat.history.md', '#### Ask\n\nTold\n', { age: 100 });
   const far = new FarFolder(path.dirname(file));
+  t.after(() => far.answerAll());
   far.isAway = false;
   const environment = { ...home.environment, SONRA_AIDER_FOLDERS: path.dirname(file) };
   const run = begin(t, home, { environment, folders: { system: far.system, answerLimit } });
@@ -90,18 +92,27 @@ test('the end does not wait for a folder that gives no answer', async (t) => {
   assert.ok(performance.now() - begun < 30_000);
 });
 
-test('a history that can be asked about and not be read holds no other agent up', async (t) => {
+test('a transcript that can be asked about and not be read holds no other up, and is read once it can be', async (t) => {
   const home = temporaryHome(t);
-  const file = put(home, 'far/.aider.chat.history.md', '#### Ask\n\nTold\n');
-  const folders = new Folders({ log: silentLog, now: () => now, answerLimit: 50 });
-  t.after(() => folders.close());
-  const aider = new Aider({ environment: {}, runningFolders: async () => [] });
-  const [entry] = await folders.list(path.dirname(file), { names: [path.basename(file)] });
-  const open = { size: 10, ino: 1, head: () => new Promise(() => {}), tail: () => new Promise(() => {}) };
-  const read = t.mock.method(TranscriptReader.prototype, 'read', (_, look) => look(open));
-  await assert.rejects(aider.read(entry, undefined, { folders }), { code: 'ETIMEDOUT' });
-  read.mock.restore();
-  assert.equal(folders.answers.isSilent(path.dirname(file)), true);
+  const [far] = ['-far/f', '-near/n'].map((name) => put(home, `.claude/projects/${name}.jsonl`, lines(prompt(name))));
+  const { clock } = begin(t, home, { folders: { answerLimit: 50 } });
+  let answer;
+  const { open } = fsPromises;
+  const opened = t.mock.method(fsPromises, 'open', async (file, ...rest) => {
+    if (file === far) await new Promise((resolve) => { answer = resolve; });
+    return open(file, ...rest);
+  });
+  syncBuiltinESMExports();
+  await clock.ring();
+  assert.deepEqual(ids(home), ['n']);
+  opened.mock.restore();
+  syncBuiltinESMExports();
+  answer();
+  clock.time += silenceInterval;
+  await until(async () => {
+    await clock.ring();
+    return ids(home).includes('f');
+  });
 });
 
 for (const code of ['EMFILE', 'EIO']) {

@@ -9,6 +9,7 @@ import test from 'node:test';
 import { busyInterval, findSessions, restInterval } from '../lib/discovery/discovery.js';
 import { lookInterval, missingInterval } from '../lib/discovery/openCodeStore.js';
 import { Scanner } from '../lib/discovery/scanner.js';
+import { AnswerLimit } from '../lib/answerLimit.js';
 import { TranscriptReader } from '../lib/discovery/transcriptReader.js';
 import { silentLog } from '../lib/log.js';
 import { dated, lines, now, openCodeSchema, put, store } from './agents.js';
@@ -209,7 +210,7 @@ test('a reply stays known while tools print more than is looked at', async (t) =
 test('what is no file is refused at once, should one have taken a file\'s place', async (t) => {
   const pipe = path.join(temporaryHome(t).home, 'pipe');
   execFileSync('mkfifo', [pipe]);
-  const reader = new TranscriptReader();
+  const reader = new TranscriptReader(new AnswerLimit({ now: Date.now }));
   await assert.rejects(reader.read(pipe, (file) => file.head()), { code: 'EISDIR' });
   await assert.rejects(reader.read(path.dirname(pipe), (file) => file.head()), { code: 'EISDIR' });
 });

@@ -308,6 +308,7 @@ test('aider: a folder that gave no answer is asked again after some minutes', as
   const file = put(home, 'far/.aider.chat.history.md', '#### Ask\n\nTold\n');
   const environment = { ...home.environment, SONRA_AIDER_FOLDERS: path.dirname(file) };
   const far = new FarFolder(path.dirname(file));
+  t.after(() => far.answerAll());
   let time = now;
   const scanner = new Scanner({ environment, log: silentLog, now: () => time, runningFolders: nobodyRuns,
     folders: { system: far.system, answerLimit: 100 } });

@@ -7,7 +7,9 @@ import test from 'node:test';
 
 import { silentLog } from '../lib/log.js';
 import { ServiceWatch } from '../lib/daemon/serviceWatch.js';
+import { patientAnswers } from '../lib/folderWatch.js';
 import { updateDocument } from '../lib/sharedDocument.js';
+import { FarFolder } from './farFolder.js';
 import { HandClock } from './handClock.js';
 import { temporaryHome, until } from './home.js';
 
@@ -15,9 +17,12 @@ import { temporaryHome, until } from './home.js';
 function stage(t) {
   const home = temporaryHome(t);
   const clock = new HandClock(Date.now());
-  const watch = new ServiceWatch({ environment: home.environment, log: silentLog, clock });
+  const far = new FarFolder(path.join(home.home, 'transcripts/far'));
+  const transcripts = { answers: patientAnswers({ limit: 100 }), system: far.system };
+  const watch = new ServiceWatch({ environment: home.environment, log: silentLog, clock, transcripts });
+  t.after(() => far.answerAll());
   t.after(() => watch.stop());
-  return { home, clock, watch, received: [] };
+  return { home, clock, far, watch, received: [] };
 }
 
 let processId = 1000;
@@ -191,6 +196,29 @@ test('a session whose transcript is a folder is resumed by a new file in it', as
   fs.writeFileSync(path.join(folder, 'msg_1.json'), '{}');
   await until(() => received.length === 2);
 });
+
+for (const [minutes, what] of [[1, 'in use'], [60, 'written to then']]) {
+  test(`a transcript that gives no answer keeps no other session, and is resumed when it does and is ${what}`, async (t) => {
+    const all = stage(t);
+    const { home, clock, far, watch, received } = all;
+    const [away, near] = [row(home, 'far', minutes), row(home, 'near', 60)];
+    await setSessions(home, [away, near, row(home, 'fresh', 1)]);
+    await startService(t, all);
+    watch.start();
+    await until(() => received.length === 1);
+    fs.appendFileSync(near.transcript, '{}\n');
+    await until(() => received.length === 2);
+    await clock.pass(60_000);
+    assert.equal(far.asked, 1);
+    far.answerAll();
+    if (minutes === 60) fs.appendFileSync(away.transcript, '{}\n');
+    await until(async () => {
+      await clock.pass(15_000);
+      return received.length === 3;
+    });
+    assert.deepEqual(ids(received), ['fresh', 'near', 'far']);
+  });
+}
 
 test('a transcript that is not there yet is waited for', async (t) => {
   const all = stage(t);

@@ -3,6 +3,7 @@
 
 import process from 'node:process';
 
+import { isHeldUp } from '../answerLimit.js';
 import { systemClock } from '../clock.js';
 import { Log, RotatingFile } from '../log.js';
 import { daemonLogPath, sharedDirectory } from '../places.js';
@@ -50,6 +51,8 @@ async function end(reason) {
   // A part that can't end mustn't keep the daemon.
   await Promise.race([daemon.stop(), new Promise((resolve) => { setTimeout(resolve, endLimit); })]);
   await instance.release();
+  // Nothing is left to be done, and a usual end would wait for the file system.
+  if (isHeldUp()) process.kill(process.pid, 'SIGKILL');
   process.exit(0);
 }
 

@@ -9,7 +9,6 @@ import path from 'node:path';
 import { foldersOfRunning } from './processes.js';
 import { plain, readTranscript } from './readTranscript.js';
 import { folderOf, realPrompt } from './text.js';
-import { TranscriptReader } from './transcriptReader.js';
 
 export const source = 'aider';
 
@@ -80,8 +79,6 @@ export class Aider {
   #folders = [];
   #searchedFor = '';
   #searchedAt = -Infinity;
-  /** Its own: a folder of another machine that gives no answer mustn't hold the other agents up. */
-  #reader = new TranscriptReader();
 
   constructor({ environment, runningFolders = foldersOfRunning }) {
     this.#environment = environment;
@@ -98,14 +95,8 @@ export class Aider {
     return found;
   }
 
-  async read(entry, previous, { folders }) {
-    const question = () => readTranscript(this.#reader, entry.path, previous, format, plain);
-    const facts = await folders.answers.ask(path.dirname(entry.path), question, undefined);
-    if (facts === undefined) {
-      // The old one still waits for the file, and its next turn for that.
-      this.#reader = new TranscriptReader();
-      throw Object.assign(new Error('no answer'), { code: 'ETIMEDOUT' });
-    }
+  async read(entry, previous, { reader }) {
+    const facts = await readTranscript(reader, entry.path, previous, format, plain);
     const id = createHash('md5').update(entry.path).digest('hex').slice(0, 16);
     return { ...facts, sessionId: `aider-${id}`, cwd: path.dirname(entry.path) };
   }
@@ -127,7 +118,7 @@ export class Aider {
 
   async #foldersToLookIn(known, folders) {
     const named = (this.#environment.SONRA_AIDER_FOLDERS ?? '').split(':');
-    const starts = [...named, ...await this.runningFolders('aider'), ...known].map(folderOf).filter(Boolean);
+    const starts = [...named, ...await this.runningFolders('aider', folders.answers), ...known].map(folderOf).filter(Boolean);
     const all = new Set();
     for (const start of starts) {
       if (all.size >= mostFolders) break;

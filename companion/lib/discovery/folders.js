@@ -14,21 +14,11 @@ export const pollInterval = 30_000;
 /** The system forgets events when there are too many, and links tell nothing of what they point at. */
 export const fullLookInterval = 300_000;
 const mostWatched = 1000;
-const atOnce = 16;
 const noInode = -1;
 
 /** @typedef {import('./folder.js').Entry} Entry */
 
 const everything = () => true;
-
-/** Names in a folder; none where it can't be read. */
-export async function namesIn(directory, accepts = everything) {
-  try {
-    return (await readdir(directory)).filter(accepts);
-  } catch {
-    return [];
-  }
-}
 
 export class Folders {
   #folders = new Map();
@@ -48,17 +38,18 @@ export class Folders {
 
   /**
    * @param {{ watch?: boolean, log: import('../log.js').Log, now: () => number, onChange?: () => void,
-   *   answerLimit?: number, system?: { stat: typeof stat, readdir: typeof readdir } }} options
+   *   answerLimit?: number, threads?: import('../answerLimit.js').Threads,
+   *   system?: { stat: typeof stat, readdir: typeof readdir } }} options
    * `onChange` is called for each event; what changed is found by the next `list`
    */
-  constructor({ watch = true, log, now, onChange = () => {}, answerLimit, system = { stat, readdir } }) {
+  constructor({ watch = true, log, now, onChange = () => {}, answerLimit, threads, system = { stat, readdir } }) {
     this.#isWatching = watch;
     this.#log = log;
     this.#now = now;
     this.#onChange = onChange;
     this.#system = system;
     /** Who else asks something of the same folders. */
-    this.answers = new AnswerLimit({ now, limit: answerLimit });
+    this.answers = new AnswerLimit({ now, limit: answerLimit, threads });
   }
 
   /** True if what is known of a file or folder is that of the look before. */
@@ -146,12 +137,14 @@ export class Folders {
     const folder = new Folder(ino, isQuiet);
     this.#folders.set(directory, folder);
     // First watched and then looked at, so that nothing falls in between.
-    if (!isQuiet) this.#watch(directory, folder, accepts);
+    if (!isQuiet) await this.#watch(directory, folder, accepts);
     return folder;
   }
 
-  #watch(directory, folder, accepts) {
+  async #watch(directory, folder, accepts) {
     if (!this.#mayWatch()) return;
+    // There is no limit for the beginning of a watch, but a folder that has just answered does so again.
+    if (await this.#inodeOf(directory, undefined) === undefined || !this.#isWatching) return;
     try {
       folder.watcher = fs.watch(directory, { persistent: false },
         (event, name) => this.#onEvent(directory, folder, accepts, event, name));
@@ -207,7 +200,7 @@ export class Folders {
     const isOld = this.#isDue(folder);
     if (!folder.isAllDirty && !isOld && folder.dirty.size === 0) return;
     // One that couldn't be watched, or whose watch has failed.
-    if (isOld && folder.lookedAt > -Infinity && !folder.watcher && !folder.isQuiet) this.#watch(directory, folder, accepts);
+    if (isOld && folder.lookedAt > -Infinity && !folder.watcher && !folder.isQuiet) await this.#watch(directory, folder, accepts);
     const isAll = folder.isAllDirty || isOld;
     const changed = isAll ? names ?? await this.#namesIn(directory, accepts) : [...folder.dirty];
     if (changed === undefined) {
@@ -217,10 +210,7 @@ export class Folders {
     folder.isAllDirty = false;
     folder.dirty.clear();
     if (isAll) folder.lookedAt = this.#now();
-    const describe = () => this.#describeAll(directory, folder, changed);
-    // Many files may take long without being far away.
-    const entries = names ? await this.answers.ask(directory, describe, []) : await describe();
-    if (this.answers.isSilent(directory)) folder.touch();
+    const entries = await this.#describeAll(directory, folder, changed);
     if (isAll) folder.entries.clear();
     for (const [name, entry] of entries) {
       if (entry) folder.entries.set(name, entry);
@@ -236,7 +226,7 @@ export class Folders {
   /** Nothing where the folder can't be read just now. */
   async #namesIn(directory, accepts) {
     try {
-      return (await this.#system.readdir(directory)).filter(accepts);
+      return (await this.answers.demand(directory, () => this.#system.readdir(directory))).filter(accepts);
     } catch (error) {
       return isPassing(error) ? undefined : [];
     }
@@ -245,21 +235,16 @@ export class Folders {
   /** @returns {Promise<[string, Entry | undefined][]>} */
   async #describeAll(directory, folder, names) {
     const entries = [];
-    let next = 0;
-    const work = async () => {
-      while (next < names.length) {
-        const name = names[next];
-        next += 1;
-        entries.push([name, await this.#describe(path.join(directory, name), folder, name)]);
-      }
-    };
-    await Promise.all(Array.from({ length: Math.min(atOnce, names.length) }, work));
+    for (const name of names) {
+      entries.push([name, await this.#describe(directory, folder, name)]);
+    }
     return entries;
   }
 
-  async #describe(file, folder, name) {
+  async #describe(directory, folder, name) {
+    const file = path.join(directory, name);
     try {
-      return entryOf(name, file, await this.#system.stat(file));
+      return entryOf(name, file, await this.answers.demand(directory, () => this.#system.stat(file)));
     } catch (error) {
       if (!isPassing(error)) return undefined;
       this.#leaveUnsettled(folder, name);

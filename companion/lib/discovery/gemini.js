@@ -7,6 +7,7 @@ import { createHash } from 'node:crypto';
 import path from 'node:path';
 
 import { geminiDirectory } from '../places.js';
+import { isPassing } from './folder.js';
 import { document, lines, readTranscript } from './readTranscript.js';
 import { contentText, firstText, folderOf, realPrompt, textOf } from './text.js';
 
@@ -85,7 +86,13 @@ export class Gemini {
   async #readProjects(folders, reader) {
     const [list] = await folders.list(this.root, { names: ['projects.json'] });
     if (list?.stamp === this.#projects.stamp) return;
-    const projects = (list && await reader.json(list.path))?.projects;
+    let projects;
+    try {
+      projects = (list && await reader.json(list.path))?.projects;
+    } catch {
+      // It can't be read just now, and is as it was.
+      return;
+    }
     const pairs = Object.entries(projects !== null && typeof projects === 'object' ? projects : {})
       .filter(([folder, name]) => folderOf(folder) && typeof name === 'string');
     this.#projects = { stamp: list?.stamp, folders: new Map(pairs.map(([folder, name]) => [name, folder])) };
@@ -94,7 +101,12 @@ export class Gemini {
   async #readRoot(project, entry, reader) {
     if (entry?.stamp === this.#roots.get(project)?.stamp) return;
     const look = async (file) => (await file.head(4096)).toString();
-    const text = entry ? await reader.read(entry.path, look).catch(() => '') : '';
+    let text = '';
+    try {
+      if (entry) text = await reader.read(entry.path, look);
+    } catch (error) {
+      if (isPassing(error)) return;
+    }
     this.#roots.set(project, { stamp: entry?.stamp, folder: folderOf(text.trim()) });
   }
 }

@@ -3,7 +3,6 @@
 
 import path from 'node:path';
 
-import { namesIn } from './folders.js';
 import { contentText, realPrompt, textOf } from './text.js';
 
 /** How many of the newest messages are looked into for words. */
@@ -20,7 +19,7 @@ export const ownTitle = (title) => (isPlaceholder(textOf(title)) ? '' : textOf(t
 async function wordsOf(storage, message, reader) {
   const words = [];
   const folder = path.join(storage, 'part', message);
-  for (const name of (await namesIn(folder, isJson)).sort()) {
+  for (const name of (await reader.names(folder, isJson)).sort()) {
     const part = await reader.json(path.join(folder, name));
     if (part?.type === 'text' && part.synthetic !== true && part.ignored !== true) words.push(textOf(part.text).trim());
   }
@@ -52,7 +51,7 @@ async function firstPrompt(files, storage, reader) {
  * @returns {Promise<import('./readTranscript.js').Facts>}
  */
 export async function readTree(storage, session, folder, reader) {
-  const files = (await namesIn(folder, isJson)).sort().map((name) => path.join(folder, name));
+  const files = (await reader.names(folder, isJson)).sort().map((name) => path.join(folder, name));
   const facts = { cwd: textOf(session.directory), ownTitle: ownTitle(session.title) };
   for (const file of files.slice(-mostMessages).reverse()) {
     const message = await messageAt(file, storage, reader);

@@ -1,15 +1,19 @@
 // Where programs of a name run now, as /proc tells it. Processes of other users don't tell.
 //
-// Read synchronously, a few at a time: these files lie in memory, and a look at each by way of the thread pool costs
-// ten times as much.
+// What a process is called is read synchronously, a few at a time: it lies in memory, and a look at each by way of the
+// thread pool costs ten times as much. The command line lies in the process's own memory, which can't be read as long as
+// a file system holds the process up; only those that may be meant are asked for it, and not waited for.
 
 import fs from 'node:fs';
+import { open } from 'node:fs/promises';
 import path from 'node:path';
 import { setImmediate as breathe } from 'node:timers/promises';
 
 const atOnce = 20;
 /** Enough for an interpreter, its options and a script. */
-const commandLine = Buffer.alloc(4096);
+const longestCommand = 4096;
+/** The kernel keeps no more of a name. */
+const longestName = 15;
 
 /** Options of Python whose value is the next word, alone or behind others that have none. */
 const takesValue = /^-[bBdEhiIOPqRsSuvx]*[XW]$|^--check-hash-based-pycs$/;
@@ -23,20 +27,31 @@ export function runs(command, name) {
   return script !== undefined && path.basename(script) === name;
 }
 
-function commandOf(folder) {
-  const fd = fs.openSync(`${folder}/cmdline`, fs.constants.O_RDONLY | fs.constants.O_NONBLOCK);
+async function commandOf(folder) {
+  const file = await open(`${folder}/cmdline`);
   try {
-    return commandLine.toString('utf8', 0, fs.readSync(fd, commandLine, 0, commandLine.length, 0));
+    const { buffer, bytesRead } = await file.read(Buffer.alloc(longestCommand), 0, longestCommand, 0);
+    return buffer.toString('utf8', 0, bytesRead);
   } finally {
-    fs.closeSync(fd);
+    await file.close();
   }
 }
 
-function folderOfProcess(folder, name) {
+/** What the kernel calls it: the program, or the script that it was started by. */
+function mayRun(folder, name) {
   try {
-    return runs(commandOf(folder), name) ? fs.readlinkSync(`${folder}/cwd`) : undefined;
+    const called = fs.readFileSync(`${folder}/comm`, 'utf8').trimEnd();
+    return called === name.slice(0, longestName) || called.startsWith('python');
   } catch {
-    // It has ended, or belongs to somebody else.
+    return false;
+  }
+}
+
+async function folderOfProcess(folder, name, answers) {
+  try {
+    return runs(await answers.demand(folder, () => commandOf(folder)), name) ? fs.readlinkSync(`${folder}/cwd`) : undefined;
+  } catch {
+    // It has ended, belongs to somebody else, or is held up.
     return undefined;
   }
 }
@@ -49,13 +64,18 @@ function processIds(proc) {
   }
 }
 
-/** @returns {Promise<string[]>} */
-export async function foldersOfRunning(name, proc = '/proc') {
+/**
+ * @param {string} name
+ * @param {import('../answerLimit.js').AnswerLimit} answers
+ * @returns {Promise<string[]>}
+ */
+export async function foldersOfRunning(name, answers, proc = '/proc') {
   const found = new Set();
   const ids = processIds(proc);
   for (let i = 0; i < ids.length; i += 1) {
     if (i % atOnce === 0) await breathe();
-    const folder = folderOfProcess(path.join(proc, ids[i]), name);
+    const process = path.join(proc, ids[i]);
+    const folder = mayRun(process, name) ? await folderOfProcess(process, name, answers) : undefined;
     if (folder) found.add(folder);
   }
   return [...found];

@@ -61,12 +61,12 @@ export class Scanner {
   #log;
   #mostRows;
   #oldestMs;
-  #reader = new TranscriptReader();
+  #reader;
   #reported = new Set();
 
   /**
    * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, now: () => number, watch?: boolean,
-   *   onChange?: () => void, runningFolders?: (name: string) => Promise<string[]>, isBounded?: boolean,
+   *   onChange?: () => void, runningFolders?: (name: string, answers: import('../answerLimit.js').AnswerLimit) => Promise<string[]>, isBounded?: boolean,
    *   folders?: object }} options `folders` are further ones for Folders
    * `isBounded`: not those that are too old to be offered, nor more than can be
    */
@@ -76,6 +76,7 @@ export class Scanner {
     this.#mostRows = isBounded ? mostRows : Infinity;
     this.#oldestMs = isBounded ? oldestMs : Infinity;
     this.#folders = new Folders({ watch, log, now, onChange, ...folders });
+    this.#reader = new TranscriptReader(this.#folders.answers);
     this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi].map((Agent) => new Agent({ environment, log }));
     this.#aider = new Aider({ environment, runningFolders });
   }

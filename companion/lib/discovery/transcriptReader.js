@@ -1,9 +1,12 @@
 // Reads the beginning and the end of files, one file at a time, into one piece of memory that lasts as long as its
 // owner: transcripts are long and many, and this runs beside other work in a small process. Never reads a whole file
-// that is longer than its limits.
+// that is longer than its limits, and waits no longer for one than AnswerLimit says.
 
 import { constants } from 'node:fs';
-import { open } from 'node:fs/promises';
+import { open, readdir } from 'node:fs/promises';
+import path from 'node:path';
+
+import { isPassing } from './folder.js';
 
 export const headBytes = 32 * 1024;
 export const tailBytes = 64 * 1024;
@@ -44,38 +47,70 @@ class OpenFile {
 
 export class TranscriptReader {
   #memory = Buffer.allocUnsafeSlow(secondLookBytes);
+  #answers;
   #turn = Promise.resolve();
 
+  /** @param {import('../answerLimit.js').AnswerLimit} answers */
+  constructor(answers) {
+    this.#answers = answers;
+  }
+
   /**
-   * Lets `look` read in the file. Throws what the file system says, or what `look` throws.
+   * Lets `look` read in the file. Throws what the file system says, or what `look` throws, and ETIMEDOUT where there is
+   * no answer in time.
    * @template T
-   * @param {string} path
+   * @param {string} file
    * @param {(file: OpenFile) => Promise<T>} look
    * @returns {Promise<T>}
    */
-  read(path, look) {
-    const result = this.#turn.then(() => this.#look(path, look));
+  read(file, look) {
+    const result = this.#turn.then(() => this.#lookInTime(file, look));
     this.#turn = result.catch(() => {});
     return result;
   }
 
-  /** The JSON value in a small file; nothing where there is none, or the file is longer than a second look. */
-  async json(path) {
+  /**
+   * The JSON value in a small file; nothing where there is none, or the file is longer than a second look. Throws where
+   * it can't be read just now.
+   */
+  async json(file) {
     try {
-      return await this.read(path, async (file) => (
-        file.size <= secondLookBytes ? JSON.parse((await file.head(secondLookBytes)).toString()) : undefined));
-    } catch {
+      return await this.read(file, async (open) => (
+        open.size <= secondLookBytes ? JSON.parse((await open.head(secondLookBytes)).toString()) : undefined));
+    } catch (error) {
+      if (isPassing(error)) throw error;
       return undefined;
     }
   }
 
-  async #look(path, look) {
+  /** Names in a folder; none where there is none. Throws where it can't be read just now. */
+  async names(folder, accepts) {
+    try {
+      return (await this.#answers.demand(folder, () => readdir(folder))).filter(accepts);
+    } catch (error) {
+      if (isPassing(error)) throw error;
+      return [];
+    }
+  }
+
+  async #lookInTime(file, look) {
+    const memory = this.#memory;
+    try {
+      return await this.#answers.demand(path.dirname(file), () => TranscriptReader.#look(file, look, memory));
+    } catch (error) {
+      // A late answer may still be written into it.
+      if (error.code === 'ETIMEDOUT') this.#memory = Buffer.allocUnsafeSlow(secondLookBytes);
+      throw error;
+    }
+  }
+
+  static async #look(file, look, memory) {
     // A pipe that has a transcript's name must not hold us up.
-    const handle = await open(path, constants.O_RDONLY | constants.O_NONBLOCK);
+    const handle = await open(file, constants.O_RDONLY | constants.O_NONBLOCK);
     try {
       const status = await handle.stat();
       if (!status.isFile()) throw Object.assign(new Error('not a file'), { code: 'EISDIR' });
-      return await look(new OpenFile(handle, status, this.#memory));
+      return await look(new OpenFile(handle, status, memory));
     } finally {
       await handle.close();
     }
