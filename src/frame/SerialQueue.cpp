@@ -64,8 +64,6 @@ bool SerialQueue::State::take(std::deque<std::function<void()>>& batch) {
 }
 
 void SerialQueue::State::run() {
-    // The kernel keeps 15 characters of a thread's name.
-    pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
     thread = std::this_thread::get_id();
     std::deque<std::function<void()>> batch;
     while (take(batch)) {
@@ -78,7 +76,11 @@ void SerialQueue::State::run() {
 }
 
 SerialQueue::SerialQueue(std::string name) : state_(std::make_shared<State>(std::move(name))) {
-    std::thread([state = state_] { state->run(); }).detach();
+    std::thread thread([state = state_] { state->run(); });
+    // Here and not there, so that whoever looks for a queue's thread knows it before it has begun.
+    // The kernel keeps 15 characters.
+    pthread_setname_np(thread.native_handle(), state_->name.substr(0, 15).c_str());
+    thread.detach();
 }
 
 SerialQueue::~SerialQueue() {

@@ -54,15 +54,17 @@ WorkerPool::~WorkerPool() {
 }
 
 void WorkerPool::post(std::function<void()> work) {
+    // The work may destroy the pool before this call is over.
+    const auto state = state_;
     bool grow = false;
     {
-        MutexLock lock(state_->mutex);
-        state_->work.push_back(std::move(work));
-        grow = state_->work.size() > state_->waiting && state_->threads < state_->maxThreads;
-        if (grow) ++state_->threads;
+        MutexLock lock(state->mutex);
+        state->work.push_back(std::move(work));
+        grow = state->work.size() > state->waiting && state->threads < state->maxThreads;
+        if (grow) ++state->threads;
     }
-    if (grow) std::thread([state = state_] { state->run(); }).detach();
-    state_->wake.notify_one();
+    if (grow) std::thread([state] { state->run(); }).detach();
+    state->wake.notify_one();
 }
 
 void WorkerPool::drain() {

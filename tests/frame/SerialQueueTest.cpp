@@ -5,10 +5,15 @@
 
 #include <array>
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <memory>
+#include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "support/TempDir.h"
 
 namespace sonra {
 namespace {
@@ -82,6 +87,19 @@ TEST(SerialQueue, NamesItsThread) {
     });
 }
 
+TEST(SerialQueue, HasAThreadOfThatNameAtOnce) {
+    for (int i = 0; i < 100; ++i) {
+        const auto name = "early" + std::to_string(i);
+        const SerialQueue queue(name);
+        int found = 0;
+        std::error_code ended;
+        for (std::filesystem::directory_iterator task("/proc/self/task", ended), end; task != end;
+             task.increment(ended))
+            found += test::readFile(task->path() / "comm") == name + "\n" ? 1 : 0;
+        ASSERT_EQ(found, 1) << name;
+    }
+}
+
 TEST(SerialQueue, FinishesItsWorkWhenItIsDestroyed) {
     std::promise<void> second;
     auto future = second.get_future();
@@ -133,14 +151,25 @@ TEST(SerialQueue, TimersRunInTheOrderOfTheirTimes) {
     SerialQueue queue("test");
     std::vector<int> order;
     std::promise<void> last;
-    queue.after(300ms, [&] {
-        order.push_back(3);
-        last.set_value();
+    // Far enough apart for a machine that puts the thread aside between two of them.
+    queue.post([&] {
+        queue.after(20ms, [&] {
+            order.push_back(3);
+            last.set_value();
+        });
+        queue.after(-20s, [&] { order.push_back(2); });
+        queue.after(-40s, [&] { order.push_back(1); });
     });
-    queue.after(100ms, [&] { order.push_back(2); });
-    queue.after(0ms, [&] { order.push_back(1); });
     ASSERT_EQ(last.get_future().wait_for(20s), std::future_status::ready);
     queue.sync([&] { EXPECT_EQ(order, (std::vector<int>{1, 2, 3})); });
+}
+
+TEST(SerialQueue, ATimerThatIsSetLaterMayComeFirst) {
+    SerialQueue queue("test");
+    std::promise<void> fired;
+    queue.after(1h, [] {});
+    queue.after(1ms, [&] { fired.set_value(); });
+    EXPECT_EQ(fired.get_future().wait_for(20s), std::future_status::ready);
 }
 
 TEST(SerialQueue, ATimerCancelledOnTheQueueNeverRuns) {

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -108,6 +109,20 @@ TEST(WorkerPool, FinishesItsWorkWhenItIsDestroyed) {
     }
     gate.opened.set_value();
     EXPECT_EQ(last.get_future().wait_for(20s), std::future_status::ready);
+}
+
+TEST(WorkerPool, MayBeDestroyedByItsOwnWork) {
+    for (int i = 0; i < 200; ++i) {
+        auto pool = std::make_unique<WorkerPool>(1);
+        auto* raw = pool.get();
+        std::promise<void> gone;
+        raw->post([&gone, owned = std::make_shared<std::unique_ptr<WorkerPool>>(
+                              std::move(pool))]() mutable {
+            owned.reset();
+            gone.set_value();
+        });
+        ASSERT_EQ(gone.get_future().wait_for(20s), std::future_status::ready);
+    }
 }
 
 TEST(WorkerPool, DrainingAnIdlePoolReturns) {
