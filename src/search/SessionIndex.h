@@ -47,7 +47,8 @@ class SessionIndex {
     /// Fills the catalogue from the cache before it returns.
     void bootstrap();
     /// Returns at once; brings the catalogue up to date with the tree. `completion` is called on
-    /// one of the pool's threads, and not at all if the index goes before.
+    /// one of the pool's threads, and not at all if the index goes before: its end waits for one
+    /// that has begun.
     void reconcile(std::optional<std::string> projectsRoot, std::function<void()> completion);
     /// Both return at once. Watching twice is watching once. Once the watch runs, the tree is
     /// looked at again for what happened before it did; that is told only if there is something.

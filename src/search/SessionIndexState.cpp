@@ -60,6 +60,8 @@ void SessionIndex::State::release() {
         workers_ = nullptr;
         watcher_ = nullptr;
     }
+    // A completion that is being called has begun before; none begins afterwards.
+    { MutexLock lock(completing_); }
     for (const auto& slot : *listeners_) *slot = nullptr;
     requireOffQueue();
     queue_.sync([this] { closeStream(); });
@@ -129,7 +131,9 @@ void SessionIndex::State::runReconcile(const std::string& root,
     bringUpToDate(root);
     if (released_) return;
     saveAndNotify();
-    if (completion && !released_) completion();
+    if (!completion) return;
+    MutexLock lock(completing_);
+    if (!released_) completion();
 }
 
 /// What happened after the last walk and before the watch began was told by neither.

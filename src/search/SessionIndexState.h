@@ -78,6 +78,9 @@ class SessionIndex::State : public std::enable_shared_from_this<State> {
     // What is saved and told last is the newest.
     Mutex saving_;
 
+    // Held while somebody is told that a reconcile is over, who may use the index.
+    Mutex completing_;
+
     // The main thread's. An element holds nothing once its handle went.
     const std::shared_ptr<Listeners> listeners_ = std::make_shared<Listeners>();
 

@@ -356,6 +356,23 @@ TEST_F(SessionIndexTest, AnIndexThatGoesEndsItsReconcile) {
     EXPECT_EQ(watcher_.running(), 0);
 }
 
+TEST_F(SessionIndexTest, AnIndexThatGoesWaitsForACompletionThatHasBegun) {
+    Semaphore begun;
+    Semaphore gone;
+    std::atomic<bool> isOver = false;
+    index_->reconcile(root_, [&] {
+        begun.signal();
+        // Nobody signals; who doesn't wait for it would have gone by then.
+        EXPECT_FALSE(gone.waitFor(std::chrono::milliseconds(100)));
+        isOver = true;
+    });
+    ASSERT_TRUE(begun.waitFor(std::chrono::seconds(60)));
+    index_.reset();
+    EXPECT_TRUE(isOver);
+    gone.signal();
+    pool_.drain();
+}
+
 TEST_F(SessionIndexTest, TheDefaultRootFollowsHome) {
     const test::ScopedEnv home("HOME", "/home/x");
     EXPECT_EQ(SessionIndex::defaultProjectsRoot(), "/home/x/.claude/projects");
