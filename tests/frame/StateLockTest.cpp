@@ -19,6 +19,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -54,12 +55,9 @@ class StateLockTest : public testing::Test {
     std::string lock_ = path_ + ".lock";
 };
 
-/// A process that is gone.
-pid_t deadPid() {
-    ForkedProcess child([] {});
-    child.finished();
-    return child.pid();
-}
+/// The id of no process, beyond all that the kernel gives: one that has been in use may be given
+/// again while a test runs.
+constexpr pid_t deadPid = std::numeric_limits<pid_t>::max();
 
 /// Looks at a lock file: who finds it there opens it to see whose it is.
 class Looks {
@@ -111,7 +109,7 @@ TEST_F(StateLockTest, FirstAcquireCreatesTheFileAndBlocksTheSecondUntilRelease) 
 }
 
 TEST_F(StateLockTest, ReclaimsALockWhoseHolderIsDeadHoweverYoung) {
-    leaveLock(std::to_string(deadPid()), 0s);
+    leaveLock(std::to_string(deadPid), 0s);
     EXPECT_FALSE(StateLock::tryAcquire(path_));
     EXPECT_FALSE(isLocked());
     EXPECT_TRUE(StateLock::tryAcquire(path_));
@@ -175,12 +173,12 @@ TEST(StateLock, JudgesTheAgeAtThirtySeconds) {
     EXPECT_TRUE(StateLock::isStale(self, 30'001ms));
     EXPECT_FALSE(StateLock::isStale("", 30'000ms));
     EXPECT_TRUE(StateLock::isStale("", 30'001ms));
-    EXPECT_TRUE(StateLock::isStale(std::to_string(deadPid()), 0ms));
+    EXPECT_TRUE(StateLock::isStale(std::to_string(deadPid), 0ms));
     EXPECT_FALSE(StateLock::isStale("1", 0ms));
 }
 
 TEST_F(StateLockTest, AnOverlongLockFileNamesNobody) {
-    leaveLock(std::string(1 << 20, ' ') + std::to_string(deadPid()), 0s);
+    leaveLock(std::string(1 << 20, ' ') + std::to_string(deadPid), 0s);
     EXPECT_FALSE(StateLock::tryAcquire(path_));
     EXPECT_TRUE(isLocked());
 }
@@ -282,7 +280,7 @@ TEST_F(StateLockTest, ThreadsLoseNoIncrement) {
 }
 
 TEST_F(StateLockTest, ReclaimersInCompetitionNeverRemoveAFreshLock) {
-    const auto dead = std::to_string(deadPid());
+    const auto dead = std::to_string(deadPid);
     std::atomic<int> inside = 0;
     std::atomic<int> turns = 0;
     std::atomic<int> intrusions = 0;
@@ -471,7 +469,7 @@ TEST_F(StateLockTest, ProcessesAndNodePeersThatReclaimInCompetitionLoseNoIncreme
     ASSERT_FALSE(node.empty()) << "this test needs Node.js on PATH";
     test::writeFile(path_, R"({"count":0})");
     Crowd crowd(path_, 100);
-    crowd.leaveLocksOf(deadPid());
+    crowd.leaveLocksOf(deadPid);
     crowd.addNode(node);
     crowd.addNode(node);
     crowd.addProcess();

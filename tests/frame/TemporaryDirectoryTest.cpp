@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include <limits>
 
 #include "support/TempDir.h"
 
@@ -12,12 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-pid_t deadProcess() {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(0);
-    waitpid(pid, nullptr, 0);
-    return pid;
-}
+/// The id of no process, beyond all that the kernel gives.
+constexpr pid_t deadProcess = std::numeric_limits<pid_t>::max();
 
 std::string nameFor(pid_t pid) {
     return "sonra-" + std::to_string(getuid()) + "-" + std::to_string(pid) + "-abcdef";
@@ -57,7 +54,7 @@ TEST_F(TemporaryDirectory, RemovalTakesItsFilesAlong) {
 }
 
 TEST_F(TemporaryDirectory, SweepRemovesThoseOfDeadProcessesOnly) {
-    const auto dead = root / nameFor(deadProcess());
+    const auto dead = root / nameFor(deadProcess);
     const auto living = root / nameFor(getppid());
     const auto foreign = root / ("sonra-" + std::to_string(getuid()) + "-notanumber-x");
     const auto other = root / "unrelated";
@@ -72,7 +69,7 @@ TEST_F(TemporaryDirectory, SweepDoesNotFollowLinks) {
     const auto target = root / "target";
     fs::create_directory(target);
     test::writeFile(target + "/kept", "x");
-    fs::create_directory_symlink(target, root / nameFor(deadProcess()));
+    fs::create_directory_symlink(target, root / nameFor(deadProcess));
     sweepTemporaryDirectories();
     EXPECT_TRUE(fs::exists(target + "/kept"));
 }
