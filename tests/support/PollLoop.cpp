@@ -19,11 +19,10 @@ PollLoop::~PollLoop() {
 }
 
 void PollLoop::post(std::function<void()> work) {
-    {
-        const std::lock_guard lock(mutex_);
-        posted_.push_back(std::move(work));
-    }
     const std::uint64_t one = 1;
+    // To the end: once the work has run, the loop and its descriptor may go.
+    const std::lock_guard lock(mutex_);
+    posted_.push_back(std::move(work));
     [[maybe_unused]] const auto written = write(wakeFd_, &one, sizeof one);
 }
 
