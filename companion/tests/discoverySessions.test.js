@@ -386,6 +386,35 @@ test('OpenCode: the database goes before the tree, and nothing is left beside it
   assert.deepEqual(fs.readdirSync(path.dirname(file)).sort(), ['opencode.db', 'storage']);
 });
 
+/** A hundred sessions that are newer than the one of the schema. */
+const newer = Array.from({ length: 100 }, (_, i) => `INSERT INTO session VALUES ('ses_n${i}', '', '/work/n${i}', 'New', ${now - i});`);
+
+test('OpenCode: a certain session is found in the database whatever its place', async (t) => {
+  const home = temporaryHome(t);
+  const file = path.join(home.home, '.local/share/opencode/opencode.db');
+  store(file, `${openCodeSchema} ${newer.join('')}`);
+  const lookFor = async (options) => {
+    const row = (await find(home, {}, options)).find(({ sessionId }) => sessionId === 'ses_1');
+    return row && [row.transcript, row.cwd, row.title, row.lastText, row.mtimeMs];
+  };
+  assert.equal(await lookFor({}), undefined);
+  // Words are looked for only where they are wanted.
+  assert.deepEqual(await lookFor({ isBounded: false }), [`${file}#ses_1`, '/work/oc', 'Stored', '', now - 50_000]);
+  assert.deepEqual(await lookFor({ isBounded: false, session: 'ses_1' }),
+    [`${file}#ses_1`, '/work/oc', 'Stored', 'Kept in rows', now - 40_000]);
+  assert.equal((await find(home, {}, { isBounded: false })).length, 101);
+});
+
+test('OpenCode: where the words take too long to be found, a certain session is found without', async (t) => {
+  const home = temporaryHome(t);
+  // Words that would take for ever: a table's place is taken by a view.
+  const endless = `DROP TABLE part; CREATE VIEW part AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n)
+    SELECT i AS id, 'm' || i AS message_id, '{}' AS data FROM n;`;
+  store(path.join(home.home, '.local/share/opencode/opencode.db'), `${openCodeSchema} ${endless}`);
+  const row = await findOne(home, {}, { isBounded: false });
+  assert.deepEqual([row.sessionId, row.cwd, row.title, row.lastText], ['ses_1', '/work/oc', 'Stored', '']);
+});
+
 test('OpenCode: a file that is no database costs only itself', async (t) => {
   const home = temporaryHome(t);
   tree(home);

@@ -31,9 +31,15 @@ function fileStamp(path) {
   return status && `${status.ino}:${status.size}:${status.mtimeMs}`;
 }
 
-/** One look at the sessions on this machine, newest first; those that may be offered, or, unbounded, all of them. */
-export async function findSessions({ environment = process.env, now = Date.now(), runningFolders, isBounded } = {}) {
-  const scanner = new Scanner({ environment, log: silentLog, now: () => now, watch: false, runningFolders, isBounded });
+/**
+ * One look at the sessions on this machine, newest first; those that may be offered, or, unbounded, all of them.
+ * @param {{ environment?: NodeJS.ProcessEnv, now?: number, isBounded?: boolean, session?: string,
+ *   runningFolders?: (name: string) => Promise<string[]> }} [options] `session`: the beginning of the id of the one that
+ *   is looked for among all: of others what they are about may be missing
+ * @returns {Promise<import('./scanner.js').Row[]>}
+ */
+export async function findSessions({ environment = process.env, now = Date.now(), ...options } = {}) {
+  const scanner = new Scanner({ environment, log: silentLog, now: () => now, watch: false, ...options });
   try {
     return await scanner.scan(now);
   } finally {

@@ -200,7 +200,9 @@ export class Folders {
     const isOld = this.#isDue(folder);
     if (!folder.isAllDirty && !isOld && folder.dirty.size === 0) return;
     // One that couldn't be watched, or whose watch has failed.
-    if (isOld && folder.lookedAt > -Infinity && !folder.watcher && !folder.isQuiet) await this.#watch(directory, folder, accepts);
+    if (isOld && folder.lookedAt > -Infinity && !folder.watcher && !folder.isQuiet) {
+      await this.#watch(directory, folder, accepts);
+    }
     const isAll = folder.isAllDirty || isOld;
     const changed = isAll ? names ?? await this.#namesIn(directory, accepts) : [...folder.dirty];
     if (changed === undefined) {

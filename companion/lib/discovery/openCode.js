@@ -17,12 +17,15 @@ export class OpenCode {
   source = source;
   #environment;
   #log;
+  #wanted;
   #stores = new Map();
   #python = { isMissing: false };
 
-  constructor({ environment, log }) {
+  /** @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, wanted?: string }} options as OpenCodeStore's */
+  constructor({ environment, log, wanted }) {
     this.#environment = environment;
     this.#log = log;
+    this.#wanted = wanted;
     this.root = openCodeDirectory(environment);
     this.storage = path.join(this.root, 'storage');
   }
@@ -62,8 +65,9 @@ export class OpenCode {
 
   #store(file) {
     if (!this.#stores.has(file)) {
-      const surroundings = { environment: this.#environment, log: this.#log, python: this.#python };
-      this.#stores.set(file, new OpenCodeStore(file, surroundings));
+      this.#stores.set(file, new OpenCodeStore(file, {
+        environment: this.#environment, log: this.#log, python: this.#python, wanted: this.#wanted,
+      }));
     }
     return this.#stores.get(file);
   }

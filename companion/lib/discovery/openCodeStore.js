@@ -9,13 +9,17 @@ export const lookInterval = 5000;
 export const missingInterval = 60_000;
 const limit = 3000;
 const mostOutput = 8 * 1024 * 1024;
+/** Of all sessions that a database may hold. */
+const mostOutputOfAll = 64 * 1024 * 1024;
 const program = fileURLToPath(new URL('openCodeStore.py', import.meta.url));
 
 /** @returns {Promise<string>} what the program prints */
-function run(path, environment) {
+function run(path, environment, wanted) {
   return new Promise((resolve, reject) => {
-    const options = { timeout: limit, killSignal: 'SIGKILL', maxBuffer: mostOutput, env: environment };
-    execFile('python3', ['-I', '-S', program, path], options, (error, stdout, stderr) => {
+    const maxBuffer = wanted === undefined ? mostOutput : mostOutputOfAll;
+    const options = { timeout: limit, killSignal: 'SIGKILL', maxBuffer, env: environment };
+    const words = wanted === undefined ? [] : ['--all', wanted];
+    execFile('python3', ['-I', '-S', program, path, ...words], options, (error, stdout, stderr) => {
       if (error) reject(Object.assign(error, { said: stderr.trim() }));
       else resolve(stdout);
     }).stdin?.end();
@@ -28,25 +32,29 @@ export class OpenCodeStore {
   #python;
   #environment;
   #log;
+  #wanted;
   #stamp;
   #lookedAt = -Infinity;
   #sessions = [];
 
   /**
    * @param {string} path
-   * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, python: { isMissing: boolean } }} options
+   * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, python: { isMissing: boolean },
+   *   wanted?: string }} options with `wanted`, which may be empty, all sessions are told of and not the newest alone;
+   *   of older ones that don't begin with it without their words
    */
-  constructor(path, { environment, log, python }) {
+  constructor(path, { environment, log, python, wanted }) {
     this.#path = path;
     this.#python = python;
     this.#environment = environment;
     this.#log = log;
+    this.#wanted = wanted;
     /** True while there is something to look at that had to wait. */
     this.isLate = false;
   }
 
   /**
-   * The newest sessions, of which none is a sub-agent's.
+   * The newest sessions, or all, of which none is a sub-agent's.
    * @param {string} stamp of the database and its log
    * @param {number} now
    * @returns {Promise<{ id: string, title: string, cwd: string, updated: number, lastText: string, prompt: string }[]>}
@@ -59,7 +67,7 @@ export class OpenCodeStore {
     this.#lookedAt = now;
     this.#stamp = stamp;
     try {
-      this.#sessions = JSON.parse(await run(this.#path, this.#environment));
+      this.#sessions = JSON.parse(await run(this.#path, this.#environment, this.#wanted));
       this.#python.isMissing = false;
     } catch (error) {
       this.#report(error);

@@ -1,4 +1,8 @@
-"""Prints the newest sessions of OpenCode's database as JSON. Reads only, and gives up after a second and a half."""
+"""Prints sessions of OpenCode's database as JSON: the newest, or, with "--all BEGINNING", all of them.
+
+Of all, those that stand behind the newest are told without their words, unless their id has this beginning, and so are
+those whose words can't be found in time. Reads only, and gives up after a second and a half.
+"""
 
 import json
 import os
@@ -79,33 +83,52 @@ def first_prompt(connection, session):
     return ""
 
 
-def described(connection, row):
+def described(connection, row, has_words=True):
     session, title, directory, updated = row
-    text, folder, written = last_reply(connection, session)
+    text, folder, written = last_reply(connection, session) if has_words else ("", "", 0)
     is_named = isinstance(title, str) and title and not re.match(r"(New|Child) session - \d{4}-", title)
     return {
         "id": session,
-        "title": title if is_named else "",
+        "title": title[:MOST_CHARACTERS] if is_named else "",
         "cwd": directory or folder,
         "updated": max(updated if isinstance(updated, int) else 0, written),
         "lastText": text,
-        "prompt": "" if is_named else first_prompt(connection, session),
+        "prompt": "" if is_named or not has_words else first_prompt(connection, session),
     }
 
 
-def main(path):
+def all_described(connection, rows, beginning):
+    """Those with the beginning first, so that theirs are the words that are found in time."""
+    wanted = [row for row in rows if beginning and row[0].startswith(beginning)]
+    others = [row for row in rows if not (beginning and row[0].startswith(beginning))]
+    has_time = True
+    for row in wanted[:MOST_SESSIONS] + others[:MOST_SESSIONS]:
+        try:
+            if has_time:
+                yield described(connection, row)
+                continue
+        except sqlite3.OperationalError:
+            has_time = False
+        yield described(connection, row, has_words=False)
+    for row in wanted[MOST_SESSIONS:] + others[MOST_SESSIONS:]:
+        yield described(connection, row, has_words=False)
+
+
+def main(path, is_all, beginning):
     connection = opened(path)
     columns = {row[1] for row in connection.execute("PRAGMA table_info(session)")}
     only_main = "WHERE parent_id IS NULL OR parent_id = ''" if "parent_id" in columns else ""
     rows = connection.execute(
         f"SELECT id, title, directory, time_updated FROM session {only_main} ORDER BY time_updated DESC LIMIT ?",
-        (MOST_SESSIONS,),
+        (-1 if is_all else MOST_SESSIONS,),
     ).fetchall()
-    json.dump([described(connection, row) for row in rows if isinstance(row[0], str)], sys.stdout)
+    rows = [row for row in rows if isinstance(row[0], str)]
+    found = all_described(connection, rows, beginning) if is_all else (described(connection, row) for row in rows)
+    json.dump(list(found), sys.stdout)
 
 
 if __name__ == "__main__":
     try:
-        main(sys.argv[1])
+        main(sys.argv[1], "--all" in sys.argv[2:3], "".join(sys.argv[3:4]))
     except (OSError, sqlite3.Error) as error:
         sys.exit(f"{type(error).__name__}: {error}")

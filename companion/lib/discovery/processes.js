@@ -49,7 +49,8 @@ function mayRun(folder, name) {
 
 async function folderOfProcess(folder, name, answers) {
   try {
-    return runs(await answers.demand(folder, () => commandOf(folder)), name) ? fs.readlinkSync(`${folder}/cwd`) : undefined;
+    const command = await answers.demand(folder, () => commandOf(folder));
+    return runs(command, name) ? fs.readlinkSync(`${folder}/cwd`) : undefined;
   } catch {
     // It has ended, belongs to somebody else, or is held up.
     return undefined;

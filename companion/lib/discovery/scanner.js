@@ -66,18 +66,21 @@ export class Scanner {
 
   /**
    * @param {{ environment: NodeJS.ProcessEnv, log: import('../log.js').Log, now: () => number, watch?: boolean,
-   *   onChange?: () => void, runningFolders?: (name: string, answers: import('../answerLimit.js').AnswerLimit) => Promise<string[]>, isBounded?: boolean,
-   *   folders?: object }} options `folders` are further ones for Folders
-   * `isBounded`: not those that are too old to be offered, nor more than can be
+   *   onChange?: () => void, isBounded?: boolean, session?: string, folders?: object,
+   *   runningFolders?: (name: string, answers: import('../answerLimit.js').AnswerLimit) => Promise<string[]> }} options
+   * `folders` are further ones for Folders; `isBounded`: not those that are too old to be offered, nor more than can be;
+   * `session`: the beginning of the id of the one that is looked for among all
    */
-  constructor({ environment, log, now, watch = true, onChange, runningFolders, isBounded = true, folders }) {
+  constructor(options) {
+    const { environment, log, now, watch = true, onChange, runningFolders, isBounded = true, session = '', folders } = options;
     this.#environment = environment;
     this.#log = log;
     this.#mostRows = isBounded ? mostRows : Infinity;
     this.#oldestMs = isBounded ? oldestMs : Infinity;
     this.#folders = new Folders({ watch, log, now, onChange, ...folders });
     this.#reader = new TranscriptReader(this.#folders.answers);
-    this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi].map((Agent) => new Agent({ environment, log }));
+    this.#agents = [ClaudeCode, Codex, Gemini, OpenCode, Cline, Pi]
+      .map((Agent) => new Agent({ environment, log, wanted: isBounded ? undefined : session }));
     this.#aider = new Aider({ environment, runningFolders });
   }
 
