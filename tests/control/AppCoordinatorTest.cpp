@@ -3,6 +3,8 @@
 namespace sonra {
 namespace {
 
+using namespace std::chrono_literals;
+
 class Coordinator : public test::CoordinatorTest {
   protected:
     void send(const Json& message) { coordinator->handleIPC(message); }
@@ -273,6 +275,15 @@ TEST_F(Coordinator, ShutDownTakesTheSocketAlong) {
     EXPECT_TRUE(std::filesystem::exists(home.shared() + "/service.sock"));
     coordinator->shutDown();
     EXPECT_FALSE(std::filesystem::exists(home.shared() + "/service.sock"));
+}
+
+TEST_F(Coordinator, AMessageThatIsStillOnItsWayWhenItGoesIsNotHeard) {
+    const auto transcript = makeTranscript("s1", "/p");
+    start();
+    coordinator->attachSession("s1", "/p");
+    reply(transcript, "m1", "A reply that nobody waits for");
+    coordinator.reset();
+    EXPECT_FALSE(loop.runUntil([this] { return !players.calls().empty(); }, 100ms));
 }
 
 TEST_F(Coordinator, SpeechSettingsAreReadAnewForEachMessage) {

@@ -4,33 +4,26 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
+#include "frame/AtomicFile.h"
 #include "frame/ScriptResolver.h"
+#include "frame/StateLock.h"
+#include "support/ThreadNames.h"
 #include "support/TranscriptLines.h"
 
 namespace sonra::test {
 
 namespace {
 
-/// The name of a thread; empty for one that has ended, perhaps just now.
-std::string threadName(const std::filesystem::path& task) {
-    std::ifstream in(task / "comm");
-    std::string name;
-    std::getline(in, name);
-    return name;
-}
-
-/// Whether the history's queues, which end by themselves behind their owner, have ended.
-bool historyQueuesHaveEnded() {
-    std::error_code error;
-    for (std::filesystem::directory_iterator task("/proc/self/task", error), end;
-         !error && task != end; task.increment(error)) {
-        const auto name = threadName(task->path());
-        for (const auto* queue : {"sonra.resynth", "sonra.history", "sonra.ring"})
-            if (name.starts_with(queue)) return false;
-    }
-    return true;
+/// Whether the queues that post to the loop or write below the home, and end by themselves behind
+/// their owner, have ended.
+bool queuesHaveEnded() {
+    constexpr const char* queues[] = {"sonra.resynth", "sonra.history", "sonra.ring",
+                                      "sonra.narration", "sonra.cursors"};
+    return std::ranges::none_of(threadNames(), [&](const std::string& name) {
+        return std::ranges::any_of(queues,
+                                   [&](const char* queue) { return name.starts_with(queue); });
+    });
 }
 
 }  // namespace
@@ -43,9 +36,9 @@ CoordinatorTest::CoordinatorTest() : voiceLauncher(home / "voice") {
 CoordinatorTest::~CoordinatorTest() {
     if (coordinator) loop.runUntil([this] { return !coordinator->isSynthesizing(); });
     coordinator.reset();
+    // A message on its way may still be spoken, which takes the pool.
+    loop.runUntil(queuesHaveEnded);
     pool.drain();
-    // What they still do, they post to the loop.
-    loop.runUntil(historyQueuesHaveEnded);
 }
 
 void CoordinatorTest::useResidentWorker() {
@@ -121,7 +114,9 @@ Json CoordinatorTest::document() const {
 }
 
 void CoordinatorTest::writeDocument(const Json& document) const {
-    writeFile(ServiceState::path(), document.dump());
+    // As everybody does: a cursor on its way to the document must not undo this.
+    const auto path = ServiceState::path();
+    StateLock::withLock(path, [&] { AtomicFile::write(path, document.dump()); });
 }
 
 Json CoordinatorTest::rows() const {
