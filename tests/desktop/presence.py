@@ -5,8 +5,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from panel import Program
-from starting_bus import starting_bus
+from panel import PrivateBus, Program
 
 DRIVER = os.environ["SONRA_PRESENCE_DRIVER"]
 
@@ -37,7 +36,7 @@ class PresenceTest(unittest.TestCase):
         self.addCleanup(lambda: self.bus.close())
 
     def start_bus(self):
-        self.bus = starting_bus(self.services)
+        self.bus = PrivateBus(self.services)
 
     def environment(self):
         kept = {key: value for key, value in os.environ.items() if key not in ("DISPLAY", "WAYLAND_DISPLAY")}

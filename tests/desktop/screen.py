@@ -17,7 +17,8 @@ class Screen:
         self.folder = folder
         self.processes = []
         read, write = os.pipe()
-        self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "1440x900x24", "-noreset",
+        # A key that is held because somebody is slow to let it go is one key.
+        self.start("Xvfb", "-displayfd", str(write), "-screen", "0", "1440x900x24", "-noreset", "-r",
                    pass_fds=[write])
         os.close(write)
         with os.fdopen(read) as number:

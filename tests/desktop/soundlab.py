@@ -36,6 +36,15 @@ def end(process, limit=10):
         process.wait()
 
 
+def is_running(pid):
+    """False also of one that has ended and that nobody has collected yet."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="latin1") as stat:
+            return stat.read().rpartition(")")[2].split()[0] != "Z"
+    except OSError:
+        return False
+
+
 class PrivateSound:
     """Started by `start`, so that a test can also have it appear late or die in the middle."""
 
@@ -58,7 +67,7 @@ class PrivateSound:
             "set-default-sink speaker\n" + more)
         self.server = subprocess.Popen(
             ["pulseaudio", "-n", "-F", str(script), "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-             "--disable-shm=yes", "--realtime=no", "--high-priority=no"],
+             "--disable-shm=yes", "--realtime=no", "--high-priority=yes"],
             env=os.environ | {"XDG_RUNTIME_DIR": str(self.runtime), "HOME": str(self.folder)}, **QUIET)
         wait_for("the sound server", self._answers)
 
@@ -114,6 +123,11 @@ class PrivateSound:
 def loudness(samples, block=RATE // 100):
     """Peak of each block of 10 ms."""
     return [max(map(abs, samples[at:at + block])) for at in range(0, len(samples), block)]
+
+
+def loud_seconds(samples, floor=40):
+    """For how long there was sound, silences within it left out."""
+    return sum(peak >= floor for peak in loudness(samples)) / 100
 
 
 def utterances(samples, gap=0.35, floor=40):

@@ -8,11 +8,15 @@ from pathlib import Path
 
 import agents
 from home_case import HomeCase
-from soundlab import wait_for
+from soundlab import is_running, wait_for
 
 BUILD = Path(os.environ.get("SONRA_BUILD", Path(__file__).resolve().parents[2] / "build"))
 CTL = BUILD / "share/sonra/cli/ctl.js"
 TTS = BUILD / "bin/tts"
+# Long enough for one who looks away for a while to see that it is being spoken.
+GREEN = "The tests are green now, all of them, and so is the build that has been red ever since the early morning of today."
+CODEX = "Codex is heard as well, and it has so much to tell that nobody who looks away for a while will miss all of it."
+AGAIN = "And here I am again, with so much to tell that nobody who looks away for a while will miss all of it this time."
 SOURCES = {"claude-code", "codex", "gemini", "opencode", "aider", "cline", "pi"}
 
 
@@ -80,8 +84,8 @@ class Companions(HomeCase):
         self.start()
         wait_for("the lone fresh session", lambda: self.attached() == ["11111111-fresh"])
         wait_for("all agents", lambda: {row["source"] for row in self.home.state()["discoveredSessions"]} == SOURCES)
-        self.say(1, "The tests are green now.")
-        self.hears("The tests are green now.")
+        self.say(1, GREEN)
+        self.hears(GREEN)
         status = json.loads(self.run_tool(TTS, "status", "--json").stdout)
         self.assertTrue(status["service"]["running"])
         self.assertEqual([row["id"] for row in status["sessions"]], ["11111111-fresh"])
@@ -98,8 +102,8 @@ class Companions(HomeCase):
             row["source"] for row in self.home.state().get("discoveredSessions", [])})
         done = self.run_tool(TTS, "on", "--session", "rollout-1")
         self.assertEqual(done.returncode, 0, done.stderr)
-        codex.say("Codex is heard as well.")
-        self.hears("Codex is heard as well.")
+        codex.say(CODEX)
+        self.hears(CODEX)
         done = self.run_tool(TTS, "off", "--all")
         self.assertEqual(done.returncode, 0, done.stderr)
         wait_for("the rows to go", lambda: self.attached() == [])
@@ -112,8 +116,8 @@ class Companions(HomeCase):
         started = len(self.home.log("native tailer started (forward-only)"))
         self.start()
         wait_for("its tailer", lambda: len(self.home.log("native tailer started (forward-only)")) > started)
-        self.say(2, "And here I am again.")
-        self.hears("And here I am again.")
+        self.say(2, AGAIN)
+        self.hears(AGAIN)
 
     def test_one_daemon_serves_service_after_service_and_both_end_together(self):
         service = self.start()
@@ -127,7 +131,7 @@ class Companions(HomeCase):
         done = self.run_tool(TTS, "quit")
         self.assertEqual(done.returncode, 0, done.stderr)
         wait_for("the service's end", lambda: service.process.poll() is not None)
-        wait_for("the daemon's end", lambda: not Path(f"/proc/{daemon}").exists())
+        wait_for("the daemon's end", lambda: not is_running(daemon))
 
 
 if __name__ == "__main__":

@@ -2,7 +2,7 @@
 import unittest
 
 from service import assistant_line
-from soundlab import utterances, wait_for
+from soundlab import RATE, loud_seconds, wait_for
 from test_narration import NarrationCase
 
 
@@ -11,7 +11,8 @@ class History(NarrationCase):
         super().setUp()
         # Said before the service knew of the session: nobody has heard it.
         for number in range(1, 31):
-            self.home.append(assistant_line(number, f"Said long before, in message number {number}"))
+            text = f"Said long before, in message number {number} of them all, to nobody at all"
+            self.home.append(assistant_line(number, text))
 
     def wait_playing(self, message):
         wait_for(f"message {message}", lambda: self.home.now_playing().get("messageId") == message, 20)
@@ -20,7 +21,17 @@ class History(NarrationCase):
         wait_for(f"{count} finished chunks", lambda: len(self.home.log("chunk finished")) >= count, 30)
 
     def heard_seconds(self):
-        return sum(end - begin for begin, end in utterances(self.sound.samples()))
+        return loud_seconds(self.sound.samples())
+
+    def wait_recorded(self, count):
+        """What came to its end has been recorded when silence stands behind it."""
+        self.wait_spoken(count)
+
+        def is_silent():
+            tail = self.sound.samples()[-RATE // 2:]
+            return max(map(abs, tail), default=0) < 40
+
+        wait_for("silence behind it", is_silent, pause=0.1)
 
     def cursor(self):
         return self.home.now_playing().get("cursor", {})
@@ -29,12 +40,12 @@ class History(NarrationCase):
         self.listen()
         # The last message is spoken as a proof that it works.
         self.wait_spoken(1)
-        self.home.append(assistant_line(31, "This one is new"))
+        self.home.append(assistant_line(31, "This one is new, and it is somewhat longer than it would have to be"))
         self.wait_spoken(2)
         wait_for("the count of the session", lambda: self.cursor().get("kind") == "live")
         self.service.send({"cmd": "scrub", "index": 20})
         self.wait_playing("u-11")
-        self.wait_spoken(3)
+        self.wait_recorded(3)
         self.assertEqual(self.cursor()["kind"], "history")
         self.assertEqual(self.cursor()["messageIndex"], 20)
         self.assertEqual(self.cursor()["totalKnown"], 31)
@@ -43,10 +54,10 @@ class History(NarrationCase):
         self.service.send({"cmd": "scrub", "index": 21}, {"cmd": "scrub", "index": 20})
         self.wait_playing("u-11")
         self.wait_spoken(4)
-        self.assertGreater(self.heard_seconds(), heard + 1)
+        wait_for("its sound", lambda: self.heard_seconds() > heard + 1, pause=0.1)
         self.service.send({"cmd": "scrub", "index": 0})
         wait_for("live", lambda: self.cursor()["kind"] == "live")
-        self.home.append(assistant_line(32, "And this is the newest"))
+        self.home.append(assistant_line(32, "And this is the newest, which takes its time to be said as well"))
         self.wait_playing("u-32")
         self.wait_spoken(5)
         # The words that were scrubbed past may have been in the making already; nothing else may fail.
@@ -56,7 +67,7 @@ class History(NarrationCase):
     def test_previous_and_next_go_by_messages(self):
         self.listen()
         self.wait_spoken(1)
-        self.home.append(assistant_line(31, "This one is new"))
+        self.home.append(assistant_line(31, "This one is new, and it is somewhat longer than it would have to be"))
         self.wait_spoken(2)
         self.service.send({"cmd": "previous"})
         self.wait_playing("u-30")
@@ -69,7 +80,7 @@ class History(NarrationCase):
     def test_what_comes_while_listening_to_the_past_is_counted_and_waits_its_turn(self):
         self.listen()
         self.wait_spoken(1)
-        self.home.append(assistant_line(31, "This one is new"))
+        self.home.append(assistant_line(31, "This one is new, and it is somewhat longer than it would have to be"))
         self.wait_spoken(2)
         self.service.send({"cmd": "scrub", "index": 1})
         self.wait_playing("u-30")

@@ -229,11 +229,13 @@ class Shown(Mpris):
     def test_changes_are_announced_once_and_only_where_something_changed(self):
         self.begin("one")
         self.signals()
+        began = time.monotonic()
         self.driver.obey("begin 30 two")
         announced = self.signals()
         self.assertEqual([kind for kind, _ in announced], [PLAYER, "Seeked"])
         self.assertEqual(list(announced[0][1]), ["Metadata"])
-        self.assertAlmostEqual(announced[1][1], 0, delta=0.3)
+        self.assertGreaterEqual(announced[1][1], 0)
+        self.assertLessEqual(announced[1][1], time.monotonic() - began)
         for line, expected in (("pause", {"PlaybackStatus": "Paused"}), ("pause", {}),
                                ("navigable 1", {"CanGoNext": True, "CanGoPrevious": True}), ("navigable 1", {}),
                                ("volume 0.5", {"Volume": 0.5}), ("volume 0.5", {}),
@@ -289,8 +291,9 @@ class Position(Mpris):
 
     def test_playerctl_shows_it(self):
         self.begin()
+        self.driver.obey("pause")  # else it goes on while playerctl starts
         self.driver.obey("at 20")
-        self.assertAlmostEqual(float(self.playerctl("position")), 20, delta=1.5)
+        self.assertAlmostEqual(float(self.playerctl("position")), 20, delta=0.1)
 
     def test_stays_within_the_sound(self):
         self.begin(seconds=1)
@@ -318,9 +321,12 @@ class Position(Mpris):
         for path, position in ((old, 5), (track, -1), (track, 61), (dbus.ObjectPath("/"), 5)):
             self.call(PLAYER, "SetPosition", path, dbus.Int64(position * 1_000_000))
         self.assertEqual((self.driver.heard(), self.seeks()), ([], []))
+        asked = time.monotonic()
         self.call(PLAYER, "SetPosition", track, dbus.Int64(12_500_000))
         self.driver.wait_heard("seek 12.500000")
-        self.assertAlmostEqual(self.seeks()[0], 12.5, delta=0.5)
+        announced = self.seeks()[0]
+        self.assertGreaterEqual(announced, 12.5)
+        self.assertLessEqual(announced, 12.5 + time.monotonic() - asked)
 
     def test_seek_is_held_at_the_start_and_goes_over_the_end_to_the_next(self):
         self.begin()

@@ -8,7 +8,7 @@ from home_case import HomeCase
 from panel import PROPERTIES, PrivateBus
 from screen import CaptionsSeen, Screen
 from service import PROGRAM
-from soundlab import end, loudness, utterances, wait_for, write_tone
+from soundlab import end, loud_seconds, loudness, wait_for, write_tone
 
 SECONDS = 1.5
 PEAK = 12_000
@@ -51,9 +51,8 @@ class Heard(Player):
         self.sound.record()
         self.wait_end(self.start(*arguments))
         self.wait_recorded()
-        heard = utterances(self.sound.samples())
-        self.assertEqual(len(heard), 1)
-        self.assertAlmostEqual(heard[0][1] - heard[0][0], SECONDS, delta=0.1)
+        # All of it once; where the machine was held up there may be silence in the middle.
+        self.assertAlmostEqual(loud_seconds(self.sound.samples()), SECONDS, delta=0.1)
         levels = sorted(level for level in loudness(self.sound.samples()) if level > 40)
         return levels[len(levels) // 2]
 
@@ -144,7 +143,7 @@ class ShownByACaptionServer(Player):
         nowhere = str(self.home.path / "nobody.sock")
         self.wait_end(self.start("--captions", "--captions-sock", nowhere, "--snippet", "some words"))
         self.wait_recorded()
-        self.assertEqual(len(utterances(self.sound.samples())), 1)
+        self.assertAlmostEqual(loud_seconds(self.sound.samples()), 4 * SECONDS, delta=0.2)
 
 
 class ShownByItself(Player):

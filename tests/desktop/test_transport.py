@@ -29,7 +29,7 @@ class Transport(NarrationCase):
         self.service.send({"cmd": "pause"})
         self.wait_silent()
         self.assertTrue(wait_for("the document", lambda: self.home.state().get("paused")))
-        wait_for("the snapshot", lambda: self.home.now_playing()["state"] == "paused", 5)
+        wait_for("the snapshot", lambda: self.home.now_playing()["state"] == "paused", 10)
         self.service.send({"cmd": "resume"})
         self.wait_loud()
         self.assertEqual(len(self.home.log("playback started")), 1)
@@ -59,10 +59,10 @@ class Transport(NarrationCase):
 
     def test_skip_goes_to_the_next_chunk(self):
         self.start_speaking()
-        self.home.append(assistant_line(2, "The next one starts at once"))
+        self.home.append(assistant_line(2, "The next one starts at once, and it goes on for a good while too"))
         wait_for("the next chunk", lambda: len(self.home.log("chunk enqueued")) == 2)
         self.service.send({"cmd": "skip"})
-        wait_for("the next chunk", lambda: self.home.now_playing().get("messageId") == "u-2", 5)
+        wait_for("the next chunk", lambda: self.home.now_playing().get("messageId") == "u-2", 10)
         wait_for("its end", lambda: self.home.log("chunk finished"))
         self.assertEqual(len(self.home.log("chunk finished")), 1, "what was skipped doesn't come to its end")
 
@@ -110,7 +110,7 @@ class Transport(NarrationCase):
         self.start_speaking()
         wait_for("three seconds of speech", lambda: self.home.now_playing()["elapsed"] > 3)
         self.service.send({"cmd": "restart"})
-        again = wait_for("the start again", lambda: (p := self.home.now_playing())["elapsed"] < 3 and p, 5)
+        again = wait_for("the start again", lambda: (p := self.home.now_playing())["elapsed"] < 3 and p, 10)
         self.assertEqual(again["state"], "playing")
         self.assertEqual((len(self.home.log("playback started")), self.home.log("chunk finished")), (1, []))
 
