@@ -1,4 +1,5 @@
 """Starts, ends and bad input of the whole program."""
+import itertools
 import json
 import os
 import random
@@ -14,8 +15,7 @@ from home_case import HomeCase
 from panel import Notifications, PrivateBus, pump_until
 from screen import CaptionsSeen, Screen
 from service import PROGRAM, Home, Service, assistant_line
-from soundlab import end, wait_for, write_tone
-from starting_bus import starting_bus
+from soundlab import end, is_running, wait_for, write_tone
 
 
 class LifecycleCase(HomeCase):
@@ -60,7 +60,10 @@ class CommandLine(LifecycleCase):
         server = self.start(["--captions-serve", "--socket", str(self.home.socket_path)]).wait_ready()
 
         def after(*commands):
+            """The picture that follows commands which change it."""
+            before = captions.picture()
             server.send(*commands)
+            wait_for(f"what {commands} show", lambda: captions.picture() != before)
             return captions.settled()
 
         server.send({"cmd": "set", "text": "some words"})
@@ -148,7 +151,7 @@ class Addresses(LifecycleCase):
                                                 if name != "DBUS_SESSION_BUS_ADDRESS"),
                               f"HOME={self.home.path}", str(PROGRAM)])
         (services / f"{self.NAME}.service").write_text(f"[D-BUS Service]\nName={self.NAME}\nExec={command}\n")
-        bus = starting_bus(services)
+        bus = PrivateBus(services)
         self.addCleanup(bus.close)
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address
         return bus.connection
@@ -262,7 +265,7 @@ class Addresses(LifecycleCase):
         bus.call_blocking(self.NAME, "/" + self.NAME.replace(".", "/"), "org.freedesktop.Application", "Open",
                           "asa{sv}", ([self.address], {}), timeout=20)
         started = int((self.home.shared / "sonra.lock").read_text())
-        self.addCleanup(lambda: wait_for("its end", lambda: not os.path.exists(f"/proc/{started}")))
+        self.addCleanup(lambda: wait_for("its end", lambda: not is_running(started)))
         self.addCleanup(os.kill, started, signal.SIGTERM)
         self.wait_attached(self.home.session)
         first = wait_for("the log", lambda: self.home.log("sonra up"))[0]
@@ -419,14 +422,13 @@ class Ends(LifecycleCase):
         worker = self.home.log("kokoro worker ready")[0]["input"]["pid"]
         service.process.kill()
         service.process.wait()
-        wait_for("the worker's end", lambda: not os.path.exists(f"/proc/{worker}"))
+        wait_for("the worker's end", lambda: not is_running(worker))
 
-    def narrate_and_command(self, client, prefix, seconds):
+    def narrate_and_command(self, client, prefix, numbers, seconds):
         """One short sound after the other, so that both documents are written all the time."""
         deadline = time.monotonic() + seconds
-        number = 0
         while time.monotonic() < deadline:
-            number += 1
+            number = next(numbers)
             path = self.home.path / f"{prefix}-{number}.wav"
             shutil.copyfile(self.home.path / "tone.wav", path)
             for command in ({"cmd": "play", "wav": str(path), "text": f"sound {number}", "messageId": f"{prefix}-{number}"},
@@ -435,11 +437,17 @@ class Ends(LifecycleCase):
 
     def kill_while_it_narrates(self, prefix, seconds):
         service = self.start().wait_ready()
+        numbers = itertools.count(1)
+
+        def is_at_work():
+            # Each sound is over in no time: there are more until one has been seen.
+            self.narrate_and_command(client, prefix, numbers, 0.02)
+            return self.home.now_playing().get("messageId", "").startswith(prefix) and "volume" in self.home.state()
+
         with socket.socket(socket.AF_UNIX) as client:
             client.connect(str(self.home.socket_path))
-            self.narrate_and_command(client, prefix, 0.02)
-            wait_for("narration", lambda: self.home.now_playing().get("messageId", "").startswith(prefix))
-            self.narrate_and_command(client, prefix, seconds)
+            wait_for("narration", is_at_work)
+            self.narrate_and_command(client, prefix, numbers, seconds)
         service.process.kill()
         service.process.wait()
 
@@ -498,6 +506,8 @@ class OddTranscripts(LifecycleCase):
     def setUp(self):
         super().setUp()
         self.environment = self.start_sound().environment
+        # Slow enough for one who looks away for a while to see that something is being spoken.
+        self.home.write_state(speed=0.75)
         self.service = self.start().wait_ready()
         self.service.wait_warm()
         self.service.attach()
