@@ -21,7 +21,8 @@ void say(const UrlHandover& handover, const char* rest) {
 
 std::optional<int> openInRunningService(const std::vector<std::string>& urls) {
     if (urls.empty()) return std::nullopt;
-    const auto handover = handOverUrls(urls, QtApplicationCall::open);
+    const auto handover =
+        handOverUrls(urls, [](const auto& each) { return QtApplicationCall::open(each); });
     using Outcome = UrlHandover::Outcome;
     if (handover.outcome == Outcome::isService) return std::nullopt;
     if (handover.outcome == Outcome::done) return EX_OK;

@@ -165,6 +165,7 @@ UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& o
     const auto deadline = Clock::now() + patience.all;
     OpenLines lines(urls, patience.reading);
     bool wasOtherWayTried = false;
+    bool isOtherWayUnanswered = false;
     for (;;) {
         // Whoever listens there is the service, also where its lock's file was removed.
         if (lines.isReadAt(defaultServiceSocketPath())) return {Outcome::done, {}};
@@ -174,10 +175,16 @@ UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& o
         if (lock == ServiceLockTry::failed) return {Outcome::noLock, {}};
         const auto holder = stampedPid();
         if (isReadAtOwnSocket(holder, lines)) return {Outcome::done, holder};
-        if (!lines.areUnread() || !std::exchange(wasOtherWayTried, true))
-            if (otherWay(urls)) return {Outcome::done, holder};
+        if (!isOtherWayUnanswered &&
+            (!lines.areUnread() || !std::exchange(wasOtherWayTried, true))) {
+            const auto delivery = otherWay(urls);
+            if (delivery == UrlDelivery::taken) return {Outcome::done, holder};
+            isOtherWayUnanswered = delivery == UrlDelivery::unanswered;
+        }
         if (Clock::now() >= deadline)
-            return {lines.areUnread() ? Outcome::unanswered : Outcome::unreachable, holder};
+            return {lines.areUnread() || isOtherWayUnanswered ? Outcome::unanswered
+                                                              : Outcome::unreachable,
+                    holder};
         std::this_thread::sleep_for(betweenTries);
     }
 }

@@ -23,7 +23,7 @@ struct UrlHandover {
     enum class Outcome {
         done,         ///< it has them
         isService,    ///< there was none: this process now holds the service's lock
-        unanswered,   ///< a service was sent them and doesn't answer; it may yet read them
+        unanswered,   ///< a service was sent them and didn't answer; it may yet open them
         unreachable,  ///< another process holds the lock and took them no way
         noLock        ///< none was reached, and the lock can't be taken by anybody
     };
@@ -39,15 +39,23 @@ struct UrlPatience {
     std::chrono::milliseconds reading{2000};
 };
 
-/// One more way to a service that runs; true if it has the addresses.
-using OtherWay = std::function<bool(const std::vector<std::string>& urls)>;
+/// What became of addresses that were sent one more way.
+enum class UrlDelivery {
+    taken,      ///< the service has them
+    notTaken,   ///< nobody was there, or who was there refused
+    unanswered  ///< they went out, and whether they were taken isn't known
+};
+
+/// One more way to a service that runs.
+using OtherWay = std::function<UrlDelivery(const std::vector<std::string>& urls)>;
 
 /// Hands the addresses to the service that runs: at the default socket, at the one that its own
 /// command line names, or the other way. Where there is none, this process takes the service's lock
 /// at once, so that of several only one comes to be the service. Who holds the lock may just be
 /// starting or ending, so all of it is tried until `patience` is over. A service is sent them over
 /// its socket once, and while it doesn't read them the other way is tried once: a service that is
-/// busy reads everything in the end. Blocks; a try more or less beyond `patience`.
+/// busy reads everything in the end. For the same reason the other way isn't tried again once they
+/// went out there unanswered. Blocks; a try more or less beyond `patience`.
 UrlHandover handOverUrls(const std::vector<std::string>& urls, const OtherWay& otherWay,
                          UrlPatience patience = {});
 

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QStringList>
 #include <QVariantMap>
@@ -14,7 +15,6 @@ namespace sonra::QtApplicationCall {
 namespace {
 
 constexpr std::chrono::seconds busLimit{1};
-constexpr int answerLimitMs = 2000;
 constexpr auto connectionName = "sonra.handover";
 
 QDBusMessage openCall(const std::vector<std::string>& urls) {
@@ -26,6 +26,25 @@ QDBusMessage openCall(const std::vector<std::string>& urls) {
     // Who holds the lock runs already; another one would only end again.
     call.setAutoStartService(false);
     return call;
+}
+
+/// An error of the other program's own says that it didn't take them. These are the bus's, and come
+/// in place of an answer when the call has gone out.
+bool mayBeTaken(const QDBusMessage& error) {
+    switch (QDBusError(error).type()) {
+        case QDBusError::NoReply:
+        case QDBusError::Timeout:
+        case QDBusError::TimedOut:
+        case QDBusError::Disconnected:
+            return true;
+        default:
+            return false;
+    }
+}
+
+UrlDelivery deliveryOf(const QDBusMessage& answer) {
+    if (answer.type() == QDBusMessage::ReplyMessage) return UrlDelivery::taken;
+    return mayBeTaken(answer) ? UrlDelivery::unanswered : UrlDelivery::notTaken;
 }
 
 /// The D-Bus classes need an application object.
@@ -44,15 +63,16 @@ class BriefApplication {
 
 }  // namespace
 
-bool open(const std::vector<std::string>& urls) {
-    if (!busAnswers(sessionBusAddress(), busLimit)) return false;
+UrlDelivery open(const std::vector<std::string>& urls, std::chrono::milliseconds answerLimit) {
+    if (!busAnswers(sessionBusAddress(), busLimit)) return UrlDelivery::notTaken;
     const BriefApplication application;
     auto bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, connectionName);
-    const auto isOpened =
-        bus.isConnected() &&
-        bus.call(openCall(urls), QDBus::Block, answerLimitMs).type() == QDBusMessage::ReplyMessage;
+    const auto delivery = bus.isConnected()
+                              ? deliveryOf(bus.call(openCall(urls), QDBus::Block,
+                                                    static_cast<int>(answerLimit.count())))
+                              : UrlDelivery::notTaken;
     QDBusConnection::disconnectFromBus(connectionName);
-    return isOpened;
+    return delivery;
 }
 
 }  // namespace sonra::QtApplicationCall

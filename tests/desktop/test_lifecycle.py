@@ -252,6 +252,18 @@ class Addresses(LifecycleCase):
         self.open()
         self.wait_attached(self.home.session)
 
+    def test_a_service_that_hangs_on_the_bus_is_said_not_to_have_it_and_opens_it_in_the_end(self):
+        bus = self.start_bus()
+        service = self.start().wait_ready()
+        wait_for("its name", lambda: bus.name_has_owner(self.NAME))
+        self.home.socket_path.unlink()
+        service.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(service.process.send_signal, signal.SIGCONT)
+        self.open(69, f"sonra: the service is running (process {service.process.pid}) but doesn't answer; it was "
+                      "asked to open this and may yet do so.\n")
+        service.process.send_signal(signal.SIGCONT)
+        self.wait_attached(self.home.session)
+
     def test_one_that_is_reached_no_way_is_said_to_be_so(self):
         service = self.start().wait_ready()
         self.home.socket_path.unlink()

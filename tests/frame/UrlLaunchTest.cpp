@@ -103,10 +103,10 @@ struct Road {
         return [this](const Urls& urls) {
             asked = urls;
             ++times;
-            return leads;
+            return answer;
         };
     }
-    bool leads = false;
+    UrlDelivery answer = UrlDelivery::notTaken;
     int times = 0;
     Urls asked;
 };
@@ -180,7 +180,7 @@ TEST_F(UrlHandoverTest, AServiceThatHangsIsPassedOver) {
     ASSERT_TRUE(acquireServiceLock());
     const UniqueFd hung(bindUnixSocket(defaultServiceSocketPath()));
     ASSERT_TRUE(hung);
-    road.leads = true;
+    road.answer = UrlDelivery::taken;
     EXPECT_EQ(handOverHastily().outcome, Outcome::done);
     EXPECT_EQ(road.times, 1);
 }
@@ -203,7 +203,7 @@ TEST_F(UrlHandoverTest, AServiceThatReadsAfterAWhileHasThem) {
     ASSERT_TRUE(busy);
     const auto readsMeanwhile = [&](const Urls&) {
         EXPECT_EQ(linesWaitingAt(busy.get()).size(), 1U);
-        return false;
+        return UrlDelivery::notTaken;
     };
     const UrlPatience patience{.all = std::chrono::seconds(20),
                                .reading = std::chrono::milliseconds(10)};
@@ -221,7 +221,7 @@ TEST_F(UrlHandoverTest, AServiceThatHangsUpUnreadIsPassedOver) {
         waiting.fd = client.get();
         poll(&waiting, 1, 20'000);
     });
-    road.leads = true;
+    road.answer = UrlDelivery::taken;
     EXPECT_EQ(handOver().outcome, Outcome::done);
     busy.join();
     EXPECT_EQ(road.times, 1);
@@ -250,9 +250,30 @@ TEST_F(UrlHandoverTest, AServiceElsewhereGetsThemAtTheSocketThatItsCommandLineNa
 
 TEST_F(UrlHandoverTest, AServiceWithoutASocketIsReachedTheOtherWay) {
     ASSERT_TRUE(acquireServiceLock());
-    road.leads = true;
+    road.answer = UrlDelivery::taken;
     EXPECT_EQ(handOver().outcome, Outcome::done);
     EXPECT_EQ(road.asked, urls);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatIsSilentTheOtherWayIsAskedOnceAndNotSaidToBeOutOfReach) {
+    ASSERT_TRUE(acquireServiceLock());
+    road.answer = UrlDelivery::unanswered;
+    const auto handover = handOver(std::chrono::milliseconds(200));
+    EXPECT_EQ(handover.outcome, Outcome::unanswered);
+    EXPECT_EQ(handover.holder, getpid());
+    EXPECT_EQ(road.times, 1);
+}
+
+TEST_F(UrlHandoverTest, AServiceThatIsSilentTheOtherWayMayStillTakeThemAtItsSocket) {
+    ASSERT_TRUE(acquireServiceLock());
+    std::optional<Listener> server;
+    const auto listensMeanwhile = [&](const Urls&) {
+        server.emplace(defaultServiceSocketPath());
+        return UrlDelivery::unanswered;
+    };
+    EXPECT_EQ(handOverUrls(urls, listensMeanwhile, waits).outcome, Outcome::done);
+    ASSERT_TRUE(server);
+    expectLine(*server);
 }
 
 TEST_F(UrlHandoverTest, OneThatIsReachedNoWayIsNamed) {
@@ -270,7 +291,7 @@ TEST_F(UrlHandoverTest, OneThatIsJustStartingIsWaitedFor) {
     std::optional<Listener> server;
     const auto startsMeanwhile = [&](const Urls&) {
         if (!server) server.emplace(defaultServiceSocketPath());
-        return false;
+        return UrlDelivery::notTaken;
     };
     EXPECT_EQ(handOverUrls(urls, startsMeanwhile, waits).outcome, Outcome::done);
     ASSERT_TRUE(server);
@@ -281,7 +302,7 @@ TEST_F(UrlHandoverTest, OneThatEndsMeanwhileLeavesItsPlaceToThisProcess) {
     ASSERT_TRUE(acquireServiceLock());
     const auto endsMeanwhile = [](const Urls&) {
         releaseServiceLock();
-        return false;
+        return UrlDelivery::notTaken;
     };
     EXPECT_EQ(handOverUrls(urls, endsMeanwhile, waits).outcome, Outcome::isService);
     EXPECT_TRUE(holdsServiceLock());
