@@ -56,7 +56,7 @@ struct HistoryPager::Shared : std::enable_shared_from_this<Shared> {
     bool takeNewer(const Page& page);
     void remember(Page& page) SONRA_REQUIRES(mutex);
     void settle() SONRA_REQUIRES(mutex);
-    void answer(const Search& search, const std::optional<std::string>& text) SONRA_REQUIRES(mutex);
+    void answer(Search& search, const std::optional<std::string>& text) SONRA_REQUIRES(mutex);
     void announce() SONRA_REQUIRES(mutex);
     void close();
 
@@ -147,8 +147,9 @@ void HistoryPager::Shared::settle() {
     changed.notify_all();
 }
 
-void HistoryPager::Shared::answer(const Search& search, const std::optional<std::string>& text) {
-    for (const auto& found : search.found) loop.post([found, text] { found(text); });
+/// Gives the callbacks away, so that they end where they run.
+void HistoryPager::Shared::answer(Search& search, const std::optional<std::string>& text) {
+    for (auto& found : search.found) loop.post([found = std::move(found), text] { found(text); });
 }
 
 /// Under the lock, so that after `close` the loop is left alone.
@@ -169,7 +170,7 @@ void HistoryPager::Shared::announce() {
 void HistoryPager::Shared::close() {
     const MutexLock lock(mutex);
     closed = true;
-    for (const auto& search : searches) answer(search, std::nullopt);
+    for (auto& search : searches) answer(search, std::nullopt);
     searches.clear();
 }
 

@@ -40,7 +40,11 @@ class QueueTest : public HistoryTest {
     using State = MessageHistoryQueueState;
 
     explicit QueueTest(OpenHistoryPages openPages = openSessionHistory);
-    ~QueueTest() override { pool_.drain(); }
+    ~QueueTest() override {
+        pool_.drain();
+        // The directory goes, in which it may still remove what is left over.
+        queue_.ring().directory()->drain();
+    }
 
     void hear(const std::string& messageId, const std::string& sessionId = "s") {
         queue_.recordLive(chunk(messageId, sessionId));

@@ -1,7 +1,11 @@
 #include "history/HistoryPager.h"
 
+#include <atomic>
+#include <thread>
+
 #include "FakePages.h"
 #include "HistoryFixture.h"
+#include "frame/ThreadAffinity.h"
 #include "support/Asleep.h"
 
 namespace sonra::test {
@@ -58,6 +62,39 @@ TEST_F(HistoryPagerTest, ReadsAheadOnlySoFar) {
     ASSERT_TRUE(pager->next(HistoryPager::Deadline::max()));
     ASSERT_TRUE(loop_.runUntil([this] { return arrivals_ == 5; }));
     EXPECT_EQ(transcript_->reads(), 5);
+}
+
+/// A loop on which other threads may be made to wait until what they post has run and gone.
+class WaitedForLoop : public ManualLoop {
+  public:
+    void post(std::function<void()> work) override {
+        const bool waits = isWaitedFor && !onMainThread();
+        ManualLoop::post(std::move(work));
+        if (waits) ran.wait();
+    }
+    std::atomic<bool> isWaitedFor = false;
+    Semaphore ran;
+};
+
+TEST_F(HistoryPagerTest, WhatALookUpCallsEndsWhereItIsCalled) {
+    WaitedForLoop loop;
+    transcript_->release();
+    HistoryPager pager(
+        loop, [t = transcript_] { return t->opener()("", HistorySource::claudeCode); }, 16, 4,
+        [this] { ++arrivals_; });
+    ASSERT_TRUE(loop.runUntil([this] { return arrivals_ == 4; }));
+    transcript_->append("late");
+    loop.isWaitedFor = true;
+    std::atomic<std::thread::id> endedOn;
+    bool answered = false;
+    pager.lookUp("late", [&answered, held = std::shared_ptr<void>(nullptr, [&endedOn](void*) {
+                                         endedOn = std::this_thread::get_id();
+                                     })](const auto& text) { answered = text == "body of late"; });
+    EXPECT_TRUE(loop.runUntil([&] { return answered; }));
+    loop.isWaitedFor = false;
+    loop.ran.signal();
+    EXPECT_TRUE(loop.runUntil([&] { return endedOn.load() != std::thread::id(); }));
+    EXPECT_EQ(endedOn.load(), std::this_thread::get_id());
 }
 
 TEST_F(HistoryPagerTest, ADeadlineThatHasPassedIsNoWaitInVain) {
