@@ -16,6 +16,9 @@ namespace sonra::test {
 /// For tests that aren't about a server that lets one wait.
 constexpr X11Patience patient{std::chrono::seconds(20), std::chrono::seconds(20)};
 
+/// A display that nobody serves: those of the tests have lower numbers.
+constexpr auto nobodysDisplay = ":59000";
+
 /// An X server of the test's own, without a window manager.
 ///
 /// Its number is the process's own and high: servers that look for a free one themselves, as those

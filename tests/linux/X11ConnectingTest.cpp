@@ -44,7 +44,7 @@ TEST(X11Connecting, AServerThatStandsStillIsGivenUpInTimeAndTakenUpAgain) {
 }
 
 TEST(X11Connecting, ADisplayThatIsNotThereIsRefused) {
-    const auto result = X11Connecting::connect(":4242", 10s);
+    const auto result = X11Connecting::connect(test::nobodysDisplay, 10s);
     EXPECT_EQ(result.outcome, Outcome::refused);
     EXPECT_EQ(result.connection, nullptr);
 }
@@ -60,7 +60,7 @@ TEST(X11Link, TellsAServerThatStandsStillFromNone) {
     EXPECT_TRUE(
         test::comesTrue([&] { return X11Link::open(server.display(), {}, &silent) != nullptr; }));
     EXPECT_FALSE(silent);
-    EXPECT_EQ(X11Link::open(":4242", {}, &silent), nullptr);
+    EXPECT_EQ(X11Link::open(test::nobodysDisplay, {}, &silent), nullptr);
     EXPECT_FALSE(silent);
 }
 

@@ -249,7 +249,7 @@ TEST_F(X11HotkeysTest, AChordThatTheNewLayoutHasElsewhereMayBeTakenThere) {
 TEST_F(X11HotkeysTest, WithoutAServerNothingIsRegistered) {
     test::LogWatch log;
     log.expect("no global hotkeys without an x server");
-    X11Hotkeys nowhere(loop, ":4242");
+    X11Hotkeys nowhere(loop, test::nobodysDisplay);
     EXPECT_FALSE(nowhere.registerHotKey(1, chordF, "Search"));
     EXPECT_EQ(log.records("no global hotkeys without an x server").at(0)["result"]["reason"],
               "the X server can't be reached");

@@ -96,7 +96,7 @@ TEST(X11StartupNotice, NothingIsSaidWithoutAnId) {
 
 TEST(X11StartupNotice, AServerThatIsAbsentOrStandsStillHoldsNobodyUp) {
     const test::TimeLimit limit(40);
-    X11StartupNotice::end("some", ":4242");
+    X11StartupNotice::end("some", test::nobodysDisplay);
     const test::PrivateXServer server;
     server.signal(SIGSTOP);
     const auto began = std::chrono::steady_clock::now();
