@@ -73,6 +73,8 @@ bool DaemonKeeper::standby() {
 const char* DaemonKeeper::reasonToStart() {
     const Turn turn(idle_);
     if (isStopped_) return nullptr;
+    // On a busy machine a start takes a while, and the file may still name one of an earlier run.
+    if (standby_ && standby_->isRunning()) return nullptr;
     const auto present = daemon();
     if (present == Daemon::dead) return "daemon has died; starting it again";
     // Should it end from now on, it was asked to, however it came to be.

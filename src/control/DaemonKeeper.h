@@ -11,7 +11,7 @@ namespace sonra {
 
 /// Starts the daemon with the service, and again should it die, when the file with its process id
 /// names nobody, or should it fail to start, which the control tool tells. One that was asked to
-/// end takes that file along, and stays away.
+/// end takes that file along, and stays away. A start that is under way is waited for.
 ///
 /// Main thread only, but for `stop`; the loop must outlive it. Where the control tool can't be
 /// started, nothing happens, and the log has the reason.

@@ -81,11 +81,26 @@ TEST_F(Keeper, StartsTheDaemonWithTheServiceAndLeavesOneAloneThatLives) {
 TEST_F(Keeper, StartsOneAgainThatDied) {
     log.expect(died);
     keeper.start();
-    EXPECT_TRUE(wasStarted(1));
+    ASSERT_TRUE(wasStarted(1));
+    ASSERT_TRUE(hasEnded());
     writePid(deadProcess());
     loop.advance(DaemonKeeper::lookInterval - std::chrono::milliseconds(1));
     EXPECT_EQ(log.count(died), 0U);
     loop.advance(std::chrono::milliseconds(1));
+    EXPECT_TRUE(wasStarted(2));
+}
+
+TEST_F(Keeper, WaitsForAStartThatIsUnderWayThoughTheFileNamesOneThatDied) {
+    log.expect(died);
+    useTool("while ! [ -e '" + (home / "go") + "' ]; do sleep 0.05; done");
+    writePid(deadProcess());
+    keeper.start();
+    ASSERT_TRUE(wasStarted(1));
+    loop.advance(DaemonKeeper::lookInterval);
+    EXPECT_EQ(log.count(died), 0U);
+    test::writeFile(home / "go", "");
+    ASSERT_TRUE(hasEnded());
+    loop.advance(DaemonKeeper::lookInterval);
     EXPECT_TRUE(wasStarted(2));
 }
 
@@ -150,8 +165,15 @@ TEST_F(Keeper, TriesOneThatCannotLiveMoreAndMoreRarely) {
     keeper.start();
     writePid(deadProcess());
     // After 30 s, and then a minute, two, four, eight, and ten from then on.
-    loop.advance(DaemonKeeper::lookInterval * (1 + 2 + 4 + 8 + 16 + 20 + 20));
-    EXPECT_EQ(log.count(died), 7U);
+    std::size_t starts = 0;
+    for (const int pause : {1, 2, 4, 8, 16, 20, 20}) {
+        ASSERT_TRUE(wasStarted(++starts));
+        ASSERT_TRUE(hasEnded());
+        loop.advance(DaemonKeeper::lookInterval * pause - std::chrono::milliseconds(1));
+        EXPECT_EQ(log.count(died), starts - 1);
+        loop.advance(std::chrono::milliseconds(1));
+        EXPECT_EQ(log.count(died), starts);
+    }
 }
 
 }  // namespace
