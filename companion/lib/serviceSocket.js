@@ -6,6 +6,8 @@ import net from 'node:net';
 import { socketPath } from './places.js';
 
 const connectLimit = 1000;
+/** In how many parts of its time a silence is noticed. */
+const looks = 4;
 
 export class ServiceNotRunning extends Error {
   constructor(cause) {
@@ -29,6 +31,22 @@ export function commandLine(cmd, args = {}) {
 }
 
 /**
+ * Calls `onSilence` once nothing has gone on for `limit` milliseconds. While this process itself is held up they hardly
+ * pass: an answer that has come meanwhile is not missed.
+ */
+function limitSilence(socket, limit, onSilence) {
+  let silent = 0;
+  let written = socket.bytesWritten;
+  socket.setTimeout(limit / looks);
+  socket.on('timeout', () => {
+    silent = socket.bytesWritten === written ? silent + 1 : 1;
+    written = socket.bytesWritten;
+    if (silent < looks) socket.setTimeout(limit / looks);
+    else onSilence();
+  });
+}
+
+/**
  * Hands `lines` to the service and resolves when it has taken them all. Fails with ServiceNotRunning where nobody
  * listens, and with ServiceSilent where nobody takes them within `limit` milliseconds.
  */
@@ -40,7 +58,7 @@ export function sendLines(lines, { path = socketPath(), limit = connectLimit } =
       if (error) reject(error);
       else resolve();
     };
-    socket.setTimeout(limit, () => finish(new ServiceSilent(new Error(`no answer within ${limit} ms`))));
+    limitSilence(socket, limit, () => finish(new ServiceSilent(new Error(`no answer within ${limit} ms`))));
     // The queue of those who wait to be let in is full.
     socket.on('error', (error) => finish(error.code === 'EAGAIN' ? new ServiceSilent(error) : new ServiceNotRunning(error)));
     // The service never writes; what it reads to the end it has taken.

@@ -49,6 +49,16 @@ test('a service that does not take the line is given up', async (t) => {
   assert.equal(await isServiceRunning({ path, limit: 50 }), false);
 });
 
+test('one that was held up itself does not take that for silence', async (t) => {
+  const path = temporaryHome(t).inShared('s.sock');
+  const received = await listener(t, path);
+  const sending = sendCommand('pause', {}, { path, limit: 200 });
+  // Longer than it would wait, and what has come meanwhile is looked at after the clock.
+  setImmediate(() => Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0, 600));
+  await sending;
+  assert.equal(received.join(''), '{"proto":1,"cmd":"pause"}\n');
+});
+
 test('the file of a service that has died is no service', async (t) => {
   const home = temporaryHome(t);
   const path = home.inShared('s.sock');
