@@ -65,7 +65,9 @@ class WholeDesktop(HomeCase):
             agent.write(assistant_line(number, text))
 
     def playing(self):
-        return self.home.now_playing().get("messageId")
+        """A message is named a moment before it plays."""
+        shown = self.home.now_playing()
+        return shown.get("messageId") if shown.get("state") in ("playing", "paused") else None
 
     def wait_playing(self, number):
         until(f"reply {number}", lambda: self.playing() == f"u-{number}")
