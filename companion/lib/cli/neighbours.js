@@ -2,7 +2,7 @@
 
 /**
  * @typedef {{
- *   findSessions(environment: NodeJS.ProcessEnv, options?: { isBounded?: boolean }): Promise<object[]>,
+ *   findSessions(environment: NodeJS.ProcessEnv, options?: { isBounded?: boolean, session?: string }): Promise<object[]>,
  *   daemonStatus(environment: NodeJS.ProcessEnv): Promise<{ alive: boolean, responding?: boolean, pid?: number }>,
  *   startDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,
  *   stopDaemon(environment: NodeJS.ProcessEnv): Promise<unknown>,

@@ -67,7 +67,7 @@ async function candidates({ environment, neighbours }, wish, now) {
   if ((await neighbours.daemonStatus(environment)).alive && chosen(listed, wish, now).length) return listed;
   const found = sessionsFrom(await neighbours.findSessions(environment));
   if (chosen(found, wish, now).length || !(wish.id || wish.folder)) return found;
-  return sessionsFrom(await neighbours.findSessions(environment, { isBounded: false }));
+  return sessionsFrom(await neighbours.findSessions(environment, { isBounded: false, session: wish.id }));
 }
 
 function nothing(sessions, wish, now, environment) {
