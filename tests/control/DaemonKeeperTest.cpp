@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <limits>
 #include <sstream>
 
 #include "support/ComesTrue.h"
@@ -16,13 +16,8 @@
 namespace sonra {
 namespace {
 
-/// The id of a process that has ended.
-pid_t deadProcess() {
-    const pid_t child = fork();
-    if (child == 0) _exit(0);
-    waitpid(child, nullptr, 0);
-    return child;
-}
+/// The id of no process, beyond all that the kernel gives.
+constexpr pid_t deadProcess = std::numeric_limits<pid_t>::max();
 
 /// It does nothing any more, though perhaps nobody has asked for its exit status.
 bool isOver(pid_t process) {
@@ -83,7 +78,7 @@ TEST_F(Keeper, StartsOneAgainThatDied) {
     keeper.start();
     ASSERT_TRUE(wasStarted(1));
     ASSERT_TRUE(hasEnded());
-    writePid(deadProcess());
+    writePid(deadProcess);
     loop.advance(DaemonKeeper::lookInterval - std::chrono::milliseconds(1));
     EXPECT_EQ(log.count(died), 0U);
     loop.advance(std::chrono::milliseconds(1));
@@ -93,7 +88,7 @@ TEST_F(Keeper, StartsOneAgainThatDied) {
 TEST_F(Keeper, WaitsForAStartThatIsUnderWayThoughTheFileNamesOneThatDied) {
     log.expect(died);
     useTool("while ! [ -e '" + (home / "go") + "' ]; do sleep 0.05; done");
-    writePid(deadProcess());
+    writePid(deadProcess);
     keeper.start();
     ASSERT_TRUE(wasStarted(1));
     loop.advance(DaemonKeeper::lookInterval);
@@ -147,7 +142,7 @@ TEST_F(Keeper, StoppedItEndsAStartThatIsUnderWayAndStartsNothingMore) {
     ASSERT_TRUE(wasStarted(1));
     keeper.stop();
     EXPECT_TRUE(hasEnded());
-    writePid(deadProcess());
+    writePid(deadProcess);
     loop.advance(std::chrono::hours(1));
     EXPECT_EQ(log.count(died) + log.count(failed), 0U);
 }
@@ -163,7 +158,7 @@ TEST_F(Keeper, StoppedItEndsAStartThatDoesNotWantTo) {
 TEST_F(Keeper, TriesOneThatCannotLiveMoreAndMoreRarely) {
     log.expect(died);
     keeper.start();
-    writePid(deadProcess());
+    writePid(deadProcess);
     // After 30 s, and then a minute, two, four, eight, and ten from then on.
     std::size_t starts = 0;
     for (const int pause : {1, 2, 4, 8, 16, 20, 20}) {
