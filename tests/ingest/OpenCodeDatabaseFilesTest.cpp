@@ -17,8 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::OpenCodeStore;
 
-const TailOffset epoch = TailOffset::unixMs(0);
-
 /// The files of a store: its log, damaged ones, and what is none.
 class OpenCodeDatabaseFiles : public test::OpenCodeDatabaseReading {};
 

@@ -21,8 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 using test::OpenCodeStore;
 
-const TailOffset epoch = TailOffset::unixMs(0);
-
 /// How often the store is looked into, and what a look costs.
 class OpenCodeDatabaseLooks : public test::OpenCodeDatabaseReading {};
 

@@ -11,8 +11,6 @@ namespace {
 
 using test::OpenCodeStore;
 
-const TailOffset epoch = TailOffset::unixMs(0);
-
 /// What is spoken, in which order, and where the cursor stands then.
 class OpenCodeDatabaseReaderTest : public test::OpenCodeDatabaseReading {};
 

@@ -23,6 +23,8 @@ inline constexpr std::chrono::minutes longEnough{1};
 /// beginning.
 class OpenCodeDatabaseReading : public testing::Test {
   protected:
+    static inline const TailOffset epoch = TailOffset::unixMs(0);
+
     std::vector<HistoryMessage> follow() {
         const auto reading = reader.readSince(url, cursor);
         cursor = cursor.advanced(reading.newOffset);
