@@ -23,7 +23,8 @@
 namespace sonra {
 namespace {
 
-constexpr std::chrono::milliseconds busPatience{500};
+/// A bus is busy when everything starts with the session; without it there is no tray all day.
+constexpr std::chrono::seconds busPatience{2};
 constexpr auto busAddressVariable = "DBUS_SESSION_BUS_ADDRESS";
 /// An address at which connecting fails at once.
 constexpr auto nobodysAddress = "unix:path=/dev/null";

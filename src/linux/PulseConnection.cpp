@@ -6,7 +6,7 @@
 #include <pulse/proplist.h>
 #include <pulse/rtclock.h>
 
-#include <algorithm>
+#include <chrono>
 
 #include "frame/ThreadAffinity.h"
 
@@ -26,16 +26,13 @@ pa_context* newContext(pa_mainloop_api* api) {
     return context;
 }
 
-/// Wakes the loop's waiters at a deadline; libpulse's own wait has no limit.
+/// Wakes the loop's waiters after a while; libpulse's own wait has no limit.
 class Alarm {
   public:
-    Alarm(PulseLoop& loop, pa_context* context, PulseConnection::Deadline deadline)
-        SONRA_REQUIRES(loop)
+    Alarm(PulseLoop& loop, pa_context* context, std::chrono::microseconds wait) SONRA_REQUIRES(loop)
         : loop_(loop), api_(loop.api()) {
-        const auto left = std::chrono::ceil<std::chrono::microseconds>(
-            deadline - std::chrono::steady_clock::now());
-        const auto wait = static_cast<pa_usec_t>(std::max<std::int64_t>(left.count(), 0));
-        event_ = pa_context_rttime_new(context, pa_rtclock_now() + wait, &Alarm::rang, this);
+        const auto at = pa_rtclock_now() + static_cast<pa_usec_t>(wait.count());
+        event_ = pa_context_rttime_new(context, at, &Alarm::rang, this);
     }
     ~Alarm() { api_->time_free(event_); }
     Alarm(const Alarm&) = delete;
@@ -90,7 +87,7 @@ bool PulseConnection::begin() {
     return pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0;
 }
 
-std::optional<std::string> PulseConnection::reach(Deadline deadline) {
+std::optional<std::string> PulseConnection::reach(Patience& patience) {
     SONRA_ASSERT_MAIN_THREAD();
     if (!loop_.start()) return "no thread for the sound server";
     const PulseLock lock(loop_);
@@ -100,7 +97,7 @@ std::optional<std::string> PulseConnection::reach(Deadline deadline) {
             const auto state = pa_context_get_state(context);
             return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
         },
-        deadline);
+        patience);
     if (!answered) {
         drop();
         return pa_strerror(PA_ERR_TIMEOUT);
@@ -114,10 +111,13 @@ std::string PulseConnection::errorText() const {
     return pa_strerror(pa_context_errno(context_));
 }
 
-bool PulseConnection::waitFor(const std::function<bool()>& done, Deadline deadline) {
-    if (done()) return true;
-    const Alarm alarm(loop_, context_, deadline);
-    while (!done() && !alarm.hasRung()) loop_.wait();
+bool PulseConnection::waitFor(const std::function<bool()>& done, Patience& patience) {
+    while (!done() && !patience.isOver()) {
+        const auto began = pa_rtclock_now();
+        const Alarm alarm(loop_, context_, patience.nextPart());
+        while (!done() && !alarm.hasRung()) loop_.wait();
+        patience.spend(std::chrono::microseconds(pa_rtclock_now() - began));
+    }
     return done();
 }
 

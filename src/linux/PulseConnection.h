@@ -1,10 +1,10 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
 
+#include "frame/Patience.h"
 #include "linux/PulseLoop.h"
 
 struct pa_context;
@@ -19,8 +19,6 @@ namespace sonra {
 /// in the server's own words.
 class PulseConnection {
   public:
-    using Deadline = std::chrono::steady_clock::time_point;
-
     PulseConnection() = default;
     ~PulseConnection();
     PulseConnection(const PulseConnection&) = delete;
@@ -29,8 +27,8 @@ class PulseConnection {
     /// Begins to connect and returns at once, so that the first sound finds the connection ready.
     void connectAhead();
     /// Waits until the server has accepted us; the reason if it doesn't. A server that is silent
-    /// until the deadline is given up, and the next call starts afresh.
-    [[nodiscard]] std::optional<std::string> reach(Deadline deadline) SONRA_EXCLUDES(loop_);
+    /// until `patience` is over is given up, and the next call starts afresh.
+    [[nodiscard]] std::optional<std::string> reach(Patience& patience) SONRA_EXCLUDES(loop_);
     /// Gives the server up. Streams on the connection end.
     void drop() SONRA_REQUIRES(loop_);
 
@@ -39,9 +37,9 @@ class PulseConnection {
     [[nodiscard]] pa_context* context() const SONRA_REQUIRES(loop_) { return context_; }
     /// What went wrong last.
     [[nodiscard]] std::string errorText() const SONRA_REQUIRES(loop_);
-    /// Waits until `done` holds, asked again whenever the loop's waiters are woken; false at the
-    /// deadline.
-    [[nodiscard]] bool waitFor(const std::function<bool()>& done, Deadline deadline)
+    /// Waits until `done` holds, asked again whenever the loop's waiters are woken; false when
+    /// `patience` is over.
+    [[nodiscard]] bool waitFor(const std::function<bool()>& done, Patience& patience)
         SONRA_REQUIRES(loop_);
 
   private:

@@ -36,10 +36,9 @@ PulseFilePlayer::~PulseFilePlayer() {
 std::optional<std::string> PulseFilePlayer::prepare() {
     SONRA_ASSERT_MAIN_THREAD();
     if (stream_ || nothingLeft()) return std::nullopt;
-    const auto deadline = std::chrono::steady_clock::now() + serverLimit;
     reader_->seek(std::llround(position_ * reader_->rate()));
     stream_ = std::make_unique<PulsePlaybackStream>(connection_, reader_, endReport());
-    auto error = stream_->open(streamName, volume_, deadline);
+    auto error = stream_->open(streamName, volume_, Patience(serverLimit));
     if (error) dropStream();
     return error;
 }

@@ -76,9 +76,9 @@ void PulsePlaybackStream::disconnect() {
 }
 
 std::optional<std::string> PulsePlaybackStream::open(const std::string& name, float volume,
-                                                     PulseConnection::Deadline deadline) {
+                                                     Patience patience) {
     SONRA_ASSERT_MAIN_THREAD();
-    if (auto error = connection_->reach(deadline)) return error;
+    if (auto error = connection_->reach(patience)) return error;
     const PulseLock lock(connection_->loop());
     gain_ = volume;
     firstFrame_ = reader_->position();
@@ -88,7 +88,7 @@ std::optional<std::string> PulsePlaybackStream::open(const std::string& name, fl
             const auto state = pa_stream_get_state(stream);
             return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
         },
-        deadline);
+        patience);
     opened_ = pa_stream_get_state(stream_) == PA_STREAM_READY;
     if (opened_) return std::nullopt;
     if (answered) return connection_->errorText();

@@ -34,9 +34,9 @@ class PulsePlaybackStream {
     PulsePlaybackStream(const PulsePlaybackStream&) = delete;
     PulsePlaybackStream& operator=(const PulsePlaybackStream&) = delete;
 
-    /// Opens the stream, once; the reason if the server doesn't by the deadline.
+    /// Opens the stream, once; the reason if the server doesn't in time.
     [[nodiscard]] std::optional<std::string> open(const std::string& name, float volume,
-                                                  PulseConnection::Deadline deadline);
+                                                  Patience patience);
     void run();
     void stand();
     void setVolume(float volume);

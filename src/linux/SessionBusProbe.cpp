@@ -5,7 +5,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <cstdlib>
@@ -14,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "frame/Patience.h"
 #include "frame/UniqueFd.h"
 
 namespace sonra {
@@ -82,19 +82,24 @@ std::string greeting() {
     return std::string(1, '\0') + "AUTH EXTERNAL " + hex + "\r\n";
 }
 
-bool isReadable(int fd, Clock::time_point deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    pollfd waiting{fd, POLLIN, 0};
-    return poll(&waiting, 1, static_cast<int>(std::max<std::int64_t>(left.count(), 0))) == 1;
+bool isReadable(int fd, Patience& patience) {
+    while (!patience.isOver()) {
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(patience.nextPart());
+        const auto began = Clock::now();
+        pollfd waiting{fd, POLLIN, 0};
+        if (poll(&waiting, 1, static_cast<int>(wait.count())) == 1) return true;
+        patience.spend(std::chrono::ceil<Patience::Duration>(Clock::now() - began));
+    }
+    return false;
 }
 
-bool consents(const UniqueFd& fd, Clock::time_point deadline) {
+bool consents(const UniqueFd& fd, Patience patience) {
     const auto hello = greeting();
     if (send(fd.get(), hello.data(), hello.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(hello.size()))
         return false;
     std::string answer;
-    while (answer.size() < 3 && isReadable(fd.get(), deadline)) {
+    while (answer.size() < 3 && isReadable(fd.get(), patience)) {
         char block[256];
         const auto got = read(fd.get(), block, sizeof block);
         if (got <= 0) return false;
@@ -107,12 +112,11 @@ bool consents(const UniqueFd& fd, Clock::time_point deadline) {
 
 bool busAnswers(const std::string& address, std::chrono::milliseconds limit) {
     if (address.empty()) return false;
-    const auto deadline = Clock::now() + limit;
     bool allAsked = true;
     for (const auto entry : split(address, ';')) {
         if (const auto name = socketNameOf(entry)) {
             const auto fd = connectTo(*name);
-            if (fd) return consents(fd, deadline);
+            if (fd) return consents(fd, Patience(limit));
         } else if (!entry.empty()) {
             allAsked = false;
         }
