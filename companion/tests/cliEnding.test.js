@@ -20,11 +20,12 @@ for (const [signal, status] of [['SIGINT', 130], ['SIGTERM', 143], ['SIGHUP', 12
     writeState(home, { sessions: [{ id: 'aaaa', cwd: '/srv/a' }] });
     const before = fs.readFileSync(home.inShared('state.json'), 'utf8');
     const child = spawn(process.execPath, [main, 'off'], { env: home.environment });
+    const ended = once(child, 'close');
     let said = '';
     child.stderr.on('data', (bytes) => { said += bytes; });
     await until(() => lines.length, { limit: 30_000, what: 'the command' });
     child.kill(signal);
-    const [code] = await once(child, 'close');
+    const [code] = await ended;
     assert.deepEqual([code, said], [status, '']);
     assert.deepEqual(fs.readdirSync(home.shared).sort(), ['service.sock', 'state.json']);
     assert.equal(fs.readFileSync(home.inShared('state.json'), 'utf8'), before);
@@ -42,10 +43,11 @@ test('a lock that is held is let go whatever signal comes', async (t) => {
       setTimeout(() => {}, 60_000);
       console.log('held');`, home.inShared('profile.json')], { env: home.environment, stdio: ['ignore', 'pipe', 'inherit'] });
     t.after(() => child.kill('SIGKILL'));
+    const ended = once(child, 'close');
     await once(child.stdout, 'data');
     assert.ok(fs.existsSync(home.inShared('profile.json.lock')));
     child.kill(signal);
-    await once(child, 'close');
+    await ended;
     assert.equal(fs.existsSync(home.inShared('profile.json.lock')), false, signal);
   }
 });
@@ -56,9 +58,10 @@ test('a lock that is waited for is not left behind', async (t) => {
   const watcher = fs.watch(home.shared);
   t.after(() => watcher.close());
   const child = spawn(process.execPath, [main, 'mute'], { env: home.environment, stdio: 'ignore' });
+  const ended = once(child, 'close');
   await once(watcher, 'change');
   child.kill('SIGINT');
-  const [code] = await once(child, 'close');
+  const [code] = await ended;
   assert.equal(code, 130);
   assert.deepEqual(fs.readdirSync(home.shared), ['state.json.lock']);
 });

@@ -332,7 +332,7 @@ test('what is no question gets a report, and what has no end is cut off', async 
   socket.write('x'.repeat(100_000));
   // Sooner than for one who merely says nothing.
   await until(() => socket.closed, { limit: 3000 });
-  assert.equal((await askDaemon('what?', home)).pid, pidFile(home));
+  assert.equal((await askDaemon('what?', { ...home, limit: 10_000 })).pid, pidFile(home));
 });
 
 test('where the folder cannot be made the daemon says why', async (t) => {
