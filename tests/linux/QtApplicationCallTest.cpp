@@ -1,7 +1,6 @@
 #include "linux/QtApplicationCall.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -15,8 +14,8 @@
 #include <optional>
 #include <string>
 
+#include "linux/PrivateBus.h"
 #include "support/TempDir.h"
-#include "support/TestProcess.h"
 #include "support/TimeLimit.h"
 
 namespace sonra {
@@ -27,22 +26,18 @@ using namespace std::chrono_literals;
 constexpr auto busName = "dev.trelnivorn.sonra";
 constexpr auto objectPath = "/dev/trelnivorn/sonra";
 constexpr auto connectionName = "test.service";
-constexpr auto patience = 20s;
+constexpr auto longEnough = 20s;
 
-/// A bus of the tests' own. One for all of them: the library reads its address once a process.
-class PrivateBus {
+/// The session bus of this process. One for all tests: the library reads its address once.
+class OwnSessionBus {
   public:
-    PrivateBus()
-        : daemon_({"dbus-daemon", "--session", "--nofork", "--print-address",
-                   "--address=unix:path=" + (dir_ / "bus")}) {
-        std::string address;
-        for (char byte = 0; read(daemon_.output(), &byte, 1) == 1 && byte != '\n';) address += byte;
-        variable_.emplace("DBUS_SESSION_BUS_ADDRESS", address);
+    OwnSessionBus() : bus_("unix:path=" + (dir_ / "bus")) {
+        variable_.emplace("DBUS_SESSION_BUS_ADDRESS", bus_.address);
     }
 
   private:
     const test::TempDir dir_;
-    test::TestProcess daemon_;
+    const test::PrivateBus bus_;
     std::optional<test::ScopedEnv> variable_;
 };
 
@@ -83,14 +78,14 @@ class FakeService : public QDBusVirtualObject {
 
 class QtApplicationCallTest : public testing::Test {
   protected:
-    static void SetUpTestSuite() { bus = std::make_unique<PrivateBus>(); }
+    static void SetUpTestSuite() { bus = std::make_unique<OwnSessionBus>(); }
     static void TearDownTestSuite() { bus.reset(); }
 
     static UrlDelivery open(std::chrono::milliseconds limit) {
         return QtApplicationCall::open({"tts://session/a", "tts://session/b"}, limit);
     }
 
-    static inline std::unique_ptr<PrivateBus> bus;
+    static inline std::unique_ptr<OwnSessionBus> bus;
     const test::TimeLimit limit{90};
     int count = 1;
     char name[6] = "tests";
@@ -102,22 +97,22 @@ using Manner = FakeService::Manner;
 
 TEST_F(QtApplicationCallTest, AServiceThatAnswersHasThem) {
     const FakeService service(Manner::answers);
-    EXPECT_EQ(open(patience), UrlDelivery::taken);
+    EXPECT_EQ(open(longEnough), UrlDelivery::taken);
     EXPECT_EQ(service.asked, "Open tts://session/a tts://session/b");
 }
 
 TEST_F(QtApplicationCallTest, AServiceThatRefusesDoesNotHaveThem) {
     const FakeService service(Manner::refuses);
-    EXPECT_EQ(open(patience), UrlDelivery::notTaken);
+    EXPECT_EQ(open(longEnough), UrlDelivery::notTaken);
 }
 
 TEST_F(QtApplicationCallTest, WhereNobodyHasTheNameNobodyHasThem) {
-    EXPECT_EQ(open(patience), UrlDelivery::notTaken);
+    EXPECT_EQ(open(longEnough), UrlDelivery::notTaken);
 }
 
 TEST_F(QtApplicationCallTest, WithoutABusNobodyHasThem) {
     const test::ScopedEnv none("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere");
-    EXPECT_EQ(open(patience), UrlDelivery::notTaken);
+    EXPECT_EQ(open(longEnough), UrlDelivery::notTaken);
 }
 
 TEST_F(QtApplicationCallTest, AServiceThatSaysNothingInTimeMayHaveThem) {
@@ -127,7 +122,7 @@ TEST_F(QtApplicationCallTest, AServiceThatSaysNothingInTimeMayHaveThem) {
 
 TEST_F(QtApplicationCallTest, AServiceThatIsGoneBeforeItAnswersMayHaveThem) {
     const FakeService service(Manner::goesAway);
-    EXPECT_EQ(open(patience), UrlDelivery::unanswered);
+    EXPECT_EQ(open(longEnough), UrlDelivery::unanswered);
 }
 
 }  // namespace

@@ -10,32 +10,17 @@
 
 #include "frame/UniqueFd.h"
 #include "frame/UnixSocket.h"
+#include "linux/PrivateBus.h"
 #include "support/TempDir.h"
-#include "support/TestProcess.h"
 
 namespace sonra {
 namespace {
 
 using namespace std::chrono_literals;
+using test::PrivateBus;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto patience = 20s;
-
-/// A bus of the test's own; `address` is how it says that it can be reached.
-class PrivateBus {
-  public:
-    explicit PrivateBus(const std::string& listen)
-        : daemon_(
-              {"dbus-daemon", "--session", "--nofork", "--print-address", "--address=" + listen}) {
-        for (char byte = 0; read(daemon_.output(), &byte, 1) == 1 && byte != '\n';) address += byte;
-    }
-    void signal(int number) const { daemon_.signal(number); }
-
-    std::string address;
-
-  private:
-    test::TestProcess daemon_;
-};
 
 TEST(SessionBusProbe, AServingBusAnswers) {
     const test::TempDir dir;
