@@ -1,27 +1,22 @@
 // The caption panel on its own, for test_caption_panel.py: does what the lines of standard input
 // say and prints what the user did.
-#include <unistd.h>
 
 #include <QApplication>
-#include <QSocketNotifier>
 #include <QTimer>
 #include <cmath>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "driver_lines.h"
 #include "widgets/CaptionPanel.h"
 
 namespace {
 
 using sonra::CaptionPanel;
 using sonra::CaptionPanelModel;
-
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
-}
+using sonra::test::DriverLines;
+using sonra::test::say;
 
 std::string asText(const sonra::Rect& frame) {
     return std::to_string(std::lround(frame.origin.x)) + " " +
@@ -123,18 +118,7 @@ int main(int argc, char** argv) {
     const QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     Driver driver;
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    std::string pending;
-    QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        char bytes[4096];
-        const auto count = read(STDIN_FILENO, bytes, sizeof bytes);
-        if (count <= 0) return QApplication::quit();
-        pending.append(bytes, static_cast<std::size_t>(count));
-        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-            driver.obey(pending.substr(0, end));
-            pending.erase(0, end + 1);
-        }
-    });
+    const DriverLines input([&driver](const std::string& line) { driver.obey(line); });
     say("ready");
     return QApplication::exec();
 }

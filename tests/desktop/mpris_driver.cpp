@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
-#include <cstdio>
 #include <iostream>
 #include <optional>
 #include <sstream>
 #include <string>
 
+#include "driver_lines.h"
 #include "frame/Log.h"
 #include "linux/QtMainLoop.h"
 #include "linux/QtMpris.h"
@@ -18,12 +18,8 @@
 namespace {
 
 using namespace sonra;
-
-/// Prints a line at once, also into a pipe.
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
-}
+using test::DriverLines;
+using test::say;
 
 RemoteCommandCenter::Handler saying(const char* command) {
     return [command] {
@@ -105,20 +101,10 @@ class Driver {
     QtMpris mpris_;
 };
 
-/// Calls `obey` with each whole line that has arrived; ends the program with its input.
-void readLines(std::string& buffer, Driver& driver) {
-    char block[4096];
-    const auto got = read(STDIN_FILENO, block, sizeof block);
-    if (got <= 0) {
-        Log::shared().flush();
-        _exit(0);
-    }
-    buffer.append(block, static_cast<std::size_t>(got));
-    for (auto end = buffer.find('\n'); end != std::string::npos; end = buffer.find('\n')) {
-        const auto line = buffer.substr(0, end);
-        buffer.erase(0, end + 1);
-        driver.obey(line);
-    }
+/// At once: what is still owed to a bus that stands still isn't waited for.
+[[noreturn]] void end() {
+    Log::shared().flush();
+    _exit(0);
 }
 
 }  // namespace
@@ -127,9 +113,7 @@ int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     QtMainLoop loop;
     Driver driver(loop);
-    std::string buffer;
-    const auto input =
-        loop.watch(STDIN_FILENO, MainLoop::Interest::readable, [&] { readLines(buffer, driver); });
+    const DriverLines input([&driver](const std::string& line) { driver.obey(line); }, end);
     say("ready");
     return QCoreApplication::exec();
 }

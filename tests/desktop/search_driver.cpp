@@ -1,26 +1,21 @@
 // The search panel on its own, for test_search_panel.py: does what the lines of standard input say
 // and prints what the user did.
-#include <unistd.h>
 
 #include <QApplication>
 #include <QClipboard>
-#include <QSocketNotifier>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "driver_lines.h"
 #include "widgets/SearchPanelWindow.h"
 
 namespace {
 
 using sonra::SearchPanel;
 using sonra::SearchRow;
-
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
-}
+using sonra::test::DriverLines;
+using sonra::test::say;
 
 const char* nameOf(SearchPanel::Command command) {
     switch (command) {
@@ -89,18 +84,7 @@ int main(int argc, char** argv) {
     // Two clicks of a script are one double click on a busy machine too.
     QApplication::setDoubleClickInterval(5000);
     Driver driver;
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    std::string pending;
-    QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        char bytes[4096];
-        const auto count = read(STDIN_FILENO, bytes, sizeof bytes);
-        if (count <= 0) return QApplication::quit();
-        pending.append(bytes, static_cast<std::size_t>(count));
-        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-            driver.obey(pending.substr(0, end));
-            pending.erase(0, end + 1);
-        }
-    });
+    const DriverLines input([&driver](const std::string& line) { driver.obey(line); });
     say("ready");
     return QApplication::exec();
 }

@@ -1,25 +1,20 @@
 // The tray on its own, for test_tray.py: reads pictures of the service from standard input, a JSON
 // document a line, and prints what the menu calls back.
-#include <unistd.h>
 
 #include <QApplication>
 #include <chrono>
-#include <cstdio>
 #include <string>
 
+#include "driver_lines.h"
 #include "frame/Json.h"
-#include "linux/QtMainLoop.h"
 #include "ui/MenuBarController.h"
 #include "widgets/TrayItem.h"
 
 namespace {
 
 using sonra::Json;
-
-void say(const std::string& line) {
-    std::puts(line.c_str());
-    std::fflush(stdout);
-}
+using sonra::test::DriverLines;
+using sonra::test::say;
 
 std::string textOf(const Json& row, const char* key) {
     return sonra::json::stringAt(row, key).value_or("");
@@ -77,25 +72,15 @@ double wallClockMs() {
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
-    sonra::QtMainLoop loop;
     sonra::DesktopLook look({});
     sonra::TrayItem item(look);
     sonra::MenuBarController menu(item, wallClockMs);
     menu.setCallbacks(printing());
     menu.reflect({});
 
-    std::string pending;
-    const auto input = loop.watch(STDIN_FILENO, sonra::MainLoop::Interest::readable, [&] {
-        char buffer[4096];
-        const auto count = read(STDIN_FILENO, buffer, sizeof buffer);
-        if (count <= 0) return QApplication::quit();
-        pending.append(buffer, static_cast<std::size_t>(count));
-        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-            if (const auto document = sonra::json::parse(pending.substr(0, end)))
-                menu.reflect(pictureFrom(*document));
-            pending.erase(0, end + 1);
-            say("reflected");
-        }
+    const DriverLines input([&menu](const std::string& line) {
+        if (const auto document = sonra::json::parse(line)) menu.reflect(pictureFrom(*document));
+        say("reflected");
     });
     return QApplication::exec();
 }
