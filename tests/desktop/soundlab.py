@@ -45,6 +45,17 @@ def is_running(pid):
         return False
 
 
+def texts_of(folder, pattern):
+    """What stands in the files below a process's folder in /proc; without what ends while they are read."""
+    texts = []
+    for file in Path(folder).glob(pattern):
+        try:
+            texts.append(file.read_text())
+        except (FileNotFoundError, ProcessLookupError):
+            continue
+    return texts
+
+
 class PrivateSound:
     """Started by `start`, so that a test can also have it appear late or die in the middle."""
 

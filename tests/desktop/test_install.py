@@ -7,7 +7,7 @@ from pathlib import Path
 
 from home_case import HomeCase
 from service import ROOT, assistant_line
-from soundlab import loud_seconds, wait_for
+from soundlab import loud_seconds, texts_of, wait_for
 
 BUILD = Path(os.environ.get("SONRA_BUILD", ROOT / "build"))
 
@@ -39,10 +39,13 @@ class Installed(HomeCase):
         self.home.write_state(speed=1.0)
         service = self.start_service(sound.environment, program=self.prefix / "bin/sonra").wait_ready()
         service.wait_warm()
-        tasks = Path(f"/proc/{service.process.pid}/task").glob("*/children")
-        children = [child for task in tasks for child in task.read_text().split()]
-        commands = [Path(f"/proc/{child}/cmdline").read_text() for child in children]
-        self.assertTrue(any(str(self.prefix / "share/sonra/scripts/tts_kokoro.py") in command for command in commands), commands)
+        voices = str(self.prefix / "share/sonra/scripts/tts_kokoro.py")
+
+        def speaks_with_its_own():
+            children = " ".join(texts_of(f"/proc/{service.process.pid}/task", "*/children")).split()
+            return any(voices in command for child in children for command in texts_of(f"/proc/{child}", "cmdline"))
+
+        wait_for("the prefix's own voices", speaks_with_its_own)
         service.attach()
         sound.record()
         self.home.append(assistant_line(1, "Installed and heard"))

@@ -13,7 +13,7 @@ import dbus
 from dbus.mainloop.glib import DBusGMainLoop
 
 from panel import PROPERTIES, Program, pump_until
-from soundlab import end, wait_for
+from soundlab import end, texts_of, wait_for
 
 DRIVER = os.environ["SONRA_MPRIS_DRIVER"]
 NAME = "org.mpris.MediaPlayer2.sonra"
@@ -389,7 +389,7 @@ class Presence(Mpris):
 
     def test_no_wake_ups_at_rest(self):
         def switches():
-            status = [task.read_text() for task in Path(f"/proc/{self.driver.process.pid}/task").glob("*/status")]
+            status = texts_of(f"/proc/{self.driver.process.pid}/task", "*/status")
             return sum(int(line.split()[1]) for text in status for line in text.splitlines()
                        if line.startswith("voluntary_ctxt_switches"))
 
