@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "ingest/FollowedReplies.h"
 #include "ingest/OpenCodeDatabaseReader.h"
 #include "ingest/OpenCodeStore.h"
 #include "support/TempDir.h"
@@ -25,20 +26,9 @@ class OpenCodeDatabaseReading : public testing::Test {
   protected:
     static inline const TailOffset epoch = TailOffset::unixMs(0);
 
-    std::vector<HistoryMessage> follow() {
-        const auto reading = reader.readSince(url, cursor);
-        cursor = cursor.advanced(reading.newOffset);
-        std::vector<HistoryMessage> messages;
-        for (const auto& record : reading.records)
-            if (auto found = reader.parser().parse(record)) messages.push_back(*std::move(found));
-        return messages;
-    }
+    std::vector<HistoryMessage> follow() { return followedMessages(reader, url, cursor); }
     /// "id: text" of what a read speaks.
-    std::vector<std::string> followed() {
-        std::vector<std::string> lines;
-        for (const auto& found : follow()) lines.push_back(found.messageId + ": " + found.text);
-        return lines;
-    }
+    std::vector<std::string> followed() { return asLines(follow()); }
     using Lines = std::vector<std::string>;
 
     void addReply(OpenCodeStore& store, const std::string& id, std::int64_t ms,

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "ingest/FollowedReplies.h"
 #include "ingest/OpenCodeFiles.h"
 #include "ingest/OpenCodeReader.h"
 #include "support/TempDir.h"
@@ -40,20 +41,9 @@ class OpenCodeParts : public testing::Test {
         writePart(id, "prt_" + id, ms, part("prt_" + id, text, ended));
         writeMessage(id, ms, message(id, "assistant", complete));
     }
-    std::vector<HistoryMessage> follow() {
-        const auto reading = reader.readSince(session, cursor);
-        cursor = cursor.advanced(reading.newOffset);
-        std::vector<HistoryMessage> messages;
-        for (const auto& record : reading.records)
-            if (auto found = reader.parser().parse(record)) messages.push_back(*std::move(found));
-        return messages;
-    }
+    std::vector<HistoryMessage> follow() { return test::followedMessages(reader, session, cursor); }
     /// "id: text" of what a read speaks.
-    std::vector<std::string> followed() {
-        std::vector<std::string> lines;
-        for (const auto& found : follow()) lines.push_back(found.messageId + ": " + found.text);
-        return lines;
-    }
+    std::vector<std::string> followed() { return test::asLines(follow()); }
     using Lines = std::vector<std::string>;
 
     test::TempDir dir;
